@@ -1,0 +1,125 @@
+#include "OleDate.h"
+
+#include <QTime>
+
+#include <charconv>
+#include <cmath>
+
+namespace kestrel::engine {
+
+int64_t daysFromCivil(int year, unsigned month, unsigned day) {
+    // Howard Hinnant's days_from_civil.
+    const int64_t y = int64_t(year) - (month <= 2);
+    const int64_t era = (y >= 0 ? y : y - 399) / 400;
+    const unsigned yoe = unsigned(y - era * 400);
+    const unsigned doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + int64_t(doe) - 719468;
+}
+
+static double oleFromDaysAndSeconds(int64_t oleDay, int64_t secondOfDay) {
+    const double fraction = double(secondOfDay) / 86400.0;
+    return oleDay >= 0 ? double(oleDay) + fraction : double(oleDay) - fraction;
+}
+
+double oleDateFromParts(int year, int month, int day, int hour, int minute, int second) {
+    const int64_t oleDay = daysFromCivil(year, unsigned(month), unsigned(day)) + UnixEpochOleDay;
+    return oleFromDaysAndSeconds(oleDay, int64_t(hour) * 3600 + minute * 60 + second);
+}
+
+DateParts datePartsFromOle(double oleDate) {
+    double whole = std::trunc(oleDate);
+    int64_t seconds = std::llround(std::fabs(oleDate - whole) * 86400.0);
+    if (seconds >= 86400) {
+        seconds -= 86400;
+        whole += oleDate >= 0 ? 1 : -1;
+    }
+    // civil_from_days (Howard Hinnant).
+    int64_t z = int64_t(whole) - UnixEpochOleDay + 719468;
+    const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    const unsigned doe = unsigned(z - era * 146097);
+    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const unsigned mp = (5 * doy + 2) / 153;
+    const unsigned d = doy - (153 * mp + 2) / 5 + 1;
+    const unsigned m = mp < 10 ? mp + 3 : mp - 9;
+    DateParts p;
+    p.year = int(int64_t(yoe) + era * 400 + (m <= 2));
+    p.month = int(m);
+    p.day = int(d);
+    p.hour = int(seconds / 3600);
+    p.minute = int(seconds / 60 % 60);
+    p.second = int(seconds % 60);
+    return p;
+}
+
+QDateTime dateTimeFromOle(double oleDate) {
+    const DateParts p = datePartsFromOle(oleDate);
+    return QDateTime(QDate(p.year, p.month, p.day), QTime(p.hour, p.minute, p.second));
+}
+
+double oleFromDateTime(const QDateTime& dateTime) {
+    const QDate d = dateTime.date();
+    const QTime t = dateTime.time();
+    return oleDateFromParts(d.year(), d.month(), d.day(), t.hour(), t.minute(), t.second());
+}
+
+double roundTo15Digits(double d) {
+    char buffer[32];
+    const auto written = std::to_chars(buffer, buffer + sizeof buffer, d,
+                                       std::chars_format::general, 15);
+    double back = 0;
+    std::from_chars(buffer, written.ptr, back);
+    return back;
+}
+
+double oleNow() { return roundTo15Digits(oleFromDateTime(QDateTime::currentDateTime())); }
+
+double secondsSinceMidnight() { return QTime::currentTime().msecsSinceStartOfDay() / 1000.0; }
+
+LocalTimeConverter::LocalTimeConverter() = default;
+
+static bool localOffset(int64_t t, int64_t& offset) {
+    const time_t tt = time_t(t);
+    struct tm local;
+    if (!localtime_r(&tt, &local))
+        return false;
+    offset = local.tm_gmtoff;
+    return true;
+}
+
+bool LocalTimeConverter::offsetFor(int64_t t, int64_t& offset) {
+    constexpr int64_t Quarter = 900;
+    const int64_t bucket = t >= 0 ? t / Quarter : (t - Quarter + 1) / Quarter;
+    Slot& slot = m_slots[uint64_t(bucket) % SlotCount];
+    if (slot.bucket == bucket) {
+        offset = slot.offset;
+        return true;
+    }
+    int64_t first = 0, last = 0;
+    if (!localOffset(bucket * Quarter, first) || !localOffset(bucket * Quarter + Quarter - 1, last))
+        return localOffset(t, offset);
+    if (first != last)
+        return localOffset(t, offset);
+    slot.bucket = bucket;
+    slot.offset = first;
+    offset = first;
+    return true;
+}
+
+bool LocalTimeConverter::convert(int64_t t, double& oleDate) {
+    int64_t offset = 0;
+    if (!offsetFor(t, offset))
+        return false;
+    const int64_t local = t + offset;
+    int64_t days = local / 86400;
+    int64_t second = local % 86400;
+    if (second < 0) {
+        second += 86400;
+        --days;
+    }
+    oleDate = roundTo15Digits(oleFromDaysAndSeconds(days + UnixEpochOleDay, second));
+    return true;
+}
+
+} // namespace kestrel::engine

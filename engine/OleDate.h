@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QDateTime>
+
+#include <cstdint>
+#include <ctime>
+
+namespace kestrel::engine {
+
+// Dates are kept as the program has always kept them: days since 1899-12-30
+// with the time of day as the fraction (an OLE date), in local time. Before
+// 1899-12-30 the whole part counts days back and the fraction still counts
+// the time forward (-1.25 is 1899-12-29 06:00).
+
+inline constexpr int32_t UnixEpochOleDay = 25569; // 1970-01-01
+
+// Days since 1970-01-01 of a proleptic Gregorian date.
+int64_t daysFromCivil(int year, unsigned month, unsigned day);
+
+double oleDateFromParts(int year, int month, int day, int hour, int minute, int second);
+
+struct DateParts {
+    int year = 1899, month = 12, day = 30, hour = 0, minute = 0, second = 0;
+};
+// Splits a date into its calendar parts, rounded to the whole second.
+DateParts datePartsFromOle(double oleDate);
+
+QDateTime dateTimeFromOle(double oleDate); // local time
+double oleFromDateTime(const QDateTime& dateTime);
+
+// The value a snapshot file holds for d: written with at most 15 significant
+// digits and read back. A scan stores dates in this form so that a snapshot
+// and its file compare equal.
+double roundTo15Digits(double d);
+
+// The current local date and time to the whole second, in file form.
+double oleNow();
+
+// Seconds since midnight, local time, with fractions: the program's timer.
+double secondsSinceMidnight();
+
+// Converts file times (seconds since 1970, UTC) to local OLE dates to the
+// whole second. Converting time zones is costly, so the offset from UTC is
+// cached per quarter hour of the file time (zones change their offset at
+// most at such boundaries); a quarter hour whose start and end disagree is
+// converted entry by entry. One converter per thread.
+class LocalTimeConverter {
+public:
+    LocalTimeConverter();
+    // The local OLE date of t, rounded through its file form. Returns false
+    // when the time cannot be converted (then the caller keeps 0).
+    bool convert(int64_t unixSeconds, double& oleDate);
+
+private:
+    bool offsetFor(int64_t unixSeconds, int64_t& offset);
+
+    struct Slot {
+        int64_t bucket = INT64_MIN;
+        int64_t offset = 0;
+    };
+    static constexpr int SlotCount = 1024;
+    Slot m_slots[SlotCount];
+};
+
+} // namespace kestrel::engine

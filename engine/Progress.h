@@ -1,0 +1,75 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+#include <functional>
+
+namespace kestrel::engine {
+
+// What shows a progress meter: the meter window of the desktop program, a
+// line on a terminal, or nothing. All calls come on the thread that runs the
+// operation.
+class ProgressView {
+public:
+    virtual ~ProgressView() = default;
+    // The operation started: busy pointer on, range and caption as given.
+    virtual void meterStarted(int32_t maximum, const QString& caption, bool cancellable) = 0;
+    // The operation has run for more than a second: show the meter.
+    virtual void meterShown() = 0;
+    virtual void meterValue(int32_t value) = 0;
+    // Let the user interface handle what is pending; this is where a click
+    // on Cancel reaches ProgressMeter::cancel.
+    virtual void processEvents() = 0;
+    // The caller closed the meter: hide it and restore the pointer.
+    virtual void meterClosed() = 0;
+};
+
+// The progress meter of long operations (scan, load, import, compare, export,
+// print). It appears only when an operation has lasted more than a second,
+// so quick operations never flash a window, and it carries the program-wide
+// cancelled flag that the operation polls.
+class ProgressMeter {
+public:
+    using Clock = std::function<double()>; // seconds since midnight
+
+    explicit ProgressMeter(ProgressView* view = nullptr, Clock clock = {});
+
+    // InitialiseMeter: a maximum above 0 sets the range and caption and
+    // clears the cancelled flag; 0 or less keeps all three as they were.
+    // Restarts the one-second timing even while the meter is shown.
+    void initialise(int32_t maximum, const QString& caption, bool cancellable);
+
+    // UpdateMeter: shows the meter once more than one second has passed since
+    // initialise (an operation that crosses midnight never shows it, the
+    // elapsed time being negative), moves the bar unless value is above the
+    // maximum, and lets pending events run.
+    void update(int32_t value);
+
+    // The meter's Cancel button: sets the flag only when cancellable.
+    void cancel();
+    bool cancelled() const { return m_cancelled; }
+
+    // Callers close the meter when they finish: hides it and restores the
+    // pointer.
+    void close();
+
+    int32_t maximum() const { return m_maximum; }
+    int32_t value() const { return m_value; }
+    const QString& caption() const { return m_caption; }
+    bool cancellable() const { return m_cancellable; }
+    bool shown() const { return m_shown; }
+
+private:
+    ProgressView* m_view;
+    Clock m_clock;
+    int32_t m_maximum = 100;
+    int32_t m_value = 0;
+    QString m_caption = QStringLiteral("Kestrel");
+    bool m_cancellable = false;
+    bool m_cancelled = false;
+    bool m_shown = false;
+    double m_startTime = 0;
+};
+
+} // namespace kestrel::engine

@@ -1,0 +1,268 @@
+#include "Scan.h"
+
+#include "Checked.h"
+#include "DirectoryReader.h"
+#include "OleDate.h"
+#include "Progress.h"
+#include "Snapshot.h"
+#include "TextFormats.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kestrel::engine {
+
+double sizeFromHalves(uint32_t high, uint32_t low) {
+    const int64_t scaled = int64_t(int32_t(high)) * 65536;
+    toInt32(scaled);
+    return double(toInt32(scaled + int64_t(int32_t(low))));
+}
+
+namespace {
+
+std::string storedText(const QString& text) {
+    const QByteArray bytes = text.toUtf8();
+    return std::string(bytes.constData(), size_t(bytes.size()));
+}
+
+QString withSeparator(QString path) {
+    if (!path.endsWith(Separator))
+        path += Separator;
+    return path;
+}
+
+struct MeterCloser {
+    ProgressMeter& meter;
+    ~MeterCloser() { meter.close(); }
+};
+
+// The depth-first walk of ScanFolder, kept on an explicit stack so that the
+// depth of a tree never meets the depth of the machine's stack. Each frame is
+// one folder being recorded; a frame's values are those of one ScanFolder
+// call.
+class TreeWalk {
+public:
+    TreeWalk(Snapshot& snapshot, DirectoryReader& reader, ProgressMeter& meter)
+        : m_snapshot(snapshot), m_reader(reader), m_meter(meter) {}
+
+    void run(FolderTask& root) {
+        const int32_t created = enter(root, 0, 0);
+        if (created < 0)
+            drain();
+    }
+
+private:
+    struct Frame {
+        FolderTask* task;
+        size_t next = 0;   // the next item of the listing to record
+        int32_t first = 0; // index of the folder's first entry
+        int32_t here = 0;  // entries created at this level and below
+        int32_t last = 0;  // index of the entry recorded last
+        int32_t parentIndex = 0;
+        int16_t depth = 0;
+        bool stopped = false;
+    };
+
+    // Starts recording a folder. Returns the entries it created when the
+    // folder contributes nothing (it does not exist), else -1 with a frame
+    // pushed for it.
+    int32_t enter(FolderTask& task, int32_t parentIndex, int16_t depth) {
+        m_reader.acquire(task, [this] { m_meter.update(m_snapshot.progress); });
+        if (task.listing.state == FolderListing::Missing) {
+            m_reader.release(task);
+            return 0;
+        }
+        Frame f;
+        f.task = &task;
+        f.first = checkedAdd(checkedAdd(m_snapshot.fileCount, m_snapshot.folderCount), 1);
+        f.parentIndex = parentIndex;
+        f.depth = depth;
+        m_stack.push_back(f);
+        return -1;
+    }
+
+    void drain() {
+        while (!m_stack.empty()) {
+            Frame& f = m_stack.back();
+            const FolderListing& listing = f.task->listing;
+            if (f.stopped || f.next == listing.items.size()) {
+                leave();
+                continue;
+            }
+            const ListedItem& item = listing.items[f.next++];
+            record(f, listing, item);
+            if (item.folder) {
+                const int32_t created = enter(*item.folder, f.last, int16_t(f.depth + 1));
+                if (created < 0)
+                    continue; // the child's frame is on top now
+                afterItem(m_stack.back(), created);
+            } else {
+                afterItem(f, 0);
+            }
+        }
+    }
+
+    // Steps c to g of recording one item.
+    void record(Frame& f, const FolderListing& listing, const ListedItem& item) {
+        Snapshot& s = m_snapshot;
+        f.here = checkedAdd(f.here, 1);
+        const bool folder = item.attributes & Attribute::Folder;
+        if (folder) {
+            s.folderCount = checkedAdd(s.folderCount, 1);
+            if (f.depth < s.meterDepth) {
+                s.progress = checkedAdd(s.progress, 1);
+                m_meter.update(s.progress);
+            }
+        } else {
+            s.fileCount = checkedAdd(s.fileCount, 1);
+        }
+        s.entryCount = checkedAdd(s.fileCount, s.folderCount);
+        if (s.entryCount > s.entries.capacity())
+            s.entries.grow();
+        f.last = s.entryCount;
+        SnapshotEntry& e = s.entries.mutableAt(f.last);
+        s.setName(e, listing.name(item));
+        e.parent = f.parentIndex;
+        e.attributes = toInt16(item.attributes);
+        e.modified = item.modified;
+        if (!folder) {
+            const auto size = uint64_t(item.size);
+            e.size = sizeFromHalves(uint32_t(size >> 32), uint32_t(size));
+            s.totalSize += e.size;
+            s.setVersion(e, listing.version(item));
+        }
+    }
+
+    // Steps h (the child's count) to j: link past the subtree, then stop when
+    // cancelled.
+    void afterItem(Frame& f, int32_t createdBelow) {
+        f.here = checkedAdd(f.here, createdBelow);
+        m_snapshot.entries.mutableAt(f.last).nextSibling = checkedAdd(m_snapshot.entryCount, 1);
+        if (m_meter.cancelled())
+            f.stopped = true;
+    }
+
+    // Steps 5 to 7: close the ring, set the folder's count, return to the
+    // parent folder's loop.
+    void leave() {
+        Frame f = m_stack.back();
+        m_stack.pop_back();
+        // A folder that recorded nothing has last 0: the write lands on
+        // entry 0, harmlessly.
+        m_snapshot.entries.mutableAt(f.last).nextSibling = f.first;
+        m_snapshot.entries.mutableAt(f.parentIndex).count = f.here;
+        // A cancelled walk keeps its listings until the reader's workers
+        // have stopped; a finished folder gives its memory back at once.
+        if (!m_meter.cancelled())
+            m_reader.release(*f.task);
+        if (!m_stack.empty())
+            afterItem(m_stack.back(), f.here);
+    }
+
+    Snapshot& m_snapshot;
+    DirectoryReader& m_reader;
+    ProgressMeter& m_meter;
+    std::vector<Frame> m_stack;
+};
+
+} // namespace
+
+// Counts with the file system's own bytes for names, so that folders whose
+// names are not valid text are still reached.
+static int32_t countFolders(const std::string& path, int16_t depth, int16_t limit) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    DIR* dir = ::fdopendir(fd);
+    if (!dir) {
+        ::close(fd);
+        return 0;
+    }
+    int32_t count = 0;
+    while (const dirent* de = ::readdir(dir)) {
+        if (de->d_name[0] == '.')
+            continue;
+        bool folder = de->d_type == DT_DIR;
+        if (de->d_type == DT_UNKNOWN) {
+            struct stat st;
+            folder = ::fstatat(fd, de->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+        }
+        if (!folder)
+            continue;
+        count = checkedAdd(count, 1);
+        if (depth < limit)
+            count = checkedAdd(count, countFolders(path + de->d_name + '/', int16_t(depth + 1), limit));
+    }
+    ::closedir(dir);
+    return count;
+}
+
+int32_t CountFolders(const QString& path, int16_t depth, int16_t limit) {
+    return countFolders(QFile::encodeName(withSeparator(path)).toStdString(), depth, limit);
+}
+
+Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter) {
+    MeterCloser closer{meter};
+    try {
+        snapshot.meterDepth = int16_t(settings.meterLevel + 1);
+        const QString root = snapshot.header.rootFolder;
+        const int32_t maximum = CountFolders(root, 1, snapshot.meterDepth);
+        meter.initialise(maximum, QStringLiteral("Scanning Directory"), true);
+
+        ListingRules rules;
+        rules.recurse = snapshot.header.recurse;
+        rules.hidden = snapshot.header.hidden;
+        rules.versions = snapshot.header.versions;
+        rules.rootText = storedText(withSeparator(root));
+        if (rules.versions) {
+            QString folder = settings.versionFolder;
+            while (folder.size() > 1 && folder.endsWith(Separator))
+                folder.chop(1);
+            rules.versionFolderText = storedText(folder + Separator);
+        }
+        {
+            DirectoryReader reader(rules, settings.listingThreads);
+            TreeWalk walk(snapshot, reader, meter);
+            walk.run(reader.root(QFile::encodeName(root).toStdString()));
+        }
+        // Entry 1 keeps the meter maximum for the comparison, in place of
+        // its subtree count. An empty snapshot has no entry 1 to write.
+        if (snapshot.entryCount >= 1)
+            snapshot.entries.mutableAt(1).count = maximum;
+    } catch (const RuntimeError& e) {
+        return Outcome::failure(UserMessage{QStringLiteral("Kestrel"), e.text(), MessageIcon::Exclamation},
+                                e.code());
+    } catch (const std::bad_alloc&) {
+        return Outcome::failure(UserMessage{QStringLiteral("Kestrel"), QStringLiteral("Out of memory"),
+                                            MessageIcon::Exclamation});
+    }
+    if (meter.cancelled()) {
+        Outcome o;
+        o.cancelled = true;
+        return o;
+    }
+    if (int64_t(snapshot.fileCount) + snapshot.folderCount < 1)
+        return Outcome::failure(UserMessage{QStringLiteral("Empty Snapshot"),
+                                            QStringLiteral("No files or folders match the specifications"),
+                                            MessageIcon::Information});
+    return Outcome::success();
+}
+
+Outcome CreateSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter) {
+    const double start = secondsSinceMidnight();
+    Outcome outcome = TakeSnapshot(snapshot, settings, meter);
+    if (!outcome.ok)
+        return outcome;
+    outcome.summary = SummaryLine(QStringLiteral("found"), start, secondsSinceMidnight(),
+                                  snapshot.fileCount, snapshot.folderCount);
+    snapshot.header.created = oleNow();
+    return outcome;
+}
+
+} // namespace kestrel::engine

@@ -1,0 +1,221 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace kestrel::engine {
+
+// Attribute bits, with their Windows values (16-bit, as stored in snapshots).
+namespace Attribute {
+inline constexpr int16_t ReadOnly = 1;
+inline constexpr int16_t Hidden = 2;
+inline constexpr int16_t System = 4;
+inline constexpr int16_t Folder = 16;
+inline constexpr int16_t Archive = 32;
+inline constexpr int16_t Normal = 128;
+inline constexpr int16_t Temporary = 256;
+inline constexpr int16_t ReparsePoint = 1024;
+inline constexpr int16_t Compressed = 2048;
+} // namespace Attribute
+
+// One file or folder of a snapshot: a fixed 48-byte record. The name and the
+// version text live in the snapshot's pools and are reached through it.
+struct SnapshotEntry {
+    double modified = 0;     // local last-write time, days since 1899-12-30
+    double size = 0;         // bytes, by the program's size rule; 0 for a folder
+    int32_t nextSibling = 0; // next entry of the same folder; the last links to the first
+    int32_t parent = 0;      // folder holding this entry; 0 for the root's own items
+    int32_t count = 0;       // folder: entries beneath it; entry 0: the whole snapshot
+    int32_t match = 0;       // set by the comparison: the counterpart in the other snapshot
+    uint32_t nameOffset = 0;
+    uint32_t nameLength = 0;
+    uint32_t versionId = 0; // 0 is the empty version
+    int16_t attributes = 0;
+    int16_t status = 0; // comparison status bits; not saved
+
+    bool isFolder() const { return attributes & Attribute::Folder; }
+};
+static_assert(sizeof(SnapshotEntry) == 48, "entries must stay compact");
+
+// The entry table: indices 0..capacity() are valid. It grows in steps of
+// 4,096 entries, one chunk at a time, so growing never copies what is already
+// there and millions of entries cost no more than their records. Chunks are
+// allocated when first written; an index inside the capacity that was never
+// written reads as an empty record.
+class EntryTable {
+public:
+    static constexpr int ChunkBits = 12;
+    static constexpr int32_t GrowthStep = 1 << ChunkBits; // 4,096
+
+    int32_t capacity() const { return m_capacity; }
+    // Sets the highest valid index. Existing entries are kept.
+    void setCapacity(int32_t capacity);
+    // Grows the capacity by one step of 4,096 (Overflow past 2^31 - 1).
+    void grow();
+    void clear();
+
+    bool contains(int32_t index) const { return uint32_t(index) <= uint32_t(m_capacity); }
+
+    // Checked access: an index outside 0..capacity() raises "Subscript out of range".
+    const SnapshotEntry& at(int32_t index) const {
+        checkIndex(index);
+        return get(index);
+    }
+    SnapshotEntry& mutableAt(int32_t index) {
+        checkIndex(index);
+        return getMutable(index);
+    }
+
+    // Unchecked access for loops that have already checked their indices.
+    const SnapshotEntry& get(int32_t index) const {
+        const size_t chunk = size_t(index) >> ChunkBits;
+        if (chunk >= m_chunks.size() || !m_chunks[chunk])
+            return s_empty;
+        return m_chunks[chunk][size_t(index) & (GrowthStep - 1)];
+    }
+    SnapshotEntry& getMutable(int32_t index) {
+        const size_t chunk = size_t(index) >> ChunkBits;
+        if (chunk >= m_chunks.size() || !m_chunks[chunk]) [[unlikely]]
+            allocateChunk(chunk);
+        return m_chunks[chunk][size_t(index) & (GrowthStep - 1)];
+    }
+
+    size_t memoryUsed() const;
+
+private:
+    void checkIndex(int32_t index) const;
+    void allocateChunk(size_t chunk);
+
+    std::vector<std::unique_ptr<SnapshotEntry[]>> m_chunks;
+    int32_t m_capacity = 0;
+    static const SnapshotEntry s_empty;
+};
+
+// All names of a snapshot, back to back in blocks of 1 MiB. A name is found by
+// its offset and length; names never straddle a block.
+class NameArena {
+public:
+    static constexpr int BlockBits = 20;
+    static constexpr uint32_t BlockSize = 1u << BlockBits;
+
+    // Stores text and returns its offset. Raises "Out of string space" for a
+    // name longer than a block, "Overflow" when the arena passes 4 GiB.
+    uint32_t add(std::string_view text);
+    std::string_view view(uint32_t offset, uint32_t length) const {
+        if (length == 0)
+            return {};
+        return {m_blocks[offset >> BlockBits].get() + (offset & (BlockSize - 1)), length};
+    }
+    void clear();
+    size_t memoryUsed() const { return m_blocks.size() * size_t(BlockSize); }
+
+private:
+    std::vector<std::unique_ptr<char[]>> m_blocks;
+    uint32_t m_used = 0; // bytes used in the last block
+};
+
+// Version texts, each stored once: most files have none and the rest share a
+// few dozen.
+class VersionPool {
+public:
+    VersionPool();
+    uint32_t add(std::string_view text);
+    std::string_view view(uint32_t id) const { return m_texts[id]; }
+    void clear();
+
+private:
+    std::vector<std::string> m_texts;
+    std::unordered_map<std::string, uint32_t> m_ids;
+};
+
+// The header of a snapshot: what was scanned and when.
+struct SnapshotHeader {
+    QString title;
+    QString fileName;   // the snapshot file it was loaded from or will be saved to
+    QString rootFolder; // the scanned folder, ending in the separator
+    double created = 0; // days since 1899-12-30, local time
+    bool recurse = false;
+    bool hidden = false;
+    bool versions = false;
+};
+
+// One snapshot: the header and a flat, index-addressed table of entries.
+// Entry 0 stands for the root folder; a folder F has contents exactly when
+// entry F+1 has parent F; the entries of a folder form a ring through
+// nextSibling; the entries beneath a folder follow it directly.
+class Snapshot {
+public:
+    SnapshotHeader header;
+    EntryTable entries;
+
+    int32_t entryCount = 0;  // index of the last entry in use
+    int32_t fileCount = 0;
+    int32_t folderCount = 0;
+    double totalSize = 0;    // sum of the files' sizes
+    int32_t progress = 0;    // running counter handed to the meter
+    int16_t meterDepth = 0;  // folder depth down to which a scan ticks the meter
+    int16_t importedNumber = 0; // the 16-bit number an old-format file carried
+
+    int32_t capacity() const { return entries.capacity(); }
+    const SnapshotEntry& entry(int32_t index) const { return entries.at(index); }
+    SnapshotEntry& mutableEntry(int32_t index) { return entries.mutableAt(index); }
+
+    std::string_view name(int32_t index) const { return nameOf(entries.at(index)); }
+    std::string_view nameOf(const SnapshotEntry& e) const {
+        return m_names.view(e.nameOffset, e.nameLength);
+    }
+    QString nameText(int32_t index) const;
+    std::string_view version(int32_t index) const { return m_versions.view(entries.at(index).versionId); }
+    std::string_view versionOf(const SnapshotEntry& e) const { return m_versions.view(e.versionId); }
+
+    void setName(SnapshotEntry& e, std::string_view utf8);
+    void setVersion(SnapshotEntry& e, std::string_view text) {
+        e.versionId = text.empty() ? 0 : m_versions.add(text);
+    }
+
+    // CreateEntry: appends one entry at index entryCount + 1, growing the
+    // table by 4,096 when it is full. status, count and match keep what the
+    // slot held (zero in a fresh slot).
+    void createEntry(int16_t attributes, double modified, int32_t nextSibling,
+                     std::string_view name, int32_t parent, double size, std::string_view version);
+
+    // LocateEntry: finds name among the entries of the folder ring that holds
+    // index. The walk starts at the entry after index and ends with index
+    // itself, so every member is visited once; index is moved to the entry
+    // found, or set to where the walk started (the entry after the given one)
+    // when nothing matches, and 0 is returned. Names are compared whole and
+    // without regard to case. A ring that does not come back to its start
+    // within the table raises "Subscript out of range".
+    int32_t locateEntry(int32_t& index, std::string_view name) const;
+
+    // EntryPath: the path of an entry relative to the root folder, built from
+    // the parent chain, each name followed by the separator and the whole
+    // preceded by it ("/Top/Sub/" for Sub inside Top; "/" for index 0).
+    QString entryPath(int32_t index) const;
+
+    // The path below the root without the leading separator: "Top/Sub/" for a
+    // folder, "Top/a.txt" for a file (the form the command line prints).
+    QString relativePath(int32_t index) const;
+
+    // Empties the snapshot (header kept).
+    void clearEntries();
+
+    // Bytes of memory held by the table and the names.
+    size_t memoryUsed() const;
+
+private:
+    NameArena m_names;
+    VersionPool m_versions;
+};
+
+// The platform's folder separator, which Kestrel writes into root folders,
+// relative paths and tree keys.
+inline constexpr QChar Separator = QLatin1Char('/');
+
+} // namespace kestrel::engine

@@ -1,0 +1,350 @@
+#include "SnapshotItems.h"
+
+#include "Checked.h"
+#include "Errors.h"
+#include "OleDate.h"
+#include "TextDecode.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+namespace kestrel::engine {
+
+// ---------------------------------------------------------------- writing
+
+void ItemWriter::string(std::string_view utf8) {
+    m_out.push_back('"');
+    for (;;) {
+        const size_t quote = utf8.find('"');
+        if (quote == std::string_view::npos)
+            break;
+        m_out.append(utf8.substr(0, quote + 1));
+        m_out.push_back('"');
+        utf8.remove_prefix(quote + 1);
+    }
+    m_out.append(utf8);
+    m_out.push_back('"');
+}
+
+void ItemWriter::integer(int64_t value) {
+    char buffer[24];
+    const auto r = std::to_chars(buffer, buffer + sizeof buffer, value);
+    m_out.append(buffer, r.ptr);
+}
+
+void ItemWriter::number(double value) {
+    if (value == std::trunc(value) && std::fabs(value) < 1e15) {
+        integer(int64_t(value));
+        return;
+    }
+    char buffer[32];
+    const auto r = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15);
+    m_out.append(buffer, r.ptr);
+}
+
+void ItemWriter::boolean(bool value) { m_out.append(value ? "#TRUE#" : "#FALSE#"); }
+
+void ItemWriter::date(double oleDate) {
+    const DateParts p = datePartsFromOle(oleDate);
+    char buffer[48];
+    const int n = std::snprintf(buffer, sizeof buffer, "#%04d-%02d-%02d %02d:%02d:%02d#", p.year,
+                                p.month, p.day, p.hour, p.minute, p.second);
+    m_out.append(buffer, size_t(n));
+}
+
+// ---------------------------------------------------------------- reading
+
+static constexpr size_t BlockSize = 1 << 20;
+
+ItemReader::ItemReader(QIODevice& device) : m_device(device) { m_buffer.resize(2 * BlockSize); }
+
+bool ItemReader::fill() {
+    if (m_eof)
+        return false;
+    const size_t kept = m_end - m_begin;
+    if (m_begin > 0) {
+        std::memmove(m_buffer.data(), m_buffer.data() + m_begin, kept);
+        m_begin = 0;
+        m_end = kept;
+    }
+    // An item longer than the buffer (only a damaged file has one) makes
+    // room for itself.
+    if (m_buffer.size() - m_end < BlockSize)
+        m_buffer.resize(m_buffer.size() * 2);
+    const qint64 n = m_device.read(m_buffer.data() + m_end, qint64(m_buffer.size() - m_end));
+    if (n < 0)
+        throw RuntimeError(ErrorCode::SystemError, m_device.errorString());
+    if (n == 0) {
+        m_eof = true;
+        return false;
+    }
+    m_end += size_t(n);
+    return true;
+}
+
+size_t ItemReader::skipDelimiter(size_t i) {
+    // Anything between a closing quote and the delimiter is passed over.
+    while (available(i)) {
+        const char c = at(i);
+        if (c == ',')
+            return i + 1;
+        if (c == '\n')
+            return i + 1;
+        if (c == '\r') {
+            if (available(i + 1) && at(i + 1) == '\n')
+                return i + 2;
+            return i + 1;
+        }
+        ++i;
+    }
+    return i;
+}
+
+std::string_view ItemReader::line() {
+    if (!available(0))
+        raise(ErrorCode::InputPastEndOfFile);
+    size_t i = 0;
+    while (available(i) && at(i) != '\r' && at(i) != '\n')
+        ++i;
+    const size_t length = i;
+    size_t next = i;
+    if (available(i)) {
+        next = i + 1;
+        if (at(i) == '\r' && available(i + 1) && at(i + 1) == '\n')
+            next = i + 2;
+    }
+    const std::string_view text(m_buffer.data() + m_begin, length);
+    m_begin += next;
+    return text;
+}
+
+Item ItemReader::next() {
+    size_t i = 0;
+    if (!available(0))
+        raise(ErrorCode::InputPastEndOfFile);
+    while (available(i) && (at(i) == ' ' || at(i) == '\t'))
+        ++i;
+    Item item;
+    if (available(i) && at(i) == '"') {
+        item.kind = Item::Quoted;
+        const size_t start = ++i;
+        bool escaped = false;
+        for (;;) {
+            if (!available(i))
+                raise(ErrorCode::InputPastEndOfFile); // no closing quote
+            if (at(i) == '"') {
+                if (available(i + 1) && at(i + 1) == '"') {
+                    escaped = true;
+                    i += 2;
+                    continue;
+                }
+                break;
+            }
+            ++i;
+        }
+        const size_t stop = i;
+        const size_t next = skipDelimiter(i + 1);
+        std::string_view text(m_buffer.data() + m_begin + start, stop - start);
+        if (escaped) {
+            m_unescaped.clear();
+            for (size_t k = 0; k < text.size(); ++k) {
+                m_unescaped.push_back(text[k]);
+                if (text[k] == '"')
+                    ++k;
+            }
+            text = m_unescaped;
+        }
+        item.text = text;
+        m_begin += next;
+        return item;
+    }
+    if (available(i) && at(i) == '#') {
+        item.kind = Item::Hash;
+        const size_t start = ++i;
+        while (available(i) && at(i) != '#' && at(i) != '\r' && at(i) != '\n')
+            ++i;
+        const size_t stop = i;
+        const size_t next = (available(i) && at(i) == '#') ? skipDelimiter(i + 1) : skipDelimiter(i);
+        item.text = std::string_view(m_buffer.data() + m_begin + start, stop - start);
+        m_begin += next;
+        return item;
+    }
+    const size_t start = i;
+    while (available(i) && at(i) != ',' && at(i) != '\r' && at(i) != '\n')
+        ++i;
+    size_t stop = i;
+    while (stop > start && (at(stop - 1) == ' ' || at(stop - 1) == '\t'))
+        --stop;
+    const size_t next = skipDelimiter(i);
+    item.text = std::string_view(m_buffer.data() + m_begin + start, stop - start);
+    m_begin += next;
+    return item;
+}
+
+bool ItemReader::atEnd() {
+    for (;;) {
+        if (!available(0))
+            return true;
+        const char c = at(0);
+        if (c != ' ' && c != '\t' && c != '\r' && c != '\n')
+            return false;
+        ++m_begin;
+    }
+}
+
+// ---------------------------------------------------------------- conversions
+
+static bool parseNumber(std::string_view text, double& value) {
+    if (text.empty()) {
+        value = 0; // an empty item reads as zero
+        return true;
+    }
+    if (text.front() == '+')
+        text.remove_prefix(1);
+    const char* first = text.data();
+    const char* last = text.data() + text.size();
+    // Numbers written by the old program may lack the zero before the point
+    // (".5", "-.5"); from_chars wants it.
+    char patched[64];
+    if (text.size() < sizeof patched - 1) {
+        const bool negative = text.front() == '-';
+        const size_t digits = negative ? 1 : 0;
+        if (text.size() > digits && text[digits] == '.') {
+            size_t n = 0;
+            if (negative)
+                patched[n++] = '-';
+            patched[n++] = '0';
+            std::memcpy(patched + n, text.data() + digits, text.size() - digits);
+            n += text.size() - digits;
+            first = patched;
+            last = patched + n;
+        }
+    }
+    const auto r = std::from_chars(first, last, value);
+    if (r.ec == std::errc::result_out_of_range)
+        raise(ErrorCode::Overflow);
+    return r.ec == std::errc() && r.ptr == last;
+}
+
+static double numericValue(const Item& item) {
+    if (item.kind == Item::Hash) {
+        if (item.text == "TRUE")
+            return -1;
+        if (item.text == "FALSE")
+            return 0;
+        return ItemReader::toDate(item);
+    }
+    double value = 0;
+    if (!parseNumber(item.text, value))
+        raise(ErrorCode::TypeMismatch);
+    return value;
+}
+
+static int64_t wholeNumber(const Item& item, int64_t minimum, int64_t maximum) {
+    // Fast path: plain digits, as Kestrel writes them.
+    std::string_view t = item.text;
+    if (item.kind != Item::Hash && !t.empty() && t.size() < 12) {
+        int64_t v = 0;
+        const auto r = std::from_chars(t.data(), t.data() + t.size(), v);
+        if (r.ec == std::errc() && r.ptr == t.data() + t.size()) {
+            if (v < minimum || v > maximum)
+                raise(ErrorCode::Overflow);
+            return v;
+        }
+    }
+    const double d = std::nearbyint(numericValue(item)); // halves to even
+    if (!(d >= double(minimum) && d <= double(maximum)))
+        raise(ErrorCode::Overflow);
+    return int64_t(d);
+}
+
+int16_t ItemReader::toInt16(const Item& item) {
+    return int16_t(wholeNumber(item, INT16_MIN, INT16_MAX));
+}
+
+int32_t ItemReader::toInt32(const Item& item) {
+    return int32_t(wholeNumber(item, INT32_MIN, INT32_MAX));
+}
+
+double ItemReader::toDouble(const Item& item) { return numericValue(item); }
+
+bool ItemReader::toBoolean(const Item& item) {
+    if (item.kind == Item::Hash) {
+        if (item.text == "TRUE")
+            return true;
+        if (item.text == "FALSE")
+            return false;
+        raise(ErrorCode::TypeMismatch);
+    }
+    const QString text = QString::fromUtf8(item.text.data(), qsizetype(item.text.size()));
+    if (text.compare(QLatin1String("True"), Qt::CaseInsensitive) == 0)
+        return true;
+    if (text.compare(QLatin1String("False"), Qt::CaseInsensitive) == 0)
+        return false;
+    return numericValue(item) != 0;
+}
+
+// Reads "yyyy-mm-dd", "hh:mm:ss", or both separated by a blank.
+static bool parseDateText(std::string_view t, double& value) {
+    int year = 1899, month = 12, day = 30, hour = 0, minute = 0, second = 0;
+    auto number = [&t](int& out, size_t maxDigits) {
+        size_t n = 0;
+        int v = 0;
+        while (n < t.size() && n < maxDigits && t[n] >= '0' && t[n] <= '9')
+            v = v * 10 + (t[n++] - '0');
+        if (n == 0)
+            return false;
+        out = v;
+        t.remove_prefix(n);
+        return true;
+    };
+    auto expect = [&t](char c) {
+        if (t.empty() || t.front() != c)
+            return false;
+        t.remove_prefix(1);
+        return true;
+    };
+    const bool hasDate = t.find('-') != std::string_view::npos;
+    if (hasDate) {
+        if (!number(year, 4) || !expect('-') || !number(month, 2) || !expect('-') ||
+            !number(day, 2))
+            return false;
+        while (!t.empty() && t.front() == ' ')
+            t.remove_prefix(1);
+    }
+    if (!t.empty()) {
+        if (!number(hour, 2) || !expect(':') || !number(minute, 2))
+            return false;
+        if (expect(':') && !number(second, 2))
+            return false;
+    }
+    if (!t.empty() || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 ||
+        minute > 59 || second > 59)
+        return false;
+    value = oleDateFromParts(year, month, day, hour, minute, second);
+    return true;
+}
+
+double ItemReader::toDate(const Item& item) {
+    double value = 0;
+    if (item.kind == Item::Hash) {
+        if (!parseDateText(item.text, value))
+            raise(ErrorCode::TypeMismatch);
+        return value;
+    }
+    if (parseNumber(item.text, value))
+        return value;
+    if (parseDateText(item.text, value))
+        return value;
+    raise(ErrorCode::TypeMismatch);
+}
+
+std::string_view ItemReader::toText(const Item& item, std::string& scratch) {
+    if (toStoredText(item.text, scratch))
+        return scratch;
+    return item.text;
+}
+
+} // namespace kestrel::engine

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <QIODevice>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace kestrel::engine {
+
+// Snapshot files are text in the "write" convention: items separated by
+// commas, strings in double quotes (a quote inside doubled), numbers in
+// invariant form, integral numbers without a point, dates as
+// #yyyy-mm-dd hh:mm:ss#, booleans as #TRUE# and #FALSE#, lines ended by
+// CR LF. ItemWriter builds such text, ItemReader takes it apart.
+
+class ItemWriter {
+public:
+    explicit ItemWriter(std::string& out) : m_out(out) {}
+
+    void string(std::string_view utf8);
+    void integer(int64_t value);
+    // Integral values without a point; others with at most 15 significant
+    // digits, trailing zeros dropped (36954.4270833333).
+    void number(double value);
+    void boolean(bool value);
+    void date(double oleDate);
+    void comma() { m_out.push_back(','); }
+    void endLine() { m_out.append("\r\n", 2); }
+    void raw(std::string_view text) { m_out.append(text); }
+
+private:
+    std::string& m_out;
+};
+
+// One item as read: its text and how it was written.
+struct Item {
+    enum Kind { Unquoted, Quoted, Hash };
+    Kind kind = Unquoted;
+    std::string_view text; // valid until the next read
+};
+
+// Reads items from a file in blocks, so a snapshot of millions of entries
+// never sits in memory as text. Line ends separate items like commas do; a
+// quoted item may run over line ends until its closing quote. Errors raise
+// RuntimeError: "Input past end of file" at the end, SystemError on a read
+// failure.
+class ItemReader {
+public:
+    explicit ItemReader(QIODevice& device);
+
+    // The rest of the current line, whole, without its line end.
+    std::string_view line();
+    Item next();
+    // True when nothing but blank space and line ends is left.
+    bool atEnd();
+
+    // Conversions of an item to the fields' types, raising "Type mismatch"
+    // for text that is not of the type and "Overflow" for a number outside
+    // the type's range. Whole-number types round halves to even.
+    static int16_t toInt16(const Item& item);
+    static int32_t toInt32(const Item& item);
+    static double toDouble(const Item& item);
+    static bool toBoolean(const Item& item);
+    static double toDate(const Item& item);
+    // The item as stored text: UTF-8 when valid, else read as Windows-1252.
+    static std::string_view toText(const Item& item, std::string& scratch);
+
+private:
+    // Makes the byte at m_begin + offset available; false at the end of the file.
+    bool available(size_t offset) {
+        while (m_begin + offset >= m_end)
+            if (!fill())
+                return false;
+        return true;
+    }
+    char at(size_t offset) const { return m_buffer[m_begin + offset]; }
+    // Keeps the bytes from m_begin, moving them to the front, and reads more.
+    bool fill();
+    // Consumes the comma or line end that ends an item at offset.
+    size_t skipDelimiter(size_t offset);
+
+    QIODevice& m_device;
+    std::string m_buffer;
+    size_t m_begin = 0; // first unread byte
+    size_t m_end = 0;   // end of valid data
+    bool m_eof = false;
+    std::string m_unescaped;
+};
+
+} // namespace kestrel::engine

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QString>
+
+#include <string>
+#include <string_view>
+
+namespace kestrel::engine {
+
+// Kestrel writes text as UTF-8 and reads each item as UTF-8 when its bytes
+// are valid UTF-8, otherwise as Windows-1252, so that files written by the
+// Windows program stay readable.
+
+bool isValidUtf8(std::string_view bytes);
+
+// Windows-1252 bytes as UTF-8. The five bytes the code page leaves undefined
+// become the C1 control characters of the same value, as Windows maps them.
+std::string windows1252ToUtf8(std::string_view bytes);
+
+// The bytes as stored text: unchanged when valid UTF-8, else converted from
+// Windows-1252. Returns true when the bytes had to be converted.
+bool toStoredText(std::string_view bytes, std::string& converted);
+
+QString decodeText(std::string_view bytes);
+
+} // namespace kestrel::engine

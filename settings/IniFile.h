@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+
+namespace kestrel::settings {
+
+// "Kestrel.ini": the main window's placement and the new-snapshot dialog's
+// last folders, in the Windows INI form (section headers in brackets, then
+// key=value lines). Section and key names match without regard to case.
+// Reads return at most 254 characters, a missing file or key gives the
+// default, and writing an empty value deletes the key. Lines the program does
+// not know (comments, other sections) are kept as they are.
+class IniFile {
+public:
+    explicit IniFile(QString path) : m_path(std::move(path)) {}
+
+    const QString& path() const { return m_path; }
+
+    // ReadIniString.
+    QString readString(const QString& section, const QString& key,
+                       const QString& defaultValue) const;
+    // WriteIniString. Returns false when the file could not be written (the
+    // program reports no failure here; tests look).
+    bool writeString(const QString& section, const QString& key, const QString& value) const;
+
+    // Where Kestrel.ini lives: beside the program when that folder is
+    // writable, otherwise in the user's configuration folder
+    // ($XDG_CONFIG_HOME/Kestrel, by default ~/.config/Kestrel).
+    static QString defaultPath();
+
+private:
+    QString m_path;
+};
+
+} // namespace kestrel::settings

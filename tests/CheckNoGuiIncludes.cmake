@@ -1,0 +1,13 @@
+# Fails when a source file under DIR includes a QtGui or QtWidgets header.
+file(GLOB_RECURSE sources "${DIR}/*.h" "${DIR}/*.cpp")
+set(offenders "")
+foreach(f IN LISTS sources)
+    file(STRINGS "${f}" hits REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"](QtGui|QtWidgets|QtPrintSupport)[/>\"]|^[ \t]*#[ \t]*include[ \t]*[<\"]Q(Widget|Application|Pixmap|Image|Color|Font|Painter|Icon|Cursor|MessageBox|Dialog|MainWindow|GuiApplication)[>\"]")
+    if(hits)
+        list(APPEND offenders "${f}: ${hits}")
+    endif()
+endforeach()
+if(offenders)
+    message(FATAL_ERROR "engine/ includes GUI headers:\n${offenders}")
+endif()
+message(STATUS "engine/ is free of GUI includes (${CMAKE_CURRENT_LIST_FILE})")
