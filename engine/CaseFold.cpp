@@ -36,6 +36,14 @@ inline uint64_t loadWord(const unsigned char* p) {
     return w;
 }
 
+// The n < 8 bytes at p as the low bytes of a word, the rest zero.
+inline uint64_t loadPartialWord(const unsigned char* p, std::size_t n) {
+    uint64_t w = 0;
+    for (std::size_t i = 0; i < n; ++i)
+        w |= static_cast<uint64_t>(p[i]) << (8 * i);
+    return w;
+}
+
 // Lower-cases eight ASCII bytes at once. Each byte is below 0x80, so adding at most 0x3F
 // cannot carry into the next byte; a byte's top bit then says whether it reached 'A' or
 // passed 'Z'.
@@ -46,38 +54,44 @@ inline uint64_t lowerAsciiWord(uint64_t w) {
     return w | (upper >> 2);
 }
 
-struct Decoded {
-    uint32_t unit;
-    uint32_t length;
-};
-
-// Decodes the unit at p (p < end). Overlong forms, surrogates, code points past U+10FFFF,
-// stray continuation bytes and cut-off sequences give one raw byte each. Looking ahead stops
-// at the first byte that is not a continuation byte.
-[[gnu::always_inline]] inline Decoded decodeUnit(const unsigned char* p, const unsigned char* end) {
+// Reads the unit at p (p < end) as it stands in the name, advancing p. Overlong forms,
+// surrogates, code points past U+10FFFF, stray continuation bytes and cut-off sequences give
+// one raw byte each. Looking ahead stops at the first byte that is not a continuation byte.
+// Always inlined: out of line, the call costs about as much as decoding a character, and p
+// would have to live in memory.
+[[gnu::always_inline]] inline uint32_t readUnit(const unsigned char*& p, const unsigned char* end) {
     const unsigned b0 = p[0];
+    if (b0 < 0x80) {
+        ++p;
+        return b0;
+    }
     const std::ptrdiff_t avail = end - p;
-    if (b0 < 0x80)
-        return {b0, 1};
     if (b0 >= 0xC2 && b0 <= 0xDF) {
-        if (avail >= 2 && isContinuation(p[1]))
-            return {((b0 & 0x1F) << 6) | (p[1] & 0x3Fu), 2};
+        if (avail >= 2 && isContinuation(p[1])) {
+            const uint32_t cp = ((b0 & 0x1F) << 6) | (p[1] & 0x3Fu);
+            p += 2;
+            return cp;
+        }
     } else if (b0 >= 0xE0 && b0 <= 0xEF) {
         if (avail >= 3 && isContinuation(p[1]) && isContinuation(p[2])) {
             const uint32_t cp = ((b0 & 0x0F) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
-            if (cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF))
-                return {cp, 3};
+            if (cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF)) {
+                p += 3;
+                return cp;
+            }
         }
     } else if (b0 >= 0xF0 && b0 <= 0xF4) {
-        if (avail >= 4 && isContinuation(p[1]) && isContinuation(p[2]) &&
-            isContinuation(p[3])) {
+        if (avail >= 4 && isContinuation(p[1]) && isContinuation(p[2]) && isContinuation(p[3])) {
             const uint32_t cp = ((b0 & 0x07) << 18) | ((p[1] & 0x3Fu) << 12) |
                                 ((p[2] & 0x3Fu) << 6) | (p[3] & 0x3Fu);
-            if (cp >= 0x10000 && cp <= 0x10FFFF)
-                return {cp, 4};
+            if (cp >= 0x10000 && cp <= 0x10FFFF) {
+                p += 4;
+                return cp;
+            }
         }
     }
-    return {kRawByte + b0, 1};
+    ++p;
+    return kRawByte + b0;
 }
 
 // Folds one unit into out (room for three) and returns how many units it became.
@@ -99,16 +113,13 @@ inline int foldUnit(uint32_t unit, uint32_t* out) {
     return folded[2] == 0 ? 2 : 3;
 }
 
-// Reads one unit at p (p < end), advancing p, and writes what it folds to into out (room for
-// three). Returns the number of units written.
-inline int foldNext(const unsigned char*& p, const unsigned char* end, uint32_t* out) {
-    if (*p < 0x80) {
-        out[0] = lowerAscii(*p++);
+// Folds any unit into out (room for three), ASCII without the table.
+inline int foldAny(uint32_t unit, uint32_t* out) {
+    if (unit < 0x80) {
+        out[0] = lowerAscii(static_cast<unsigned char>(unit));
         return 1;
     }
-    const Decoded d = decodeUnit(p, end);
-    p += d.length;
-    return foldUnit(d.unit, out);
+    return foldUnit(unit, out);
 }
 
 // A unit as its bytes, the first in the lowest eight bits: a code point as UTF-8, a raw byte
@@ -195,45 +206,63 @@ std::size_t matchingStart(const unsigned char* a, std::size_t aSize, const unsig
     return i;
 }
 
-// Folding a stretch of each name into a small buffer and comparing the buffers is faster than
-// stepping two folding cursors in turn, and handles folds of several units for free. Most
-// names fit in one stretch.
-constexpr std::size_t kStretch = 64;
-
-// Folds units from p into buffer after its count units, until it holds kStretch or p reaches
-// end. The buffer has room for two more, as the last unit may fold to three.
-inline const unsigned char* foldStretch(const unsigned char* p, const unsigned char* end,
-                                        uint32_t* buffer, std::size_t& count) {
-    while (count < kStretch && p != end)
-        count += foldNext(p, end, buffer + count);
-    return p;
-}
-
 enum class Ended { Neither, Both, First, Second };
 
 // Compares the folded units of [a, aEnd) and [b, bEnd) until they differ or one runs out.
-// Returns Neither when they differ, otherwise which of them ran out first.
+// Returns Neither when they differ, otherwise which of them ran out first. The names are
+// read in step; units that are equal as they stand fold alike and need no table, which
+// spares most of the work when names differ in a few letters only.
 Ended compareFolded(const unsigned char* a, const unsigned char* aEnd, const unsigned char* b,
                     const unsigned char* bEnd) {
-    uint32_t bufferA[kStretch + 2];
-    uint32_t bufferB[kStretch + 2];
-    std::size_t countA = 0;
-    std::size_t countB = 0;
+    // The last folds on each side, and how many of their units have been compared.
+    uint32_t foldedA[3];
+    uint32_t foldedB[3];
+    int countA = 0;
+    int countB = 0;
+    int doneA = 0;
+    int doneB = 0;
     for (;;) {
-        a = foldStretch(a, aEnd, bufferA, countA);
-        b = foldStretch(b, bEnd, bufferB, countB);
-        const std::size_t n = countA < countB ? countA : countB;
-        if (std::memcmp(bufferA, bufferB, n * sizeof(uint32_t)) != 0)
+        if (doneA < countA || doneB < countB) {
+            // Part-way through a fold of several units: go on unit by unit.
+            if (doneA == countA) {
+                if (a == aEnd)
+                    return Ended::First;
+                countA = foldAny(readUnit(a, aEnd), foldedA);
+                doneA = 0;
+            }
+            if (doneB == countB) {
+                if (b == bEnd)
+                    return Ended::Second;
+                countB = foldAny(readUnit(b, bEnd), foldedB);
+                doneB = 0;
+            }
+            if (foldedA[doneA++] != foldedB[doneB++])
+                return Ended::Neither;
+            continue;
+        }
+        if (a == aEnd || b == bEnd)
+            return a != aEnd ? Ended::Second : b != bEnd ? Ended::First : Ended::Both;
+        const uint32_t rawA = readUnit(a, aEnd);
+        const uint32_t rawB = readUnit(b, bEnd);
+        if (rawA == rawB) {
+            // Likely the start of a run that agrees as it stands: take it a word at a time.
+            const std::size_t leftA = static_cast<std::size_t>(aEnd - a);
+            const std::size_t leftB = static_cast<std::size_t>(bEnd - b);
+            bool differs;
+            const std::size_t run =
+                matchingStart(a, leftA, b, leftB, leftA < leftB ? leftA : leftB, differs);
+            if (differs)
+                return Ended::Neither;
+            a += run;
+            b += run;
+            continue;
+        }
+        countA = foldAny(rawA, foldedA);
+        countB = foldAny(rawB, foldedB);
+        if (foldedA[0] != foldedB[0])
             return Ended::Neither;
-        countA -= n;
-        countB -= n;
-        const bool aDone = countA == 0 && a == aEnd;
-        const bool bDone = countB == 0 && b == bEnd;
-        if (aDone || bDone)
-            return aDone && bDone ? Ended::Both : aDone ? Ended::First : Ended::Second;
-        // At most one side has units left over; move them to the front.
-        std::memmove(bufferA, bufferA + n, countA * sizeof(uint32_t));
-        std::memmove(bufferB, bufferB + n, countB * sizeof(uint32_t));
+        doneA = 1;
+        doneB = 1;
     }
 }
 
@@ -247,6 +276,12 @@ public:
     void addWord(uint64_t w) {
         mix(w);
         m_length += 8;
+    }
+
+    // Adds the last bytes of the name, fewer than eight, gathered in w. Needs aligned().
+    void addTail(uint64_t w, unsigned length) {
+        m_word = w;
+        m_fill = length;
     }
 
     // Adds the bytes of one unit.
@@ -299,11 +334,13 @@ std::string foldCase(std::string_view utf8) {
             continue;
         }
         uint32_t folded[3];
-        const int count = foldNext(p, end, folded);
+        const int count = foldAny(readUnit(p, end), folded);
         for (int i = 0; i < count; ++i) {
             const Encoded e = encodeUnit(folded[i]);
+            char encoded[4];
             for (unsigned k = 0; k < e.length; ++k)
-                out.push_back(static_cast<char>(e.bytes >> (8 * k)));
+                encoded[k] = static_cast<char>(e.bytes >> (8 * k));
+            out.append(encoded, e.length);
         }
     }
     return out;
@@ -328,16 +365,21 @@ uint64_t nameHash(std::string_view utf8) {
     const unsigned char* p = bytes(utf8);
     const unsigned char* const end = p + utf8.size();
     while (p != end) {
-        if (hasher.aligned() && end - p >= 8) {
-            const uint64_t w = loadWord(p);
+        if (hasher.aligned()) {
+            const std::size_t left = static_cast<std::size_t>(end - p);
+            const uint64_t w = left >= 8 ? loadWord(p) : loadPartialWord(p, left);
             if ((w & kHighBits) == 0) {
-                hasher.addWord(lowerAsciiWord(w));
-                p += 8;
-                continue;
+                if (left >= 8) {
+                    hasher.addWord(lowerAsciiWord(w));
+                    p += 8;
+                    continue;
+                }
+                hasher.addTail(lowerAsciiWord(w), static_cast<unsigned>(left));
+                break;
             }
         }
         uint32_t folded[3];
-        const int count = foldNext(p, end, folded);
+        const int count = foldAny(readUnit(p, end), folded);
         for (int i = 0; i < count; ++i)
             hasher.addUnit(folded[i]);
     }

@@ -31,8 +31,10 @@ DateParts datePartsFromOle(double oleDate) {
     double whole = std::trunc(oleDate);
     int64_t seconds = std::llround(std::fabs(oleDate - whole) * 86400.0);
     if (seconds >= 86400) {
+        // The time counts forward from the day's start on both sides of the
+        // epoch, so rounding up to midnight always lands on the next day.
         seconds -= 86400;
-        whole += oleDate >= 0 ? 1 : -1;
+        whole += 1;
     }
     // civil_from_days (Howard Hinnant).
     int64_t z = int64_t(whole) - UnixEpochOleDay + 719468;
@@ -73,7 +75,7 @@ double roundTo15Digits(double d) {
     return back;
 }
 
-double oleNow() { return roundTo15Digits(oleFromDateTime(QDateTime::currentDateTime())); }
+double oleNow() { return oleFromDateTime(QDateTime::currentDateTime()); }
 
 double secondsSinceMidnight() { return QTime::currentTime().msecsSinceStartOfDay() / 1000.0; }
 

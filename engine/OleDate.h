@@ -33,7 +33,8 @@ double oleFromDateTime(const QDateTime& dateTime);
 // and its file compare equal.
 double roundTo15Digits(double d);
 
-// The current local date and time to the whole second, in file form.
+// The current local date and time to the whole second, as a date read back
+// from "#yyyy-mm-dd hh:mm:ss#" gives it.
 double oleNow();
 
 // Seconds since midnight, local time, with fractions: the program's timer.

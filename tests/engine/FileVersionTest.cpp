@@ -1,5 +1,7 @@
 #include "engine/FileVersion.h"
 
+#include "TestSupport.h"
+
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -12,88 +14,15 @@
 #include <vector>
 
 using namespace kestrel::engine;
+using kestrel::test::Image;
+using kestrel::test::makeImage;
+using kestrel::test::put16;
+using kestrel::test::put32;
+using kestrel::test::kSectionRva;
+using kestrel::test::kFixedInfoInSection;
+using kestrel::test::kPeOffset;
 
 namespace {
-
-void put16(std::vector<uint8_t>& b, size_t at, uint16_t v) {
-    b[at] = uint8_t(v);
-    b[at + 1] = uint8_t(v >> 8);
-}
-
-void put32(std::vector<uint8_t>& b, size_t at, uint32_t v) {
-    put16(b, at, uint16_t(v));
-    put16(b, at + 2, uint16_t(v >> 16));
-}
-
-constexpr size_t kPeOffset = 0x40;
-constexpr size_t kSectionRva = 0x1000;
-constexpr size_t kFixedInfoInSection = 0x60 + 40; // the version block, then its header
-
-struct Image {
-    std::vector<uint8_t> bytes;
-    size_t sectionTable = 0;
-    size_t sectionData = 0;
-    size_t dataDirectories = 0;
-};
-
-// A minimal image: one section holding a resource tree with an RT_ICON and an
-// RT_VERSION type, the latter leading to a VS_VERSIONINFO with the given words.
-Image makeImage(bool pe32Plus, uint32_t ms, uint32_t ls) {
-    const size_t sectionData = 0x200;
-    const size_t optional = kPeOffset + 24;
-    const size_t dirStart = pe32Plus ? 112 : 96;
-    const size_t optionalSize = dirStart + 16 * 8;
-    Image img;
-    img.sectionTable = optional + optionalSize;
-    img.sectionData = sectionData;
-    img.dataDirectories = optional + dirStart;
-    const size_t sectionSize = 0x60 + 92;
-    auto& b = img.bytes;
-    b.assign(sectionData + sectionSize, 0);
-
-    put16(b, 0, 0x5A4D);
-    put32(b, 0x3C, kPeOffset);
-    put32(b, kPeOffset, 0x4550);
-    put16(b, kPeOffset + 4, pe32Plus ? 0x8664 : 0x14C);
-    put16(b, kPeOffset + 6, 1);
-    put16(b, kPeOffset + 20, uint16_t(optionalSize));
-    put16(b, optional, pe32Plus ? 0x20B : 0x10B);
-    put32(b, optional + dirStart - 4, 16);
-    put32(b, img.dataDirectories + 16, kSectionRva);
-    put32(b, img.dataDirectories + 20, sectionSize);
-
-    std::memcpy(&b[img.sectionTable], ".rsrc", 5);
-    put32(b, img.sectionTable + 8, sectionSize);
-    put32(b, img.sectionTable + 12, kSectionRva);
-    put32(b, img.sectionTable + 16, sectionSize);
-    put32(b, img.sectionTable + 20, uint32_t(sectionData));
-
-    const size_t s = sectionData;
-    put16(b, s + 14, 2); // root: RT_ICON, RT_VERSION
-    put32(b, s + 16, 3);
-    put32(b, s + 20, 0x80000000u | 0x20);
-    put32(b, s + 24, 16);
-    put32(b, s + 28, 0x80000000u | 0x20);
-    put16(b, s + 0x20 + 14, 1); // names
-    put32(b, s + 0x20 + 16, 1);
-    put32(b, s + 0x20 + 20, 0x80000000u | 0x38);
-    put16(b, s + 0x38 + 14, 1); // languages
-    put32(b, s + 0x38 + 16, 0x409);
-    put32(b, s + 0x38 + 20, 0x50);
-    put32(b, s + 0x50, kSectionRva + 0x60); // data entry
-    put32(b, s + 0x50 + 4, 92);
-
-    const size_t v = s + 0x60;
-    put16(b, v, 92);
-    put16(b, v + 2, 52);
-    const char* key = "VS_VERSION_INFO";
-    for (size_t i = 0; key[i]; ++i)
-        put16(b, v + 6 + 2 * i, uint16_t(key[i]));
-    put32(b, v + 40, 0xFEEF04BD);
-    put32(b, v + 48, ms);
-    put32(b, v + 52, ls);
-    return img;
-}
 
 std::optional<FixedFileVersion> parse(const std::vector<uint8_t>& bytes) {
     return parseFixedFileVersion(bytes);

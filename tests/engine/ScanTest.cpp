@@ -1,1 +1,402 @@
+#include "TestSupport.h"
+
+#include "engine/OleDate.h"
+#include "engine/RingWalk.h"
+#include "engine/Scan.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+
 #include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+
+#include <dirent.h>
+#include <unistd.h>
+#include <set>
+
+using namespace kestrel::engine;
+using kestrel::test::TempTree;
+using kestrel::test::indexOf;
+using kestrel::test::ringOf;
+
+namespace {
+
+struct Scan {
+    Snapshot snapshot;
+    Outcome outcome;
+};
+
+Scan scan(const TempTree& tree, bool recurse = true, bool hidden = true, int threads = -1,
+          ProgressMeter* meter = nullptr, ScanSettings settings = {}) {
+    Scan s;
+    s.snapshot.header.rootFolder = tree.root();
+    s.snapshot.header.recurse = recurse;
+    s.snapshot.header.hidden = hidden;
+    settings.listingThreads = threads;
+    ProgressMeter quiet;
+    s.outcome = CreateSnapshot(s.snapshot, settings, meter ? *meter : quiet);
+    return s;
+}
+
+// The names of a folder in the order the file system lists them, without dot names.
+std::vector<std::string> listed(const QString& folder) {
+    std::vector<std::string> names;
+    DIR* dir = ::opendir(QFile::encodeName(folder).constData());
+    while (const dirent* de = ::readdir(dir))
+        if (de->d_name[0] != '.')
+            names.emplace_back(de->d_name);
+    ::closedir(dir);
+    return names;
+}
+
+// Checks the invariants every snapshot keeps: depth-first order, parents,
+// closed rings, subtree counts (entry 1 excepted: it holds the meter maximum).
+void expectSoundTree(const Snapshot& s) {
+    std::vector<int32_t> reached;
+    walkEntries(s, [&](int32_t i, int) { reached.push_back(i); });
+    ASSERT_EQ(int32_t(reached.size()), s.entryCount);
+    for (int32_t k = 0; k < s.entryCount; ++k)
+        EXPECT_EQ(reached[size_t(k)], k + 1) << "table order is depth-first order";
+    EXPECT_EQ(s.entry(0).count, s.entryCount);
+    for (int32_t i = 2; i <= s.entryCount; ++i) {
+        const SnapshotEntry& e = s.entry(i);
+        if (!e.isFolder())
+            continue;
+        int32_t beneath = 0;
+        for (int32_t j = i + 1; j <= s.entryCount; ++j) {
+            int32_t p = s.entry(j).parent;
+            while (p > i)
+                p = s.entry(p).parent;
+            if (p != i)
+                break;
+            ++beneath;
+        }
+        EXPECT_EQ(e.count, beneath) << s.name(i);
+    }
+}
+
+TEST(Scan, RecordsTheTreeDepthFirstInListingOrder) {
+    TempTree t;
+    t.file(QStringLiteral("a/x.txt"));
+    t.file(QStringLiteral("a/y.dat"), QByteArray(70000, 'y'));
+    t.file(QStringLiteral("a/deep/only.txt"), "1");
+    t.folder(QStringLiteral("empty"));
+    t.file(QStringLiteral("b.txt"), "bb");
+    t.folder(QStringLiteral("c"));
+    t.folder(QStringLiteral("c/c1"));
+    t.folder(QStringLiteral("c/c2"));
+
+    const Scan s = scan(t);
+    ASSERT_TRUE(s.outcome.ok);
+    const Snapshot& snap = s.snapshot;
+    EXPECT_EQ(snap.fileCount, 4);
+    EXPECT_EQ(snap.folderCount, 6);
+    EXPECT_EQ(snap.entryCount, 10);
+    EXPECT_EQ(snap.totalSize, 70003);
+    expectSoundTree(snap);
+
+    // Each folder's ring holds its items in the order the system lists them.
+    for (const QString& folder : {QString(), QStringLiteral("a"), QStringLiteral("c")}) {
+        const int32_t index = folder.isEmpty() ? 0 : indexOf(snap, folder);
+        std::vector<std::string> names;
+        for (int32_t i : ringOf(snap, index + 1))
+            names.emplace_back(snap.name(i));
+        EXPECT_EQ(names, listed(t.root() + folder)) << folder.toStdString();
+    }
+    // A folder with one entry links it to itself; an empty folder has no ring.
+    const int32_t only = indexOf(snap, QStringLiteral("a/deep/only.txt"));
+    EXPECT_EQ(snap.entry(only).nextSibling, only);
+    const int32_t empty = indexOf(snap, QStringLiteral("empty"));
+    EXPECT_FALSE(hasContents(snap, empty));
+    EXPECT_EQ(snap.entry(empty).count, 0);
+
+    EXPECT_EQ(snap.entry(indexOf(snap, QStringLiteral("a/y.dat"))).size, 70000);
+    EXPECT_EQ(snap.entry(indexOf(snap, QStringLiteral("a/x.txt"))).attributes, 128);
+    EXPECT_EQ(snap.entry(indexOf(snap, QStringLiteral("c/c1"))).attributes, 16);
+    EXPECT_EQ(snap.entry(indexOf(snap, QStringLiteral("c/c1"))).size, 0);
+    EXPECT_TRUE(s.outcome.summary.startsWith(QStringLiteral("Kestrel found 4 files and 6 folders in ")));
+    EXPECT_GT(snap.header.created, 40000);
+}
+
+TEST(Scan, ModifiedIsLocalTimeToTheSecondInFileForm) {
+    TempTree t;
+    t.file(QStringLiteral("f"));
+    const time_t when = 1700000000; // 2023-11-14 22:13:20 UTC
+    t.touch(QStringLiteral("f"), when);
+    const Scan s = scan(t);
+    ASSERT_TRUE(s.outcome.ok);
+    struct tm local;
+    localtime_r(&when, &local);
+    const double expected = roundTo15Digits(oleDateFromParts(
+        local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec));
+    EXPECT_EQ(s.snapshot.entry(1).modified, expected);
+}
+
+TEST(Scan, SkipsDotNamesAndKeepsHiddenAndSystemItemsOnlyWhenAsked) {
+    TempTree t;
+    t.file(QStringLiteral(".profile"));
+    t.file(QStringLiteral(".git/config"));
+    t.file(QStringLiteral("..odd"));
+    t.file(QStringLiteral("kept/.inner"));
+    t.fifo(QStringLiteral("pipe"));
+
+    const Scan withHidden = scan(t, true, true);
+    ASSERT_TRUE(withHidden.outcome.ok);
+    EXPECT_EQ(withHidden.snapshot.entryCount, 2); // kept/ and pipe
+    const int32_t pipe = indexOf(withHidden.snapshot, QStringLiteral("pipe"));
+    ASSERT_NE(pipe, 0);
+    EXPECT_EQ(withHidden.snapshot.entry(pipe).attributes & Attribute::System, Attribute::System);
+    EXPECT_FALSE(hasContents(withHidden.snapshot, indexOf(withHidden.snapshot, QStringLiteral("kept"))));
+
+    const Scan withoutHidden = scan(t, true, false);
+    ASSERT_TRUE(withoutHidden.outcome.ok);
+    EXPECT_EQ(withoutHidden.snapshot.entryCount, 1);
+    EXPECT_EQ(indexOf(withoutHidden.snapshot, QStringLiteral("pipe")), 0);
+}
+
+TEST(Scan, WithoutRecurseRecordsSubFoldersButNotTheirContents) {
+    TempTree t;
+    t.file(QStringLiteral("sub/inner.txt"));
+    t.file(QStringLiteral("top.txt"));
+    const Scan s = scan(t, false);
+    ASSERT_TRUE(s.outcome.ok);
+    EXPECT_EQ(s.snapshot.entryCount, 2);
+    const int32_t sub = indexOf(s.snapshot, QStringLiteral("sub"));
+    EXPECT_TRUE(s.snapshot.entry(sub).isFolder());
+    // Entry 1 holds the meter maximum instead of its own count.
+    if (sub != 1) {
+        EXPECT_EQ(s.snapshot.entry(sub).count, 0);
+    }
+}
+
+TEST(Scan, RecordsLinksAsFilesWithoutFollowingThem) {
+    TempTree t;
+    t.file(QStringLiteral("target/inside.txt"), "abc");
+    t.symlink(QStringLiteral("to-file"), QStringLiteral("target/inside.txt"));
+    t.symlink(QStringLiteral("to-folder"), QStringLiteral("target"));
+    t.symlink(QStringLiteral("dangling"), QStringLiteral("nowhere"));
+    const Scan s = scan(t);
+    ASSERT_TRUE(s.outcome.ok);
+    EXPECT_EQ(s.snapshot.entryCount, 5);
+    for (const char* link : {"to-file", "to-folder", "dangling"}) {
+        const SnapshotEntry& e = s.snapshot.entry(indexOf(s.snapshot, QString::fromLatin1(link)));
+        EXPECT_EQ(e.attributes, Attribute::ReparsePoint) << link;
+        EXPECT_FALSE(e.isFolder());
+    }
+    EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, QStringLiteral("to-folder"))).size, 6);
+}
+
+TEST(Scan, AppliesTheProgramsSizeRule) {
+    EXPECT_EQ(sizeFromHalves(0, 70000), 70000);
+    EXPECT_EQ(sizeFromHalves(1, 5), 65541);
+    EXPECT_EQ(sizeFromHalves(0, 0x80000000u), -2147483648.0);
+    EXPECT_EQ(sizeFromHalves(32767, 0), 2147418112.0);
+    EXPECT_THROW(sizeFromHalves(32768, 0), RuntimeError);
+    EXPECT_THROW(sizeFromHalves(32767, 0x7FFFFFFF), RuntimeError);
+
+    TempTree t;
+    t.sparseFile(QStringLiteral("big"), (int64_t(1) << 32) + 5);
+    t.sparseFile(QStringLiteral("three-gig"), int64_t(3) << 30);
+    const Scan s = scan(t);
+    ASSERT_TRUE(s.outcome.ok);
+    EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, QStringLiteral("big"))).size, 65541);
+    EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, QStringLiteral("three-gig"))).size, -1073741824.0);
+    EXPECT_EQ(s.snapshot.totalSize, 65541 - 1073741824.0);
+}
+
+TEST(Scan, OddNamesSurviveSaveAndLoad) {
+    TempTree t;
+    t.file(QStringLiteral("comma, and \"quotes\""), "1");
+    t.file(QStringLiteral("Ärger über €"), "22");
+    t.file(QStringLiteral("line\nbreak"), "333");
+    t.file(QStringLiteral("folder, odd/tab\there"));
+    // A name that is not valid UTF-8 is kept as its Windows-1252 reading, the
+    // way the snapshot file reads such bytes back.
+    t.file(QString::fromLatin1("latin"));
+    ASSERT_EQ(::rename(QFile::encodeName(t.root() + QStringLiteral("latin")).constData(),
+                       (QFile::encodeName(t.root()) + "caf\xE9").constData()),
+              0);
+
+    Scan s = scan(t);
+    ASSERT_TRUE(s.outcome.ok);
+    EXPECT_NE(indexOf(s.snapshot, QStringLiteral("café")), 0);
+
+    QTemporaryDir out;
+    s.snapshot.header.title = QStringLiteral("Snapshot #1 of odd, \"names\"");
+    s.snapshot.header.fileName = out.path() + QStringLiteral("/odd.#01");
+    ProgressMeter meter;
+    ASSERT_TRUE(SaveSnapshot(s.snapshot, meter).ok);
+    Snapshot loaded;
+    loaded.header.fileName = s.snapshot.header.fileName;
+    const LoadOutcome l = LoadSnapshot(loaded, meter);
+    ASSERT_TRUE(l.ok) << (l.message ? l.message->text.toStdString() : "");
+    EXPECT_EQ(loaded.header.title, s.snapshot.header.title);
+    EXPECT_EQ(loaded.header.created, s.snapshot.header.created);
+    kestrel::test::expectSameSnapshot(s.snapshot, loaded);
+    // Qt cannot name the file to remove it with the tree.
+    ::unlink((QFile::encodeName(t.root()) + "caf\xE9").constData());
+}
+
+TEST(Scan, GrowsTheTableInStepsAndKeepsEveryEntry) {
+    TempTree t;
+    for (int i = 0; i < 4200; ++i)
+        t.file(QStringLiteral("many/f%1").arg(i));
+    const Scan s = scan(t);
+    ASSERT_TRUE(s.outcome.ok);
+    EXPECT_EQ(s.snapshot.entryCount, 4201);
+    EXPECT_EQ(s.snapshot.capacity(), 8192);
+    EXPECT_EQ(ringOf(s.snapshot, 2).size(), 4200u);
+    std::set<std::string> names;
+    for (int32_t i = 2; i <= 4201; ++i)
+        names.emplace(s.snapshot.name(i));
+    EXPECT_EQ(names.size(), 4200u);
+}
+
+TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
+    TempTree t;
+    // Folders of very different sizes at several depths, so that workers
+    // finish out of order.
+    for (int a = 0; a < 6; ++a)
+        for (int b = 0; b < a * 3; ++b) {
+            t.folder(QStringLiteral("d%1/e%2").arg(a).arg(b));
+            for (int c = 0; c < (b % 4) * 20; ++c)
+                t.file(QStringLiteral("d%1/e%2/f%3").arg(a).arg(b).arg(c), QByteArray(c, 'x'));
+        }
+    const Scan single = scan(t, true, true, 0);
+    ASSERT_TRUE(single.outcome.ok);
+    for (int threads : {1, 2, 4}) {
+        SCOPED_TRACE(threads);
+        const Scan parallel = scan(t, true, true, threads);
+        ASSERT_TRUE(parallel.outcome.ok);
+        kestrel::test::expectSameSnapshot(single.snapshot, parallel.snapshot);
+    }
+    expectSoundTree(single.snapshot);
+}
+
+TEST(Scan, UnreadableFolderGivesOneEmptyEntry) {
+    if (kestrel::test::runningAsRoot())
+        GTEST_SKIP() << "permissions do not stop root from listing a folder";
+    TempTree t;
+    t.file(QStringLiteral("locked/secret.txt"));
+    t.file(QStringLiteral("open.txt"));
+    t.chmod(QStringLiteral("locked"), 0);
+    const Scan s = scan(t);
+    t.chmod(QStringLiteral("locked"), 0700);
+    ASSERT_TRUE(s.outcome.ok);
+    const int32_t locked = indexOf(s.snapshot, QStringLiteral("locked"));
+    ASSERT_TRUE(hasContents(s.snapshot, locked));
+    const SnapshotEntry& e = s.snapshot.entry(locked + 1);
+    EXPECT_EQ(s.snapshot.name(locked + 1), "");
+    EXPECT_EQ(e.attributes, 0);
+    EXPECT_EQ(e.size, 0);
+    EXPECT_EQ(e.modified, 0);
+    EXPECT_EQ(e.nextSibling, locked + 1);
+}
+
+TEST(Scan, EmptyOrMissingRootGivesTheEmptySnapshotMessage) {
+    TempTree t;
+    t.file(QStringLiteral(".only-dot-names"));
+    Scan s = scan(t);
+    EXPECT_FALSE(s.outcome.ok);
+    ASSERT_TRUE(s.outcome.message);
+    EXPECT_EQ(s.outcome.message->title, QStringLiteral("Empty Snapshot"));
+    EXPECT_EQ(s.outcome.message->text, QStringLiteral("No files or folders match the specifications"));
+    EXPECT_EQ(s.outcome.message->icon, MessageIcon::Information);
+
+    Snapshot missing;
+    missing.header.rootFolder = t.root() + QStringLiteral("\"quoted\"/");
+    ProgressMeter meter;
+    const Outcome o = CreateSnapshot(missing, {}, meter);
+    EXPECT_FALSE(o.ok);
+    ASSERT_TRUE(o.message);
+    EXPECT_EQ(o.message->title, QStringLiteral("Empty Snapshot"));
+}
+
+// Records what the meter does and cancels on request.
+class CancellingView : public ProgressView {
+public:
+    ProgressMeter* meter = nullptr;
+    int cancelAtValue = -1;
+    int started = 0, values = 0, closed = 0;
+    int32_t maximum = 0;
+    QString caption;
+    void meterStarted(int32_t max, const QString& c, bool) override {
+        ++started;
+        maximum = max;
+        caption = c;
+    }
+    void meterShown() override {}
+    void meterValue(int32_t value) override {
+        ++values;
+        if (value == cancelAtValue)
+            meter->cancel();
+    }
+    void processEvents() override {}
+    void meterClosed() override { ++closed; }
+};
+
+TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
+    TempTree t;
+    for (int a = 0; a < 3; ++a)
+        for (int b = 0; b < 3; ++b)
+            for (int c = 0; c < 3; ++c)
+                t.file(QStringLiteral("%1/%2/%3/f").arg(a).arg(b).arg(c));
+
+    for (int level = 0; level <= 2; ++level) {
+        SCOPED_TRACE(level);
+        CancellingView view;
+        ProgressMeter meter(&view);
+        view.meter = &meter;
+        ScanSettings settings;
+        settings.meterLevel = level;
+        const Scan s = scan(t, true, true, -1, &meter, settings);
+        ASSERT_TRUE(s.outcome.ok);
+        const int expectedMaximum = level == 0 ? 3 : level == 1 ? 12 : 39;
+        EXPECT_EQ(view.maximum, expectedMaximum);
+        EXPECT_EQ(view.values, expectedMaximum); // every folder down to the level ticks once
+        EXPECT_EQ(view.caption, QStringLiteral("Scanning Directory"));
+        EXPECT_EQ(s.snapshot.meterDepth, level + 1);
+        EXPECT_EQ(s.snapshot.entry(1).count, expectedMaximum);
+        EXPECT_EQ(view.closed, 1);
+    }
+
+    CancellingView view;
+    ProgressMeter meter(&view);
+    view.meter = &meter;
+    view.cancelAtValue = 2;
+    const Scan cancelled = scan(t, true, true, -1, &meter);
+    EXPECT_FALSE(cancelled.outcome.ok);
+    EXPECT_TRUE(cancelled.outcome.cancelled);
+    EXPECT_FALSE(cancelled.outcome.message);
+    // The walk stopped early, and every folder it recorded still closed its ring.
+    EXPECT_LT(cancelled.snapshot.entryCount, 3 + 9 + 27 + 27);
+    expectSoundTree(cancelled.snapshot);
+}
+
+TEST(Scan, ReadsVersionsOnlyInsideTheVersionFolder) {
+    TempTree t;
+    const auto image = kestrel::test::makeImage(false, (5u << 16) | 1, 2600u << 16);
+    const QByteArray bytes(reinterpret_cast<const char*>(image.bytes.data()), qsizetype(image.bytes.size()));
+    t.file(QStringLiteral("bin/tool.exe"), bytes);
+    t.file(QStringLiteral("bin/sub/lib.dll"), bytes);
+    t.file(QStringLiteral("other/tool.exe"), bytes);
+    t.symlink(QStringLiteral("bin/link.exe"), QStringLiteral("tool.exe"));
+
+    Scan s;
+    s.snapshot.header.rootFolder = t.root();
+    s.snapshot.header.recurse = true;
+    s.snapshot.header.hidden = true;
+    s.snapshot.header.versions = true;
+    ScanSettings settings;
+    settings.versionFolder = t.root() + QStringLiteral("BIN"); // compared without regard to case
+    ProgressMeter meter;
+    ASSERT_TRUE(CreateSnapshot(s.snapshot, settings, meter).ok);
+    const Snapshot& snap = s.snapshot;
+    EXPECT_EQ(snap.version(indexOf(snap, QStringLiteral("bin/tool.exe"))), "5.01.2600.00");
+    EXPECT_EQ(snap.version(indexOf(snap, QStringLiteral("bin/sub/lib.dll"))), "5.01.2600.00");
+    EXPECT_EQ(snap.version(indexOf(snap, QStringLiteral("other/tool.exe"))), "");
+    EXPECT_EQ(snap.version(indexOf(snap, QStringLiteral("bin/link.exe"))), "");
+}
+
+} // namespace

@@ -1,0 +1,179 @@
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utime.h>
+
+namespace kestrel::test {
+
+TempTree::TempTree() { EXPECT_TRUE(m_dir.isValid()); }
+
+QString TempTree::root() const { return m_dir.path() + QLatin1Char('/'); }
+
+static QByteArray native(const QString& path) { return QFile::encodeName(path); }
+
+void TempTree::folder(const QString& path) { ASSERT_TRUE(QDir().mkpath(root() + path)); }
+
+void TempTree::file(const QString& path, const QByteArray& contents) {
+    QDir().mkpath(QFileInfo(root() + path).absolutePath());
+    QFile f(root() + path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
+    f.write(contents);
+}
+
+void TempTree::sparseFile(const QString& path, int64_t size) {
+    file(path);
+    ASSERT_EQ(::truncate(native(root() + path).constData(), size), 0);
+}
+
+void TempTree::symlink(const QString& path, const QString& target) {
+    ASSERT_EQ(::symlink(native(target).constData(), native(root() + path).constData()), 0);
+}
+
+void TempTree::fifo(const QString& path) {
+    ASSERT_EQ(::mkfifo(native(root() + path).constData(), 0600), 0);
+}
+
+void TempTree::touch(const QString& path, time_t when) {
+    struct timespec times[2] = {{when, 0}, {when, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, native(root() + path).constData(), times, AT_SYMLINK_NOFOLLOW), 0);
+}
+
+void TempTree::chmod(const QString& path, int mode) {
+    ASSERT_EQ(::chmod(native(root() + path).constData(), mode_t(mode)), 0);
+}
+
+std::string TempTree::bytes(const QString& path) const {
+    QFile f(root() + path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return f.readAll().toStdString();
+}
+
+void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b) {
+    EXPECT_EQ(a.header.rootFolder, b.header.rootFolder);
+    EXPECT_EQ(a.header.recurse, b.header.recurse);
+    EXPECT_EQ(a.header.hidden, b.header.hidden);
+    EXPECT_EQ(a.header.versions, b.header.versions);
+    ASSERT_EQ(a.entryCount, b.entryCount);
+    EXPECT_EQ(a.fileCount, b.fileCount);
+    EXPECT_EQ(a.folderCount, b.folderCount);
+    EXPECT_EQ(a.totalSize, b.totalSize);
+    for (int32_t i = 0; i <= a.entryCount; ++i) {
+        const engine::SnapshotEntry& x = a.entry(i);
+        const engine::SnapshotEntry& y = b.entry(i);
+        SCOPED_TRACE(testing::Message() << "entry " << i << " " << a.name(i));
+        EXPECT_EQ(a.name(i), b.name(i));
+        EXPECT_EQ(a.version(i), b.version(i));
+        EXPECT_EQ(x.attributes, y.attributes);
+        EXPECT_EQ(x.modified, y.modified);
+        EXPECT_EQ(x.nextSibling, y.nextSibling);
+        EXPECT_EQ(x.parent, y.parent);
+        EXPECT_EQ(x.size, y.size);
+        if (i > 0) // entry 0's count differs after a load: it holds the file's capacity
+            EXPECT_EQ(x.count, y.count);
+        EXPECT_EQ(x.status, y.status);
+        EXPECT_EQ(x.match, y.match);
+    }
+}
+
+std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first) {
+    std::vector<int32_t> members;
+    int32_t i = first;
+    do {
+        members.push_back(i);
+        i = s.entry(i).nextSibling;
+    } while (i != first && members.size() <= size_t(s.entryCount) + 1);
+    return members;
+}
+
+int32_t indexOf(const engine::Snapshot& s, const QString& relativePath) {
+    for (int32_t i = 1; i <= s.entryCount; ++i) {
+        QString p = s.relativePath(i);
+        if (p.endsWith(QLatin1Char('/')))
+            p.chop(1);
+        if (p == relativePath)
+            return i;
+    }
+    return 0;
+}
+
+bool runningAsRoot() { return ::geteuid() == 0; }
+
+void put16(std::vector<uint8_t>& b, size_t at, uint16_t v) {
+    b[at] = uint8_t(v);
+    b[at + 1] = uint8_t(v >> 8);
+}
+
+void put32(std::vector<uint8_t>& b, size_t at, uint32_t v) {
+    put16(b, at, uint16_t(v));
+    put16(b, at + 2, uint16_t(v >> 16));
+}
+
+Image makeImage(bool pe32Plus, uint32_t ms, uint32_t ls) {
+    const size_t sectionData = 0x200;
+    const size_t optional = kPeOffset + 24;
+    const size_t dirStart = pe32Plus ? 112 : 96;
+    const size_t optionalSize = dirStart + 16 * 8;
+    Image img;
+    img.sectionTable = optional + optionalSize;
+    img.sectionData = sectionData;
+    img.dataDirectories = optional + dirStart;
+    const size_t sectionSize = 0x60 + 92;
+    auto& b = img.bytes;
+    b.assign(sectionData + sectionSize, 0);
+
+    put16(b, 0, 0x5A4D);
+    put32(b, 0x3C, kPeOffset);
+    put32(b, kPeOffset, 0x4550);
+    put16(b, kPeOffset + 4, pe32Plus ? 0x8664 : 0x14C);
+    put16(b, kPeOffset + 6, 1);
+    put16(b, kPeOffset + 20, uint16_t(optionalSize));
+    put16(b, optional, pe32Plus ? 0x20B : 0x10B);
+    put32(b, optional + dirStart - 4, 16);
+    put32(b, img.dataDirectories + 16, kSectionRva);
+    put32(b, img.dataDirectories + 20, sectionSize);
+
+    std::memcpy(&b[img.sectionTable], ".rsrc", 5);
+    put32(b, img.sectionTable + 8, sectionSize);
+    put32(b, img.sectionTable + 12, kSectionRva);
+    put32(b, img.sectionTable + 16, sectionSize);
+    put32(b, img.sectionTable + 20, uint32_t(sectionData));
+
+    const size_t s = sectionData;
+    put16(b, s + 14, 2); // root: RT_ICON, RT_VERSION
+    put32(b, s + 16, 3);
+    put32(b, s + 20, 0x80000000u | 0x20);
+    put32(b, s + 24, 16);
+    put32(b, s + 28, 0x80000000u | 0x20);
+    put16(b, s + 0x20 + 14, 1); // names
+    put32(b, s + 0x20 + 16, 1);
+    put32(b, s + 0x20 + 20, 0x80000000u | 0x38);
+    put16(b, s + 0x38 + 14, 1); // languages
+    put32(b, s + 0x38 + 16, 0x409);
+    put32(b, s + 0x38 + 20, 0x50);
+    put32(b, s + 0x50, kSectionRva + 0x60); // data entry
+    put32(b, s + 0x50 + 4, 92);
+
+    const size_t v = s + 0x60;
+    put16(b, v, 92);
+    put16(b, v + 2, 52);
+    const char* key = "VS_VERSION_INFO";
+    for (size_t i = 0; key[i]; ++i)
+        put16(b, v + 6 + 2 * i, uint16_t(key[i]));
+    put32(b, v + 40, 0xFEEF04BD);
+    put32(b, v + 48, ms);
+    put32(b, v + 52, ls);
+    return img;
+}
+
+
+} // namespace kestrel::test

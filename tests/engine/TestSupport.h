@@ -1,0 +1,71 @@
+#pragma once
+
+#include "engine/Errors.h"
+#include "engine/Progress.h"
+#include "engine/Snapshot.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace kestrel::test {
+
+// A folder tree built in a temporary folder for one test.
+class TempTree {
+public:
+    TempTree();
+    // The tree's root, ending in "/".
+    QString root() const;
+    // Paths are relative to the root; parent folders are made as needed.
+    void folder(const QString& path);
+    void file(const QString& path, const QByteArray& contents = {});
+    void sparseFile(const QString& path, int64_t size);
+    void symlink(const QString& path, const QString& target);
+    void fifo(const QString& path);
+    // Sets the last-write time (seconds since 1970).
+    void touch(const QString& path, time_t when);
+    void chmod(const QString& path, int mode);
+    std::string bytes(const QString& path) const;
+
+private:
+    QTemporaryDir m_dir;
+};
+
+// Every field of both snapshots' headers and entries 0..entryCount is equal
+// (the comparison fields included).
+void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b);
+
+// The entries of the folder whose first entry is first, in ring order.
+std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first);
+
+// The index of the entry at a relative path ("a/b/c.txt"), or 0.
+int32_t indexOf(const engine::Snapshot& s, const QString& relativePath);
+
+bool runningAsRoot();
+
+// Minimal PE images with a version resource, for the version reader and the
+// scan of a version folder.
+void put16(std::vector<uint8_t>& b, size_t at, uint16_t v);
+void put32(std::vector<uint8_t>& b, size_t at, uint32_t v);
+
+constexpr size_t kPeOffset = 0x40;
+constexpr size_t kSectionRva = 0x1000;
+constexpr size_t kFixedInfoInSection = 0x60 + 40; // the version block, then its header
+
+struct Image {
+    std::vector<uint8_t> bytes;
+    size_t sectionTable = 0;
+    size_t sectionData = 0;
+    size_t dataDirectories = 0;
+};
+
+// One section holding a resource tree with an RT_ICON and an RT_VERSION type,
+// the latter leading to a VS_VERSIONINFO with the given version words.
+Image makeImage(bool pe32Plus, uint32_t ms, uint32_t ls);
+
+} // namespace kestrel::test

@@ -1,0 +1,237 @@
+#include "Compare.h"
+
+#include "CaseFold.h"
+#include "Progress.h"
+#include "RingLookup.h"
+#include "RingWalk.h"
+#include "Snapshot.h"
+#include "TextFormats.h"
+
+#include <cmath>
+#include <vector>
+
+namespace kestrel::engine {
+
+namespace {
+
+// Dates are whole seconds, but a date read from a file carries the rounding
+// of its 15 digits; differences are compared to the millisecond so that a
+// difference of exactly the tolerance is no change.
+constexpr double SecondsPerDay = 86400.0;
+constexpr double SlackSeconds = 0.001;
+constexpr double OneHour = 3600.0;
+
+int16_t addSaturated(int16_t a, int16_t b) {
+    const int sum = int(a) + int(b);
+    return int16_t(std::clamp(sum, int(INT16_MIN), int(INT16_MAX)));
+}
+
+bool attributesDiffer(int16_t a, int16_t b, const CompareOptions& options) {
+    const int16_t compared = int16_t(~options.attributeIgnoreMask);
+    return (a & compared) != (b & compared);
+}
+
+// The walk of CompareFolder, on an explicit stack: a damaged file can nest
+// folders as deep as it likes without reaching the machine's stack.
+class Comparer {
+public:
+    Comparer(Snapshot& self, Snapshot& other, const CompareOptions& options, ProgressMeter& meter)
+        : m_self(self), m_other(other), m_options(options), m_meter(meter),
+          m_budget(int64_t(self.capacity()) + 1) {}
+
+    void run(int32_t first, int32_t otherIndex) {
+        push(first, otherIndex, true);
+        while (!m_stack.empty())
+            step();
+    }
+
+private:
+    struct Frame {
+        int32_t first = 0;      // where the ring started
+        int32_t i = 0;          // the entry being compared
+        int32_t otherIndex = 0; // position in the other snapshot's ring
+        bool hasOtherRing = true;
+        bool result = false;    // an entry of the ring had a counterpart that counted
+        int32_t found = 0;      // counterpart of the folder whose contents are compared
+    };
+
+    void push(int32_t first, int32_t otherIndex, bool hasOtherRing) {
+        const size_t depth = m_stack.size();
+        if (m_lookups.size() <= depth)
+            m_lookups.emplace_back(std::make_unique<RingLookup>(m_other));
+        m_lookups[depth]->reset();
+        Frame f;
+        f.first = f.i = first;
+        f.otherIndex = otherIndex;
+        f.hasOtherRing = hasOtherRing;
+        m_stack.push_back(f);
+    }
+
+    void step() {
+        Frame& f = m_stack.back();
+        if (--m_budget < 0)
+            raise(ErrorCode::SubscriptOutOfRange);
+        m_self.progress = m_self.progress == INT32_MAX ? 0 : m_self.progress + 1;
+        if (m_self.progress % 500 == 0)
+            m_meter.update(m_self.progress);
+
+        const int32_t i = f.i;
+        SnapshotEntry& e = m_self.entries.mutableAt(i);
+        const int32_t found =
+            f.hasOtherRing ? m_lookups[m_stack.size() - 1]->locate(f.otherIndex, m_self.nameOf(e)) : 0;
+        e.status = 0;
+        if (found == 0) {
+            e.match = 0;
+            m_self.entries.mutableAt(e.parent).status = 2;
+        } else if (e.isFolder()) {
+            if (hasContents(m_self, i)) {
+                // The contents are compared with the counterpart's contents;
+                // a counterpart that is a file or an empty folder has none,
+                // so everything inside this folder is without counterpart.
+                const bool otherRing = m_other.entries.at(found).isFolder() && hasContents(m_other, found);
+                f.found = found;
+                push(i + 1, found + 1, otherRing);
+                return;
+            }
+            e.match = -found;
+            f.result = true;
+            f.otherIndex = found;
+        } else {
+            e.match = found;
+            e.status = CompareFiles(m_other, found, e.size, e.modified, e.attributes,
+                                    m_self.versionOf(e), m_options);
+            if (e.status > 0)
+                m_self.entries.mutableAt(e.parent).status = 2;
+            f.result = true;
+        }
+        advance();
+    }
+
+    // Moves to the next entry of the ring, or ends the ring and hands its
+    // result to the folder that holds it.
+    void advance() {
+        for (;;) {
+            Frame& f = m_stack.back();
+            const int32_t next = m_self.entries.at(f.i).nextSibling;
+            if (next != f.first) {
+                f.i = next;
+                return;
+            }
+            const bool result = f.result;
+            m_stack.pop_back();
+            if (m_stack.empty())
+                return;
+            Frame& parent = m_stack.back();
+            SnapshotEntry& folder = m_self.entries.mutableAt(parent.i);
+            if (result) {
+                folder.match = parent.found;
+                SnapshotEntry& holder = m_self.entries.mutableAt(folder.parent);
+                holder.status = addSaturated(holder.status, folder.status);
+                parent.result = true;
+            } else {
+                folder.match = -parent.found;
+            }
+            parent.otherIndex = parent.found;
+            if (--m_budget < 0)
+                raise(ErrorCode::SubscriptOutOfRange);
+        }
+    }
+
+    Snapshot& m_self;
+    Snapshot& m_other;
+    const CompareOptions& m_options;
+    ProgressMeter& m_meter;
+    int64_t m_budget;
+    std::vector<Frame> m_stack;
+    std::vector<std::unique_ptr<RingLookup>> m_lookups; // one per depth, reused
+};
+
+void compareOneWay(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
+                   const CompareOptions& options, ProgressMeter& meter) {
+    const int32_t maximum = self.entries.contains(1) ? self.entries.get(1).count : 0;
+    meter.initialise(maximum, QStringLiteral("Comparing Snapshots"), false);
+    self.progress = 0;
+    Comparer(self, other, options, meter).run(selfTop, otherTop);
+}
+
+} // namespace
+
+bool datesDiffer(double a, double b, const CompareOptions& options) {
+    const double difference = std::fabs(a - b) * SecondsPerDay;
+    const double tolerance = options.dateTolerance * SecondsPerDay + SlackSeconds;
+    if (difference <= tolerance)
+        return false;
+    if (options.ignoreDst && std::fabs(difference - OneHour) <= tolerance)
+        return false;
+    return true;
+}
+
+int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
+                     int16_t attributes, std::string_view version, const CompareOptions& options) {
+    SnapshotEntry& e = holder.entries.mutableAt(index);
+    int16_t status = 0;
+    if (!options.ignoreSize && e.size != size)
+        status = Change::Size;
+    if (datesDiffer(e.modified, modified, options))
+        status += Change::Date;
+    if (attributesDiffer(e.attributes, attributes, options))
+        status += Change::Attributes;
+    if (!options.ignoreVersion && !namesEqual(holder.versionOf(e), version))
+        status += Change::Version;
+    e.status = status;
+    return status;
+}
+
+QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t index, double size,
+                    double modified, int16_t attributes, std::string_view version,
+                    const CompareOptions& options) {
+    if (index < 0) {
+        const int32_t i = -index;
+        const SnapshotEntry& e = self.entries.at(i);
+        if (e.match == 0)
+            return QStringLiteral("[was not in other Snapshot]");
+        if (!e.isFolder())
+            return other ? WhatChanged(*other, nullptr, e.match, e.size, e.modified, e.attributes,
+                                       self.versionOf(e), options)
+                         : QString();
+        return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
+    }
+    const SnapshotEntry& e = self.entries.at(index);
+    QString list;
+    if (!options.ignoreSize && e.size != size)
+        list += formatGrouped(e.size) + QStringLiteral("  ");
+    if (datesDiffer(e.modified, modified, options))
+        list += shortDateText(e.modified) + QLatin1Char(' ') + longTimeText(e.modified) +
+                QStringLiteral("  ");
+    if (attributesDiffer(e.attributes, attributes, options))
+        list += AttributeText(e.attributes) + QStringLiteral("  ");
+    const std::string_view ownVersion = self.versionOf(e);
+    if (!options.ignoreVersion && !namesEqual(ownVersion, version))
+        list += QString::fromUtf8(ownVersion.data(), qsizetype(ownVersion.size()));
+    while (list.endsWith(QLatin1Char(' ')))
+        list.chop(1);
+    return list.isEmpty() ? QString() : QStringLiteral("[was ") + list + QLatin1Char(']');
+}
+
+QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
+                    const CompareOptions& options) {
+    return WhatChanged(self, &other, -i, 0, 0, 0, {}, options);
+}
+
+Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
+                        bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
+    try {
+        compareOneWay(self, selfTop, other, otherTop, options, meter);
+        if (bothWays)
+            compareOneWay(other, otherTop, self, selfTop, options, meter);
+    } catch (const RuntimeError& e) {
+        meter.close();
+        return Outcome::failure(UserMessage{QStringLiteral("Comparing Snapshots"), e.text(),
+                                            MessageIcon::Exclamation},
+                                e.code());
+    }
+    meter.close();
+    return Outcome::success();
+}
+
+} // namespace kestrel::engine
