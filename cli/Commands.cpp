@@ -1,13 +1,19 @@
 #include "Commands.h"
 
+#include "Differences.h"
 #include "TerminalProgress.h"
 
+#include "engine/Compare.h"
 #include "engine/OleDate.h"
+#include "engine/OpenSnapshot.h"
 #include "engine/RingWalk.h"
 #include "engine/Scan.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
+
+#include "settings/Settings.h"
+#include "settings/SettingsStore.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -23,6 +29,7 @@ using namespace engine;
 namespace {
 
 constexpr int ExitOk = 0;
+constexpr int ExitDifferences = 1;
 constexpr int ExitTrouble = 2;
 
 void printError(const QString& title, const QString& text) {
@@ -93,10 +100,10 @@ bool scanFolder(const QString& folder, Snapshot& snapshot, ProgressMeter& meter,
     return true;
 }
 
+// Opens a snapshot file of the current or the version-2 format.
 bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& meter,
                       QString* summary) {
-    snapshot.header.fileName = QFileInfo(path).absoluteFilePath();
-    const LoadOutcome outcome = LoadSnapshot(snapshot, meter);
+    const OpenOutcome outcome = OpenSnapshotFile(snapshot, QFileInfo(path).absoluteFilePath(), meter);
     if (outcome.ok) {
         if (summary)
             *summary = outcome.summary;
@@ -104,10 +111,12 @@ bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& me
     }
     if (outcome.message)
         printMessage(*outcome.message);
-    else if (outcome.error == ErrorCode::FileNotFound)
-        printError(QStringLiteral("Error"), QStringLiteral("Unable to open Snapshot"));
+    else if (outcome.cancelled)
+        printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
     else
-        printError(QStringLiteral("Invalid Snapshot"), errorText(outcome.error));
+        printError(QStringLiteral("Invalid Snapshot"),
+                   outcome.error == ErrorCode::None ? QStringLiteral("Not a snapshot file")
+                                                    : errorText(outcome.error));
     return false;
 }
 
@@ -318,18 +327,336 @@ int convertCommand(const QStringList& arguments) {
     return ExitOk;
 }
 
+// A tolerance: seconds, or numbers with units s, m, h, d, w, y ("90", "2s",
+// "1h30m", "3d"). Returns days, or -1 when the text is not a duration.
+double parseDuration(const QString& text) {
+    const QString t = text.trimmed().toLower();
+    if (t.isEmpty())
+        return -1;
+    bool plain = false;
+    const double seconds = t.toDouble(&plain);
+    if (plain)
+        return seconds >= 0 ? seconds / 86400 : -1;
+    double total = 0;
+    qsizetype i = 0;
+    while (i < t.size()) {
+        const qsizetype start = i;
+        while (i < t.size() && (t.at(i).isDigit() || t.at(i) == QLatin1Char('.')))
+            ++i;
+        bool ok = false;
+        const double n = t.mid(start, i - start).toDouble(&ok);
+        if (!ok || i >= t.size())
+            return -1;
+        switch (t.at(i).unicode()) {
+        case 's': total += n; break;
+        case 'm': total += n * 60; break;
+        case 'h': total += n * 3600; break;
+        case 'd': total += n * 86400; break;
+        case 'w': total += n * 7 * 86400; break;
+        case 'y': total += n * 365 * 86400; break;
+        default: return -1;
+        }
+        ++i;
+    }
+    return total / 86400;
+}
+
+// "R,H,S,A" as the attribute bits whose differences are ignored.
+bool parseAttributes(const QString& text, int16_t& mask) {
+    mask = 0;
+    for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        const QString p = part.trimmed().toUpper();
+        if (p == QLatin1String("R"))
+            mask |= Attribute::ReadOnly;
+        else if (p == QLatin1String("H"))
+            mask |= Attribute::Hidden;
+        else if (p == QLatin1String("S"))
+            mask |= Attribute::System;
+        else if (p == QLatin1String("A"))
+            mask |= Attribute::Archive;
+        else
+            return false;
+    }
+    return true;
+}
+
+QString csvField(const QString& text) {
+    QString quoted = text;
+    quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));
+    return QLatin1Char('"') + quoted + QLatin1Char('"');
+}
+
+QString jsonString(const QString& text) {
+    QString out = QStringLiteral("\"");
+    for (QChar c : text) {
+        switch (c.unicode()) {
+        case '"': out += QStringLiteral("\\\""); break;
+        case '\\': out += QStringLiteral("\\\\"); break;
+        case '\n': out += QStringLiteral("\\n"); break;
+        case '\r': out += QStringLiteral("\\r"); break;
+        case '\t': out += QStringLiteral("\\t"); break;
+        default:
+            if (c.unicode() < 0x20)
+                out += QString::asprintf("\\u%04x", c.unicode());
+            else
+                out += c;
+        }
+    }
+    return out + QLatin1Char('"');
+}
+
+QString textOf(std::string_view utf8) { return QString::fromUtf8(utf8.data(), qsizetype(utf8.size())); }
+
+// Writes the rows of a compare command in the chosen format.
+class CompareReport {
+public:
+    enum Format { Text, Csv, Jsonl };
+    CompareReport(Format format, const Snapshot& newer, const Snapshot& older,
+                  const CompareOptions& options)
+        : m_format(format), m_new(newer), m_old(older), m_options(options), m_out(stdout) {
+        m_out.setEncoding(QStringConverter::Utf8);
+        if (m_format == Csv)
+            m_out << "change,path,size,modified,attributes,version,was\n";
+    }
+
+    // A difference line: the entry of the side it belongs to.
+    void difference(const Difference& d) {
+        const bool inOld = d.kind == Difference::OnlyInOld;
+        const Snapshot& s = inOld ? m_old : m_new;
+        const QString change(QLatin1Char(char(d.kind)));
+        const QString path = s.relativePath(d.index);
+        const QString was = d.kind == Difference::Changed ? WhatChanged(m_new, m_old, d.index, m_options)
+                                                          : QString();
+        switch (m_format) {
+        case Text:
+            m_out << change << '\t' << escapedPath(path);
+            if (!was.isEmpty())
+                m_out << '\t' << was;
+            m_out << '\n';
+            break;
+        case Csv:
+            csvRow(change, s, d.index, was);
+            break;
+        case Jsonl:
+            if (d.kind == Difference::Changed)
+                jsonChanged(d.index);
+            else
+                jsonEntry(change, s, d.index, QString());
+            break;
+        }
+    }
+
+    // A row of the file list of a show mode.
+    void listed(int32_t index) {
+        const SnapshotEntry& e = m_new.entry(index);
+        const QString change = e.match == 0 ? QStringLiteral("+")
+                               : (!e.isFolder() && e.status > 0) ? QStringLiteral("~")
+                                                                  : QString();
+        const QString was = WhatChanged(m_new, m_old, index, m_options);
+        switch (m_format) {
+        case Text:
+            m_out << escapedPath(m_new.relativePath(index)) << '\t' << plainNumber(e.size) << '\t'
+                  << isoDateTime(e.modified) << '\t' << AttributeText(e.attributes) << '\t'
+                  << textOf(m_new.versionOf(e)) << '\t' << was << '\n';
+            break;
+        case Csv:
+            csvRow(change, m_new, index, was);
+            break;
+        case Jsonl:
+            jsonEntry(change, m_new, index, was);
+            break;
+        }
+    }
+
+private:
+    void csvRow(const QString& change, const Snapshot& s, int32_t i, const QString& was) {
+        const SnapshotEntry& e = s.entry(i);
+        m_out << csvField(change) << ',' << csvField(s.relativePath(i)) << ','
+              << csvField(plainNumber(e.size)) << ',' << csvField(isoDateTime(e.modified)) << ','
+              << csvField(AttributeText(e.attributes)) << ',' << csvField(textOf(s.versionOf(e)))
+              << ',' << csvField(was) << '\n';
+    }
+
+    void jsonEntry(const QString& change, const Snapshot& s, int32_t i, const QString& was) {
+        const SnapshotEntry& e = s.entry(i);
+        m_out << "{\"change\":" << jsonString(change) << ",\"path\":" << jsonString(s.relativePath(i))
+              << ",\"folder\":" << (e.isFolder() ? "true" : "false") << ",\"size\":" << plainNumber(e.size)
+              << ",\"modified\":" << jsonString(isoDateTime(e.modified))
+              << ",\"attributes\":" << jsonString(AttributeText(e.attributes))
+              << ",\"version\":" << jsonString(textOf(s.versionOf(e)));
+        if (!was.isEmpty())
+            m_out << ",\"was\":" << jsonString(was);
+        m_out << "}\n";
+    }
+
+    void jsonChanged(int32_t i) {
+        const SnapshotEntry& now = m_new.entry(i);
+        const SnapshotEntry& before = m_old.entry(now.match);
+        m_out << "{\"change\":\"~\",\"path\":" << jsonString(m_new.relativePath(i));
+        if (now.status & Change::Size)
+            m_out << ",\"size\":{\"old\":" << plainNumber(before.size) << ",\"new\":" << plainNumber(now.size) << '}';
+        if (now.status & Change::Date)
+            m_out << ",\"modified\":{\"old\":" << jsonString(isoDateTime(before.modified))
+                  << ",\"new\":" << jsonString(isoDateTime(now.modified)) << '}';
+        if (now.status & Change::Attributes)
+            m_out << ",\"attributes\":{\"old\":" << jsonString(AttributeText(before.attributes))
+                  << ",\"new\":" << jsonString(AttributeText(now.attributes)) << '}';
+        if (now.status & Change::Version)
+            m_out << ",\"version\":{\"old\":" << jsonString(textOf(m_old.versionOf(before)))
+                  << ",\"new\":" << jsonString(textOf(m_new.versionOf(now))) << '}';
+        m_out << "}\n";
+    }
+
+    Format m_format;
+    const Snapshot& m_new;
+    const Snapshot& m_old;
+    const CompareOptions& m_options;
+    QTextStream m_out;
+};
+
+int compareCommand(const QStringList& arguments) {
+    CommandLine cl(QStringLiteral(
+        "Compares two snapshots, each a snapshot file (current or version-2 format) or a folder\n"
+        "scanned without saving, both ways. Lists every difference folder by folder from the top:\n"
+        "+ and the path of an entry only in NEW, - and the path of an entry only in OLD, ~, the\n"
+        "path and what the file was in OLD for a changed file; everything inside a folder that is\n"
+        "only on one side is listed too. Paths are relative to the root; folders end with /.\n"
+        "Nothing is ignored unless asked; versions are compared only when both snapshots\n"
+        "recorded them. Exit status: 0 no differences, 1 differences, 2 trouble."));
+    QCommandLineParser& p = cl.parser;
+    p.addPositionalArgument(QStringLiteral("OLD"), QStringLiteral("The earlier snapshot file or folder."));
+    p.addPositionalArgument(QStringLiteral("NEW"), QStringLiteral("The later snapshot file or folder."));
+    const QCommandLineOption ignoreSize(QStringLiteral("ignore-size"), QStringLiteral("Ignore file sizes."));
+    const QCommandLineOption ignoreVersion(QStringLiteral("ignore-version"),
+                                           QStringLiteral("Ignore file versions."));
+    const QCommandLineOption ignoreDst(
+        QStringLiteral("ignore-dst"),
+        QStringLiteral("Ignore dates that differ by one hour (clock changes), give or take the tolerance."));
+    const QCommandLineOption ignoreAttributes(
+        QStringLiteral("ignore-attributes"),
+        QStringLiteral("Ignore differences in these attributes: R read-only, H hidden, S system, A archive."),
+        QStringLiteral("R,H,S,A"));
+    const QCommandLineOption tolerance(
+        QStringLiteral("tolerance"),
+        QStringLiteral("Dates that differ by this much or less are the same: seconds, or e.g. 2s, 90m, 1h, 3d."),
+        QStringLiteral("DURATION"));
+    const QCommandLineOption useSettings(
+        QStringLiteral("use-settings"),
+        QStringLiteral("Start from the ignore options stored by Kestrel's options dialog."));
+    const QCommandLineOption show(
+        QStringLiteral("show"),
+        QStringLiteral("List NEW's entries as the file list shows them instead: all, only (only in NEW),\n"
+                       "both, changed or diffs (all differences)."),
+        QStringLiteral("MODE"));
+    const QCommandLineOption format(QStringLiteral("format"),
+                                    QStringLiteral("Output format: text, csv or jsonl."),
+                                    QStringLiteral("FORMAT"), QStringLiteral("text"));
+    p.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes, tolerance, useSettings, show, format});
+    if (!cl.parse(arguments, 2, QStringLiteral("kestrel-cli compare OLD NEW [options]")))
+        return ExitTrouble;
+
+    CompareOptions options;
+    if (p.isSet(useSettings)) {
+        settings::Options stored;
+        settings::SettingsStore().getSettings(stored);
+        options = stored.compareOptions();
+    }
+    options.ignoreSize |= p.isSet(ignoreSize);
+    options.ignoreVersion |= p.isSet(ignoreVersion);
+    options.ignoreDst |= p.isSet(ignoreDst);
+    if (p.isSet(ignoreAttributes)) {
+        int16_t mask = 0;
+        if (!parseAttributes(p.value(ignoreAttributes), mask)) {
+            printError(QStringLiteral("Usage"), QStringLiteral("--ignore-attributes takes letters among R,H,S,A"));
+            return ExitTrouble;
+        }
+        options.attributeIgnoreMask = int16_t(options.attributeIgnoreMask | mask);
+    }
+    if (p.isSet(tolerance)) {
+        const double days = parseDuration(p.value(tolerance));
+        if (days < 0) {
+            printError(QStringLiteral("Usage"), QStringLiteral("--tolerance takes seconds or a duration such as 2s, 1h, 3d"));
+            return ExitTrouble;
+        }
+        options.dateTolerance = days;
+    }
+    static const QStringList modes = {QStringLiteral("all"), QStringLiteral("only"), QStringLiteral("both"),
+                                      QStringLiteral("changed"), QStringLiteral("diffs")};
+    int showMode = 0;
+    if (p.isSet(show)) {
+        showMode = int(modes.indexOf(p.value(show).toLower())) + 1;
+        if (showMode == 0) {
+            printError(QStringLiteral("Usage"), QStringLiteral("--show takes all, only, both, changed or diffs"));
+            return ExitTrouble;
+        }
+    }
+    const QString formatName = p.value(format).toLower();
+    CompareReport::Format reportFormat = CompareReport::Text;
+    if (formatName == QLatin1String("csv"))
+        reportFormat = CompareReport::Csv;
+    else if (formatName == QLatin1String("jsonl"))
+        reportFormat = CompareReport::Jsonl;
+    else if (formatName != QLatin1String("text")) {
+        printError(QStringLiteral("Usage"), QStringLiteral("--format takes text, csv or jsonl"));
+        return ExitTrouble;
+    }
+
+    TerminalProgress view;
+    ProgressMeter meter(&view);
+    Snapshot older, newer;
+    if (!obtainSnapshot(p.positionalArguments().at(0), older, meter) ||
+        !obtainSnapshot(p.positionalArguments().at(1), newer, meter))
+        return ExitTrouble;
+    // A snapshot taken without versions has none to compare.
+    if (!older.header.versions || !newer.header.versions)
+        options.ignoreVersion = true;
+
+    const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, options, meter);
+    if (!compared.ok) {
+        if (compared.message)
+            printMessage(*compared.message);
+        return ExitTrouble;
+    }
+    int added = 0, removed = 0, changed = 0;
+    try {
+        const std::vector<Difference> differences = listDifferences(newer, older);
+        CompareReport report(reportFormat, newer, older, options);
+        for (const Difference& d : differences) {
+            (d.kind == Difference::OnlyInNew ? added : d.kind == Difference::OnlyInOld ? removed : changed)++;
+            if (showMode == 0)
+                report.difference(d);
+        }
+        if (showMode > 0) {
+            const int32_t top = newer.entryCount >= 1 ? 1 : 0;
+            if (top)
+                walkFrom(newer, top, [&](int32_t i, int) {
+                    if (shownInMode(newer, i, showMode))
+                        report.listed(i);
+                });
+        }
+    } catch (const RuntimeError& e) {
+        printError(QStringLiteral("Comparing Snapshots"), e.text());
+        return ExitTrouble;
+    }
+    printLine(stderr, QStringLiteral("%1 only in NEW, %2 only in OLD, %3 changed")
+                          .arg(added).arg(removed).arg(changed));
+    return added + removed + changed > 0 ? ExitDifferences : ExitOk;
+}
+
 const char* const kUsage =
     "Usage: kestrel-cli COMMAND [options]\n"
     "\n"
-    "Records the state of folder trees as snapshot files and lists them.\n"
+    "Records the state of folder trees as snapshot files and compares them.\n"
     "\n"
     "Commands:\n"
     "  snapshot FOLDER       take a snapshot of FOLDER and save it as FOLDER.#NN\n"
     "  list SNAPSHOT|FOLDER  list the entries of a snapshot file or a folder\n"
     "  info SNAPSHOT         describe a snapshot file\n"
     "  convert SNAPSHOT OUT  save a snapshot file again in the current format\n"
+    "  compare OLD NEW       list what changed between two snapshots or folders\n"
     "\n"
-    "kestrel-cli COMMAND --help describes a command. Exit status: 0 success, 2 trouble.\n";
+    "kestrel-cli COMMAND --help describes a command. Exit status: 0 success, 2 trouble\n"
+    "(compare: 0 no differences, 1 differences, 2 trouble).\n";
 
 } // namespace
 
@@ -358,6 +685,8 @@ int run(const QStringList& arguments) {
         return infoCommand(rest);
     if (command == QLatin1String("convert"))
         return convertCommand(rest);
+    if (command == QLatin1String("compare"))
+        return compareCommand(rest);
     printError(QStringLiteral("Usage"), QStringLiteral("unknown command \"%1\"").arg(command));
     std::fputs(kUsage, stderr);
     return ExitTrouble;

@@ -18,6 +18,8 @@ QString errorText(ErrorCode code) {
         return QStringLiteral("Out of string space");
     case ErrorCode::BadFileName:
         return QStringLiteral("Bad file name or number");
+    case ErrorCode::BadRecordLength:
+        return QStringLiteral("Bad record length");
     case ErrorCode::FileNotFound:
         return QStringLiteral("File not found");
     case ErrorCode::InputPastEndOfFile:

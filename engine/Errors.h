@@ -16,6 +16,7 @@ enum class ErrorCode {
     TypeMismatch = 13,
     OutOfStringSpace = 14,
     BadFileName = 52,
+    BadRecordLength = 59, // an old-format file without its format marker
     FileNotFound = 53,
     InputPastEndOfFile = 62,
     SystemError = 1000, // an error the operating system reported; its text says which

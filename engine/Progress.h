@@ -72,4 +72,17 @@ private:
     double m_startTime = 0;
 };
 
+// Closes the meter when an operation ends, however it ends: every long
+// operation leaves the meter closed and the pointer restored.
+class MeterCloser {
+public:
+    explicit MeterCloser(ProgressMeter& meter) : m_meter(meter) {}
+    ~MeterCloser() { m_meter.close(); }
+    MeterCloser(const MeterCloser&) = delete;
+    MeterCloser& operator=(const MeterCloser&) = delete;
+
+private:
+    ProgressMeter& m_meter;
+};
+
 } // namespace kestrel::engine

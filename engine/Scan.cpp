@@ -37,10 +37,6 @@ QString withSeparator(QString path) {
     return path;
 }
 
-struct MeterCloser {
-    ProgressMeter& meter;
-    ~MeterCloser() { meter.close(); }
-};
 
 // The depth-first walk of ScanFolder, kept on an explicit stack so that the
 // depth of a tree never meets the depth of the machine's stack. Each frame is

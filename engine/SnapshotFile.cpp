@@ -33,16 +33,15 @@ void writeTitle(std::string& out, const QString& title) {
 // multiple of 16 above it.
 int32_t capacityItem(int32_t n) { return checkedAdd(n, 16 - n % 16); }
 
-struct MeterCloser {
-    ProgressMeter& meter;
-    ~MeterCloser() { meter.close(); }
-};
 
 } // namespace
 
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     QSaveFile file(snapshot.header.fileName);
-    if (!file.open(QIODevice::WriteOnly)) {
+    // Unbuffered: the text is gathered in large blocks here anyway, and Qt's
+    // own buffer, flushed at commit, can lose the end of a short write (on a
+    // full disk) without reporting it.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
                                             file.errorString(), MessageIcon::Exclamation},
                                 ErrorCode::SystemError);
@@ -62,9 +61,18 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         std::string out;
         out.reserve(FlushThreshold + 4096);
         ItemWriter w(out);
+        // A short write carries no error text; writing the rest either
+        // succeeds or fails with the system's reason (disk full, file too large).
         auto flush = [&]() {
-            if (file.write(out.data(), qint64(out.size())) != qint64(out.size()))
-                return false;
+            const char* data = out.data();
+            qint64 left = qint64(out.size());
+            while (left > 0) {
+                const qint64 written = file.write(data, left);
+                if (written <= 0)
+                    return false;
+                data += written;
+                left -= written;
+            }
             out.clear();
             return true;
         };

@@ -35,7 +35,9 @@ void ItemWriter::integer(int64_t value) {
 }
 
 void ItemWriter::number(double value) {
-    if (value == std::trunc(value) && std::fabs(value) < 1e15) {
+    // Whole numbers that a double holds exactly are written with every digit,
+    // so that whatever was read is written back unchanged.
+    if (value == std::trunc(value) && std::fabs(value) <= 9007199254740992.0) {
         integer(int64_t(value));
         return;
     }

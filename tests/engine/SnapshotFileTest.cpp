@@ -1,1 +1,394 @@
+#include "engine/SnapshotFile.h"
+#include "engine/OleDate.h"
+#include "engine/Progress.h"
+#include "engine/Snapshot.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
 #include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <iterator>
+#include <sys/resource.h>
+#include <unistd.h>
+
+using namespace kestrel::engine;
+
+namespace {
+
+const QByteArray EmptyRecord = "0,0,0,0,\"\",0,0,\"\"\r\n";
+
+// A root C:\Data\ holding the folder Reports (with a.txt) and the file b.txt,
+// as the Windows program wrote it.
+QByteArray exampleFile(int capacity) {
+    return "Original Snapshot of C:\\Data\\\r\n"
+           "\"C:\\Data\\\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#," +
+           QByteArray::number(capacity) +
+           "\r\n"
+           "16,36954.4270833333,3,1,\"Reports\",0,0,\"\"\r\n"
+           "32,36950.5,2,0,\"a.txt\",1,1234,\"\"\r\n"
+           "32,36950.5,1,0,\"b.txt\",0,99,\"\"\r\n";
+}
+
+const QByteArray PlainHeader =
+    "Title\r\n\"/data/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n";
+
+// Asks for cancel whenever the meter lets events run, as a click on Cancel would.
+class CancellingView : public ProgressView {
+public:
+    ProgressMeter* meter = nullptr;
+    int closed = 0;
+    void meterStarted(int32_t, const QString&, bool) override {}
+    void meterShown() override {}
+    void meterValue(int32_t) override {}
+    void processEvents() override { meter->cancel(); }
+    void meterClosed() override { ++closed; }
+};
+
+class SnapshotFileTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+
+    QString path(const QString& name) const { return dir.filePath(name); }
+
+    static void write(const QString& file, const QByteArray& bytes) {
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        ASSERT_EQ(f.write(bytes), bytes.size());
+    }
+    static QByteArray read(const QString& file) {
+        QFile f(file);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+    static LoadOutcome load(Snapshot& s, const QString& file) {
+        s.header.fileName = file;
+        ProgressMeter meter;
+        return LoadSnapshot(s, meter);
+    }
+    static Outcome save(Snapshot& s, const QString& file) {
+        s.header.fileName = file;
+        ProgressMeter meter;
+        return SaveSnapshot(s, meter);
+    }
+    // Loads bytes written to a file of their own.
+    LoadOutcome loadBytes(Snapshot& s, const QByteArray& bytes) {
+        const QString file = path(QStringLiteral("in.#01"));
+        write(file, bytes);
+        return load(s, file);
+    }
+};
+
+TEST_F(SnapshotFileTest, LoadsTheWindowsExample) {
+    Snapshot s;
+    const LoadOutcome r = loadBytes(s, exampleFile(16));
+    ASSERT_TRUE(r.ok) << (r.message ? r.message->text.toStdString() : "");
+    EXPECT_FALSE(r.message);
+    EXPECT_EQ(s.header.title, QStringLiteral("Original Snapshot of C:\\Data\\"));
+    EXPECT_EQ(s.header.rootFolder, QStringLiteral("C:\\Data\\"));
+    EXPECT_EQ(s.header.created, oleDateFromParts(2001, 3, 4, 10, 15, 0));
+    EXPECT_TRUE(s.header.recurse && !s.header.hidden && !s.header.versions);
+    EXPECT_EQ(s.entry(0).count, 16);
+    EXPECT_EQ(s.capacity(), 17); // indices 0..capacity + 1
+    EXPECT_EQ(s.entryCount, 3);
+    EXPECT_EQ(s.fileCount, 2);
+    EXPECT_EQ(s.folderCount, 1);
+    EXPECT_EQ(s.totalSize, 1333);
+    EXPECT_TRUE(r.summary.startsWith(QStringLiteral("Kestrel read 2 files and 1 folders in ")))
+        << r.summary.toStdString();
+
+    struct Expected {
+        int16_t attributes;
+        double modified;
+        int32_t next, count;
+        const char* name;
+        int32_t parent;
+        double size;
+    };
+    const Expected expected[] = {
+        {16, 36954.4270833333, 3, 1, "Reports", 0, 0},
+        {32, 36950.5, 2, 0, "a.txt", 1, 1234},
+        {32, 36950.5, 1, 0, "b.txt", 0, 99},
+    };
+    for (int32_t i = 1; i <= 3; ++i) {
+        const Expected& x = expected[i - 1];
+        const SnapshotEntry& e = s.entry(i);
+        EXPECT_EQ(e.attributes, x.attributes) << i;
+        EXPECT_EQ(e.modified, x.modified) << i;
+        EXPECT_EQ(e.nextSibling, x.next) << i;
+        EXPECT_EQ(e.count, x.count) << i;
+        EXPECT_EQ(s.name(i), x.name) << i;
+        EXPECT_EQ(e.parent, x.parent) << i;
+        EXPECT_EQ(e.size, x.size) << i;
+        EXPECT_EQ(s.version(i), "") << i;
+    }
+
+    // Saved again, the file carries the capacity's worth of records: the three
+    // real ones, then empty ones up to 16.
+    ASSERT_TRUE(save(s, path(QStringLiteral("out.#02"))).ok);
+    EXPECT_EQ(read(path(QStringLiteral("out.#02"))), exampleFile(32) + EmptyRecord.repeated(13));
+    EXPECT_EQ(s.entryCount, 16);
+}
+
+TEST_F(SnapshotFileTest, CapacityItemIsTheNextMultipleOf16AboveTheCount) {
+    for (int32_t n : {0, 15, 16, 32}) {
+        Snapshot s;
+        for (int32_t i = 1; i <= n; ++i)
+            s.createEntry(32, 1, i == n ? 1 : i + 1, "f" + std::to_string(i), 0, i, "");
+        s.mutableEntry(0).count = n;
+        const QString file = path(QStringLiteral("n%1.#01").arg(n));
+        ASSERT_TRUE(save(s, file).ok);
+
+        const QList<QByteArray> lines = read(file).split('\n');
+        ASSERT_EQ(lines.size(), n + 3) << n; // title, header, entries, nothing after the last CR LF
+        const int expected = n + 16 - n % 16;
+        EXPECT_TRUE(lines[1].endsWith("," + QByteArray::number(expected) + "\r"))
+            << lines[1].data();
+
+        Snapshot back;
+        ASSERT_TRUE(load(back, file).ok) << n;
+        EXPECT_EQ(back.entryCount, n);
+        EXPECT_EQ(back.entry(0).count, expected);
+    }
+}
+
+TEST_F(SnapshotFileTest, BadDataFails) {
+    struct Case {
+        const char* what;
+        QByteArray file;
+        ErrorCode error;
+        const char* message; // nullptr: fails silently
+    };
+    const QByteArray capacityOne =
+        "T\r\n\"/d/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,1\r\n";
+    const QByteArray entry = "32,1,1,0,\"a\",0,0,\"\"\r\n";
+    const Case cases[] = {
+        {"capacity + 1 lines", capacityOne + entry + entry, ErrorCode::None, nullptr},
+        {"more lines than capacity + 1", capacityOne + entry + entry + entry,
+         ErrorCode::SubscriptOutOfRange, "Subscript out of range"},
+        {"attributes overflow", PlainHeader + "40000,1,1,0,\"a\",0,0,\"\"\r\n", ErrorCode::Overflow,
+         nullptr},
+        {"malformed size", PlainHeader + "32,1,1,0,\"a\",0,12x,\"\"\r\n", ErrorCode::TypeMismatch,
+         "Type mismatch"},
+        {"malformed date", "T\r\n\"/d/\",#2001-13-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n",
+         ErrorCode::TypeMismatch, "Type mismatch"},
+        {"truncated entry", PlainHeader + "32,1,1,0,\"a\"\r\n", ErrorCode::InputPastEndOfFile,
+         "Input past end of file"},
+        {"header only", "T\r\n", ErrorCode::InputPastEndOfFile, "Input past end of file"},
+    };
+    for (const Case& c : cases) {
+        Snapshot s;
+        const LoadOutcome r = loadBytes(s, c.file);
+        EXPECT_EQ(r.ok, c.error == ErrorCode::None) << c.what;
+        EXPECT_EQ(r.error, c.error) << c.what;
+        if (!c.message) {
+            EXPECT_FALSE(r.message) << c.what;
+            continue;
+        }
+        ASSERT_TRUE(r.message) << c.what;
+        EXPECT_EQ(r.message->title, QStringLiteral("Invalid Snapshot")) << c.what;
+        EXPECT_EQ(r.message->text, QString::fromLatin1(c.message)) << c.what;
+        EXPECT_EQ(r.message->icon, MessageIcon::Exclamation);
+    }
+
+    // A file that cannot be opened fails quietly.
+    Snapshot s;
+    const LoadOutcome r = load(s, path(QStringLiteral("absent.#01")));
+    EXPECT_FALSE(r.ok);
+    EXPECT_FALSE(r.message);
+}
+
+TEST_F(SnapshotFileTest, AwkwardTextRoundTrips) {
+    const char* names[] = {
+        "a,b.txt",     "say \"hi\".txt", "\"",         "\"\"",   "Grüße ä€ 日本.txt",
+        "line\nbreak", "cr\r\nlf",       "  padded  ", "#TRUE#", "ends with comma,",
+    };
+    Snapshot s;
+    s.header.title = QStringLiteral("Snap, \"quoted\", end,");
+    s.header.rootFolder = QStringLiteral("/data/\"q\",x/");
+    const int32_t n = int32_t(std::size(names));
+    for (int32_t i = 1; i <= n; ++i)
+        s.createEntry(32, 1, i == n ? 1 : i + 1, names[i - 1], 0, i, i == 2 ? "1.0 \"b\"" : "");
+    s.mutableEntry(0).count = n;
+    const QString file = path(QStringLiteral("names.#01"));
+    ASSERT_TRUE(save(s, file).ok);
+    EXPECT_TRUE(read(file).contains(",\"say \"\"hi\"\".txt\","));
+
+    Snapshot back;
+    const LoadOutcome r = load(back, file);
+    ASSERT_TRUE(r.ok) << (r.message ? r.message->text.toStdString() : "");
+    EXPECT_EQ(back.header.title, s.header.title);
+    EXPECT_EQ(back.header.rootFolder, s.header.rootFolder);
+    ASSERT_EQ(back.entryCount, n);
+    for (int32_t i = 1; i <= n; ++i) {
+        EXPECT_EQ(back.name(i), names[i - 1]);
+        EXPECT_EQ(back.entry(i).size, i);
+    }
+    EXPECT_EQ(back.version(2), "1.0 \"b\"");
+}
+
+TEST_F(SnapshotFileTest, ReadsOldFilesLeniently) {
+    // Windows-1252 text, unquoted items, booleans written as words and numbers without
+    // the zero before the point.
+    const QByteArray file = "Gr\xE4n \x80 Title\r\n"
+                            "/old/D\xE4ten/,2001-03-04 10:15:00,True,False,#TRUE#,16\r\n"
+                            "32,.5,2,0,\xE4\x80.txt,0,-.5,\r\n"
+                            "  32 , 36950.5 ,1,0, \"b, c\" ,0,+99,1.00.0000\r\n";
+    Snapshot s;
+    const LoadOutcome r = loadBytes(s, file);
+    ASSERT_TRUE(r.ok) << (r.message ? r.message->text.toStdString() : "");
+    EXPECT_EQ(s.header.title, QString::fromUtf8("Grän € Title"));
+    EXPECT_EQ(s.header.rootFolder, QString::fromUtf8("/old/Däten/"));
+    EXPECT_EQ(s.header.created, oleDateFromParts(2001, 3, 4, 10, 15, 0));
+    EXPECT_TRUE(s.header.recurse && !s.header.hidden && s.header.versions);
+    ASSERT_EQ(s.entryCount, 2);
+    EXPECT_EQ(s.nameText(1), QString::fromUtf8("ä€.txt"));
+    EXPECT_EQ(s.entry(1).modified, 0.5);
+    EXPECT_EQ(s.entry(1).size, -0.5);
+    EXPECT_EQ(s.version(1), "");
+    EXPECT_EQ(s.name(2), "b, c");
+    EXPECT_EQ(s.entry(2).modified, 36950.5);
+    EXPECT_EQ(s.entry(2).size, 99);
+    EXPECT_EQ(s.version(2), "1.00.0000");
+}
+
+TEST_F(SnapshotFileTest, Cancel) {
+    QByteArray file = "T\r\n\"/d/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,32\r\n";
+    for (int i = 1; i <= 25; ++i)
+        file += "16,1," + QByteArray::number(i == 25 ? 1 : i + 1) + ",0,\"d\",0,0,\"\"\r\n";
+    write(path(QStringLiteral("c.#01")), file);
+
+    CancellingView view;
+    ProgressMeter meter(&view);
+    view.meter = &meter;
+    Snapshot s;
+    s.header.fileName = path(QStringLiteral("c.#01"));
+    const LoadOutcome r = LoadSnapshot(s, meter);
+    EXPECT_FALSE(r.ok);
+    EXPECT_TRUE(r.cancelled);
+    EXPECT_FALSE(r.message);
+    EXPECT_EQ(s.entryCount, 10); // the meter is first updated at the tenth folder
+    EXPECT_EQ(view.closed, 1);
+}
+
+TEST_F(SnapshotFileTest, SaveIntoReadOnlyFolderLeavesNothing) {
+    if (geteuid() == 0)
+        GTEST_SKIP() << "running as root: folder permissions do not stop writes";
+    const QString locked = path(QStringLiteral("locked"));
+    ASSERT_TRUE(QDir().mkdir(locked));
+    QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner);
+
+    Snapshot s;
+    const Outcome r = save(s, locked + QStringLiteral("/x.#01"));
+    QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    EXPECT_FALSE(r.ok);
+    ASSERT_TRUE(r.message);
+    EXPECT_EQ(r.message->title, QStringLiteral("Error Writing Snapshot"));
+    EXPECT_FALSE(r.message->text.isEmpty());
+    EXPECT_TRUE(
+        QDir(locked).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden).isEmpty());
+}
+
+// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
+struct FileSizeLimit {
+    explicit FileSizeLimit(rlim_t limit) : handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &old);
+        const rlimit lowered{limit, old.rlim_max};
+        ok = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &old);
+        std::signal(SIGXFSZ, handler);
+    }
+    void (*handler)(int);
+    rlimit old{};
+    bool ok = false;
+};
+
+TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
+    // A small snapshot fails only when the file is committed, a large one while writing.
+    const std::pair<int32_t, rlim_t> cases[] = {{3, 64}, {20000, 64 * 1024}};
+    for (auto [n, limit] : cases) {
+        const QString file = path(QStringLiteral("Data.#01"));
+        write(file, exampleFile(16));
+        Snapshot s;
+        for (int32_t i = 1; i <= n; ++i)
+            s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
+        s.mutableEntry(0).count = n;
+        Outcome r;
+        {
+            FileSizeLimit full(limit);
+            ASSERT_TRUE(full.ok);
+            r = save(s, file);
+        }
+        EXPECT_FALSE(r.ok) << n;
+        ASSERT_TRUE(r.message) << n;
+        EXPECT_EQ(r.message->title, QStringLiteral("Invalid Snapshot File"));
+        // The system's own words, not a generic text.
+        EXPECT_EQ(r.message->text, QString::fromLocal8Bit(std::strerror(EFBIG))) << n;
+        EXPECT_EQ(read(file), exampleFile(16)) << n;
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
+                  QStringList{QStringLiteral("Data.#01")});
+    }
+}
+
+TEST_F(SnapshotFileTest, FileFormValuesSurviveBitForBit) {
+    const double values[] = {
+        roundTo15Digits(oleDateFromParts(2023, 6, 15, 13, 47, 29)),
+        roundTo15Digits(oleDateFromParts(1899, 12, 29, 6, 0, 1)), // before 1899-12-30
+        roundTo15Digits(1.0 / 3),
+        roundTo15Digits(123456789012345678.0),
+        36954.4270833333,
+        2147483647,
+        -2147483648.0,
+        0.1};
+    const int32_t n = int32_t(std::size(values));
+    Snapshot s;
+    for (int32_t i = 1; i <= n; ++i)
+        s.createEntry(32, values[i - 1], i == n ? 1 : i + 1, "f", 0, values[n - i], "");
+    s.mutableEntry(0).count = n;
+    s.header.created = oleDateFromParts(2024, 2, 29, 23, 59, 59);
+    ASSERT_TRUE(save(s, path(QStringLiteral("v.#01"))).ok);
+
+    Snapshot back;
+    ASSERT_TRUE(load(back, path(QStringLiteral("v.#01"))).ok);
+    EXPECT_EQ(back.header.created, s.header.created);
+    for (int32_t i = 1; i <= n; ++i) {
+        EXPECT_EQ(back.entry(i).modified, values[i - 1]) << i;
+        EXPECT_EQ(back.entry(i).size, values[n - i]) << i;
+    }
+}
+
+TEST_F(SnapshotFileTest, NextSnapshotName) {
+    const QString folder = dir.path() + QLatin1Char('/');
+    auto touch = [&](const QString& name) { write(folder + name, "x"); };
+
+    EXPECT_EQ(NextSnapshotName(QStringLiteral("Data"), folder), QStringLiteral("Data.#01"));
+    for (const char* name : {"Data.#01", "Data.#02", "Data.#04"})
+        touch(QString::fromLatin1(name));
+    EXPECT_EQ(NextSnapshotName(QStringLiteral("Data"), folder), QStringLiteral("Data.#03"));
+    for (int i = 3; i <= 99; ++i)
+        touch(QStringLiteral("Data.#%1").arg(i, 2, 10, QLatin1Char('0')));
+    EXPECT_EQ(NextSnapshotName(QStringLiteral("Data"), folder), QStringLiteral("Data.#99"));
+
+    EXPECT_EQ(NextSnapshotName(QStringLiteral("c:"), folder), QStringLiteral("C_DRIVE.#01"));
+    touch(QStringLiteral("X_DRIVE.#01"));
+    EXPECT_EQ(NextSnapshotName(QStringLiteral("x:"), folder), QStringLiteral("X_DRIVE.#02"));
+}
+
+TEST(SnapshotNames, BaseNameAndNumber) {
+    const std::pair<const char*, const char*> bases[] = {
+        {"/", "ROOT"}, {"/a/b/", "b"}, {"/a/b", "b"}, {"C:\\", "C:"}, {"C:\\Data\\", "Data"}};
+    for (auto [root, base] : bases)
+        EXPECT_EQ(SnapshotBaseName(QString::fromLatin1(root)), QString::fromLatin1(base)) << root;
+
+    const std::pair<const char*, int> numbers[] = {
+        {"/s/Data.#03", 3}, {"Data.#99", 99}, {".#10", 10}, {"xx", 0}, {"Data.#x1", 0}};
+    for (auto [name, number] : numbers)
+        EXPECT_EQ(SnapshotNumberFromName(QString::fromLatin1(name)), number) << name;
+}
+
+} // namespace

@@ -78,8 +78,10 @@ void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b) {
         EXPECT_EQ(x.nextSibling, y.nextSibling);
         EXPECT_EQ(x.parent, y.parent);
         EXPECT_EQ(x.size, y.size);
-        if (i > 0) // entry 0's count differs after a load: it holds the file's capacity
+        // Entry 0's count differs after a load: it holds the file's capacity.
+        if (i > 0) {
             EXPECT_EQ(x.count, y.count);
+        }
         EXPECT_EQ(x.status, y.status);
         EXPECT_EQ(x.match, y.match);
     }
@@ -107,6 +109,35 @@ int32_t indexOf(const engine::Snapshot& s, const QString& relativePath) {
 }
 
 bool runningAsRoot() { return ::geteuid() == 0; }
+
+static int32_t addRing(engine::Snapshot& s, const std::vector<Node>& nodes, int32_t parent) {
+    const int32_t first = s.entryCount + 1;
+    int32_t here = 0;
+    int32_t last = 0;
+    for (const Node& n : nodes) {
+        const int16_t attributes = n.attributes ? n.attributes : (n.folder ? 16 : 128);
+        s.createEntry(attributes, n.modified, 0, n.name, parent, n.folder ? 0 : n.size, n.version);
+        last = s.entryCount;
+        ++here;
+        if (n.folder) {
+            ++s.folderCount;
+            here += addRing(s, n.children, last);
+        } else {
+            ++s.fileCount;
+            s.totalSize += n.size;
+        }
+        s.mutableEntry(last).nextSibling = s.entryCount + 1;
+    }
+    if (last)
+        s.mutableEntry(last).nextSibling = first;
+    s.mutableEntry(parent).count = here;
+    return here;
+}
+
+void buildSnapshot(engine::Snapshot& snapshot, const std::vector<Node>& top) {
+    snapshot.header.rootFolder = QStringLiteral("/built/");
+    addRing(snapshot, top, 0);
+}
 
 void put16(std::vector<uint8_t>& b, size_t at, uint16_t v) {
     b[at] = uint8_t(v);

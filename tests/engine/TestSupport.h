@@ -48,6 +48,36 @@ int32_t indexOf(const engine::Snapshot& s, const QString& relativePath);
 
 bool runningAsRoot();
 
+// A file or folder for buildSnapshot.
+struct Node {
+    std::string name;
+    std::vector<Node> children;
+    bool folder = false;
+    double size = 0;
+    double modified = 45000;
+    int16_t attributes = 0; // 0: 128 for a file, 16 for a folder
+    std::string version;
+
+    static Node file(std::string name, double size = 0, double modified = 45000) {
+        Node n;
+        n.name = std::move(name);
+        n.size = size;
+        n.modified = modified;
+        return n;
+    }
+    static Node dir(std::string name, std::vector<Node> children = {}) {
+        Node n;
+        n.name = std::move(name);
+        n.folder = true;
+        n.children = std::move(children);
+        return n;
+    }
+};
+
+// A snapshot laid out as a scan lays it out, with each folder's entries in
+// the order given: what a file system that lists them so would give.
+void buildSnapshot(engine::Snapshot& snapshot, const std::vector<Node>& top);
+
 // Minimal PE images with a version resource, for the version reader and the
 // scan of a version folder.
 void put16(std::vector<uint8_t>& b, size_t at, uint16_t v);

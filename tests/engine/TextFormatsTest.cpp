@@ -1,1 +1,219 @@
+#include "engine/TextFormats.h"
+#include "engine/OleDate.h"
+#include "engine/TextDecode.h"
+
+#include <QLocale>
+#include <QStringDecoder>
+
 #include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+using namespace kestrel::engine;
+
+namespace {
+
+// Every text here is checked against US English, whatever the machine's locale.
+class TextFormats : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    }
+};
+
+QString u(const char* utf8) {
+    return QString::fromUtf8(utf8);
+}
+
+template <typename Value> using Table = std::vector<std::pair<Value, const char*>>;
+
+TEST_F(TextFormats, FormatByteSize) {
+    const Table<double> abbreviated = {{511, "511 bytes"},
+                                       {512, "1 KB"},
+                                       {1536, "2 KB"} /* halves up */,
+                                       {2000000, "1,953 KB"},
+                                       {2097151, "2,048 KB"},
+                                       {2097152, "2 MB"},
+                                       {2147483647, "2,048 MB"},
+                                       {2147483648.0, "2.0 GB"},
+                                       {3221225472.0, "3.0 GB"},
+                                       {1099511627776.0, "1,024.0 GB"},
+                                       {-600, "-600 bytes"}};
+    for (auto [size, text] : abbreviated)
+        EXPECT_EQ(FormatByteSize(size, true), u(text)) << size;
+    EXPECT_EQ(FormatByteSize(1500000000, false), u("1,500,000,000 bytes"));
+    EXPECT_EQ(FormatByteSize(512, false), u("512 bytes"));
+}
+
+TEST_F(TextFormats, CountsAndDurationsRoundHalvesAwayFromZero) {
+    const Table<double> counts = {{0, "0"},
+                                  {2.5, "3"},
+                                  {-2.5, "-3"},
+                                  {-1234567, "-1,234,567"},
+                                  {2147483647, "2,147,483,647"}};
+    for (auto [value, text] : counts)
+        EXPECT_EQ(formatCount(value), u(text)) << value;
+
+    const Table<double> durations = {{0, "0.00"},     {0.125, "0.13"},    {0.375, "0.38"},
+                                     {3.2, "3.20"},   {99.999, "100.00"}, {12345.678, "12,345.68"},
+                                     {-1.5, "-1.50"}, {-0.125, "-0.13"},  {0.001, "0.00"}};
+    for (auto [value, text] : durations)
+        EXPECT_EQ(formatDuration(value), u(text)) << value;
+}
+
+TEST_F(TextFormats, ShortenPathCutsAtAFolderBoundary) {
+    struct Case {
+        const char *root, *key;
+        int maximum;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"C:\\", "\\Windows\\System32\\", 40, "C:\\Windows\\System32\\"},
+        {"C:\\", "\\Windows\\System32\\", 20, "C:\\Windows\\System32\\"}, // exactly fits
+        {"C:\\", "\\Windows\\System32\\drivers\\", 20, "C:\\...\\System32\\drivers\\"},
+        {"C:\\Data\\", "\\", 5, "C:\\...\\"},
+        {"/home/user/", "/projects/kestrel/build/", 40, "/home/user/projects/kestrel/build/"},
+        {"/home/user/", "/projects/kestrel/build/", 16, "/.../kestrel/build/"},
+        {"/home/user/", "/projects/kestrel/build/", 15, "/.../kestrel/build/"},
+        {"/", "/a/", 1, "/.../"}};
+    for (const Case& c : cases)
+        EXPECT_EQ(ShortenPath(u(c.root), u(c.key), c.maximum), u(c.text))
+            << c.root << c.key << " " << c.maximum;
+}
+
+TEST_F(TextFormats, FileTypeAndAttributeText) {
+    const Table<const char*> types = {{"report.TXT", "TXT"},
+                                      {"archive.tar.gz", "gz"},
+                                      {"Makefile", ""},
+                                      {".profile", "profile"},
+                                      {"name.", ""}};
+    for (auto [name, type] : types)
+        EXPECT_EQ(FileTypeText(u(name)), u(type)) << name;
+
+    // "Sys" replaces what came before it; the link bit (1024) has no text.
+    const Table<int16_t> attributes = {{0, ""},
+                                       {33, "R/O,Arc"},
+                                       {7, "Sys"},
+                                       {16, "Dir"},
+                                       {3, "R/O,Hid"},
+                                       {6, "Sys"},
+                                       {52, "Sys,Dir,Arc"},
+                                       {128, "Norm"},
+                                       {1024, ""},
+                                       {256 | 2048, "Temp,Comp"},
+                                       {2487, "Sys,Dir,Arc,Norm,Temp,Comp"}};
+    for (auto [bits, text] : attributes)
+        EXPECT_EQ(AttributeText(bits), u(text)) << bits;
+}
+
+TEST_F(TextFormats, SummaryLine) {
+    // 13,023 entries in 3.209 s: "3.21" seconds at 4,057 a second.
+    EXPECT_EQ(SummaryLine(u("found"), 50000, 50003.209, 12345, 678),
+              u("Kestrel found 12,345 files and 678 folders in 3.21 seconds (4,057/sec)"));
+    EXPECT_EQ(SummaryLine(u("found"), 100, 100, 0, 0), u("Kestrel found in 0.00 seconds"));
+    // An instant operation divides by the 0.001 s allowance, not by zero.
+    EXPECT_EQ(SummaryLine(u("read"), 100, 100, 3, 0),
+              u("Kestrel read 3 files and 0 folders in 0.00 seconds (3,000/sec)"));
+}
+
+TEST_F(TextFormats, DateTexts) {
+    const double midnight = oleDateFromParts(2001, 3, 4, 0, 0, 0);
+    const double morning = oleDateFromParts(2001, 3, 4, 10, 15, 7);
+    EXPECT_EQ(shortDateText(morning), u("3/4/01"));
+    EXPECT_EQ(generalDateText(midnight), shortDateText(midnight));
+    EXPECT_EQ(generalDateText(morning), shortDateText(morning) + u(" ") + longTimeText(morning));
+    EXPECT_EQ(modifiedText(midnight), shortDateText(midnight) + u(" ") + longTimeText(midnight));
+
+    // The long time carries no zone: a snapshot's times have none.
+    const QString time = longTimeText(morning);
+    EXPECT_TRUE(time.startsWith(u("10:15:07")) && time.endsWith(u("AM")) && time.size() == 11)
+        << time.toStdString();
+}
+
+std::array<int, 6> partsOf(double oleDate) {
+    const DateParts p = datePartsFromOle(oleDate);
+    return {p.year, p.month, p.day, p.hour, p.minute, p.second};
+}
+
+TEST(OleDate, PartsBothWays) {
+    struct Case {
+        double ole;
+        std::array<int, 6> parts;
+        bool exact; // false: the date is rounded to the second
+    };
+    const Case cases[] = {
+        {0, {1899, 12, 30, 0, 0, 0}, true},
+        {1.5, {1899, 12, 31, 12, 0, 0}, true},
+        {-1.25, {1899, 12, 29, 6, 0, 0}, true}, // before the epoch the time still counts forward
+        {-2.75, {1899, 12, 28, 18, 0, 0}, true},
+        {-36522, {1800, 1, 1, 0, 0, 0}, true},
+        {36585.75, {2000, 2, 29, 18, 0, 0}, true},
+        {36954 + 36900.0 / 86400, {2001, 3, 4, 10, 15, 0}, true},
+        {2958465, {9999, 12, 31, 0, 0, 0}, true},
+        {0.5 + 0.4 / 86400, {1899, 12, 30, 12, 0, 0}, false},
+        {0.5 + 0.6 / 86400, {1899, 12, 30, 12, 0, 1}, false},
+        {36526 - 0.1 / 86400, {2000, 1, 1, 0, 0, 0}, false}, // carries into a new year
+        // 1899-12-29 23:59:59.8 carries forward into the 30th, not back to the 28th.
+        {-2 + 0.2 / 86400, {1899, 12, 30, 0, 0, 0}, false}};
+    for (const Case& c : cases) {
+        EXPECT_EQ(partsOf(c.ole), c.parts) << c.ole;
+        const auto& p = c.parts;
+        if (c.exact) {
+            EXPECT_DOUBLE_EQ(oleDateFromParts(p[0], p[1], p[2], p[3], p[4], p[5]), c.ole);
+        }
+    }
+    EXPECT_EQ(dateTimeFromOle(-1.25), QDateTime(QDate(1899, 12, 29), QTime(6, 0)));
+    EXPECT_EQ(oleFromDateTime(QDateTime(QDate(1899, 12, 29), QTime(6, 0))), -1.25);
+}
+
+TEST(TextDecode, Utf8Validity) {
+    const std::string valid[] = {"", "plain ascii text, longer than eight",
+                                 "Gr\xC3\xBC\xC3\x9F\x65 \xE2\x82\xAC \xF0\x9F\x90\xA6",
+                                 "\xF4\x8F\xBF\xBF" /* U+10FFFF */, "\xED\x9F\xBF" /* U+D7FF */};
+    for (const std::string& bytes : valid)
+        EXPECT_TRUE(isValidUtf8(bytes)) << testing::PrintToString(bytes);
+
+    const std::string invalid[] = {"\xC3",
+                                   "abcdefgh\xE2\x82",
+                                   "\x80",
+                                   "\xC3\x28", // cut short, stray bytes
+                                   "\xC0\xAF",
+                                   "\xE0\x80\xAF",
+                                   "\xF0\x82\x82\xAC", // overlong forms
+                                   "\xED\xA0\x80",
+                                   "\xED\xBF\xBF", // surrogates
+                                   "\xF4\x90\x80\x80",
+                                   "\xF8\x88\x80\x80\x80",
+                                   "Gr\xE4n"}; // too high, five bytes, 1252
+    for (const std::string& bytes : invalid)
+        EXPECT_FALSE(isValidUtf8(bytes)) << testing::PrintToString(bytes);
+}
+
+TEST(TextDecode, Windows1252) {
+    // Every byte from 0x80 up agrees with the system's Windows-1252 decoder,
+    // except the five the code page leaves undefined, which stay C1 controls.
+    QStringDecoder reference("windows-1252");
+    ASSERT_TRUE(reference.isValid());
+    for (int b = 0x80; b <= 0xFF; ++b) {
+        const std::string utf8 = windows1252ToUtf8(std::string(1, char(b)));
+        ASSERT_TRUE(isValidUtf8(utf8)) << b;
+        const QString ours = QString::fromUtf8(utf8.data(), qsizetype(utf8.size()));
+        const bool undefined = b == 0x81 || b == 0x8D || b == 0x8F || b == 0x90 || b == 0x9D;
+        const QString expected =
+            undefined ? QString(QChar(b)) : reference.decode(QByteArray(1, char(b)));
+        EXPECT_EQ(ours, expected) << std::hex << b;
+    }
+
+    // Valid UTF-8 is taken as it is, anything else as Windows-1252.
+    std::string converted;
+    EXPECT_FALSE(toStoredText("Gr\xC3\xBCn", converted));
+    EXPECT_TRUE(toStoredText("Gr\xFCn \x80", converted));
+    EXPECT_EQ(converted, "Gr\xC3\xBCn \xE2\x82\xAC");
+    EXPECT_EQ(decodeText("Gr\xC3\xBCn"), u("Grün"));
+    EXPECT_EQ(decodeText("\xE4\x80"), u("ä€"));
+    EXPECT_EQ(decodeText("\xC3\xA4\x80"), u("Ã¤€")); // one bad byte makes it all Windows-1252
+}
+
+} // namespace

@@ -1,0 +1,170 @@
+#include "Import.h"
+
+#include "Checked.h"
+#include "OleDate.h"
+#include "Progress.h"
+#include "Snapshot.h"
+#include "SnapshotItems.h"
+#include "TextFormats.h"
+
+#include <QFile>
+
+#include <string>
+#include <unordered_map>
+
+namespace kestrel::engine {
+
+namespace {
+
+// v2 files were written only on Windows: their folder paths are relative to
+// the root, begin and end with a backslash, and "\" alone is the root. The
+// paths are never converted to the platform's separator: they only serve as
+// keys of the folder index below, so the backslash is the one separator the
+// import recognises and the one it appends when it forms a folder's path.
+constexpr char OldSeparator = '\\';
+
+// The marker v2 put after the root folder in the first item.
+constexpr QLatin1String VersionMarker(";3");
+
+// A file without the marker fails silently; the error only tells what happened.
+constexpr ErrorCode MissingMarker = ErrorCode::BadRecordLength;
+
+
+QString textOf(const Item& item) {
+    std::string scratch;
+    const std::string_view text = ItemReader::toText(item, scratch);
+    return QString::fromUtf8(text.data(), qsizetype(text.size()));
+}
+
+} // namespace
+
+ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
+    ImportOutcome outcome;
+    QFile file(snapshot.header.fileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {Outcome::failure(UserMessage{QStringLiteral("Error"),
+                                             QStringLiteral("Unable to open Snapshot"),
+                                             MessageIcon::Exclamation},
+                                 ErrorCode::FileNotFound)};
+    }
+    const double startTime = secondsSinceMidnight();
+    MeterCloser closer{meter};
+    try {
+        ItemReader reader(file);
+        SnapshotHeader& header = snapshot.header;
+
+        // Any letters before the marker are the root folder's and keep their
+        // case; the marker itself is matched regardless of case.
+        QString root = textOf(reader.next());
+        if (!root.endsWith(VersionMarker, Qt::CaseInsensitive))
+            return {Outcome::failure(MissingMarker)};
+        root.chop(VersionMarker.size());
+        header.rootFolder = root;
+
+        snapshot.importedNumber = ItemReader::toInt16(reader.next());
+        ItemReader::toDouble(reader.next()); // v2's creation time, not carried over
+        header.created = 0;
+        header.recurse = ItemReader::toBoolean(reader.next());
+        header.hidden = ItemReader::toBoolean(reader.next());
+        header.versions = ItemReader::toBoolean(reader.next());
+        const int32_t count = ItemReader::toInt32(reader.next());
+        outcome.headerRead = true;
+
+        meter.initialise(count, QStringLiteral("Importing Snapshot"), true);
+
+        // A fresh table: the ring building below reads the parents' status
+        // fields, which must start at 0.
+        snapshot.entries.clear();
+        snapshot.entries.setCapacity(checkedAdd(count, 1));
+        snapshot.entries.mutableAt(0).count = count;
+
+        // Folder path as the file writes it -> the folder's entry index.
+        std::unordered_map<std::string, int32_t> folders;
+        folders.emplace(std::string(1, OldSeparator), 0);
+
+        std::string scratch;
+        std::string path;
+        std::string previousPath;
+        int32_t i = 0;
+        while (!reader.atEnd()) {
+            if (meter.cancelled())
+                break;
+            i = checkedAdd(i, 1);
+            SnapshotEntry& e = snapshot.entries.mutableAt(i);
+
+            // An empty path means inside the entry before (which must then be
+            // a folder), a single blank the same folder as the entry before.
+            const std::string_view pathText = ItemReader::toText(reader.next(), scratch);
+            if (pathText.empty()) {
+                path = previousPath;
+                path += snapshot.name(i - 1);
+                path += OldSeparator;
+            } else if (pathText != " ") {
+                path.assign(pathText);
+            } else {
+                path = previousPath;
+            }
+
+            snapshot.setName(e, ItemReader::toText(reader.next(), scratch));
+            // Stored as read: -1 is how v2 marks a folder, and the rest of the
+            // program tells folders by their attributes and never compares or
+            // shows a folder's size, so the value needs no translation.
+            e.size = ItemReader::toDouble(reader.next());
+            e.modified = ItemReader::toDouble(reader.next());
+            e.attributes = ItemReader::toInt16(reader.next());
+            snapshot.setVersion(e, ItemReader::toText(reader.next(), scratch));
+            ItemReader::toInt32(reader.next()); // not used
+            e.count = ItemReader::toInt32(reader.next());
+            ItemReader::toDouble(reader.next()); // not used
+            snapshot.entryCount = i;
+
+            if (e.size != -1) {
+                snapshot.fileCount = checkedAdd(snapshot.fileCount, 1);
+                snapshot.totalSize += e.size;
+            } else {
+                if (i % 10 == 0)
+                    meter.update(i);
+                std::string key = path;
+                key += snapshot.nameOf(e);
+                key += OldSeparator;
+                // A path names one folder; a file listing it twice is damaged.
+                if (!folders.emplace(std::move(key), i).second)
+                    raise(ErrorCode::SubscriptOutOfRange);
+                snapshot.folderCount = checkedAdd(snapshot.folderCount, 1);
+            }
+
+            const auto found = folders.find(path);
+            if (found == folders.end())
+                raise(ErrorCode::SubscriptOutOfRange);
+            const int32_t parent = found->second;
+            e.parent = parent;
+
+            // Contents follow their folder, so the folder's first child is
+            // parent + 1: each new child points back at it, closing the ring,
+            // and the last child so far (kept in the parent's status; 0 before
+            // the first, whose link then lands harmlessly on entry 0) points
+            // forward to the new one. Status is 16 bits, so entry 32,768
+            // overflows: the import's limit.
+            SnapshotEntry& folder = snapshot.entries.mutableAt(parent);
+            snapshot.entries.mutableAt(folder.status).nextSibling = i;
+            e.nextSibling = parent + 1;
+            folder.status = toInt16(i);
+
+            previousPath = path;
+        }
+        header.title = header.fileName;
+    } catch (const RuntimeError& e) {
+        outcome.error = e.code();
+        return outcome;
+    }
+    if (meter.cancelled()) {
+        outcome.cancelled = true;
+        return outcome;
+    }
+    outcome.ok = true;
+    outcome.summary = SummaryLine(QStringLiteral("imported"), startTime, secondsSinceMidnight(),
+                                  snapshot.fileCount, snapshot.folderCount);
+    return outcome;
+}
+
+} // namespace kestrel::engine

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+#include <memory>
+
+class QSettings;
+
+namespace kestrel::settings {
+
+class Options;
+
+// The per-user settings store: sections "Config", "Ignore" and "Recent" of
+// string values. The only code that knows the stored key names.
+//
+// Numbers are stored as decimal text. Reading them back follows two rules:
+// - "Config" keys take the text's leading number (readConfigValue);
+// - "Ignore" keys, tolerance lists included, must hold a whole number within
+//   16 bits; anything else takes the key's default and the load goes on.
+class SettingsStore {
+public:
+    // The user's own store: organisation and application "Kestrel", on Linux
+    // the file ~/.config/Kestrel/Kestrel.conf.
+    SettingsStore();
+    // Another store, for instance a file in a temporary folder. Not owned;
+    // it must outlive this object.
+    explicit SettingsStore(QSettings* settings);
+    virtual ~SettingsStore();
+
+    SettingsStore(const SettingsStore&) = delete;
+    SettingsStore& operator=(const SettingsStore&) = delete;
+
+    // The file behind the store.
+    QString fileName() const;
+
+    // One text value; a missing key gives defaultValue. Also for "Recent".
+    // Virtual so that tests can watch what is read and written, and in which
+    // order.
+    virtual QString readString(const QString& section, const QString& key,
+                               const QString& defaultValue) const;
+    virtual void writeString(const QString& section, const QString& key, const QString& value);
+
+    // ReadConfigValue: "Config"/key as a 16-bit number. The stored text's
+    // leading number counts ("12abc" gives 12, a fraction rounds to the
+    // nearest whole number, halves to even); text that does not start with a
+    // number gives 0. A number outside 16 bits is clamped to -32768..32767, the
+    // nearest value the key can hold, rather than wrapped into an unrelated one.
+    int16_t readConfigValue(const QString& key, int16_t defaultValue) const;
+
+    // GetSettings: loads every option into options through its setters, so
+    // each control's rule runs, in a fixed order: the tolerance lists, the
+    // "Config" numbers, the "Ignore" boxes, "Shell", then "Program" and
+    // "Params". A list position that the list does not have gives the key's
+    // default.
+    void getSettings(Options& options) const;
+
+    // SaveSettings: writes every option except "Synch" (saveSynch does) and
+    // "Params" (never written: each run starts from the stored template).
+    void saveSettings(const Options& options);
+
+    // Stores "Synch" as it stands. Called when the program ends, whether or
+    // not the options were saved.
+    void saveSynch(const Options& options);
+
+private:
+    std::unique_ptr<QSettings> m_owned;
+    QSettings* m_settings;
+};
+
+} // namespace kestrel::settings

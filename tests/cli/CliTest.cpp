@@ -1,0 +1,214 @@
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+using kestrel::test::TempTree;
+
+namespace {
+
+struct CliRun {
+    int status = -1;
+    QString out;
+    QString err;
+    QStringList lines() const { return out.split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+};
+
+// Runs kestrel-cli with its settings pointed at a folder of the test's own.
+class CliTest : public testing::Test {
+protected:
+    CliRun cli(const QStringList& arguments, const QString& workingFolder = {}) {
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), m_home.path());
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.path() + QStringLiteral("/config"));
+        env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+        p.setProcessEnvironment(env);
+        p.setWorkingDirectory(workingFolder.isEmpty() ? m_home.path() : workingFolder);
+        p.start(QStringLiteral(KESTREL_CLI), arguments);
+        EXPECT_TRUE(p.waitForFinished(60000));
+        CliRun r;
+        r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+        r.out = QString::fromUtf8(p.readAllStandardOutput());
+        r.err = QString::fromUtf8(p.readAllStandardError());
+        return r;
+    }
+    QString home() const { return m_home.path(); }
+
+    QTemporaryDir m_home;
+};
+
+TEST_F(CliTest, SnapshotSavesTheNextNumberedFile) {
+    TempTree t;
+    t.file(QStringLiteral("data/a.txt"), "a");
+    t.file(QStringLiteral("data/sub/b.txt"), "bb");
+    const QString folder = t.root() + QStringLiteral("data");
+
+    CliRun r = cli({QStringLiteral("snapshot"), folder, QStringLiteral("--dir"), home()});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out.trimmed(), home() + QStringLiteral("/data.#01"));
+    EXPECT_TRUE(r.err.startsWith(QStringLiteral("Kestrel found 2 files and 1 folders in ")));
+    r = cli({QStringLiteral("snapshot"), folder, QStringLiteral("--dir"), home()});
+    EXPECT_EQ(r.out.trimmed(), home() + QStringLiteral("/data.#02"));
+
+    r = cli({QStringLiteral("info"), home() + QStringLiteral("/data.#02")});
+    ASSERT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.contains(QStringLiteral("Title: Snapshot #2 of ") + folder + QLatin1Char('\n')));
+    EXPECT_TRUE(r.out.contains(QStringLiteral("Files: 2\n")));
+    EXPECT_TRUE(r.out.contains(QStringLiteral("Folders: 1\n")));
+
+    // A relative folder is made absolute; the file goes to the current folder.
+    r = cli({QStringLiteral("snapshot"), QStringLiteral("data"), QStringLiteral("--no-recurse"),
+             QStringLiteral("--title"), QStringLiteral("Mine")},
+            t.root());
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out.trimmed(), t.root() + QStringLiteral("data.#01"));
+    r = cli({QStringLiteral("list"), t.root() + QStringLiteral("data.#01")});
+    EXPECT_EQ(r.lines().size(), 2);
+    r = cli({QStringLiteral("info"), t.root() + QStringLiteral("data.#01")});
+    EXPECT_TRUE(r.out.startsWith(QStringLiteral("Title: Mine\n")));
+}
+
+TEST_F(CliTest, ListPrintsOneTabSeparatedLinePerEntry) {
+    TempTree t;
+    t.file(QStringLiteral("sub/line\nbreak"), "12345");
+    t.touch(QStringLiteral("sub/line\nbreak"), 1700000000);
+    const CliRun r = cli({QStringLiteral("list"), t.root()});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    const QStringList lines = r.lines();
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("sub/\t0\t")));
+    const QStringList fields = lines[1].split(QLatin1Char('\t'));
+    ASSERT_EQ(fields.size(), 5);
+    EXPECT_EQ(fields[0], QStringLiteral("sub/line\\nbreak"));
+    EXPECT_EQ(fields[1], QStringLiteral("5"));
+    EXPECT_EQ(fields[3], QStringLiteral("Norm"));
+    EXPECT_EQ(fields[2].size(), 19); // yyyy-MM-dd hh:mm:ss
+}
+
+TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
+    TempTree t;
+    CliRun r = cli({QStringLiteral("snapshot"), t.root()});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(),
+              QStringLiteral("Empty Snapshot: No files or folders match the specifications"));
+    EXPECT_TRUE(r.out.isEmpty());
+
+    t.file(QStringLiteral("bad.#01"), "title\n\"root\",#2001-01-01 00:00:00#,#TRUE#,#TRUE#,#FALSE#,16\nx,1,1,1,\"n\",0,0,\"\"\n");
+    r = cli({QStringLiteral("info"), t.root() + QStringLiteral("bad.#01")});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(), QStringLiteral("Invalid Snapshot: Type mismatch"));
+
+    r = cli({QStringLiteral("info"), t.root() + QStringLiteral("missing.#01")});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(), QStringLiteral("Error: Unable to open Snapshot"));
+
+    EXPECT_EQ(cli({QStringLiteral("frobnicate")}).status, 2);
+    EXPECT_EQ(cli({QStringLiteral("list")}).status, 2);
+    for (const char* command : {"snapshot", "list", "info", "convert", "compare"}) {
+        r = cli({QString::fromLatin1(command), QStringLiteral("--help")});
+        EXPECT_EQ(r.status, 0) << command;
+        EXPECT_TRUE(r.out.contains(QStringLiteral("--help"))) << command;
+    }
+}
+
+TEST_F(CliTest, ConvertBringsOldFilesToTheCurrentFormat) {
+    TempTree t;
+    t.file(QStringLiteral("old.dat"), "\"C:\\DATA\\;3\"\r\n5,36954.5\r\n#TRUE#,#FALSE#,#FALSE#\r\n2\r\n"
+                                      "\"\\\",\"Docs\",-1,36950.5,16,\"\",0,1,0\r\n"
+                                      "\"\",\"a.txt\",1234,36950.5,32,\"\",0,0,0\r\n");
+    const QString out = t.root() + QStringLiteral("converted.#01");
+    CliRun r = cli({QStringLiteral("convert"), t.root() + QStringLiteral("old.dat"), out});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.err.startsWith(QStringLiteral("Kestrel imported 1 files and 1 folders")));
+    r = cli({QStringLiteral("list"), out});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    const QStringList lines = r.lines();
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Docs/\t")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Docs/a.txt\t1234\t2001-02-28 12:00:00\tArc")));
+}
+
+TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
+    TempTree before, after;
+    for (TempTree* t : {&before, &after}) {
+        t->file(QStringLiteral("same.txt"), "s");
+        t->touch(QStringLiteral("same.txt"), 1700000000);
+        t->folder(QStringLiteral("docs"));
+    }
+    before.file(QStringLiteral("docs/old.txt"));
+    before.file(QStringLiteral("grown.txt"), "1");
+    before.touch(QStringLiteral("grown.txt"), 1700000000);
+    after.file(QStringLiteral("grown.txt"), "12");
+    after.touch(QStringLiteral("grown.txt"), 1700000000 + 2);
+    after.file(QStringLiteral("new/inside.txt"));
+
+    CliRun r = cli({QStringLiteral("compare"), before.root(), before.root()});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.isEmpty());
+
+    r = cli({QStringLiteral("compare"), before.root(), after.root()});
+    ASSERT_EQ(r.status, 1) << r.err.toStdString();
+    QStringList lines = r.lines();
+    lines.sort();
+    ASSERT_EQ(lines.size(), 4) << r.out.toStdString();
+    EXPECT_EQ(lines[0], QStringLiteral("+\tnew/"));
+    EXPECT_EQ(lines[1], QStringLiteral("+\tnew/inside.txt"));
+    EXPECT_EQ(lines[2], QStringLiteral("-\tdocs/old.txt"));
+    EXPECT_TRUE(lines[3].startsWith(QStringLiteral("~\tgrown.txt\t[was 1  ")));
+    EXPECT_EQ(r.err.trimmed(), QStringLiteral("2 only in NEW, 1 only in OLD, 1 changed"));
+
+    // Ignoring size and two seconds of date difference leaves the grown file alone.
+    r = cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--ignore-size"),
+             QStringLiteral("--tolerance"), QStringLiteral("2s")});
+    EXPECT_FALSE(r.out.contains(QStringLiteral("grown.txt")));
+    r = cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--ignore-size"),
+             QStringLiteral("--tolerance"), QStringLiteral("1")});
+    EXPECT_TRUE(r.out.contains(QStringLiteral("grown.txt")));
+
+    r = cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--format"),
+             QStringLiteral("csv")});
+    EXPECT_TRUE(r.out.startsWith(QStringLiteral("change,path,size,modified,attributes,version,was\n")));
+    EXPECT_TRUE(r.out.contains(QStringLiteral("\"+\",\"new/inside.txt\",\"0\",")));
+
+    r = cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--format"),
+             QStringLiteral("jsonl")});
+    EXPECT_TRUE(r.out.contains(QStringLiteral(
+        "{\"change\":\"~\",\"path\":\"grown.txt\",\"size\":{\"old\":1,\"new\":2},\"modified\":{\"old\":")));
+
+    r = cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--show"),
+             QStringLiteral("both")});
+    lines = r.lines();
+    lines.sort();
+    // docs is empty in NEW: an empty folder's match is negative, so it is not
+    // among the entries in both.
+    ASSERT_EQ(lines.size(), 2) << r.out.toStdString();
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("grown.txt\t2\t")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("same.txt\t1\t")));
+
+    EXPECT_EQ(cli({QStringLiteral("compare"), before.root()}).status, 2);
+    EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--tolerance"),
+                   QStringLiteral("soon")}).status, 2);
+}
+
+TEST_F(CliTest, CompareTakesStoredOptionsOnlyWhenAsked) {
+    TempTree before, after;
+    before.file(QStringLiteral("f"), "1");
+    after.file(QStringLiteral("f"), "12");
+    for (TempTree* t : {&before, &after})
+        t->touch(QStringLiteral("f"), 1700000000);
+    QDir().mkpath(home() + QStringLiteral("/config/Kestrel"));
+    QFile conf(home() + QStringLiteral("/config/Kestrel/Kestrel.conf"));
+    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
+    conf.write("[Ignore]\nSize=1\n");
+    conf.close();
+    EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root()}).status, 1);
+    EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--use-settings")}).status,
+              0);
+}
+
+} // namespace

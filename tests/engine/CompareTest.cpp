@@ -1,0 +1,353 @@
+#include "TestSupport.h"
+
+#include "engine/CaseFold.h"
+#include "engine/Compare.h"
+#include "engine/OleDate.h"
+#include "engine/RingLookup.h"
+#include "engine/RingWalk.h"
+#include "engine/Scan.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+
+#include <gtest/gtest.h>
+
+#include <QLocale>
+
+#include <algorithm>
+#include <random>
+
+using namespace kestrel::engine;
+using kestrel::test::Node;
+using kestrel::test::TempTree;
+using kestrel::test::buildSnapshot;
+using kestrel::test::indexOf;
+
+namespace {
+
+class CompareTest : public testing::Test {
+protected:
+    void SetUp() override { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+
+    static void scanInto(Snapshot& s, const TempTree& tree) {
+        s.header.rootFolder = tree.root();
+        s.header.recurse = s.header.hidden = true;
+        ProgressMeter meter;
+        ASSERT_TRUE(CreateSnapshot(s, {}, meter).ok);
+    }
+
+    Outcome compare(const CompareOptions& options = {}) {
+        ProgressMeter meter;
+        return CompareSnapshot(newer, 1, older, 1, true, options, meter);
+    }
+
+    const SnapshotEntry& inNew(const char* path) { return newer.entry(at(newer, path)); }
+    const SnapshotEntry& inOld(const char* path) { return older.entry(at(older, path)); }
+    static int32_t at(const Snapshot& s, const char* path) {
+        const int32_t i = indexOf(s, QString::fromUtf8(path));
+        EXPECT_NE(i, 0) << path;
+        return i;
+    }
+
+    Snapshot older, newer;
+};
+
+TEST_F(CompareTest, UnchangedTreesMatchEverywhere) {
+    TempTree t;
+    t.file(QStringLiteral("a/x.txt"), "x");
+    t.file(QStringLiteral("a/deep/y.txt"), "yy");
+    t.folder(QStringLiteral("empty"));
+    t.file(QStringLiteral("top.txt"));
+    scanInto(older, t);
+    scanInto(newer, t);
+    ASSERT_TRUE(compare().ok);
+    for (Snapshot* s : {&older, &newer}) {
+        for (int32_t i = 1; i <= s->entryCount; ++i) {
+            const SnapshotEntry& e = s->entry(i);
+            SCOPED_TRACE(s->relativePath(i).toStdString());
+            EXPECT_EQ(e.status, 0);
+            const bool emptyFolder = e.isFolder() && !hasContents(*s, i);
+            if (emptyFolder) {
+                EXPECT_LT(e.match, 0);
+            } else {
+                EXPECT_GT(e.match, 0);
+            }
+        }
+    }
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "a/x.txt"), {}), QString());
+}
+
+TEST_F(CompareTest, MarksAddedRemovedAndChangedFilesOnBothSides) {
+    TempTree before;
+    before.file(QStringLiteral("docs/grown.txt"), QByteArray(1000, 'g'));
+    before.file(QStringLiteral("docs/gone.txt"));
+    before.file(QStringLiteral("docs/same.txt"));
+    before.file(QStringLiteral("Readme.TXT"));
+    before.file(QStringLiteral("was-file"), "f");
+    scanInto(older, before);
+
+    TempTree after;
+    after.file(QStringLiteral("docs/grown.txt"), QByteArray(1234, 'g'));
+    after.file(QStringLiteral("docs/new.txt"));
+    after.file(QStringLiteral("docs/same.txt"));
+    after.file(QStringLiteral("README.txt"));
+    after.file(QStringLiteral("added/inner/deep.txt"));
+    after.file(QStringLiteral("was-file/now-inside.txt"));
+    for (const char* p : {"docs/grown.txt", "docs/same.txt", "README.txt"})
+        after.touch(QString::fromLatin1(p), 1700000000);
+    for (const char* p : {"docs/grown.txt", "docs/same.txt", "Readme.TXT"})
+        before.touch(QString::fromLatin1(p), 1700000000);
+    older.clearEntries();
+    scanInto(older, before);
+    scanInto(newer, after);
+    ASSERT_TRUE(compare().ok);
+
+    EXPECT_EQ(inNew("docs/grown.txt").status, Change::Size);
+    EXPECT_EQ(inOld("docs/grown.txt").status, Change::Size);
+    EXPECT_EQ(inNew("docs/grown.txt").match, at(older, "docs/grown.txt"));
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "docs/grown.txt"), {}), QStringLiteral("[was 1,000]"));
+    EXPECT_EQ(WhatChanged(older, newer, at(older, "docs/grown.txt"), {}), QStringLiteral("[was 1,234]"));
+
+    EXPECT_EQ(inNew("docs/new.txt").match, 0);
+    EXPECT_EQ(inOld("docs/gone.txt").match, 0);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "docs/new.txt"), {}),
+              QStringLiteral("[was not in other Snapshot]"));
+    EXPECT_EQ(inNew("docs").status, 2);
+    EXPECT_EQ(inOld("docs").status, 2);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "docs"), {}), QStringLiteral("[contains changes]"));
+
+    // A name that changed only in case is the same file.
+    EXPECT_GT(inNew("README.txt").match, 0);
+    EXPECT_EQ(inNew("README.txt").status, 0);
+
+    // A folder with contents that is only in one snapshot: unmatched, and the
+    // walk leaves its contents as the scan left them.
+    EXPECT_EQ(inNew("added").match, 0);
+    EXPECT_EQ(inNew("added/inner/deep.txt").match, 0);
+
+    // A file replaced by a folder of the same name: the folder's contents have
+    // no counterpart, the file is compared with the folder's values.
+    const SnapshotEntry& folder = inNew("was-file");
+    EXPECT_EQ(folder.match, -at(older, "was-file"));
+    EXPECT_EQ(inNew("was-file/now-inside.txt").match, 0);
+    const SnapshotEntry& file = inOld("was-file");
+    EXPECT_EQ(file.match, at(newer, "was-file"));
+    EXPECT_TRUE(file.status & Change::Attributes);
+    EXPECT_TRUE(file.status & Change::Size);
+    EXPECT_GT(folder.status, 0);
+}
+
+TEST_F(CompareTest, DateToleranceIsStrictAndClockChangesCanBeIgnored) {
+    constexpr double Second = 1.0 / 86400;
+    const double base = 45000.5;
+    std::vector<Node> before, after;
+    const std::vector<std::pair<std::string, double>> moves = {
+        {"exact", 30}, {"one-more", 31}, {"hour", 3600}, {"hour-and-tolerance", 3630},
+        {"hour-and-more", 3631}, {"back-an-hour", -3600}};
+    for (const auto& [name, seconds] : moves) {
+        before.push_back(Node::file(name, 1, roundTo15Digits(base)));
+        after.push_back(Node::file(name, 1, roundTo15Digits(base + seconds * Second)));
+    }
+    buildSnapshot(older, before);
+    buildSnapshot(newer, after);
+
+    CompareOptions options;
+    options.dateTolerance = 30 * Second;
+    ASSERT_TRUE(compare(options).ok);
+    EXPECT_EQ(inNew("exact").status, 0);
+    EXPECT_EQ(inNew("one-more").status, Change::Date);
+    EXPECT_EQ(inNew("hour").status, Change::Date);
+
+    options.ignoreDst = true;
+    ASSERT_TRUE(compare(options).ok);
+    EXPECT_EQ(inNew("hour").status, 0);
+    EXPECT_EQ(inNew("back-an-hour").status, 0);
+    EXPECT_EQ(inNew("hour-and-tolerance").status, 0);
+    EXPECT_EQ(inNew("hour-and-more").status, Change::Date);
+    EXPECT_EQ(inNew("one-more").status, Change::Date);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "hour"), options), QString());
+
+    options.dateTolerance = 0;
+    ASSERT_TRUE(compare(options).ok);
+    EXPECT_EQ(inNew("hour").status, 0);
+    EXPECT_EQ(inNew("exact").status, Change::Date);
+}
+
+TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
+    Node roBefore = Node::file("ro", 5);
+    roBefore.attributes = 128;
+    Node roAfter = Node::file("ro", 5);
+    roAfter.attributes = 1; // made read-only
+    Node verBefore = Node::file("v.dll", 7);
+    verBefore.version = "1.00.0000";
+    Node verAfter = Node::file("v.dll", 7);
+    verAfter.version = "1.01.0000";
+    Node caseBefore = Node::file("c.dll");
+    caseBefore.version = "1.0a";
+    Node caseAfter = Node::file("c.dll");
+    caseAfter.version = "1.0A";
+    buildSnapshot(older, {roBefore, verBefore, caseBefore, Node::file("sized", 1)});
+    buildSnapshot(newer, {roAfter, verAfter, caseAfter, Node::file("sized", 2)});
+
+    ASSERT_TRUE(compare().ok);
+    EXPECT_EQ(inNew("ro").status, Change::Attributes);
+    EXPECT_EQ(inNew("v.dll").status, Change::Version);
+    EXPECT_EQ(inNew("c.dll").status, 0);
+    EXPECT_EQ(inNew("sized").status, Change::Size);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "ro"), {}), QStringLiteral("[was Norm]"));
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "v.dll"), {}), QStringLiteral("[was 1.00.0000]"));
+
+    CompareOptions options;
+    options.attributeIgnoreMask = Attribute::ReadOnly;
+    options.ignoreVersion = true;
+    options.ignoreSize = true;
+    ASSERT_TRUE(compare(options).ok);
+    // Only the read-only bit is ignored: 128 against 1 still differs in bit 128.
+    EXPECT_EQ(inNew("ro").status, Change::Attributes);
+    EXPECT_EQ(inNew("v.dll").status, 0);
+    EXPECT_EQ(inNew("sized").status, 0);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "sized"), options), QString());
+}
+
+TEST_F(CompareTest, WhatChangedListsEveryDifferenceInOrder) {
+    Node before = Node::file("f", 1000, oleDateFromParts(2001, 3, 4, 10, 15, 0));
+    before.attributes = 33;
+    before.version = "1.00.0000";
+    Node after = Node::file("f", 1234, oleDateFromParts(2001, 3, 5, 10, 15, 0));
+    after.version = "2.00.0000";
+    buildSnapshot(older, {before});
+    buildSnapshot(newer, {after});
+    ASSERT_TRUE(compare().ok);
+    EXPECT_EQ(inNew("f").status, Change::Size + Change::Date + Change::Attributes + Change::Version);
+    EXPECT_EQ(WhatChanged(newer, older, 1, {}),
+              QStringLiteral("[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"));
+}
+
+TEST_F(CompareTest, FoldersListedInAnotherOrderMatchTheSame) {
+    // A large folder whose entries the other snapshot lists in another
+    // order, with names that differ only in case among them.
+    std::vector<Node> files;
+    for (int i = 0; i < 3000; ++i)
+        files.push_back(Node::file("file" + std::to_string(i), i));
+    files.push_back(Node::file("README", 1));
+    files.push_back(Node::file("readme", 2));
+    std::vector<Node> shuffled = files;
+    std::mt19937 random(7);
+    std::shuffle(shuffled.begin(), shuffled.end(), random);
+    shuffled.erase(shuffled.begin() + 10); // one removed
+    shuffled.push_back(Node::file("extra"));
+    buildSnapshot(older, {Node::dir("big", files)});
+    buildSnapshot(newer, {Node::dir("big", shuffled)});
+    ASSERT_TRUE(compare().ok);
+
+    int unmatched = 0;
+    for (int32_t i = 2; i <= newer.entryCount; ++i) {
+        const SnapshotEntry& e = newer.entry(i);
+        if (e.match == 0) {
+            ++unmatched;
+            EXPECT_EQ(newer.name(i), "extra");
+            continue;
+        }
+        EXPECT_TRUE(namesEqual(older.name(e.match), newer.name(i)));
+        if (newer.name(i).substr(0, 4) == "file") {
+            EXPECT_EQ(older.name(e.match), newer.name(i));
+        }
+    }
+    EXPECT_EQ(unmatched, 1);
+    int removed = 0;
+    for (int32_t i = 2; i <= older.entryCount; ++i)
+        removed += older.entry(i).match == 0;
+    EXPECT_EQ(removed, 1);
+}
+
+TEST(RingLookup, AnswersExactlyAsTheRingWalk) {
+    // Rings of several sizes with repeated names (in any case), looked up
+    // from every start: the index must give what the walk gives.
+    std::mt19937 random(11);
+    for (int size : {1, 5, 40, 300}) {
+        std::vector<Node> nodes;
+        for (int i = 0; i < size; ++i) {
+            std::string name = "n" + std::to_string(random() % (size / 3 + 1));
+            if (random() % 2)
+                name[0] = 'N';
+            nodes.push_back(Node::file(name));
+        }
+        Snapshot s;
+        buildSnapshot(s, nodes);
+        for (const std::string wanted : {"n0", "N1", "n2", "missing"}) {
+            RingLookup lookup(s);
+            int32_t viaIndex = 1;
+            int32_t viaWalk = 1;
+            for (int step = 0; step < size + 3; ++step) {
+                const int32_t a = lookup.locate(viaIndex, wanted);
+                const int32_t b = s.locateEntry(viaWalk, wanted);
+                ASSERT_EQ(a, b) << "size " << size << " name " << wanted << " step " << step;
+                ASSERT_EQ(viaIndex, viaWalk);
+                // Move on as the comparison does: from the match or a member.
+                viaIndex = viaWalk = 1 + int32_t(random() % uint32_t(size));
+            }
+        }
+    }
+}
+
+TEST_F(CompareTest, DamagedRingsEndWithAnErrorInsteadOfHanging) {
+    buildSnapshot(older, {Node::dir("d", {Node::file("a"), Node::file("b"), Node::file("c")})});
+    buildSnapshot(newer, {Node::dir("d", {Node::file("a"), Node::file("b"), Node::file("c")})});
+    // c points back to b instead of a: the ring never returns to its start.
+    newer.mutableEntry(4).nextSibling = 3;
+    Outcome o = compare();
+    EXPECT_FALSE(o.ok);
+    ASSERT_TRUE(o.message);
+    EXPECT_EQ(o.message->text, QStringLiteral("Subscript out of range"));
+
+    // An index outside the table.
+    newer.mutableEntry(4).nextSibling = 999999;
+    o = compare();
+    EXPECT_FALSE(o.ok);
+    EXPECT_EQ(o.error, ErrorCode::SubscriptOutOfRange);
+
+    // Folders whose contents loop back to a folder above them, on both sides,
+    // so that every folder finds a counterpart to descend into.
+    for (Snapshot* s : {&older, &newer}) {
+        s->mutableEntry(4).nextSibling = 2;
+        for (int32_t i : {2, 3, 4})
+            s->mutableEntry(i).attributes = 16;
+        s->mutableEntry(3).parent = 2;
+        s->mutableEntry(4).parent = 3;
+        s->mutableEntry(5).parent = 4; // 4 "contains" 5, whose ring leads back to 2
+        s->mutableEntry(5).nextSibling = 2;
+    }
+    o = compare();
+    EXPECT_FALSE(o.ok);
+    EXPECT_EQ(o.error, ErrorCode::SubscriptOutOfRange);
+}
+
+TEST_F(CompareTest, MeterTakesItsMaximumFromEntryOne) {
+    buildSnapshot(older, {Node::dir("d", {Node::file("a")})});
+    buildSnapshot(newer, {Node::dir("d", {Node::file("a")})});
+    newer.mutableEntry(1).count = 77;
+    struct View : ProgressView {
+        int32_t maximum = 0;
+        QString caption;
+        bool cancellable = true;
+        void meterStarted(int32_t m, const QString& c, bool can) override {
+            if (!maximum) {
+                maximum = m;
+                caption = c;
+                cancellable = can;
+            }
+        }
+        void meterShown() override {}
+        void meterValue(int32_t) override {}
+        void processEvents() override {}
+        void meterClosed() override {}
+    } view;
+    ProgressMeter meter(&view);
+    ASSERT_TRUE(CompareSnapshot(newer, 1, older, 1, false, {}, meter).ok);
+    EXPECT_EQ(view.maximum, 77);
+    EXPECT_EQ(view.caption, QStringLiteral("Comparing Snapshots"));
+    EXPECT_FALSE(view.cancellable);
+    // One way only: the other side's own fields were not marked.
+    EXPECT_EQ(older.entry(1).match, 0);
+}
+
+} // namespace

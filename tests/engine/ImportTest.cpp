@@ -1,0 +1,260 @@
+#include "engine/Import.h"
+#include "engine/OpenSnapshot.h"
+#include "engine/Progress.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+
+#include "TestSupport.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using namespace kestrel::engine;
+using kestrel::test::ringOf;
+
+namespace {
+
+// A v2 file: the marked root, number and creation time, the three flags, the
+// entry count, then one line per entry: folder path, name, size, modified,
+// attributes, version, an unused number, count, an unused number.
+const QByteArray OldHeader = R"("C:\DATA\;3"
+5,36954.5
+#TRUE#,#FALSE#,#TRUE#
+)";
+
+// Docs holds a.txt, Sub (holding c.txt), b.txt, d.txt and e.txt; Empty and
+// top.txt sit beside Docs. Paths use every form: explicit, empty (inside the
+// entry before) and a blank (same folder as the entry before).
+const QByteArray OldTree = OldHeader + R"(9
+"\","Docs",-1,36950.5,16,"",0,6,0
+"","a.txt",1234,36950.25,32,"",0,0,0
+" ","Sub",-1,36950.5,16,"",0,1,0
+"","c.txt",7,36951.125,33,"",0,0,0
+"\Docs\","b.txt",99,36950.5,32,"1.00.0000",0,0,0
+" ","d.txt",0,36950.5,32,"",0,0,0
+" ","e.txt",5,36950.5,32,"",0,0,0
+"\","Empty",-1,36950.5,16,"",0,0,0
+"\","top.txt",6,36950.5,32,"",0,0,0
+)";
+
+class ImportTest : public ::testing::Test {
+protected:
+    QString write(const QString& name, const QByteArray& bytes) {
+        const QString path = m_dir.filePath(name);
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        return path;
+    }
+    ImportOutcome import(Snapshot& s, const QString& name, const QByteArray& bytes) {
+        s.header.fileName = write(name, bytes);
+        return ImportSnapshot(s, m_meter);
+    }
+    // A file of n entries, all files in the root.
+    static QByteArray flatFile(int n) {
+        QByteArray bytes = OldHeader + QByteArray::number(n) + '\n';
+        for (int i = 1; i <= n; ++i)
+            bytes += R"("\","f)" + QByteArray::number(i) + R"(",1,0,32,"",0,0,0)" + '\n';
+        return bytes;
+    }
+
+    QTemporaryDir m_dir;
+    ProgressMeter m_meter;
+};
+
+TEST_F(ImportTest, HeaderTakesRootWithoutMarkerAndKeepsNumber) {
+    Snapshot s;
+    const ImportOutcome outcome = import(s, "old.#01", OldTree);
+    ASSERT_TRUE(outcome.ok);
+    EXPECT_TRUE(outcome.headerRead);
+    EXPECT_FALSE(outcome.message);
+    EXPECT_EQ(s.header.rootFolder, QStringLiteral("C:\\DATA\\"));
+    EXPECT_EQ(s.importedNumber, 5);
+    EXPECT_EQ(s.header.created, 0);
+    EXPECT_TRUE(s.header.recurse);
+    EXPECT_FALSE(s.header.hidden);
+    EXPECT_TRUE(s.header.versions);
+    EXPECT_EQ(s.header.title, s.header.fileName);
+    EXPECT_TRUE(outcome.summary.startsWith("Kestrel imported 6 files and 3 folders in "))
+        << outcome.summary.toStdString();
+
+    // The root folder keeps the letter case the file gives it.
+    Snapshot lower;
+    QByteArray bytes = OldTree;
+    bytes.replace("C:\\DATA\\;3", "c:\\Data\\;3");
+    ASSERT_TRUE(import(lower, "lower.#01", bytes).ok);
+    EXPECT_EQ(lower.header.rootFolder, QStringLiteral("c:\\Data\\"));
+}
+
+TEST_F(ImportTest, PathsParentsAndRings) {
+    Snapshot s;
+    ASSERT_TRUE(import(s, "old.#01", OldTree).ok);
+    EXPECT_EQ(s.entry(0).count, 9);
+    EXPECT_EQ(s.fileCount, 6);
+    EXPECT_EQ(s.folderCount, 3);
+    EXPECT_EQ(s.totalSize, 1234 + 7 + 99 + 0 + 5 + 6);
+
+    const std::vector<int32_t> parents{0, 0, 1, 1, 3, 1, 1, 1, 0, 0};
+    for (int32_t i = 1; i <= 9; ++i)
+        EXPECT_EQ(s.entry(i).parent, parents[size_t(i)]) << s.nameText(i).toStdString();
+
+    EXPECT_EQ(ringOf(s, 1), (std::vector<int32_t>{1, 8, 9}));
+    EXPECT_EQ(ringOf(s, 2), (std::vector<int32_t>{2, 3, 5, 6, 7}));
+    EXPECT_EQ(ringOf(s, 4), (std::vector<int32_t>{4}));
+
+    EXPECT_EQ(s.entry(3).size, -1); // folders keep the old format's mark
+    EXPECT_TRUE(s.entry(3).isFolder());
+    EXPECT_EQ(s.entry(4).attributes, 33);
+    EXPECT_EQ(s.entry(4).modified, 36951.125);
+    EXPECT_EQ(s.version(5), "1.00.0000");
+    EXPECT_EQ(s.entry(1).count, 6);
+}
+
+TEST_F(ImportTest, SavedImportLoadsAsTheSameTree) {
+    Snapshot imported;
+    ASSERT_TRUE(import(imported, "old.#01", OldTree).ok);
+    imported.header.fileName = m_dir.filePath("new.#01");
+    ASSERT_TRUE(SaveSnapshot(imported, m_meter).ok);
+
+    Snapshot loaded;
+    loaded.header.fileName = imported.header.fileName;
+    ASSERT_TRUE(LoadSnapshot(loaded, m_meter).ok);
+    EXPECT_EQ(loaded.header.rootFolder, imported.header.rootFolder);
+    EXPECT_EQ(loaded.header.title, imported.header.title);
+    EXPECT_EQ(loaded.fileCount, imported.fileCount);
+    for (int32_t i = 1; i <= 9; ++i) {
+        const SnapshotEntry& a = imported.entry(i);
+        const SnapshotEntry& b = loaded.entry(i);
+        EXPECT_EQ(loaded.name(i), imported.name(i));
+        EXPECT_EQ(loaded.version(i), imported.version(i));
+        EXPECT_EQ(b.parent, a.parent) << i;
+        EXPECT_EQ(b.nextSibling, a.nextSibling) << i;
+        EXPECT_EQ(b.count, a.count) << i;
+        EXPECT_EQ(b.size, a.size) << i;
+        EXPECT_EQ(b.modified, a.modified) << i;
+        EXPECT_EQ(b.attributes, a.attributes) << i;
+    }
+}
+
+TEST_F(ImportTest, EntryLimitIs32767) {
+    Snapshot fits;
+    ASSERT_TRUE(import(fits, "fits.#01", flatFile(32767)).ok);
+    EXPECT_EQ(fits.entry(32767).nextSibling, 1);
+    EXPECT_EQ(fits.entry(32766).nextSibling, 32767);
+
+    Snapshot tooMany;
+    const ImportOutcome outcome = import(tooMany, "big.#01", flatFile(32768));
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_FALSE(outcome.message);
+    EXPECT_EQ(outcome.error, ErrorCode::Overflow);
+}
+
+TEST_F(ImportTest, BadFilesFailSilently) {
+    const QByteArray file = QByteArray(R"("\","a.txt",1,0,32,"",0,0,0)") + '\n';
+    const QByteArray folder = QByteArray(R"("\","Docs",-1,0,16,"",0,0,0)") + '\n';
+    const std::vector<std::pair<const char*, QByteArray>> cases{
+        {"no marker", R"("C:\DATA\",5,0,#TRUE#,#FALSE#,#FALSE#,1,)" + file},
+        {"unknown path", OldHeader + R"(1,"\Nowhere\","a.txt",1,0,32,"",0,0,0)"},
+        {"empty path after a file", OldHeader + "2," + file + R"("","b",1,0,32,"",0,0,0)"},
+        {"malformed size", OldHeader + R"(1,"\","a.txt",big,0,32,"",0,0,0)"},
+        {"truncated entry", OldHeader + R"(1,"\","a.txt",1,0)"},
+        {"more entries than counted", OldHeader + "0," + file + file},
+        {"folder listed twice", OldHeader + "2," + folder + folder},
+        {"number too large", R"("C:\;3",40000,0,#TRUE#,#FALSE#,#FALSE#,1,)" + file},
+    };
+    for (const auto& [what, bytes] : cases) {
+        Snapshot s;
+        const ImportOutcome outcome = import(s, "bad.#01", bytes);
+        EXPECT_FALSE(outcome.ok) << what;
+        EXPECT_FALSE(outcome.message) << what;
+    }
+}
+
+TEST_F(ImportTest, MissingFileAndCancel) {
+    Snapshot missing;
+    missing.header.fileName = m_dir.filePath("absent.#01");
+    const ImportOutcome outcome = ImportSnapshot(missing, m_meter);
+    EXPECT_FALSE(outcome.ok);
+    ASSERT_TRUE(outcome.message);
+    EXPECT_EQ(outcome.message->text, QStringLiteral("Unable to open Snapshot"));
+    EXPECT_EQ(outcome.message->title, QStringLiteral("Error"));
+    EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
+
+    // Cancel pressed when the meter first moves (the folder at entry 10).
+    struct CancellingView : ProgressView {
+        ProgressMeter* meter = nullptr;
+        void meterStarted(int32_t, const QString&, bool) override {}
+        void meterShown() override {}
+        void meterValue(int32_t) override {}
+        void processEvents() override { meter->cancel(); }
+        void meterClosed() override {}
+    } view;
+    ProgressMeter meter(&view);
+    view.meter = &meter;
+    QByteArray bytes = flatFile(12);
+    bytes.replace("\"f10\",1,0,32", "\"f10\",-1,0,16");
+    Snapshot s;
+    s.header.fileName = write("cancel.#01", bytes);
+    const ImportOutcome cancelled = ImportSnapshot(s, meter);
+    EXPECT_FALSE(cancelled.ok);
+    EXPECT_TRUE(cancelled.cancelled);
+    EXPECT_FALSE(cancelled.message);
+    EXPECT_EQ(s.entryCount, 10);
+}
+
+TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
+    const QString current =
+        write("Data.#02", "Original Snapshot of C:\\Data\\\r\n"
+                          "\"C:\\Data\\\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n"
+                          "16,36954.4270833333,3,1,\"Reports\",0,0,\"\"\r\n"
+                          "32,36950.5,2,0,\"a.txt\",1,1234,\"\"\r\n"
+                          "32,36950.5,1,0,\"b.txt\",0,99,\"\"\r\n");
+    Snapshot loaded;
+    const OpenOutcome load = OpenSnapshotFile(loaded, current, m_meter);
+    ASSERT_TRUE(load.ok);
+    EXPECT_FALSE(load.imported);
+    EXPECT_FALSE(load.message);
+    EXPECT_EQ(load.versions, false);
+    EXPECT_EQ(load.number, 2);
+    EXPECT_TRUE(load.summary.startsWith("Kestrel read "));
+    EXPECT_EQ(loaded.header.title, QStringLiteral("Original Snapshot of C:\\Data\\"));
+
+    const QString old = write("Data.#03", OldTree);
+    Snapshot imported;
+    const OpenOutcome import = OpenSnapshotFile(imported, old, m_meter);
+    ASSERT_TRUE(import.ok);
+    EXPECT_TRUE(import.imported);
+    EXPECT_EQ(import.number, 3);
+    EXPECT_EQ(import.versions, true);
+    EXPECT_TRUE(import.summary.startsWith("Kestrel imported "));
+    ASSERT_TRUE(import.message); // the notice, not the load's complaint
+    EXPECT_EQ(import.message->title, QStringLiteral("Snapshot Imported"));
+    EXPECT_EQ(import.message->text,
+              QStringLiteral("File was created with Kestrel v2 and has been converted to v3"));
+    EXPECT_EQ(import.message->icon, MessageIcon::Information);
+    // Nothing the failed load read survives the import.
+    EXPECT_EQ(imported.header.title, old);
+    EXPECT_EQ(imported.fileCount, 6);
+    EXPECT_EQ(imported.entry(0).count, 9);
+
+    Snapshot garbage;
+    const OpenOutcome bad = OpenSnapshotFile(garbage, write("junk.xx", "hello\r\n"), m_meter);
+    EXPECT_FALSE(bad.ok);
+    EXPECT_FALSE(bad.imported);
+    EXPECT_EQ(bad.number, 0);
+    ASSERT_TRUE(bad.message);
+    EXPECT_EQ(bad.message->title, QStringLiteral("Invalid Snapshot"));
+
+    Snapshot absent;
+    const OpenOutcome none = OpenSnapshotFile(absent, m_dir.filePath("none.#01"), m_meter);
+    EXPECT_FALSE(none.ok);
+    ASSERT_TRUE(none.message);
+    EXPECT_EQ(none.message->text, QStringLiteral("Unable to open Snapshot"));
+    EXPECT_FALSE(none.versions);
+}
+
+} // namespace

@@ -1,0 +1,277 @@
+#include "settings/Settings.h"
+#include "settings/SettingsStore.h"
+
+#include <QDir>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+using namespace kestrel::settings;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Keeps the whole run away from the user's own settings: home, configuration
+// folder and QSettings' default paths all point into a temporary folder.
+class IsolatedHome : public testing::Environment {
+public:
+    void SetUp() override {
+        m_dir = std::make_unique<QTemporaryDir>();
+        ASSERT_TRUE(m_dir->isValid());
+        qputenv("HOME", m_dir->path().toUtf8());
+        qputenv("XDG_CONFIG_HOME", configPath().toUtf8());
+        for (auto scope : {QSettings::UserScope, QSettings::SystemScope})
+            for (auto format : {QSettings::NativeFormat, QSettings::IniFormat})
+                QSettings::setPath(format, scope, configPath());
+    }
+    void TearDown() override { m_dir.reset(); }
+
+    static QString configPath() { return QDir::homePath() + u"/config"_s; }
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+};
+
+const auto* const isolatedHome = testing::AddGlobalTestEnvironment(new IsolatedHome);
+
+// Each test has a store file of its own, opened afresh as the next run would.
+class StoreTest : public testing::Test {
+protected:
+    std::unique_ptr<QSettings> openFile() const {
+        return std::make_unique<QSettings>(m_dir.filePath(u"Kestrel.conf"_s), QSettings::IniFormat);
+    }
+    void store(const QString& key, const QString& value) { openFile()->setValue(key, value); }
+    void load(Options& options) const { SettingsStore(openFile().get()).getSettings(options); }
+    void save(const Options& options) const {
+        SettingsStore(openFile().get()).saveSettings(options);
+    }
+
+    QTemporaryDir m_dir;
+};
+
+class RecordingStore : public SettingsStore {
+public:
+    using SettingsStore::SettingsStore;
+    void writeString(const QString& section, const QString& key, const QString& value) override {
+        written.push_back(section + u'/' + key);
+        SettingsStore::writeString(section, key, value);
+    }
+    std::vector<QString> written;
+};
+
+TEST_F(StoreTest, FirstRunGivesTheDefaults) {
+    Options options;
+    std::vector<bool> toolbar;
+    QObject::connect(&options, &Options::toolbarChanged, [&](bool on) { toolbar.push_back(on); });
+    load(options);
+
+    EXPECT_EQ(options.values(), Settings());
+    EXPECT_EQ(meterTexts().at(options.values().meter), u"Standard Setting"_s);
+    EXPECT_EQ(limitValue(options.values().limit), 5000);
+    EXPECT_EQ(options.values().params, u"%1 %2"_s);
+    EXPECT_EQ(options.changedColour(), 0x00FFFFu); // "Cyan"
+    EXPECT_EQ(options.deletedColour(), 0xFF0000u); // "Red"
+    const kestrel::engine::CompareOptions compare = options.compareOptions();
+    EXPECT_EQ(compare.attributeIgnoreMask, 0);
+    EXPECT_EQ(compare.dateTolerance, 0.0);
+    EXPECT_FALSE(compare.ignoreSize || compare.ignoreVersion || compare.ignoreDst);
+    // The box goes from off to on while loading, so the window is told once.
+    EXPECT_EQ(toolbar, std::vector<bool>{true});
+}
+
+TEST(OptionsTest, ColourListsFollowThePalette) {
+    const Rgb changed[] = {0x808080, 0x0000FF, 0x00FF00, 0x00FFFF, 0xFF0000, 0xFF00FF, 0xFFFF00};
+    // "Green", "Cyan" and "Brown" come from the dark half of the palette.
+    const Rgb deleted[] = {0x808080, 0x0000FF, 0x008000, 0x008080, 0xFF0000, 0xFF00FF, 0x808000};
+    Options options;
+    for (int position = 0; position < 7; ++position) {
+        ASSERT_TRUE(options.setValue(Key::Changed, position));
+        ASSERT_TRUE(options.setValue(Key::Deleted, position));
+        EXPECT_EQ(options.changedColour(), changed[position]) << position;
+        EXPECT_EQ(options.deletedColour(), deleted[position]) << position;
+    }
+    EXPECT_EQ(changedColourTexts().last(), u"Yellow"_s);
+    EXPECT_EQ(deletedColourTexts().last(), u"Brown"_s);
+
+    // A position the list does not have is refused and changes nothing.
+    EXPECT_FALSE(options.setValue(Key::Changed, 7));
+    EXPECT_EQ(options.values().changed, 6);
+    EXPECT_EQ(options.changedColour(), 0xFFFF00u);
+}
+
+TEST(OptionsTest, AttributeMaskNeedsTheAttribBox) {
+    Options options;
+    for (Key box : {Key::Read, Key::Hidden, Key::System, Key::Archive})
+        options.setValue(box, 1);
+    EXPECT_EQ(options.attributeIgnoreMask(), 0);
+    options.setValue(Key::Attrib, 1);
+    EXPECT_EQ(options.attributeIgnoreMask(), 39);
+    options.setValue(Key::Read, 0);
+    options.setValue(Key::System, 0);
+    EXPECT_EQ(options.compareOptions().attributeIgnoreMask, 34);
+    options.setValue(Key::Attrib, 0);
+    EXPECT_EQ(options.attributeIgnoreMask(), 0);
+}
+
+TEST(OptionsTest, DateToleranceFollowsTheDateBox) {
+    Options options;
+    options.setValue(Key::Date, 1);
+    options.setValue(Key::Secs, 30);
+    options.setValue(Key::Weeks, 1);
+    EXPECT_DOUBLE_EQ(options.dateTolerance(), 7 + 30 / 86400.0);
+
+    // While the box is off a list change waits for the box to be clicked.
+    options.setValue(Key::Date, 0);
+    options.setValue(Key::Hours, 2);
+    EXPECT_DOUBLE_EQ(options.dateTolerance(), 7 + 30 / 86400.0);
+    options.setValue(Key::Date, 1);
+    EXPECT_DOUBLE_EQ(options.dateTolerance(), 7 + 7230 / 86400.0);
+
+    // Turning the box off recomputes as well; the comparison still gets it.
+    options.setValue(Key::Date, 0);
+    options.setValue(Key::Years, 31);
+    options.setValue(Key::Date, 1);
+    options.setValue(Key::Date, 0);
+    EXPECT_DOUBLE_EQ(options.compareOptions().dateTolerance, 7 + 31 * 365 + 7230 / 86400.0);
+
+    for (const CountList& list : countLists())
+        options.setValue(list.key, list.highest);
+    options.setValue(Key::Date, 1);
+    EXPECT_DOUBLE_EQ(options.dateTolerance(), 11685 + 86399 / 86400.0);
+}
+
+TEST(OptionsTest, FlagsAndSynch) {
+    Options options;
+    options.setValue(Key::Size, 1);
+    options.setValue(Key::Dst, 1);
+    const auto compare = options.compareOptions();
+    EXPECT_TRUE(compare.ignoreSize && compare.ignoreDst);
+    EXPECT_FALSE(compare.ignoreVersion);
+
+    std::vector<bool> synch;
+    QObject::connect(&options, &Options::synchChanged, [&](bool on) { synch.push_back(on); });
+    options.setValue(Key::Synch, 1);
+    options.setValue(Key::Scroll, 1);
+    options.setValue(Key::Synch, 1);
+    options.setValue(Key::Synch, 0);
+    EXPECT_EQ(synch, (std::vector<bool>{true, false}));
+    EXPECT_EQ(options.values().scroll, 0); // scrolling follows only while folders do
+}
+
+TEST_F(StoreTest, LoadRunsABoxRuleOnlyWhenTheBoxChanges) {
+    // "Date" off leaves the tolerance at 0, whatever the lists hold.
+    store(u"Ignore/secs"_s, u"30"_s);
+    Options options;
+    std::vector<bool> toolbar;
+    QObject::connect(&options, &Options::toolbarChanged, [&](bool on) { toolbar.push_back(on); });
+    load(options);
+    EXPECT_EQ(options.values().secs, 30);
+    EXPECT_EQ(options.dateTolerance(), 0.0);
+
+    store(u"Ignore/Date"_s, u"1"_s);
+    store(u"Config/Toolbar"_s, u"0"_s);
+    load(options);
+    load(options); // nothing differs, nothing fires
+    EXPECT_DOUBLE_EQ(options.dateTolerance(), 30 / 86400.0);
+    EXPECT_EQ(toolbar, (std::vector<bool>{true, false}));
+}
+
+TEST_F(StoreTest, SaveAndLoadKeepEveryKey) {
+    Options edited;
+    for (const KeyInfo& info : allKeys()) {
+        const int other = info.control == Control::List ? info.highest : 1 - defaultValue(info.key);
+        ASSERT_TRUE(edited.setValue(info.key, other)) << info.name;
+    }
+    edited.setProgram(u"/opt/diff tools/cmp,v2"_s); // blanks and a comma need quoting
+    edited.setParams(u"-x %1 %2"_s);
+    save(edited);
+
+    Options loaded;
+    load(loaded);
+    Settings expected = edited.values();
+    expected.params = Settings().params; // never saved
+    expected.synch = Settings().synch;   // written only at exit
+    EXPECT_EQ(loaded.values(), expected);
+    EXPECT_EQ(loaded.deletedColour(), 0x808000u);
+    EXPECT_EQ(loaded.attributeIgnoreMask(), 39);
+    EXPECT_DOUBLE_EQ(loaded.dateTolerance(), edited.dateTolerance());
+    EXPECT_TRUE(loaded.ignoreSize() && loaded.ignoreVersion() && loaded.ignoreDst());
+}
+
+TEST_F(StoreTest, SaveLeavesSynchToTheExitAndNeverWritesParams) {
+    store(u"Config/Params"_s, u"/b %1 %2"_s);
+    Options options;
+    load(options);
+    options.setValue(Key::Synch, 0);
+    options.setParams(u"/edited %2 %1"_s);
+
+    auto file = openFile();
+    RecordingStore store(file.get());
+    store.saveSettings(options);
+    const std::vector<QString> order = {
+        u"Config/Meter"_s,    u"Config/Changed"_s, u"Config/Deleted"_s, u"Config/Limit"_s,
+        u"Config/Toolbar"_s,  u"Config/Tiling"_s,  u"Config/Compare"_s, u"Config/Scroll"_s,
+        u"Config/Faster"_s,   u"Config/Always"_s,  u"Config/Empty"_s,   u"Config/Explore"_s,
+        u"Config/Filename"_s, u"Config/Title"_s,   u"Config/Naming"_s,  u"Ignore/Attrib"_s,
+        u"Ignore/Read"_s,     u"Ignore/Hidden"_s,  u"Ignore/System"_s,  u"Ignore/Archive"_s,
+        u"Ignore/Date"_s,     u"Ignore/Size"_s,    u"Ignore/Version"_s, u"Ignore/DST"_s,
+        u"Config/Shell"_s,    u"Config/Program"_s, u"Ignore/secs"_s,    u"Ignore/mins"_s,
+        u"Ignore/hours"_s,    u"Ignore/days"_s,    u"Ignore/weeks"_s,   u"Ignore/years"_s,
+    };
+    EXPECT_EQ(store.written, order);
+    EXPECT_FALSE(file->contains(u"Config/Synch"_s));
+
+    store.saveSynch(options); // at exit, saved or not
+    EXPECT_EQ(file->value(u"Config/Synch"_s).toString(), u"0"_s);
+    Options next;
+    load(next);
+    EXPECT_EQ(next.values().params, u"/b %1 %2"_s);
+}
+
+TEST_F(StoreTest, ReadConfigValueTakesTheLeadingNumber) {
+    const std::pair<QString, int> cases[] = {
+        {u"12abc"_s, 12}, {u"abc"_s, 0}, {u""_s, 0},          {u"-3"_s, -3},
+        {u" 7 "_s, 7},    {u"1.6"_s, 2}, {u"70000"_s, 32767}, {u"-70000"_s, -32768},
+    };
+    auto file = openFile();
+    SettingsStore store(file.get());
+    for (const auto& [text, number] : cases) {
+        store.writeString(u"Config"_s, u"Limit"_s, text);
+        EXPECT_EQ(store.readConfigValue(u"Limit"_s, 5), number) << text.toStdString();
+    }
+    EXPECT_EQ(store.readConfigValue(u"Missing"_s, 5), 5);
+}
+
+TEST_F(StoreTest, UnreadableValuesTakeTheirDefaultsAndTheLoadGoesOn) {
+    store(u"Ignore/Size"_s, u"yes"_s);
+    store(u"Ignore/Attrib"_s, u"1.5"_s);
+    store(u"Ignore/weeks"_s, u"70000"_s);
+    store(u"Ignore/Version"_s, u" 1 "_s);
+    store(u"Ignore/DST"_s, u"1"_s);
+    store(u"Config/Changed"_s, u"9"_s);   // no such colour: the default
+    store(u"Config/Toolbar"_s, u"off"_s); // a "Config" word reads as 0
+    Options options;
+    load(options);
+    EXPECT_EQ(options.values().size, 0);
+    EXPECT_EQ(options.values().attrib, 0);
+    EXPECT_EQ(options.values().weeks, 0);
+    EXPECT_TRUE(options.ignoreVersion() && options.ignoreDst());
+    EXPECT_EQ(options.changedColour(), 0x00FFFFu);
+    EXPECT_EQ(options.values().toolbar, 0);
+}
+
+TEST(ListTextsTest, CountListsAndTheUserStore) {
+    const QStringList secs = countListTexts(59, u"sec"_s);
+    ASSERT_EQ(secs.size(), 60);
+    EXPECT_EQ(secs.mid(0, 3), (QStringList{u"0 secs"_s, u"1 sec"_s, u"2 secs"_s}));
+    EXPECT_EQ(countListTexts(31, u"year"_s).last(), u"31 years"_s);
+
+    EXPECT_EQ(SettingsStore().fileName(), IsolatedHome::configPath() + u"/Kestrel/Kestrel.conf"_s);
+}
+
+} // namespace
