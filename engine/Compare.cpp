@@ -132,8 +132,6 @@ private:
                 folder.match = -parent.found;
             }
             parent.otherIndex = parent.found;
-            if (--m_budget < 0)
-                raise(ErrorCode::SubscriptOutOfRange);
         }
     }
 

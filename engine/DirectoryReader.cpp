@@ -11,6 +11,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace kestrel::engine {
@@ -66,6 +67,87 @@ uint32_t appendText(std::string& text, std::string_view part) {
 
 thread_local LocalTimeConverter t_localTime;
 
+struct DirectoryItem {
+    const char* name;
+    unsigned char type;
+};
+
+#ifdef __linux__
+// The items of an open folder, read with getdents64 into a large buffer: no
+// stream object to set up per folder and few system calls per folder. Closes
+// the folder when done.
+class DirectoryStream {
+public:
+    explicit DirectoryStream(int fd) : m_fd(fd) {}
+    ~DirectoryStream() { ::close(m_fd); }
+    const DirectoryItem* next() {
+        for (;;) {
+            if (m_at < m_size) {
+                const auto* d = reinterpret_cast<const Dirent64*>(t_buffer + m_at);
+                m_at += d->reclen;
+                m_item = {d->name, d->type};
+                return &m_item;
+            }
+            const long n = ::syscall(SYS_getdents64, m_fd, t_buffer, sizeof t_buffer);
+            if (n <= 0) {
+                m_failed = n < 0;
+                return nullptr;
+            }
+            m_size = size_t(n);
+            m_at = 0;
+        }
+    }
+    bool failed() const { return m_failed; }
+
+private:
+    struct Dirent64 {
+        uint64_t ino;
+        int64_t off;
+        unsigned short reclen;
+        unsigned char type;
+        char name[1];
+    };
+    alignas(8) static thread_local char t_buffer[1 << 16];
+    int m_fd;
+    size_t m_at = 0;
+    size_t m_size = 0;
+    bool m_failed = false;
+    DirectoryItem m_item{};
+};
+alignas(8) thread_local char DirectoryStream::t_buffer[1 << 16];
+#else
+// The items of an open folder through the portable directory stream.
+class DirectoryStream {
+public:
+    explicit DirectoryStream(int fd) : m_dir(::fdopendir(fd)) {
+        if (!m_dir)
+            ::close(fd);
+    }
+    ~DirectoryStream() {
+        if (m_dir)
+            ::closedir(m_dir);
+    }
+    const DirectoryItem* next() {
+        if (!m_dir)
+            return nullptr;
+        errno = 0;
+        const dirent* d = ::readdir(m_dir);
+        if (!d) {
+            m_failed = errno != 0;
+            return nullptr;
+        }
+        m_item = {d->d_name, d->d_type};
+        return &m_item;
+    }
+    bool failed() const { return !m_dir || m_failed; }
+
+private:
+    DIR* m_dir;
+    bool m_failed = false;
+    DirectoryItem m_item{};
+};
+#endif
+
 } // namespace
 
 DirectoryReader::DirectoryReader(ListingRules rules, int workers) : m_rules(std::move(rules)) {
@@ -117,16 +199,10 @@ void DirectoryReader::list(FolderTask& task) const {
             }
             return;
         }
-        DIR* dir = ::fdopendir(fd);
-        if (!dir) {
-            ::close(fd);
-            listing.state = FolderListing::Unreadable;
-            listing.items.emplace_back();
-            return;
-        }
+        DirectoryStream stream(fd);
         std::string converted;
-        while (const dirent* de = ::readdir(dir)) {
-            const char* rawName = de->d_name;
+        while (const DirectoryItem* de = stream.next()) {
+            const char* rawName = de->name;
             if (rawName[0] == '.') // every dot name, not only . and ..
                 continue;
             ListedItem item;
@@ -140,7 +216,7 @@ void DirectoryReader::list(FolderTask& task) const {
             } else if (errno == ENOENT) {
                 continue; // gone since it was listed
             } else {
-                item.attributes = attributesFromType(de->d_type);
+                item.attributes = attributesFromType(de->type);
             }
             if (!m_rules.hidden && (item.attributes & (Attribute::Hidden | Attribute::System)))
                 continue;
@@ -172,7 +248,11 @@ void DirectoryReader::list(FolderTask& task) const {
             }
             listing.items.push_back(item);
         }
-        ::closedir(dir);
+        if (stream.failed() && listing.items.empty()) {
+            // The folder opened but could not be listed: as unreadable.
+            listing.state = FolderListing::Unreadable;
+            listing.items.emplace_back();
+        }
     } catch (...) {
         task.failure = std::current_exception();
     }
@@ -184,17 +264,22 @@ void DirectoryReader::finish(FolderTask& task) {
     if (m_threaded && !task.listing.children.empty()) {
         for (auto& child : task.listing.children)
             m_pending.insert(child.get());
-        m_work.notify_all();
+        if (m_idleWorkers > 0)
+            m_work.notify_all();
     }
-    m_done.notify_all();
+    if (&task == m_awaited)
+        m_done.notify_one();
 }
 
 void DirectoryReader::release(FolderTask& task) {
+    bool wake = false;
     {
         std::lock_guard lock(m_mutex);
+        // Workers held back by the cap on listed items may go on.
+        wake = m_buffered >= MaxBufferedItems && m_idleWorkers > 0;
         m_buffered -= task.listing.items.size() + 1;
     }
-    if (m_threaded)
+    if (wake)
         m_work.notify_all();
     task.listing = FolderListing();
 }
@@ -202,9 +287,11 @@ void DirectoryReader::release(FolderTask& task) {
 void DirectoryReader::work() {
     std::unique_lock lock(m_mutex);
     for (;;) {
+        ++m_idleWorkers;
         m_work.wait(lock, [this] {
             return m_stopping || (!m_pending.empty() && m_buffered < MaxBufferedItems);
         });
+        --m_idleWorkers;
         if (m_stopping)
             return;
         FolderTask* task = *m_pending.begin();

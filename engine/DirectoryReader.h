@@ -99,7 +99,10 @@ public:
                 finish(task);
                 break;
             }
-            if (m_done.wait_for(lock, std::chrono::milliseconds(100)) == std::cv_status::timeout) {
+            m_awaited = &task;
+            const auto waited = m_done.wait_for(lock, std::chrono::milliseconds(100));
+            m_awaited = nullptr;
+            if (waited == std::cv_status::timeout) {
                 lock.unlock();
                 whileWaiting();
                 lock.lock();
@@ -130,6 +133,10 @@ private:
     std::condition_variable m_done;
     std::set<FolderTask*, KeyOrder> m_pending;
     size_t m_buffered = 0; // items listed but not yet released by the walk
+    int m_idleWorkers = 0;
+    // The task the walk waits for: only its completion wakes the walk, so
+    // that workers finishing other folders cost it nothing.
+    const FolderTask* m_awaited = nullptr;
     bool m_stopping = false;
     bool m_threaded = false;
     std::vector<std::thread> m_threads;

@@ -2,6 +2,7 @@
 
 #include <QTime>
 
+#include <bit>
 #include <charconv>
 #include <cmath>
 
@@ -66,7 +67,33 @@ double oleFromDateTime(const QDateTime& dateTime) {
     return oleDateFromParts(d.year(), d.month(), d.day(), t.hour(), t.minute(), t.second());
 }
 
+// Exactly, in integers: the binary value times 10^10 rounded half to even, as
+// the decimal writer rounds it. Far cheaper than writing and reading the text
+// for every entry of a scan.
+bool fifteenDigitsOfDate(double d, uint64_t& digits) {
+    if (!(d >= 10000.0 && d < 99999.0))
+        return false;
+    // d = m * 2^exponent with m the 53-bit significand.
+    const auto bits = std::bit_cast<uint64_t>(d);
+    const uint64_t m = (bits & ((uint64_t(1) << 52) - 1)) | (uint64_t(1) << 52);
+    const int exponent = int((bits >> 52) & 0x7FF) - 1075;
+    const int shift = -(exponent + 10); // d * 10^10 = m * 5^10 * 2^-shift
+    const unsigned __int128 scaled = (unsigned __int128)m * 9765625u;
+    const unsigned __int128 whole = scaled >> shift;
+    const unsigned __int128 remainder = scaled - (whole << shift);
+    const unsigned __int128 half = (unsigned __int128)1 << (shift - 1);
+    digits = uint64_t(whole);
+    if (remainder > half || (remainder == half && (digits & 1)))
+        ++digits;
+    return true;
+}
+
 double roundTo15Digits(double d) {
+    // A reader of those digits gets the double nearest to digits / 10^10,
+    // which is what the division gives.
+    uint64_t digits = 0;
+    if (fifteenDigitsOfDate(d, digits))
+        return double(digits) / 1e10;
     char buffer[32];
     const auto written = std::to_chars(buffer, buffer + sizeof buffer, d,
                                        std::chars_format::general, 15);
@@ -91,19 +118,17 @@ static bool localOffset(int64_t t, int64_t& offset) {
 }
 
 bool LocalTimeConverter::offsetFor(int64_t t, int64_t& offset) {
-    constexpr int64_t Quarter = 900;
-    const int64_t bucket = t >= 0 ? t / Quarter : (t - Quarter + 1) / Quarter;
-    Slot& slot = m_slots[uint64_t(bucket) % SlotCount];
-    if (slot.bucket == bucket) {
+    constexpr int64_t Day = 86400;
+    const int64_t day = t >= 0 ? t / Day : (t - Day + 1) / Day;
+    Slot& slot = m_slots[uint64_t(day) % SlotCount];
+    if (slot.day == day) {
         offset = slot.offset;
         return true;
     }
     int64_t first = 0, last = 0;
-    if (!localOffset(bucket * Quarter, first) || !localOffset(bucket * Quarter + Quarter - 1, last))
+    if (!localOffset(day * Day, first) || !localOffset(day * Day + Day - 1, last) || first != last)
         return localOffset(t, offset);
-    if (first != last)
-        return localOffset(t, offset);
-    slot.bucket = bucket;
+    slot.day = day;
     slot.offset = first;
     offset = first;
     return true;

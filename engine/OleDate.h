@@ -28,6 +28,11 @@ DateParts datePartsFromOle(double oleDate);
 QDateTime dateTimeFromOle(double oleDate); // local time
 double oleFromDateTime(const QDateTime& dateTime);
 
+// For a date with a five-digit day number (the years 1927 to 2173): the 15
+// digits its file text carries, as the whole number d * 10^10 rounded half to
+// even, worked out exactly. False for other values.
+bool fifteenDigitsOfDate(double d, uint64_t& digits);
+
 // The value a snapshot file holds for d: written with at most 15 significant
 // digits and read back. A scan stores dates in this form so that a snapshot
 // and its file compare equal.
@@ -42,9 +47,9 @@ double secondsSinceMidnight();
 
 // Converts file times (seconds since 1970, UTC) to local OLE dates to the
 // whole second. Converting time zones is costly, so the offset from UTC is
-// cached per quarter hour of the file time (zones change their offset at
-// most at such boundaries); a quarter hour whose start and end disagree is
-// converted entry by entry. One converter per thread.
+// cached per day of the file time: a day whose start and end have the same
+// offset (all but the two days a year when clocks change) takes it from the
+// cache; the others are converted entry by entry. One converter per thread.
 class LocalTimeConverter {
 public:
     LocalTimeConverter();
@@ -56,10 +61,10 @@ private:
     bool offsetFor(int64_t unixSeconds, int64_t& offset);
 
     struct Slot {
-        int64_t bucket = INT64_MIN;
+        int64_t day = INT64_MIN;
         int64_t offset = 0;
     };
-    static constexpr int SlotCount = 1024;
+    static constexpr int SlotCount = 4096;
     Slot m_slots[SlotCount];
 };
 

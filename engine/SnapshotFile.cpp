@@ -21,12 +21,12 @@ constexpr size_t FlushThreshold = 1 << 20;
 
 // Writes one title line: the title whole, with any line break made a blank
 // so that the file reads back as it was written.
-void writeTitle(std::string& out, const QString& title) {
+void writeTitle(ItemWriter& w, const QString& title) {
     QByteArray bytes = title.toUtf8();
     bytes.replace('\r', ' ');
     bytes.replace('\n', ' ');
-    out.append(bytes.constData(), size_t(bytes.size()));
-    out.append("\r\n");
+    w.raw(std::string_view(bytes.constData(), size_t(bytes.size())));
+    w.endLine();
 }
 
 // Capacity item of the header: the entry count rounded up to the next
@@ -58,14 +58,12 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         snapshot.entryCount = n;
         meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
 
-        std::string out;
-        out.reserve(FlushThreshold + 4096);
-        ItemWriter w(out);
+        ItemWriter w;
         // A short write carries no error text; writing the rest either
         // succeeds or fails with the system's reason (disk full, file too large).
         auto flush = [&]() {
-            const char* data = out.data();
-            qint64 left = qint64(out.size());
+            const char* data = w.data();
+            qint64 left = qint64(w.size());
             while (left > 0) {
                 const qint64 written = file.write(data, left);
                 if (written <= 0)
@@ -73,11 +71,11 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
                 data += written;
                 left -= written;
             }
-            out.clear();
+            w.clear();
             return true;
         };
 
-        writeTitle(out, snapshot.header.title);
+        writeTitle(w, snapshot.header.title);
         const QByteArray root = snapshot.header.rootFolder.toUtf8();
         w.string(std::string_view(root.constData(), size_t(root.size())));
         w.comma();
@@ -110,7 +108,7 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             w.comma();
             w.string(snapshot.versionOf(e));
             w.endLine();
-            if (out.size() >= FlushThreshold && !flush())
+            if (w.size() >= FlushThreshold && !flush())
                 return writeFailed(file.errorString());
             if (i % 1000 == 0)
                 meter.update(i);

@@ -14,24 +14,67 @@ namespace kestrel::engine {
 
 // ---------------------------------------------------------------- writing
 
-void ItemWriter::string(std::string_view utf8) {
-    m_out.push_back('"');
-    for (;;) {
-        const size_t quote = utf8.find('"');
-        if (quote == std::string_view::npos)
-            break;
-        m_out.append(utf8.substr(0, quote + 1));
-        m_out.push_back('"');
-        utf8.remove_prefix(quote + 1);
-    }
-    m_out.append(utf8);
-    m_out.push_back('"');
+ItemWriter::ItemWriter() { m_buffer.resize(1 << 16); }
+
+void ItemWriter::raw(std::string_view text) {
+    std::memcpy(room(text.size()), text.data(), text.size());
+    m_used += text.size();
 }
 
+void ItemWriter::string(std::string_view utf8) {
+    // At most every character doubled, and the two quotes.
+    char* at = room(2 * utf8.size() + 2);
+    char* const start = at;
+    *at++ = '"';
+    for (;;) {
+        const void* quote = std::memchr(utf8.data(), '"', utf8.size());
+        const size_t run = quote ? size_t(static_cast<const char*>(quote) - utf8.data()) + 1 : utf8.size();
+        std::memcpy(at, utf8.data(), run);
+        at += run;
+        if (!quote)
+            break;
+        *at++ = '"';
+        utf8.remove_prefix(run);
+    }
+    *at++ = '"';
+    m_used += size_t(at - start);
+}
+
+namespace {
+
+constexpr char kPairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                          "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                          "8081828384858687888990919293949596979899";
+
+// Writes the digits of v ending just before end; returns where they begin.
+char* digitsBefore(char* end, uint64_t v) {
+    while (v >= 100) {
+        const unsigned pair = unsigned(v % 100) * 2;
+        v /= 100;
+        *--end = kPairs[pair + 1];
+        *--end = kPairs[pair];
+    }
+    if (v >= 10) {
+        *--end = kPairs[v * 2 + 1];
+        *--end = kPairs[v * 2];
+    } else {
+        *--end = char('0' + v);
+    }
+    return end;
+}
+
+} // namespace
+
 void ItemWriter::integer(int64_t value) {
-    char buffer[24];
-    const auto r = std::to_chars(buffer, buffer + sizeof buffer, value);
-    m_out.append(buffer, r.ptr);
+    uint64_t magnitude = value < 0 ? 0 - uint64_t(value) : uint64_t(value);
+    int length = 1;
+    for (uint64_t v = magnitude; v >= 10; v /= 10)
+        ++length;
+    char* at = room(21);
+    if (value < 0)
+        *at++ = '-', ++m_used;
+    digitsBefore(at + length, magnitude);
+    m_used += size_t(length);
 }
 
 void ItemWriter::number(double value) {
@@ -41,19 +84,40 @@ void ItemWriter::number(double value) {
         integer(int64_t(value));
         return;
     }
+    // Dates, the most common fraction, straight from their 15 digits: five
+    // before the point and up to ten after it, trailing zeros dropped.
+    uint64_t digits = 0;
+    if (fifteenDigitsOfDate(value, digits)) {
+        char buffer[24];
+        char* end = buffer + sizeof buffer;
+        char* begin = digitsBefore(end, digits); // 15 digits
+        char* point = begin + 5;
+        while (end[-1] == '0')
+            --end;
+        char* at = room(17);
+        std::memcpy(at, begin, 5);
+        size_t length = 5;
+        if (end > point) {
+            at[5] = '.';
+            std::memcpy(at + 6, point, size_t(end - point));
+            length = 6 + size_t(end - point);
+        }
+        m_used += length;
+        return;
+    }
     char buffer[32];
     const auto r = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15);
-    m_out.append(buffer, r.ptr);
+    raw(std::string_view(buffer, size_t(r.ptr - buffer)));
 }
 
-void ItemWriter::boolean(bool value) { m_out.append(value ? "#TRUE#" : "#FALSE#"); }
+void ItemWriter::boolean(bool value) { raw(value ? "#TRUE#" : "#FALSE#"); }
 
 void ItemWriter::date(double oleDate) {
     const DateParts p = datePartsFromOle(oleDate);
     char buffer[48];
     const int n = std::snprintf(buffer, sizeof buffer, "#%04d-%02d-%02d %02d:%02d:%02d#", p.year,
                                 p.month, p.day, p.hour, p.minute, p.second);
-    m_out.append(buffer, size_t(n));
+    raw(std::string_view(buffer, size_t(n)));
 }
 
 // ---------------------------------------------------------------- reading
@@ -122,13 +186,61 @@ std::string_view ItemReader::line() {
     return text;
 }
 
+bool ItemReader::nextInBuffer(Item& item) {
+    const char* const base = m_buffer.data();
+    const char* p = base + m_begin;
+    const char* const end = base + m_end;
+    while (p < end && (*p == ' ' || *p == '\t'))
+        ++p;
+    if (p == end || *p == '#')
+        return false;
+    const char* start;
+    const char* stop;
+    if (*p == '"') {
+        start = p + 1;
+        const auto* quote = static_cast<const char*>(std::memchr(start, '"', size_t(end - start)));
+        // An escaped quote, or a closing quote at the end of the buffer,
+        // takes the careful way.
+        if (!quote || quote + 1 >= end || quote[1] == '"')
+            return false;
+        stop = quote;
+        p = quote + 1;
+        while (p < end && *p != ',' && *p != '\r' && *p != '\n')
+            ++p;
+        item.kind = Item::Quoted;
+    } else {
+        start = p;
+        while (p < end && *p != ',' && *p != '\r' && *p != '\n')
+            ++p;
+        stop = p;
+        while (stop > start && (stop[-1] == ' ' || stop[-1] == '\t'))
+            --stop;
+        item.kind = Item::Unquoted;
+    }
+    if (p == end)
+        return false;
+    if (*p == '\r') {
+        if (p + 1 >= end)
+            return false;
+        p += p[1] == '\n' ? 2 : 1;
+    } else {
+        ++p;
+    }
+    item.text = std::string_view(start, size_t(stop - start));
+    m_begin = size_t(p - base);
+    return true;
+}
+
 Item ItemReader::next() {
+    // Nearly every item lies whole in the buffer, delimiter included.
+    Item item;
+    if (nextInBuffer(item))
+        return item;
     size_t i = 0;
     if (!available(0))
         raise(ErrorCode::InputPastEndOfFile);
     while (available(i) && (at(i) == ' ' || at(i) == '\t'))
         ++i;
-    Item item;
     if (available(i) && at(i) == '"') {
         item.kind = Item::Quoted;
         const size_t start = ++i;
@@ -198,7 +310,43 @@ bool ItemReader::atEnd() {
 
 // ---------------------------------------------------------------- conversions
 
+// Plain decimal text of at most 15 digits ("36954.4270833333", "-12", "1234"),
+// as Kestrel writes numbers: digits / 10^decimals is exact in its operands,
+// so the one division rounds exactly as reading the text would.
+static bool parsePlainDecimal(std::string_view t, double& value) {
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7,
+                                         1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const bool negative = !t.empty() && t.front() == '-';
+    if (negative)
+        t.remove_prefix(1);
+    if (t.empty() || t.size() > 16)
+        return false;
+    uint64_t digits = 0;
+    int count = 0;
+    int decimals = -1;
+    for (const char c : t) {
+        if (c >= '0' && c <= '9') {
+            digits = digits * 10 + uint64_t(c - '0');
+            ++count;
+            if (decimals >= 0)
+                ++decimals;
+        } else if (c == '.' && decimals < 0) {
+            decimals = 0;
+        } else {
+            return false;
+        }
+    }
+    if (count == 0 || count > 15)
+        return false;
+    value = double(digits) / kPowers[decimals < 0 ? 0 : decimals];
+    if (negative)
+        value = -value;
+    return true;
+}
+
 static bool parseNumber(std::string_view text, double& value) {
+    if (parsePlainDecimal(text, value))
+        return true;
     if (text.empty()) {
         value = 0; // an empty item reads as zero
         return true;
@@ -248,9 +396,14 @@ static int64_t wholeNumber(const Item& item, int64_t minimum, int64_t maximum) {
     // Fast path: plain digits, as Kestrel writes them.
     std::string_view t = item.text;
     if (item.kind != Item::Hash && !t.empty() && t.size() < 12) {
+        const bool negative = t.front() == '-';
+        size_t k = negative ? 1 : 0;
         int64_t v = 0;
-        const auto r = std::from_chars(t.data(), t.data() + t.size(), v);
-        if (r.ec == std::errc() && r.ptr == t.data() + t.size()) {
+        while (k < t.size() && t[k] >= '0' && t[k] <= '9')
+            v = v * 10 + (t[k++] - '0');
+        if (k == t.size() && k > (negative ? 1u : 0u)) {
+            if (negative)
+                v = -v;
             if (v < minimum || v > maximum)
                 raise(ErrorCode::Overflow);
             return v;

@@ -2,6 +2,7 @@
 
 #include <QIODevice>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -16,7 +17,7 @@ namespace kestrel::engine {
 
 class ItemWriter {
 public:
-    explicit ItemWriter(std::string& out) : m_out(out) {}
+    ItemWriter();
 
     void string(std::string_view utf8);
     void integer(int64_t value);
@@ -25,12 +26,26 @@ public:
     void number(double value);
     void boolean(bool value);
     void date(double oleDate);
-    void comma() { m_out.push_back(','); }
-    void endLine() { m_out.append("\r\n", 2); }
-    void raw(std::string_view text) { m_out.append(text); }
+    void comma() { put(','); }
+    void endLine() { raw("\r\n"); }
+    void raw(std::string_view text);
+
+    // The text gathered so far, and forgetting it once it is written out.
+    const char* data() const { return m_buffer.data(); }
+    size_t size() const { return m_used; }
+    void clear() { m_used = 0; }
 
 private:
-    std::string& m_out;
+    // Room for bytes more; the gathered text grows as needed.
+    char* room(size_t bytes) {
+        if (m_used + bytes > m_buffer.size()) [[unlikely]]
+            m_buffer.resize(std::max(m_buffer.size() * 2, m_used + bytes));
+        return m_buffer.data() + m_used;
+    }
+    void put(char c) { *room(1) = c, ++m_used; }
+
+    std::string m_buffer;
+    size_t m_used = 0;
 };
 
 // One item as read: its text and how it was written.
@@ -77,6 +92,9 @@ private:
     char at(size_t offset) const { return m_buffer[m_begin + offset]; }
     // Keeps the bytes from m_begin, moving them to the front, and reads more.
     bool fill();
+    // Reads an item that lies whole in the buffer; false when it does not
+    // (or needs the careful reading of escapes and hash items).
+    bool nextInBuffer(Item& item);
     // Consumes the comma or line end that ends an item at offset.
     size_t skipDelimiter(size_t offset);
 

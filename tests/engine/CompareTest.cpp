@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <QLocale>
+#include <QTemporaryDir>
 
 #include <algorithm>
 #include <random>
@@ -257,6 +258,26 @@ TEST_F(CompareTest, FoldersListedInAnotherOrderMatchTheSame) {
     for (int32_t i = 2; i <= older.entryCount; ++i)
         removed += older.entry(i).match == 0;
     EXPECT_EQ(removed, 1);
+}
+
+TEST_F(CompareTest, LoadedSnapshotsWithManyFoldersCompare) {
+    // A loaded table is sized to its file's entries, not in steps of 4,096:
+    // a walk with a folder for every other entry must still fit in it.
+    std::vector<Node> folders;
+    for (int i = 0; i < 200; ++i)
+        folders.push_back(Node::dir(std::to_string(i) + "d", {Node::file("f")}));
+    buildSnapshot(older, folders);
+    QTemporaryDir dir;
+    older.header.fileName = dir.path() + QStringLiteral("/many.#01");
+    ProgressMeter meter;
+    ASSERT_TRUE(SaveSnapshot(older, meter).ok);
+    Snapshot a, b;
+    a.header.fileName = b.header.fileName = older.header.fileName;
+    ASSERT_TRUE(LoadSnapshot(a, meter).ok);
+    ASSERT_TRUE(LoadSnapshot(b, meter).ok);
+    ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, true, {}, meter).ok);
+    for (int32_t i = 1; i <= a.entryCount; ++i)
+        EXPECT_GT(a.entry(i).match, 0);
 }
 
 TEST(RingLookup, AnswersExactlyAsTheRingWalk) {

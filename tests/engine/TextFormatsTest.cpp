@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <charconv>
+#include <cmath>
+#include <iomanip>
 #include <string>
 #include <vector>
 
@@ -166,6 +169,30 @@ TEST(OleDate, PartsBothWays) {
     }
     EXPECT_EQ(dateTimeFromOle(-1.25), QDateTime(QDate(1899, 12, 29), QTime(6, 0)));
     EXPECT_EQ(oleFromDateTime(QDateTime(QDate(1899, 12, 29), QTime(6, 0))), -1.25);
+}
+
+TEST(OleDate, FileFormOfDatesIsWhatTheTextReadsBackAs) {
+    // Dates are kept in the form their 15-digit text reads back as; the
+    // integer shortcut for five-digit days must agree with the text exactly.
+    auto viaText = [](double d) {
+        char buffer[32];
+        const auto end = std::to_chars(buffer, buffer + sizeof buffer, d, std::chars_format::general, 15).ptr;
+        double back = 0;
+        std::from_chars(buffer, end, back);
+        return back;
+    };
+    uint64_t state = 12345;
+    for (int i = 0; i < 200000; ++i) {
+        state = state * 6364136223846793005ull + 1442695040888963407ull;
+        const int64_t seconds = int64_t(state >> 33) % (86400LL * 90000);
+        const double d = oleDateFromParts(1927, 1, 1, 0, 0, 0) + double(seconds) / 86400.0;
+        ASSERT_EQ(roundTo15Digits(d), viaText(d)) << std::setprecision(17) << d;
+        // Values a hair either side of a rounding boundary.
+        ASSERT_EQ(roundTo15Digits(std::nextafter(d, 0.0)), viaText(std::nextafter(d, 0.0)));
+        ASSERT_EQ(roundTo15Digits(std::nextafter(d, 1e6)), viaText(std::nextafter(d, 1e6)));
+    }
+    for (double d : {36954.4270833333, 36954.42708333335, 45000.5, 10000.0, 99998.99999999995, -1.25, 0.0, 1e-5})
+        EXPECT_EQ(roundTo15Digits(d), viaText(d)) << d;
 }
 
 TEST(TextDecode, Utf8Validity) {

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+
+namespace kestrel::bench {
+
+// One measurement of a command run as a child process.
+struct Sample {
+    bool ok = false;
+    double seconds = 0; // the child's own figure, or the wall time of the whole run
+    double peakKb = 0;  // the child's peak resident memory
+    int64_t entries = 0;
+};
+
+// Runs command once. With childReportsTime the child prints "<seconds>
+// <entries>" and that is the time; otherwise the wall time of the run counts
+// and the child's output goes to outputFile (or is discarded).
+Sample runCommand(const QStringList& command, bool childReportsTime, const QString& outputFile = {});
+
+// The median of runs runs (time and memory each).
+Sample measureMedian(const QStringList& command, int runs, bool childReportsTime,
+                     const QString& outputFile = {});
+
+// Runs command for its effect; throws when it fails.
+void runOnce(const QStringList& command);
+
+} // namespace kestrel::bench

@@ -1,0 +1,407 @@
+// kestrel-bench: measures Kestrel's scan, snapshot file and comparison on a
+// generated tree against the tools users could pick instead, and prints the
+// figures. Every measured operation runs in a child process of its own, so
+// that its time and its peak memory are its own.
+
+#include "Measure.h"
+#include "TreeGenerator.h"
+#include "Variants.h"
+
+#include "engine/Compare.h"
+#include "engine/Progress.h"
+#include "engine/Scan.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStandardPaths>
+
+#include <chrono>
+#include <cstdio>
+#include <optional>
+
+using namespace kestrel;
+using namespace kestrel::bench;
+
+namespace {
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+bool load(engine::Snapshot& s, const QString& path) {
+    s.header.fileName = path;
+    engine::ProgressMeter meter;
+    return engine::LoadSnapshot(s, meter).ok;
+}
+
+// ---------------------------------------------------------------- children
+
+// The measured operations, each run in a child process. Prints
+// "<seconds> <entries>" on success.
+int child(const QStringList& args) {
+    const QString op = args.value(0);
+    engine::ProgressMeter meter;
+    auto report = [](double seconds, int64_t entries) {
+        std::printf("%.6f %lld\n", seconds, static_cast<long long>(entries));
+        return 0;
+    };
+    if (op == QLatin1String("noop"))
+        return report(0, 0);
+    if (op == QLatin1String("scan")) {
+        engine::Snapshot s;
+        s.header.rootFolder = args.value(1) + QLatin1Char('/');
+        s.header.recurse = s.header.hidden = true;
+        engine::ScanSettings settings;
+        settings.listingThreads = args.value(2, QStringLiteral("-1")).toInt();
+        const double start = now();
+        if (!engine::CreateSnapshot(s, settings, meter).ok)
+            return 2;
+        return report(now() - start, s.entryCount);
+    }
+    if (op == QLatin1String("load")) {
+        engine::Snapshot s;
+        const double start = now();
+        if (!load(s, args.value(1)))
+            return 2;
+        return report(now() - start, s.entryCount);
+    }
+    if (op == QLatin1String("save")) {
+        engine::Snapshot s;
+        if (!load(s, args.value(1)))
+            return 2;
+        s.header.fileName = args.value(2);
+        const double start = now();
+        if (!engine::SaveSnapshot(s, meter).ok)
+            return 2;
+        return report(now() - start, s.entryCount);
+    }
+    if (op == QLatin1String("compare")) {
+        engine::Snapshot a, b;
+        if (!load(a, args.value(1)) || !load(b, args.value(2)))
+            return 2;
+        const double start = now();
+        if (!engine::CompareSnapshot(a, 1, b, 1, true, {}, meter).ok)
+            return 2;
+        return report(now() - start, int64_t(a.entryCount) + b.entryCount);
+    }
+    if (op == QLatin1String("generate")) { // FILE ENTRIES SEED: a snapshot made in memory
+        engine::Snapshot s;
+        TreeShape shape{args.value(2).toLongLong(), args.value(3).toULongLong()};
+        generateSnapshot(s, QStringLiteral("/generated/"), shape);
+        s.header.fileName = args.value(1);
+        if (!engine::SaveSnapshot(s, meter).ok)
+            return 2;
+        return report(0, s.entryCount);
+    }
+    if (op == QLatin1String("variant")) { // FILE OUT shuffle|changes
+        engine::Snapshot original, copy;
+        if (!load(original, args.value(1)))
+            return 2;
+        Variation v;
+        if (args.value(3) == QLatin1String("shuffle"))
+            v.shuffle = true;
+        else {
+            v.touched = 1000;
+            v.removed = 500;
+            v.added = 500;
+        }
+        makeVariant(original, copy, v);
+        copy.header.fileName = args.value(2);
+        if (!engine::SaveSnapshot(copy, meter).ok)
+            return 2;
+        return report(0, copy.entryCount);
+    }
+    std::fprintf(stderr, "unknown child operation\n");
+    return 2;
+}
+
+// ---------------------------------------------------------------- driver
+
+struct Config {
+    QString dir;
+    int64_t entries = 1000000;
+    uint64_t seed = 1;
+    int runs = 5;
+    bool tenMillion = true;
+    bool scaleScan = true;
+    QString json;
+};
+
+QString self() { return QCoreApplication::applicationFilePath(); }
+QString sibling(const QString& name) { return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name; }
+
+// A tree made once and reused: DIR/tree-ENTRIES-SEED, with a marker file
+// written when it is complete.
+QString ensureTree(const Config& c, int64_t entries) {
+    const QString root = QStringLiteral("%1/tree-%2-%3").arg(c.dir).arg(entries).arg(c.seed);
+    const QString done = root + QStringLiteral(".done");
+    if (QFileInfo::exists(done))
+        return root;
+    if (QFileInfo::exists(root))
+        QDir(root).removeRecursively();
+    std::fprintf(stderr, "Generating a tree of %lld entries in %s ...\n", static_cast<long long>(entries),
+                 qPrintable(root));
+    const double start = now();
+    const int64_t made = generateTreeOnDisk(root, TreeShape{entries, c.seed});
+    QFile marker(done);
+    marker.open(QIODevice::WriteOnly);
+    marker.write(QByteArray::number(qlonglong(made)));
+    std::fprintf(stderr, "  %lld entries in %.1f s\n", static_cast<long long>(made), now() - start);
+    return root;
+}
+
+struct Row {
+    QString name;
+    Sample sample;
+    double entries = 0;     // entries the operation handled
+    double baselineKb = 0;  // subtract for bytes per entry; 0 = not a memory figure
+};
+
+void printRow(const Row& r) {
+    if (!r.sample.ok) {
+        std::printf("  %-38s %10s\n", qPrintable(r.name), "n/a");
+        return;
+    }
+    std::printf("  %-38s %9.3f s", qPrintable(r.name), r.sample.seconds);
+    if (r.entries > 0 && r.sample.seconds > 0)
+        std::printf(" %12.0f/s", r.entries / r.sample.seconds);
+    else
+        std::printf(" %14s", "");
+    std::printf(" %8.1f MB", r.sample.peakKb / 1024.0);
+    if (r.baselineKb > 0 && r.entries > 0)
+        std::printf(" %7.1f B/entry", (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries);
+    std::printf("\n");
+}
+
+QJsonObject toJson(const Row& r) {
+    QJsonObject o{{QStringLiteral("name"), r.name}, {QStringLiteral("ok"), r.sample.ok}};
+    if (r.sample.ok) {
+        o.insert(QStringLiteral("seconds"), r.sample.seconds);
+        o.insert(QStringLiteral("peak_kb"), r.sample.peakKb);
+        if (r.entries > 0)
+            o.insert(QStringLiteral("entries"), r.entries);
+        if (r.baselineKb > 0 && r.entries > 0)
+            o.insert(QStringLiteral("bytes_per_entry"), (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries);
+    }
+    return o;
+}
+
+struct Target {
+    QString what;
+    double value;
+    double limit;
+    QString unit;
+};
+
+int drive(const Config& c) {
+    QDir().mkpath(c.dir + QStringLiteral("/work"));
+    const QString work = c.dir + QStringLiteral("/work");
+    const QString tree = ensureTree(c, c.entries);
+    const QString cli = sibling(QStringLiteral("kestrel-cli"));
+    const QString barewalk = sibling(QStringLiteral("kestrel-barewalk"));
+    const QString find = QStandardPaths::findExecutable(QStringLiteral("find"));
+    const QString mtree = QStandardPaths::findExecutable(QStringLiteral("mtree"));
+    const QString snapshot = work + QStringLiteral("/tree.#01");
+    const QString saved = work + QStringLiteral("/saved.#01");
+    const QString shuffled = work + QStringLiteral("/shuffled.#01");
+    const QString changed = work + QStringLiteral("/changed.#01");
+
+    std::vector<Row> rows;
+    auto measure = [&](const QString& name, const QStringList& command, double entries, double baseline,
+                       bool childReportsTime, const QString& quietOutput = {}) {
+        Row r{name, measureMedian(command, c.runs, childReportsTime, quietOutput), entries, baseline};
+        printRow(r);
+        rows.push_back(r);
+        return r;
+    };
+
+    // Warm the cache and make the snapshot the file measurements read.
+    runOnce({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), snapshot});
+    runOnce({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), snapshot});
+    const Sample base = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("noop")}, 1, true);
+    const double baseline = base.peakKb;
+    const Sample scanned = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("scan"), tree}, 1, true);
+    const double n = double(scanned.entries);
+    runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, shuffled, QStringLiteral("shuffle")});
+    runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, changed, QStringLiteral("changes")});
+
+    std::printf("Kestrel bench: %s, %.0f entries, median of %d runs, warm cache\n\n", qPrintable(tree), n, c.runs);
+    std::printf("  %-38s %11s %14s %11s %15s\n", "operation", "time", "rate", "peak", "memory");
+    const Row scan = measure(QStringLiteral("scan"), {self(), QStringLiteral("--child"), QStringLiteral("scan"), tree}, n, baseline, true);
+    const Row scanOne = measure(QStringLiteral("scan, one listing thread"),
+                                {self(), QStringLiteral("--child"), QStringLiteral("scan"), tree, QStringLiteral("0")}, n, baseline, true);
+    const Row scanSave = measure(QStringLiteral("scan and save (kestrel-cli snapshot)"),
+                                 {cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), work + QStringLiteral("/cli.#01")}, n, 0, false);
+    const Row loadRow = measure(QStringLiteral("load"), {self(), QStringLiteral("--child"), QStringLiteral("load"), snapshot}, n, baseline, true);
+    const Row saveRow = measure(QStringLiteral("save"), {self(), QStringLiteral("--child"), QStringLiteral("save"), snapshot, saved}, n, 0, true);
+    const Row compareSelf = measure(QStringLiteral("compare with itself, both ways"),
+                                    {self(), QStringLiteral("--child"), QStringLiteral("compare"), snapshot, snapshot}, 2 * n, baseline, true);
+    const Row compareShuffled = measure(QStringLiteral("compare, other listing order"),
+                                        {self(), QStringLiteral("--child"), QStringLiteral("compare"), snapshot, shuffled}, 2 * n, baseline, true);
+    const Row compareChanged = measure(QStringLiteral("compare after 1000/500/500 changes"),
+                                       {self(), QStringLiteral("--child"), QStringLiteral("compare"), snapshot, changed}, 2 * n, baseline, true);
+    std::optional<Row> findRow, mtreeRow;
+    if (!find.isEmpty())
+        findRow = measure(QStringLiteral("GNU find -printf"),
+                          {find, tree, QStringLiteral("-printf"), QStringLiteral("%y %s %T@ %m %p\\n")}, n, 0, false,
+                          QStringLiteral("/dev/null"));
+    if (!mtree.isEmpty())
+        mtreeRow = measure(QStringLiteral("mtree -c"),
+                           {mtree, QStringLiteral("-c"), QStringLiteral("-p"), tree, QStringLiteral("-k"),
+                            QStringLiteral("type,size,time,mode")}, n, 0, false, QStringLiteral("/dev/null"));
+    const Row bare1 = measure(QStringLiteral("bare walk, 1 thread"), {barewalk, QStringLiteral("-t"), QStringLiteral("1"), tree}, n, 0, false,
+                              QStringLiteral("/dev/null"));
+    const Row bare2 = measure(QStringLiteral("bare walk, 2 threads"), {barewalk, QStringLiteral("-t"), QStringLiteral("2"), tree}, n, 0, false,
+                              QStringLiteral("/dev/null"));
+
+    std::printf("\n  Kestrel's scan and save against the others (lower is better):\n");
+    auto ratio = [&](const char* what, const std::optional<Row>& other) {
+        if (other && other->sample.ok && scanSave.sample.ok)
+            std::printf("    %-30s %6.2f x\n", what, scanSave.sample.seconds / other->sample.seconds);
+        else
+            std::printf("    %-30s %8s\n", what, "n/a");
+    };
+    ratio("vs find -printf", findRow);
+    ratio("vs mtree -c", mtreeRow);
+    ratio("vs bare walk, 1 thread", bare1);
+    ratio("vs bare walk, 2 threads", bare2);
+
+    std::vector<Target> targets;
+    auto bytesPerEntry = [&](const Row& r) { return (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries; };
+    if (scanSave.sample.ok && bare2.sample.ok)
+        targets.push_back({QStringLiteral("scan and save / bare walk, 2 threads"), scanSave.sample.seconds / bare2.sample.seconds, 1.3, QStringLiteral("x")});
+    targets.push_back({QStringLiteral("load"), loadRow.sample.seconds, 0.4, QStringLiteral("s")});
+    targets.push_back({QStringLiteral("save"), saveRow.sample.seconds, 0.4, QStringLiteral("s")});
+    targets.push_back({QStringLiteral("compare both ways"), compareSelf.sample.seconds, 0.3, QStringLiteral("s")});
+    targets.push_back({QStringLiteral("compare, other order / same order"), compareShuffled.sample.seconds / compareSelf.sample.seconds, 1.5, QStringLiteral("x")});
+    targets.push_back({QStringLiteral("memory of a scanned snapshot"), bytesPerEntry(scan), 80, QStringLiteral("B/entry")});
+    targets.push_back({QStringLiteral("memory of a loaded snapshot"), bytesPerEntry(loadRow), 80, QStringLiteral("B/entry")});
+
+    QJsonArray scaling;
+    if (c.scaleScan) {
+        Config small = c;
+        const QString smallTree = ensureTree(small, c.entries / 10);
+        std::printf("\n  Scaling of the scan (tree of a tenth the size):\n");
+        const Sample s = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("scan"), smallTree}, c.runs, true);
+        if (s.ok && scan.sample.ok) {
+            const double perSmall = s.seconds / double(s.entries), perLarge = scan.sample.seconds / n;
+            std::printf("    %.0f entries in %.3f s; per entry %.0f ns against %.0f ns at full size (%.2f x)\n",
+                        double(s.entries), s.seconds, perSmall * 1e9, perLarge * 1e9, perLarge / perSmall);
+            targets.push_back({QStringLiteral("scan time per entry, full size / a tenth"), perLarge / perSmall, 1.1, QStringLiteral("x")});
+        }
+    }
+    if (c.tenMillion) {
+        const int64_t big = c.entries * 10;
+        const QString bigFile = QStringLiteral("%1/generated-%2-%3.#01").arg(c.dir).arg(big).arg(c.seed);
+        if (!QFileInfo::exists(bigFile)) {
+            std::fprintf(stderr, "Generating a snapshot of %lld entries ...\n", static_cast<long long>(big));
+            runOnce({self(), QStringLiteral("--child"), QStringLiteral("generate"), bigFile, QString::number(big), QString::number(c.seed)});
+        }
+        const int bigRuns = std::max(1, std::min(c.runs, 3));
+        std::printf("\n  Scaling to ten times the entries (a generated snapshot, median of %d):\n", bigRuns);
+        const Sample l = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("load"), bigFile}, bigRuns, true);
+        const Sample sv = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("save"), bigFile, work + QStringLiteral("/big-saved.#01")}, bigRuns, true);
+        const Sample cp = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("compare"), bigFile, bigFile}, bigRuns, true);
+        auto line = [&](const char* what, const Sample& large, const Row& small) {
+            if (!large.ok || !small.sample.ok)
+                return;
+            // Per entry, so that a generated file of another size still compares fairly.
+            const double factor = (large.seconds / double(large.entries)) / (small.sample.seconds / small.entries) * 10;
+            std::printf("    %-10s %9.3f s for %.0f entries: %.1f x the figure at a tenth\n", what, large.seconds,
+                        double(large.entries) / (QLatin1String(what) == QLatin1String("compare") ? 2 : 1), factor);
+            targets.push_back({QStringLiteral("%1 at ten times the entries").arg(QLatin1String(what)), factor, 11, QStringLiteral("x")});
+            scaling.append(QJsonObject{{QStringLiteral("operation"), QLatin1String(what)},
+                                       {QStringLiteral("seconds"), large.seconds},
+                                       {QStringLiteral("peak_kb"), large.peakKb},
+                                       {QStringLiteral("factor"), factor}});
+        };
+        line("load", l, loadRow);
+        line("save", sv, saveRow);
+        line("compare", cp, compareSelf);
+        if (cp.ok)
+            std::printf("    memory of two compared snapshots: %.1f B/entry\n",
+                        (cp.peakKb - baseline) * 1024.0 / double(cp.entries));
+    }
+
+    std::printf("\n  Targets:\n");
+    int missed = 0;
+    QJsonArray targetJson;
+    for (const Target& t : targets) {
+        const bool met = t.value <= t.limit;
+        missed += !met;
+        std::printf("    %-45s %8.3f %-8s (at most %g) %s\n", qPrintable(t.what), t.value, qPrintable(t.unit), t.limit,
+                    met ? "met" : "MISSED");
+        targetJson.append(QJsonObject{{QStringLiteral("target"), t.what}, {QStringLiteral("value"), t.value},
+                                      {QStringLiteral("limit"), t.limit}, {QStringLiteral("met"), met}});
+    }
+    if (!c.json.isEmpty()) {
+        QJsonArray rowJson;
+        for (const Row& r : rows)
+            rowJson.append(toJson(r));
+        QJsonObject doc{{QStringLiteral("tree"), tree},
+                        {QStringLiteral("entries"), n},
+                        {QStringLiteral("runs"), c.runs},
+                        {QStringLiteral("operations"), rowJson},
+                        {QStringLiteral("scaling"), scaling},
+                        {QStringLiteral("targets"), targetJson}};
+        QFile f(c.json);
+        if (f.open(QIODevice::WriteOnly))
+            f.write(QJsonDocument(doc).toJson());
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    QStringList args = QCoreApplication::arguments();
+    if (args.size() > 1 && args.at(1) == QLatin1String("--child"))
+        return child(args.mid(2));
+
+    QCommandLineParser p;
+    p.setApplicationDescription(QStringLiteral(
+        "Measures Kestrel's scan, snapshot file and comparison on a generated tree against GNU find,\n"
+        "mtree and a bare directory walk. The tree is made once in DIR and reused."));
+    p.addHelpOption();
+    const QCommandLineOption dir(QStringLiteral("dir"), QStringLiteral("Folder for the trees and files."), QStringLiteral("DIR"),
+                                 QStringLiteral("bench-data"));
+    const QCommandLineOption entries(QStringLiteral("entries"), QStringLiteral("Entries of the tree."), QStringLiteral("N"),
+                                     QStringLiteral("1000000"));
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed of the generator."), QStringLiteral("S"), QStringLiteral("1"));
+    const QCommandLineOption runs(QStringLiteral("runs"), QStringLiteral("Runs of each measurement."), QStringLiteral("R"),
+                                  QStringLiteral("5"));
+    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Also write the figures to FILE."), QStringLiteral("FILE"));
+    const QCommandLineOption noBig(QStringLiteral("no-scaling"), QStringLiteral("Skip the scaling measurements."));
+    const QCommandLineOption quick(QStringLiteral("quick"),
+                                   QStringLiteral("A small tree, one run, no scaling: checks that the bench works."));
+    p.addOptions({dir, entries, seed, runs, json, noBig, quick});
+    p.process(app);
+
+    Config c;
+    c.dir = QFileInfo(p.value(dir)).absoluteFilePath();
+    c.entries = p.value(entries).toLongLong();
+    c.seed = p.value(seed).toULongLong();
+    c.runs = std::max(1, p.value(runs).toInt());
+    c.json = p.value(json);
+    c.tenMillion = c.scaleScan = !p.isSet(noBig);
+    if (p.isSet(quick)) {
+        c.entries = std::min<int64_t>(c.entries, 3000);
+        c.runs = 1;
+        c.tenMillion = c.scaleScan = false;
+    }
+    try {
+        return drive(c);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "kestrel-bench: %s\n", e.what());
+        return 2;
+    }
+}
