@@ -151,8 +151,10 @@ private:
 } // namespace
 
 DirectoryReader::DirectoryReader(ListingRules rules, int workers) : m_rules(std::move(rules)) {
+    // The walk lists folders too while it waits, so one thread per core
+    // besides it keeps every core busy.
     if (workers < 0)
-        workers = int(std::max(1u, std::thread::hardware_concurrency()));
+        workers = int(std::max(2u, std::thread::hardware_concurrency()) - 1);
     m_threaded = workers > 0;
     for (int i = 0; i < workers; ++i)
         m_threads.emplace_back([this] { work(); });

@@ -83,8 +83,9 @@ public:
     FolderTask& root(std::string path);
 
     // Returns once the task is listed: takes it over when no worker has
-    // started it, else waits, calling whileWaiting about every 100 ms so the
-    // caller can keep its user interface alive. Rethrows a worker's failure.
+    // started it, else lists other waiting folders meanwhile, or waits when
+    // there are none, calling whileWaiting about every 100 ms so the caller
+    // can keep its user interface alive. Rethrows a worker's failure.
     template <typename Idle> void acquire(FolderTask& task, Idle whileWaiting) {
         std::unique_lock lock(m_mutex);
         for (;;) {
@@ -98,6 +99,18 @@ public:
                 lock.lock();
                 finish(task);
                 break;
+            }
+            // A worker is listing the folder the walk needs. Rather than sleep,
+            // list the next folder waiting: the walk needs it soon anyway.
+            if (!m_pending.empty()) {
+                FolderTask& other = **m_pending.begin();
+                m_pending.erase(m_pending.begin());
+                other.state = FolderTask::Claimed;
+                lock.unlock();
+                list(other);
+                lock.lock();
+                finish(other);
+                continue;
             }
             m_awaited = &task;
             const auto waited = m_done.wait_for(lock, std::chrono::milliseconds(100));

@@ -20,9 +20,10 @@ struct ScanSettings {
     // Versions are read for files in this folder and beneath it, when the
     // header asks for versions.
     QString versionFolder;
-    // Threads that list folders ahead of the walk; -1 gives one per core, 0
-    // lists everything on the caller's thread. The result is the same entry
-    // for entry whatever the number.
+    // Threads that list folders ahead of the walk, which lists folders too
+    // while it waits; -1 gives one per core besides the caller's, 0 lists
+    // everything on the caller's thread. The result is the same entry for
+    // entry whatever the number.
     int listingThreads = -1;
 };
 
