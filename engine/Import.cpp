@@ -70,7 +70,7 @@ ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         const int32_t count = ItemReader::toInt32(reader.next());
         outcome.headerRead = true;
 
-        meter.initialise(count, QStringLiteral("Importing Snapshot"), true);
+        startCancellable(meter, count, QStringLiteral("Importing Snapshot"));
 
         // A fresh table: the ring building below reads the parents' status
         // fields, which must start at 0.

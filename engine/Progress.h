@@ -72,6 +72,13 @@ private:
     double m_startTime = 0;
 };
 
+// Starts a cancellable operation afresh. A maximum of 0 (a folder without
+// sub-folders, a file without entries) would keep the cancelled flag of the
+// operation before, which would end this one at once; it counts as 1.
+inline void startCancellable(ProgressMeter& meter, int32_t maximum, const QString& caption) {
+    meter.initialise(maximum > 0 ? maximum : 1, caption, true);
+}
+
 // Closes the meter when an operation ends, however it ends: every long
 // operation leaves the meter closed and the pointer restored.
 class MeterCloser {

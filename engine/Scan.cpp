@@ -209,7 +209,7 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
         snapshot.meterDepth = int16_t(settings.meterLevel + 1);
         const QString root = snapshot.header.rootFolder;
         const int32_t maximum = CountFolders(root, 1, snapshot.meterDepth);
-        meter.initialise(maximum, QStringLiteral("Scanning Directory"), true);
+        startCancellable(meter, maximum, QStringLiteral("Scanning Directory"));
 
         ListingRules rules;
         rules.recurse = snapshot.header.recurse;

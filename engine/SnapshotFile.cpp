@@ -150,7 +150,7 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         const int32_t capacity = ItemReader::toInt32(reader.next());
         outcome.headerRead = true;
 
-        meter.initialise(capacity, QStringLiteral("Loading Snapshot"), true);
+        startCancellable(meter, capacity, QStringLiteral("Loading Snapshot"));
 
         // The table holds indices 0..capacity + 1; its chunks are allocated as
         // entries arrive, so a damaged capacity item costs no memory.

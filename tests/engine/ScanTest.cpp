@@ -372,6 +372,14 @@ TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
     // The walk stopped early, and every folder it recorded still closed its ring.
     EXPECT_LT(cancelled.snapshot.entryCount, 3 + 9 + 27 + 27);
     expectSoundTree(cancelled.snapshot);
+
+    // The next scan starts afresh even when it has no folder to count.
+    TempTree flat;
+    flat.file(QStringLiteral("only.txt"));
+    view.cancelAtValue = -1;
+    const Scan after = scan(flat, true, true, -1, &meter);
+    EXPECT_TRUE(after.outcome.ok);
+    EXPECT_EQ(after.snapshot.entryCount, 1);
 }
 
 TEST(Scan, ReadsVersionsOnlyInsideTheVersionFolder) {

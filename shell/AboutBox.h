@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QDialog>
+#include <QPixmap>
+#include <QString>
+
+class QPushButton;
+
+namespace kestrel::shell {
+
+// The program's emblem: a kestrel hovering against the sky, size × size
+// logical pixels.
+QPixmap KestrelEmblem(int size);
+
+// "Kestrel v" and the version of this build.
+QString VersionText();
+
+// The about box: the program's name and version, what it does, a short
+// disclaimer and links to its web pages (opened in the user's browser). It is
+// loaded at start-up, shown modally from Help › About and shown briefly
+// while the program closes.
+class AboutBox : public QDialog {
+    Q_OBJECT
+public:
+    explicit AboutBox(QWidget* parent = nullptr);
+
+    // Shows the box without waiting for the user, for the given time, then
+    // hides it. Events keep running meanwhile.
+    void DisplayBriefly(int milliseconds);
+
+private:
+    QPushButton* m_ok = nullptr;
+};
+
+} // namespace kestrel::shell

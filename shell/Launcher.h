@@ -1,0 +1,79 @@
+#pragma once
+
+#include "engine/Errors.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+class QUrl;
+
+namespace kestrel::shell {
+
+// Shell-style result numbers of a launch: 32 and above is success, below
+// it the reason it failed.
+namespace LaunchResult {
+inline constexpr int Started = 33;
+inline constexpr int FileNotFound = 2;
+inline constexpr int PathNotFound = 3;
+inline constexpr int AccessDenied = 5;
+inline constexpr int OutOfMemory = 8;
+inline constexpr int BadFormat = 11;
+inline constexpr int NoAssociation = 31;
+} // namespace LaunchResult
+
+// The text of "Application Launch Error" for a failed result.
+QString LaunchErrorText(int result);
+
+// Hands documents and the help page to the desktop, and starts programs.
+// A document opens in the application the desktop associates with its type;
+// a program is started directly with its arguments split as a shell splits
+// quoted words, never through a shell. Failures are shown through the
+// message function given, never thrown.
+class Launcher {
+public:
+    // What the desktop does, replaceable so that tests start nothing.
+    struct Desktop {
+        // Opens a document or folder in its associated application; false
+        // when the desktop could not.
+        std::function<bool(const QUrl& url)> openUrl;
+        // Starts a program in a working folder; returns a launch result.
+        std::function<int(const QString& program, const QStringList& arguments,
+                          const QString& folder)>
+            startProgram;
+    };
+    using MessageFunction = std::function<void(const engine::UserMessage& message)>;
+
+    // The desktop of this system: QDesktopServices and QProcess.
+    static Desktop systemDesktop();
+
+    explicit Launcher(MessageFunction message, Desktop desktop = systemDesktop());
+
+    // Where KestHelp.htm is looked for; the program's folder unless set.
+    QString programFolder() const;
+    void setProgramFolder(const QString& folder) { m_programFolder = folder; }
+    QString helpPath() const;
+
+    // LaunchDocument: opens root + folder + name, with root + folder as the
+    // working folder. An executable file is started with the parameters as
+    // its arguments; anything else is opened by association (a document
+    // takes no parameters there). A failure shows "Application Launch
+    // Error". The result is false in every case, success included: no caller
+    // may rely on it.
+    bool LaunchDocument(const QString& root, const QString& folder, const QString& name,
+                        const QString& parameters);
+
+    // ShowHelp: opens KestHelp.htm from the program's folder, always at its
+    // start: the anchor is not passed on. When the page is missing or the
+    // desktop cannot open it, shows "<path> not found" ("No Help Available")
+    // and returns false; otherwise true.
+    bool ShowHelp(const QString& anchor);
+
+private:
+    MessageFunction m_message;
+    Desktop m_desktop;
+    QString m_programFolder;
+};
+
+} // namespace kestrel::shell

@@ -1,0 +1,211 @@
+#pragma once
+
+#include "Launcher.h"
+
+#include "engine/Progress.h"
+#include "settings/IniFile.h"
+#include "settings/Settings.h"
+#include "settings/SettingsStore.h"
+#include "views/SnapshotWindow.h"
+
+#include <QList>
+#include <QMainWindow>
+#include <QPointer>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QAction;
+class QDialog;
+class QLabel;
+class QMdiArea;
+class QMdiSubWindow;
+class QToolBar;
+
+namespace kestrel::shell {
+
+class AboutBox;
+class MeterWindow;
+class NewSnapshotDialog;
+class RecentSnapshotsDialog;
+class SavePrompt;
+
+// The title a new snapshot gets: "Snapshot #n of folder"; with the naming
+// convention on, the first of a folder is its "Original Snapshot of folder"
+// and the second its "Final Snapshot of folder".
+QString NewSnapshotTitle(const QString& folder, int16_t number, bool naming);
+
+// Window sizes and places are kept in twips, 1,440 to the inch; on screen a
+// pixel is 1440 / logical DPI twips.
+int twipsFromPixels(int pixels, double dpi);
+int pixelsFromTwips(int twips, double dpi);
+// The fewest pixels that cover at least the given twips.
+int pixelsCoveringTwips(int twips, double dpi);
+
+// The modal questions of the frame and its snapshot windows. Each member
+// starts out showing the real dialog; a test replaces it to see what would
+// have been asked and to answer without a window.
+struct UserQuestions {
+    // Every modal dialog the frame shows: the new-snapshot dialog, the
+    // recent list, the about box. Returns the dialog's result code.
+    std::function<int(QDialog& dialog)> exec;
+    std::function<void(const engine::UserMessage& message)> message;
+    // The save dialog with the snapshot filters; empty when cancelled.
+    std::function<QString(const QString& proposedPath)> saveFileName;
+    // An input box; nothing when cancelled.
+    std::function<std::optional<QString>(const QString& prompt, const QString& caption,
+                                         const QString& text)>
+        text;
+    // The save prompt ("Unsaved Snapshot"): 6, 7, 2 or 0.
+    std::function<int(const QString& prompt)> saveQuestion;
+};
+
+// frmMain: the frame holding the snapshot windows, with the File and Help
+// menus, the toolbar and the status bar. It owns everything that lives for
+// the whole run (the options and their store, Kestrel.ini, the progress
+// meter, the dialogs, the about box) and hands it to the snapshot windows
+// through views::SnapshotHost.
+//
+// Long operations run on this thread under the progress meter, which lets
+// events through so that its Cancel button works. Every command that could
+// start a second operation or take a window away (the menus, the toolbar,
+// closing a snapshot window or the frame) checks busy() first and is
+// ignored while an operation runs; the actions stay enabled meanwhile, so
+// quick operations do not make the toolbar flicker.
+class MainWindow : public QMainWindow, public views::SnapshotHost {
+    Q_OBJECT
+public:
+    // The smallest frame, in twips, enforced on every resize.
+    static constexpr int MinimumWidth = 8000;
+    static constexpr int MinimumHeight = 6000;
+    // The frame's size when Kestrel.ini has none.
+    static constexpr int DesignedWidth = 12600;
+    static constexpr int DesignedHeight = 9000;
+
+    // Loads the options from the per-user store, makes the dialogs and reads
+    // the frame's placement from the INI file at iniPath. Shows nothing.
+    explicit MainWindow(const QString& iniPath, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    UserQuestions& questions() { return m_questions; }
+
+    // Loads the about box, hidden; start-up does this once the frame shows.
+    void loadAboutBox();
+    AboutBox* aboutBox() const { return m_about; }
+    // How long the about box shows while the program closes (2000 ms).
+    void setFarewellTime(int milliseconds) { m_farewellTime = milliseconds; }
+
+    // Commands.
+    void mnuFileNew_Click();
+    void mnuFileOpen_Click();
+    void mnuFileConfig_Click();
+    void mnuFileExit_Click();
+    void mnuHelpAbout_Click();
+    void mnuHelpTips_Click();
+    // The toolbar: the button's caption selects the command.
+    void Toolbar1_ButtonClick(const QString& caption);
+
+    // Creates a snapshot window, scans folder into it under the meter and
+    // shows it captioned by its title; false when the scan failed or was
+    // cancelled, in which case no window remains.
+    bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
+                     int16_t number) override;
+    // Opens a snapshot file (current or v2 format) in a new window; false
+    // when it could not be opened, in which case no window remains.
+    bool OpenSnapshot(const QString& path);
+    // Puts the summary line of a scan, load or import into the status bar.
+    void ShowSummary(const QString& summary);
+    QString summaryText() const;
+
+    // The snapshot window last activated; null when there is none.
+    views::SnapshotWindow* activeSnapshotWindow() const;
+    // The open snapshot windows, oldest first.
+    QList<views::SnapshotWindow*> snapshotWindows() const;
+    // Tiles the snapshot windows one above the other, each the full width.
+    void tileHorizontally();
+
+    // What the frame owns.
+    settings::Options& options() { return m_options; }
+    const settings::Options& options() const override { return m_options; }
+    settings::SettingsStore& store() { return m_store; }
+    const settings::IniFile& ini() const { return m_ini; }
+    NewSnapshotDialog& newSnapshotDialog() { return *m_newDialog; }
+    RecentSnapshotsDialog& recentDialog() { return *m_recent; }
+    MeterWindow& meterWindow() { return *m_meterWindow; }
+    Launcher& launcher() { return m_launcher; }
+    QToolBar* toolbar() const { return m_toolbar; }
+    // The toolbar button with the given caption, or null.
+    QAction* toolbarButton(const QString& caption) const;
+
+    // views::SnapshotHost
+    engine::ProgressMeter& progressMeter() override { return m_meter; }
+    bool busy() const override { return m_operations > 0; }
+    void operationStarted() override { ++m_operations; }
+    void operationEnded() override { --m_operations; }
+    void AddRecent(const QString& path) override;
+    QString lastFolder() const override;
+    void setLastFolder(const QString& folder) override;
+    void showMessage(const engine::UserMessage& message) override;
+    QString askSaveFileName(const QString& proposedPath) override;
+    std::optional<QString> askText(const QString& prompt, const QString& caption,
+                                   const QString& text) override;
+    int PromptToSave(const QString& prompt) override;
+
+    // Enables the commands for the snapshot windows open now.
+    void updateActions();
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+    // MDIForm_QueryUnload and the unload that follows it.
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void createActions();
+    void createMenus();
+    void createToolbar();
+    void loadPlacement();
+    void savePlacement();
+    bool unloadSnapshotWindows();
+    void showSnapshotWindow(std::unique_ptr<views::SnapshotWindow> window);
+    void toolbarActionTriggered(QAction* action);
+    void setToolbarVisible(bool visible);
+    int execDialog(QDialog& dialog);
+
+    // Declared first: the windows made below use them.
+    settings::IniFile m_ini;
+    settings::SettingsStore m_store;
+    settings::Options m_options;
+    UserQuestions m_questions;
+    Launcher m_launcher;
+
+    QMdiArea* m_mdi = nullptr;
+    QToolBar* m_toolbar = nullptr;
+    QLabel* m_summary = nullptr;
+    MeterWindow* m_meterWindow = nullptr;
+    engine::ProgressMeter m_meter;
+    NewSnapshotDialog* m_newDialog = nullptr;
+    RecentSnapshotsDialog* m_recent = nullptr;
+    QPointer<SavePrompt> m_savePrompt;
+    AboutBox* m_about = nullptr;
+
+    QAction* m_mnuFileNew = nullptr;
+    QAction* m_mnuFileOpen = nullptr;
+    QAction* m_mnuFileConfig = nullptr;
+    QAction* m_mnuFileExit = nullptr;
+    QAction* m_mnuHelpAbout = nullptr;
+    QAction* m_mnuHelpTips = nullptr;
+    QAction* m_tbNew = nullptr;
+    QAction* m_tbOpen = nullptr;
+    QAction* m_tbSaveAs = nullptr;
+    QAction* m_tbRepeat = nullptr;
+    QAction* m_tbCompare = nullptr;
+    QAction* m_tbPrint = nullptr;
+
+    int m_operations = 0;
+    int m_farewellTime = 2000;
+    bool m_closed = false;
+};
+
+} // namespace kestrel::shell

@@ -1,0 +1,110 @@
+#include "MeterWindow.h"
+
+#include "AboutBox.h"
+
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QGridLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
+
+namespace kestrel::shell {
+
+MeterWindow::MeterWindow(QWidget* frame)
+    : QWidget(frame, Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint), m_frame(frame) {
+    setWindowTitle(QStringLiteral("Kestrel"));
+
+    m_picture = new QLabel(this);
+    m_picture->setPixmap(KestrelEmblem(56));
+    m_picture->setFixedSize(56, 56);
+
+    // The caption again inside the window, where it is seen whatever the
+    // window manager does with title bars of small tool windows.
+    m_caption = new QLabel(QStringLiteral("Kestrel"), this);
+
+    m_bar = new QProgressBar(this);
+    m_bar->setTextVisible(false);
+    m_bar->setMinimumWidth(260);
+
+    m_cancel = new QPushButton(QStringLiteral("Cancel"), this);
+    m_cancel->setEnabled(false);
+    connect(m_cancel, &QPushButton::clicked, this, &MeterWindow::cmdCancel_Click);
+
+    auto* layout = new QGridLayout(this);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->setHorizontalSpacing(12);
+    layout->addWidget(m_picture, 0, 0, 3, 1, Qt::AlignTop);
+    layout->addWidget(m_caption, 0, 1);
+    layout->addWidget(m_bar, 1, 1);
+    layout->addWidget(m_cancel, 2, 1, Qt::AlignRight);
+    setFixedSize(sizeHint());
+}
+
+void MeterWindow::meterStarted(int32_t maximum, const QString& caption, bool cancellable) {
+    m_bar->setRange(0, maximum);
+    setWindowTitle(caption);
+    m_caption->setText(caption + QStringLiteral("..."));
+    m_cancel->setEnabled(cancellable);
+    if (m_frame)
+        m_frame->setCursor(Qt::WaitCursor);
+}
+
+QString MeterWindow::captionText() const {
+    return m_caption->text();
+}
+
+void MeterWindow::meterShown() {
+    if (m_frame) {
+        const QRect area = m_frame->frameGeometry();
+        move(area.center() - rect().center());
+    }
+    show();
+    takeFocusBack();
+}
+
+void MeterWindow::meterValue(int32_t value) {
+    m_bar->setValue(value);
+}
+
+void MeterWindow::processEvents() {
+    // The operation runs on this thread: this is where the bar repaints and
+    // a click on Cancel arrives.
+    QCoreApplication::processEvents();
+}
+
+void MeterWindow::meterClosed() {
+    hide();
+    if (m_frame)
+        m_frame->unsetCursor();
+}
+
+void MeterWindow::cmdCancel_Click() {
+    // ProgressMeter honours it only when the operation can be cancelled.
+    if (m_meter)
+        m_meter->cancel();
+}
+
+void MeterWindow::takeFocusBack() {
+    if (!isVisible())
+        return;
+    raise();
+    activateWindow();
+}
+
+void MeterWindow::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange && isVisible() && !isActiveWindow()) {
+        // Taken back once the activation change is over, not inside it,
+        // so the window system is not asked to switch twice at once.
+        QTimer::singleShot(0, this, &MeterWindow::takeFocusBack);
+    }
+}
+
+void MeterWindow::closeEvent(QCloseEvent* event) {
+    // The operation closes the meter when it ends; the window frame cannot.
+    event->ignore();
+}
+
+} // namespace kestrel::shell

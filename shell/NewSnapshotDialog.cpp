@@ -1,0 +1,537 @@
+#include "shell/NewSnapshotDialog.h"
+
+#include "settings/IniFile.h"
+#include "settings/Settings.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QFileInfo>
+#include <QFileSystemModel>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalBlocker>
+#include <QSortFilterProxyModel>
+#include <QStorageInfo>
+#include <QTimer>
+#include <QTreeView>
+#include <QVBoxLayout>
+
+#include <cerrno>
+#include <cstring>
+
+#ifdef Q_OS_UNIX
+#include <dirent.h>
+#endif
+
+namespace kestrel::shell {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString Section = u"Main"_s;
+
+// True when path lies in the folder root or is root itself.
+bool isWithin(const QString& path, const QString& root) {
+    if (path == root)
+        return true;
+    const QString prefix = root.endsWith(u'/') ? root : root + u'/';
+    return path.startsWith(prefix);
+}
+
+// The file systems a user thinks of as drives: the root and whatever is
+// mounted that holds the user's files. Left out are the kernel's pseudo file
+// systems (proc, sysfs, cgroup, devpts and their kind), the memory file
+// systems of /run, /dev and /sys, container layers (overlay under /var/lib),
+// snap packages (squashfs), the boot loader's EFI partition, single files
+// bound into place, and anything the user cannot list.
+QList<QStorageInfo> reachableDrives() {
+    static const QStringList pseudo = {
+        u"proc"_s,        u"sysfs"_s,           u"cgroup"_s,     u"cgroup2"_s,
+        u"devpts"_s,      u"devtmpfs"_s,        u"mqueue"_s,     u"debugfs"_s,
+        u"tracefs"_s,     u"securityfs"_s,      u"pstore"_s,     u"bpf"_s,
+        u"configfs"_s,    u"fusectl"_s,         u"hugetlbfs"_s,  u"autofs"_s,
+        u"binfmt_misc"_s, u"efivarfs"_s,        u"rpc_pipefs"_s, u"nsfs"_s,
+        u"squashfs"_s,    u"fuse.gvfsd-fuse"_s, u"fuse.portal"_s};
+    static const QStringList systemFolders = {u"/proc"_s, u"/sys"_s,  u"/dev"_s,
+                                              u"/run"_s,  u"/snap"_s, u"/boot/efi"_s};
+
+    QList<QStorageInfo> drives;
+    for (const QStorageInfo& volume : QStorageInfo::mountedVolumes()) {
+        const QString root = volume.rootPath();
+        const QString type = QString::fromLatin1(volume.fileSystemType());
+        if (root == u"/" || !volume.isValid() || !volume.isReady())
+            continue;
+        if (pseudo.contains(type))
+            continue;
+        // Removable media mounted by udisks under /run/media stay in.
+        bool system = false;
+        for (const QString& folder : systemFolders)
+            system = system || isWithin(root, folder);
+        if (system && !isWithin(root, u"/run/media"_s))
+            continue;
+        if (type == u"overlay" && isWithin(root, u"/var/lib"_s))
+            continue;
+        const QFileInfo info(root);
+        if (!info.isDir() || !info.isReadable() || !info.isExecutable())
+            continue;
+        if (std::any_of(drives.cbegin(), drives.cend(),
+                        [&](const QStorageInfo& d) { return d.rootPath() == root; }))
+            continue;
+        drives << volume;
+    }
+    std::sort(drives.begin(), drives.end(), [](const QStorageInfo& a, const QStorageInfo& b) {
+        return a.rootPath() < b.rootPath();
+    });
+    drives.prepend(QStorageInfo::root());
+    return drives;
+}
+
+// Why a drive cannot be read, in the system's own words; empty when it can.
+QString unreadableReason(const QString& root) {
+#ifdef Q_OS_UNIX
+    const QByteArray native = QFile::encodeName(root);
+    DIR* dir = ::opendir(native.constData());
+    if (!dir)
+        return QString::fromLocal8Bit(std::strerror(errno));
+    errno = 0;
+    const bool listed = ::readdir(dir) != nullptr || errno == 0;
+    const int error = errno;
+    ::closedir(dir);
+    if (!listed)
+        return QString::fromLocal8Bit(std::strerror(error));
+    return {};
+#else
+    const QDir dir(root);
+    if (!dir.exists())
+        return u"The device is not ready."_s;
+    if (!dir.isReadable())
+        return u"Access is denied."_s;
+    return {};
+#endif
+}
+
+// The folder list shows one drive: the drive's root, its ancestors (the
+// list's root lies above them) and everything below the root.
+class DriveFilter : public QSortFilterProxyModel {
+public:
+    using QSortFilterProxyModel::QSortFilterProxyModel;
+
+    void setDrive(const QString& root) {
+        m_root = root;
+        invalidateFilter();
+    }
+
+protected:
+    bool filterAcceptsRow(int row, const QModelIndex& parent) const override {
+        const auto* files = static_cast<const QFileSystemModel*>(sourceModel());
+        const QString path = files->filePath(files->index(row, 0, parent));
+        return isWithin(path, m_root) || isWithin(m_root, path);
+    }
+
+private:
+    QString m_root = u"/"_s;
+};
+
+// The hourglass while a drive is tried; put back before a message shows.
+class BusyCursor {
+public:
+    BusyCursor() { QGuiApplication::setOverrideCursor(Qt::WaitCursor); }
+    ~BusyCursor() { release(); }
+    BusyCursor(const BusyCursor&) = delete;
+    BusyCursor& operator=(const BusyCursor&) = delete;
+    void release() {
+        if (m_held)
+            QGuiApplication::restoreOverrideCursor();
+        m_held = false;
+    }
+
+private:
+    bool m_held = true;
+};
+
+QTreeView* makeFolderView(QAbstractItemModel* model, const QString& name, QWidget* parent) {
+    auto* view = new QTreeView(parent);
+    view->setObjectName(name);
+    view->setModel(model);
+    view->setHeaderHidden(true);
+    for (int column = 1; column < model->columnCount(); ++column)
+        view->hideColumn(column);
+    view->setUniformRowHeights(true);
+    view->setSelectionMode(QAbstractItemView::SingleSelection);
+    view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    return view;
+}
+
+} // namespace
+
+struct NewSnapshotDialog::Controls {
+    QComboBox* drvDrive = nullptr;
+    QFileSystemModel* folders = nullptr; // shared by both folder lists
+    DriveFilter* driveFolders = nullptr;
+    QTreeView* dirFolder = nullptr;
+    QGroupBox* Frame1 = nullptr;
+    QCheckBox* chkRecurse = nullptr;
+    QCheckBox* chkHidden = nullptr;
+    QCheckBox* chkVersion = nullptr;
+    QTreeView* dirVersion = nullptr;
+    QCheckBox* chkCompare = nullptr;
+    QPushButton* cmdOK = nullptr;
+    QPushButton* cmdCancel = nullptr;
+    QPushButton* cmdHelp = nullptr;
+
+    // The lists' present paths. They change only through setFolderPath and
+    // setVersionPath, so the folder-change rule runs once per change.
+    QString folderPath;
+    QString versionPath;
+    bool syncing = false; // the dialog itself is moving a list's selection
+};
+
+NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& options,
+                                     QWidget* parent)
+    : QDialog(parent), m_controls(new Controls), m_ini(ini), m_options(options) {
+    Controls& c = *m_controls;
+    setObjectName(u"frmBuild"_s);
+    setWindowTitle(u"Create New Snapshot"_s);
+
+    reportError = [this](const QString& title, const QString& text) {
+        QMessageBox::warning(this, title, text);
+    };
+
+    c.drvDrive = new QComboBox(this);
+    c.drvDrive->setObjectName(u"drvDrive"_s);
+    for (const QStorageInfo& drive : reachableDrives()) {
+        const QString name = drive.name();
+        const QString root = drive.rootPath();
+        c.drvDrive->addItem(name.isEmpty() || name == root ? root : root + u" ["_s + name + u"]"_s,
+                            root);
+    }
+    auto* driveLabel = new QLabel(u"&Drive:"_s, this);
+    driveLabel->setBuddy(c.drvDrive);
+
+    c.folders = new QFileSystemModel(this);
+    // Folders only; hidden ones too, since a snapshot may include them.
+    c.folders->setFilter(QDir::AllDirs | QDir::NoDotAndDotDot | QDir::Hidden);
+    c.folders->setReadOnly(true);
+    c.driveFolders = new DriveFilter(this);
+    c.driveFolders->setSourceModel(c.folders);
+    c.dirFolder = makeFolderView(c.driveFolders, u"dirFolder"_s, this);
+    auto* folderLabel = new QLabel(u"&Folder:"_s, this);
+    folderLabel->setBuddy(c.dirFolder);
+
+    c.Frame1 = new QGroupBox(u"Files and Flags:"_s, this);
+    c.Frame1->setObjectName(u"Frame1"_s);
+    c.chkRecurse = new QCheckBox(u"Files in &Sub-Folders"_s, c.Frame1);
+    c.chkRecurse->setObjectName(u"chkRecurse"_s);
+    c.chkHidden = new QCheckBox(u"&Hidden and System files"_s, c.Frame1);
+    c.chkHidden->setObjectName(u"chkHidden"_s);
+    c.chkVersion = new QCheckBox(u"&32-bit file version information"_s, c.Frame1);
+    c.chkVersion->setObjectName(u"chkVersion"_s);
+    // The version folder may lie anywhere, so its list shows the whole tree.
+    c.dirVersion = makeFolderView(c.folders, u"dirVersion"_s, c.Frame1);
+    c.dirVersion->setMinimumHeight(110);
+
+    auto* frameLayout = new QVBoxLayout(c.Frame1);
+    frameLayout->addWidget(c.chkRecurse);
+    frameLayout->addWidget(c.chkHidden);
+    frameLayout->addWidget(c.chkVersion);
+    auto* versionRow = new QHBoxLayout;
+    versionRow->addSpacing(20); // under the box's caption, as its subordinate
+    versionRow->addWidget(c.dirVersion);
+    frameLayout->addLayout(versionRow, 1);
+
+    c.chkCompare = new QCheckBox(u"Enable Auto-Compare"_s, this);
+    c.chkCompare->setObjectName(u"chkCompare"_s);
+
+    c.cmdOK = new QPushButton(u"OK"_s, this);
+    c.cmdOK->setObjectName(u"cmdOK"_s);
+    c.cmdOK->setDefault(true);
+    c.cmdCancel = new QPushButton(u"Cancel"_s, this);
+    c.cmdCancel->setObjectName(u"cmdCancel"_s);
+    c.cmdHelp = new QPushButton(u"&Help..."_s, this);
+    c.cmdHelp->setObjectName(u"cmdHelp"_s);
+
+    auto* left = new QVBoxLayout;
+    left->addWidget(driveLabel);
+    left->addWidget(c.drvDrive);
+    left->addSpacing(6);
+    left->addWidget(folderLabel);
+    left->addWidget(c.dirFolder, 1);
+
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(c.chkCompare);
+    buttons->addStretch(1);
+    buttons->addWidget(c.cmdOK);
+    buttons->addWidget(c.cmdCancel);
+    buttons->addWidget(c.cmdHelp);
+
+    auto* grid = new QGridLayout(this);
+    grid->addLayout(left, 0, 0);
+    grid->addWidget(c.Frame1, 0, 1);
+    grid->addLayout(buttons, 1, 0, 1, 2);
+    grid->setColumnStretch(0, 3);
+    grid->setColumnStretch(1, 2);
+    grid->setRowStretch(0, 1);
+    grid->setHorizontalSpacing(14);
+    grid->setVerticalSpacing(12);
+    resize(620, 420);
+
+    // Chosen once per run; the dialog keeps whatever the user ticks.
+    c.chkRecurse->setChecked(true);
+    c.chkHidden->setChecked(true);
+    c.chkVersion->setChecked(false);
+    c.dirVersion->setEnabled(false);
+    c.chkCompare->setChecked(m_options.value(settings::Key::Compare) != 0);
+
+    load();
+
+    // toggled rather than clicked: a box cleared by the folder-change rule
+    // has to switch the ignore-version option as a click would.
+    connect(c.chkVersion, &QCheckBox::toggled, this, &NewSnapshotDialog::chkVersion_Click);
+    connect(c.chkCompare, &QCheckBox::toggled, this, &NewSnapshotDialog::chkCompare_Click);
+    connect(&m_options, &settings::Options::valueChanged, this, &NewSnapshotDialog::optionChanged);
+    connect(c.drvDrive, &QComboBox::currentIndexChanged, this, &NewSnapshotDialog::drvDrive_Change);
+    connect(c.dirFolder->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &NewSnapshotDialog::dirFolder_CurrentChanged);
+    connect(c.dirFolder, &QTreeView::clicked, this, &NewSnapshotDialog::dirFolder_Click);
+    connect(c.dirVersion->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &NewSnapshotDialog::dirVersion_CurrentChanged);
+    // Folders are read in the background: keep the chosen ones in view as
+    // the lists above them fill.
+    connect(c.folders, &QFileSystemModel::directoryLoaded, this,
+            &NewSnapshotDialog::folders_DirectoryLoaded);
+    connect(c.cmdOK, &QPushButton::clicked, this, &NewSnapshotDialog::cmdOK_Click);
+    connect(c.cmdCancel, &QPushButton::clicked, this, &NewSnapshotDialog::cmdCancel_Click);
+    connect(c.cmdHelp, &QPushButton::clicked, this, &NewSnapshotDialog::helpRequested);
+    // Escape and the frame's close button cancel too.
+    connect(this, &QDialog::rejected, this, &NewSnapshotDialog::cmdCancel_Click);
+}
+
+NewSnapshotDialog::~NewSnapshotDialog() {
+    // The lists and their models die with the dialog's children, after this
+    // body: whatever they report on the way must not reach the handlers.
+    for (QObject* child : findChildren<QObject*>())
+        child->disconnect(this);
+    delete m_controls;
+}
+
+bool NewSnapshotDialog::recurse() const {
+    return m_controls->chkRecurse->isChecked();
+}
+
+bool NewSnapshotDialog::hidden() const {
+    return m_controls->chkHidden->isChecked();
+}
+
+bool NewSnapshotDialog::versions() const {
+    return m_controls->chkVersion->isChecked();
+}
+
+QString NewSnapshotDialog::versionFolder() const {
+    return QDir::toNativeSeparators(m_controls->versionPath);
+}
+
+void NewSnapshotDialog::load() {
+    Controls& c = *m_controls;
+    // A folder that has gone since (an unplugged disk) falls back to the
+    // current folder, which is where a fresh list starts.
+    const auto read = [this](const QString& key, const QString& fallback) {
+        return QDir::cleanPath(
+            QDir::fromNativeSeparators(m_ini.readString(Section, key, fallback)));
+    };
+    QString folder = read(u"Folder"_s, QDir::currentPath());
+    if (!QFileInfo(folder).isDir())
+        folder = QDir::currentPath();
+
+    // The stored drive counts only while the folder lies on it; otherwise
+    // the list shows the folder's own drive.
+    int drive = driveIndexOf(folder);
+    const QString storedDrive = read(u"Drive"_s, QString());
+    const int stored = c.drvDrive->findData(storedDrive);
+    if (stored >= 0 && isWithin(folder, storedDrive))
+        drive = stored;
+    {
+        const QSignalBlocker quiet(c.drvDrive);
+        c.drvDrive->setCurrentIndex(drive);
+    }
+    showDrive(drive);
+    setFolderPath(folder);
+
+    QString version = read(u"Version"_s, folder);
+    if (!QFileInfo(version).isDir())
+        version = folder;
+    setVersionPath(version);
+}
+
+void NewSnapshotDialog::saveChoices() {
+    const Controls& c = *m_controls;
+    // Stored the platform's way, as the folder is shown to the user.
+    m_ini.writeString(Section, u"Folder"_s, QDir::toNativeSeparators(c.folderPath));
+    m_ini.writeString(Section, u"Drive"_s,
+                      QDir::toNativeSeparators(c.drvDrive->currentData().toString()));
+    m_ini.writeString(Section, u"Version"_s, QDir::toNativeSeparators(c.versionPath));
+}
+
+int NewSnapshotDialog::driveIndexOf(const QString& path) const {
+    const QComboBox* drives = m_controls->drvDrive;
+    int best = 0;
+    qsizetype bestLength = -1;
+    for (int i = 0; i < drives->count(); ++i) {
+        const QString root = drives->itemData(i).toString();
+        if (isWithin(path, root) && root.size() > bestLength) {
+            best = i;
+            bestLength = root.size();
+        }
+    }
+    return best;
+}
+
+void NewSnapshotDialog::showDrive(int index) {
+    Controls& c = *m_controls;
+    const QString root = c.drvDrive->itemData(index).toString();
+    c.folders->setRootPath(root);
+    c.driveFolders->setDrive(root);
+    // The list's top entry is the drive's root itself, so it can be chosen.
+    const QModelIndex top = c.driveFolders->mapFromSource(c.folders->index(root));
+    c.dirFolder->setRootIndex(top.parent());
+    c.dirFolder->expand(top);
+}
+
+void NewSnapshotDialog::setFolderPath(const QString& path) {
+    Controls& c = *m_controls;
+    const QModelIndex source = c.folders->index(path);
+    const QModelIndex shown = c.driveFolders->mapFromSource(source);
+    if (shown.isValid()) {
+        c.syncing = true;
+        c.dirFolder->setCurrentIndex(shown);
+        c.dirFolder->scrollTo(shown);
+        c.syncing = false;
+    }
+    if (path != c.folderPath) {
+        c.folderPath = path;
+        dirFolder_Change();
+    }
+}
+
+void NewSnapshotDialog::setVersionPath(const QString& path) {
+    Controls& c = *m_controls;
+    const QModelIndex index = c.folders->index(path);
+    if (index.isValid()) {
+        c.syncing = true;
+        c.dirVersion->setCurrentIndex(index);
+        c.dirVersion->scrollTo(index);
+        c.syncing = false;
+    }
+    c.versionPath = path;
+}
+
+void NewSnapshotDialog::drvDrive_Change(int index) {
+    Controls& c = *m_controls;
+    const QString previous = c.folderPath;
+    const QString root = c.drvDrive->itemData(index).toString();
+    BusyCursor busy;
+    const QString reason = unreadableReason(root);
+    if (reason.isEmpty()) {
+        showDrive(index);
+        setFolderPath(root);
+        return;
+    }
+    // An empty card reader, say: report it and put drive and folder back.
+    busy.release();
+    reportError(u"Error Reading Drive"_s, reason);
+    const int back = driveIndexOf(previous);
+    {
+        const QSignalBlocker quiet(c.drvDrive);
+        c.drvDrive->setCurrentIndex(back);
+    }
+    showDrive(back);
+    setFolderPath(previous);
+}
+
+void NewSnapshotDialog::dirFolder_CurrentChanged(const QModelIndex& current) {
+    Controls& c = *m_controls;
+    if (c.syncing || !current.isValid())
+        return;
+    setFolderPath(c.folders->filePath(c.driveFolders->mapToSource(current)));
+}
+
+void NewSnapshotDialog::dirFolder_Click(const QModelIndex& index) {
+    // A click opens the folder at once, so single clicks walk down the tree;
+    // moving through the list with the keyboard only chooses.
+    m_controls->dirFolder->expand(index);
+}
+
+void NewSnapshotDialog::dirVersion_CurrentChanged(const QModelIndex& current) {
+    Controls& c = *m_controls;
+    if (c.syncing || !current.isValid())
+        return;
+    c.versionPath = c.folders->filePath(current);
+}
+
+void NewSnapshotDialog::folders_DirectoryLoaded() {
+    // The views lay out their new rows later, so scroll once they have.
+    QTimer::singleShot(0, this, &NewSnapshotDialog::scrollToChoices);
+}
+
+void NewSnapshotDialog::scrollToChoices() {
+    const Controls& c = *m_controls;
+    for (QTreeView* view : {c.dirFolder, c.dirVersion}) {
+        if (view->currentIndex().isValid())
+            view->scrollTo(view->currentIndex(), QAbstractItemView::PositionAtCenter);
+    }
+}
+
+void NewSnapshotDialog::showEvent(QShowEvent* event) {
+    QDialog::showEvent(event);
+    folders_DirectoryLoaded();
+    m_controls->dirFolder->setFocus();
+}
+
+void NewSnapshotDialog::dirFolder_Change() {
+    Controls& c = *m_controls;
+    // Versions stay wanted only while the version folder lies inside the
+    // folder to scan. The test is a plain, case-sensitive comparison of the
+    // leading characters, so /data/binaries counts as inside /data/bin; the
+    // box is never ticked again by this rule.
+    if (!c.versionPath.startsWith(c.folderPath, Qt::CaseSensitive))
+        c.chkVersion->setChecked(false);
+}
+
+void NewSnapshotDialog::chkVersion_Click(bool ticked) {
+    // Comparisons ignore version differences whenever versions are not
+    // collected.
+    m_options.setValue(settings::Key::Version, ticked ? 0 : 1);
+    m_controls->dirVersion->setEnabled(ticked);
+}
+
+void NewSnapshotDialog::chkCompare_Click(bool ticked) {
+    m_options.setValue(settings::Key::Compare, ticked ? 1 : 0);
+}
+
+void NewSnapshotDialog::optionChanged(settings::Key key) {
+    // The options dialog may switch auto-compare while this dialog is hidden.
+    if (key == settings::Key::Compare)
+        m_controls->chkCompare->setChecked(m_options.value(settings::Key::Compare) != 0);
+}
+
+void NewSnapshotDialog::cmdOK_Click() {
+    m_result = QDir::toNativeSeparators(m_controls->folderPath);
+    accept();
+}
+
+void NewSnapshotDialog::cmdCancel_Click() {
+    // The folder shown stays as it is for the next time. Also runs after
+    // Escape or the frame's close button have hidden the dialog.
+    m_result.clear();
+    if (isVisible())
+        reject();
+}
+
+} // namespace kestrel::shell

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <QDialog>
+#include <QString>
+
+#include <functional>
+
+class QCheckBox;
+class QComboBox;
+class QFileSystemModel;
+class QModelIndex;
+class QTreeView;
+
+namespace kestrel::settings {
+class IniFile;
+class Options;
+enum class Key;
+} // namespace kestrel::settings
+
+namespace kestrel::shell {
+
+// "Create New Snapshot": the folder to scan, the scan flags and the version
+// folder. It only collects choices; the main window reads them after exec()
+// and takes the snapshot. The dialog is hidden, not destroyed, after each
+// use, so its choices stay as the user left them for the rest of the run.
+// On construction it reads "Main"/"Folder", "Drive" and "Version" from
+// Kestrel.ini; saveChoices() writes them back (the main window calls it when
+// the program closes).
+class NewSnapshotDialog : public QDialog {
+    Q_OBJECT
+public:
+    NewSnapshotDialog(settings::IniFile& ini, settings::Options& options, QWidget* parent = nullptr);
+    ~NewSnapshotDialog() override;
+
+    // The chosen folder after OK; empty after Cancel.
+    QString folder() const { return m_result; }
+    bool recurse() const;  // chkRecurse
+    bool hidden() const;   // chkHidden
+    bool versions() const; // chkVersion
+    // The path of the version folder list (dirVersion).
+    QString versionFolder() const;
+
+    // Writes Folder, Drive and Version to section "Main" of Kestrel.ini.
+    void saveChoices();
+
+    // Shows an error message (exclamation icon) over the dialog: by default a
+    // QMessageBox; tests put a recorder in its place.
+    std::function<void(const QString& title, const QString& text)> reportError;
+
+Q_SIGNALS:
+    // cmdHelp: the main window opens the help page.
+    void helpRequested();
+
+private:
+    void drvDrive_Change(int index);
+    void dirFolder_Change();
+    void dirFolder_CurrentChanged(const QModelIndex& current);
+    void dirFolder_Click(const QModelIndex& index);
+    void dirVersion_CurrentChanged(const QModelIndex& current);
+    void folders_DirectoryLoaded();
+    void scrollToChoices();
+    void showEvent(QShowEvent* event) override;
+    void chkVersion_Click(bool ticked);
+    void chkCompare_Click(bool ticked);
+    void cmdOK_Click();
+    void cmdCancel_Click();
+    void optionChanged(settings::Key key);
+
+    void load();
+    // The drive list entry whose root holds path: the longest matching root.
+    int driveIndexOf(const QString& path) const;
+    // Roots the folder list at the drive of the given list entry.
+    void showDrive(int index);
+    // Makes path the present path of dirFolder (running the folder-change
+    // rule when it differs) or of dirVersion.
+    void setFolderPath(const QString& path);
+    void setVersionPath(const QString& path);
+
+    struct Controls;
+    Controls* m_controls = nullptr;
+    settings::IniFile& m_ini;
+    settings::Options& m_options;
+    QString m_result;
+};
+
+} // namespace kestrel::shell

@@ -1,0 +1,132 @@
+// The meter window under the progress meter's rules, with the meter's clock
+// in the test's hands.
+
+#include "shell/MeterWindow.h"
+
+#include <QApplication>
+#include <QMainWindow>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QtTest>
+
+using kestrel::engine::ProgressMeter;
+using kestrel::shell::MeterWindow;
+
+class MeterWindowTest : public QObject {
+    Q_OBJECT
+
+private:
+    // A frame, its meter window and a meter on a clock the test sets.
+    struct Rig {
+        QMainWindow frame;
+        MeterWindow* window;
+        double now = 3600.0;
+        ProgressMeter meter;
+        Rig() : window(new MeterWindow(&frame)), meter(window, [this] { return now; }) {
+            window->attach(&meter);
+            frame.show();
+        }
+    };
+
+private Q_SLOTS:
+    void appearsOnlyAfterMoreThanOneSecond() {
+        Rig rig;
+        rig.meter.initialise(40, QStringLiteral("Scanning Directory"), true);
+        QVERIFY(!rig.window->isVisible());
+        QCOMPARE(rig.window->windowTitle(), QStringLiteral("Scanning Directory"));
+        QVERIFY(rig.window->captionText().startsWith(QStringLiteral("Scanning Directory")));
+        QCOMPARE(rig.window->bar()->maximum(), 40);
+
+        rig.now += 0.5;
+        rig.meter.update(3);
+        QVERIFY(!rig.window->isVisible());
+        QCOMPARE(rig.window->bar()->value(), 3);
+
+        // Exactly one second is not more than one second.
+        rig.now = 3601.0;
+        rig.meter.update(4);
+        QVERIFY(!rig.window->isVisible());
+
+        rig.now = 3601.25;
+        rig.meter.update(5);
+        QVERIFY(rig.window->isVisible());
+        QCOMPARE(rig.window->bar()->value(), 5);
+
+        // A value above the range is ignored, not clamped.
+        rig.meter.update(41);
+        QCOMPARE(rig.window->bar()->value(), 5);
+
+        rig.meter.close();
+        QVERIFY(!rig.window->isVisible());
+    }
+
+    void busyPointerFromStartUntilClose() {
+        Rig rig;
+        QCOMPARE(rig.frame.cursor().shape(), Qt::ArrowCursor);
+        rig.meter.initialise(10, QStringLiteral("Saving Snapshot"), false);
+        QCOMPARE(rig.frame.cursor().shape(), Qt::WaitCursor);
+        // The meter keeps the normal pointer, so Cancel looks clickable.
+        QCOMPARE(rig.window->cursor().shape(), Qt::ArrowCursor);
+        rig.now += 2;
+        rig.meter.update(1);
+        QCOMPARE(rig.frame.cursor().shape(), Qt::WaitCursor);
+        rig.meter.close();
+        QCOMPARE(rig.frame.cursor().shape(), Qt::ArrowCursor);
+    }
+
+    // A click on Cancel arrives while the operation lets events through,
+    // and counts only for an operation that can be cancelled.
+    void cancelReachesTheMeterDuringUpdate() {
+        Rig rig;
+        rig.meter.initialise(10, QStringLiteral("Scanning Directory"), true);
+        rig.now += 1.5;
+        rig.meter.update(1);
+        QVERIFY(rig.window->cancelButton()->isEnabled());
+        QVERIFY(!rig.meter.cancelled());
+
+        QTimer::singleShot(0, rig.window->cancelButton(), &QPushButton::click);
+        rig.meter.update(2);
+        QVERIFY(rig.meter.cancelled());
+        rig.meter.close();
+    }
+
+    void cancelIgnoredWhenNotCancellable() {
+        Rig rig;
+        rig.meter.initialise(10, QStringLiteral("Saving Snapshot"), false);
+        rig.now += 1.5;
+        rig.meter.update(1);
+        QVERIFY(!rig.window->cancelButton()->isEnabled());
+        // Even a click that gets past the disabled button changes nothing.
+        QMetaObject::invokeMethod(rig.window->cancelButton(), "clicked", Qt::DirectConnection,
+                                  Q_ARG(bool, false));
+        rig.meter.update(2);
+        QVERIFY(!rig.meter.cancelled());
+    }
+
+    void frameCannotCloseTheMeter() {
+        Rig rig;
+        rig.meter.initialise(10, QStringLiteral("Scanning Directory"), true);
+        rig.now += 2;
+        rig.meter.update(1);
+        QVERIFY(!rig.window->close());
+        QVERIFY(rig.window->isVisible());
+        rig.meter.close();
+    }
+};
+
+int main(int argc, char** argv) {
+    // Nothing of the user's may be read or written, whatever the test does.
+    QTemporaryDir home;
+    qputenv("HOME", home.path().toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", (home.path() + QStringLiteral("/config")).toLocal8Bit());
+    qputenv("XDG_RUNTIME_DIR", home.path().toLocal8Bit());
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
+    MeterWindowTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "MeterWindowTest.moc"
