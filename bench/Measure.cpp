@@ -3,6 +3,7 @@
 #include <QFile>
 
 #include <algorithm>
+#include <cstdio>
 #include <chrono>
 #include <fcntl.h>
 #include <spawn.h>
@@ -74,6 +75,42 @@ Sample runCommand(const QStringList& command, bool childReportsTime, const QStri
     return s;
 }
 
+static Sample median(const std::vector<Sample>& samples) {
+    auto middle = [&](auto field) {
+        std::vector<double> v;
+        for (const Sample& s : samples)
+            v.push_back(field(s));
+        std::sort(v.begin(), v.end());
+        return v[v.size() / 2];
+    };
+    Sample m = samples.front();
+    m.seconds = middle([](const Sample& s) { return s.seconds; });
+    m.peakKb = middle([](const Sample& s) { return s.peakKb; });
+    return m;
+}
+
+std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int runs) {
+    std::vector<std::vector<Sample>> samples(commands.size());
+    std::vector<bool> failed(commands.size(), false);
+    for (int run = 0; run < runs; ++run) {
+        std::fprintf(stderr, "  run %d of %d\r", run + 1, runs);
+        for (size_t k = 0; k < commands.size(); ++k) {
+            if (failed[k])
+                continue;
+            const Sample s = runCommand(commands[k].argv, commands[k].childReportsTime, commands[k].outputFile);
+            if (!s.ok)
+                failed[k] = true;
+            else
+                samples[k].push_back(s);
+        }
+    }
+    std::fprintf(stderr, "\n");
+    std::vector<Sample> result;
+    for (size_t k = 0; k < commands.size(); ++k)
+        result.push_back(failed[k] || samples[k].empty() ? Sample{} : median(samples[k]));
+    return result;
+}
+
 Sample measureMedian(const QStringList& command, int runs, bool childReportsTime,
                      const QString& outputFile) {
     std::vector<Sample> samples;
@@ -83,17 +120,7 @@ Sample measureMedian(const QStringList& command, int runs, bool childReportsTime
             return s;
         samples.push_back(s);
     }
-    auto median = [&](auto field) {
-        std::vector<double> v;
-        for (const Sample& s : samples)
-            v.push_back(field(s));
-        std::sort(v.begin(), v.end());
-        return v[v.size() / 2];
-    };
-    Sample m = samples.front();
-    m.seconds = median([](const Sample& s) { return s.seconds; });
-    m.peakKb = median([](const Sample& s) { return s.peakKb; });
-    return m;
+    return median(samples);
 }
 
 void runOnce(const QStringList& command) {

@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <cstdint>
+#include <vector>
 
 namespace kestrel::bench {
 
@@ -23,6 +24,18 @@ Sample runCommand(const QStringList& command, bool childReportsTime, const QStri
 // The median of runs runs (time and memory each).
 Sample measureMedian(const QStringList& command, int runs, bool childReportsTime,
                      const QString& outputFile = {});
+
+// A command to measure, as runCommand takes it.
+struct Command {
+    QStringList argv;
+    bool childReportsTime = true;
+    QString outputFile;
+};
+
+// The median of runs runs of every command, the commands taking turns run
+// by run, so that a machine that slows down or speeds up meanwhile weighs on
+// all of them alike. A command that fails once gives a sample that is not ok.
+std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int runs);
 
 // Runs command for its effect; throws when it fails.
 void runOnce(const QStringList& command);

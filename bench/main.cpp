@@ -77,7 +77,10 @@ int child(const QStringList& args) {
         engine::Snapshot s;
         if (!load(s, args.value(1)))
             return 2;
+        // A new file, as a new snapshot is saved: replacing an old one adds
+        // the system's time to free it.
         s.header.fileName = args.value(2);
+        QFile::remove(s.header.fileName);
         const double start = now();
         if (!engine::SaveSnapshot(s, meter).ok)
             return 2;
@@ -214,15 +217,6 @@ int drive(const Config& c) {
     const QString shuffled = work + QStringLiteral("/shuffled.#01");
     const QString changed = work + QStringLiteral("/changed.#01");
 
-    std::vector<Row> rows;
-    auto measure = [&](const QString& name, const QStringList& command, double entries, double baseline,
-                       bool childReportsTime, const QString& quietOutput = {}) {
-        Row r{name, measureMedian(command, c.runs, childReportsTime, quietOutput), entries, baseline};
-        printRow(r);
-        rows.push_back(r);
-        return r;
-    };
-
     // Warm the cache and make the snapshot the file measurements read.
     runOnce({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), snapshot});
     runOnce({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), snapshot});
@@ -233,34 +227,69 @@ int drive(const Config& c) {
     runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, shuffled, QStringLiteral("shuffle")});
     runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, changed, QStringLiteral("changes")});
 
-    std::printf("Kestrel bench: %s, %.0f entries, median of %d runs, warm cache\n\n", qPrintable(tree), n, c.runs);
-    std::printf("  %-38s %11s %14s %11s %15s\n", "operation", "time", "rate", "peak", "memory");
-    const Row scan = measure(QStringLiteral("scan"), {self(), QStringLiteral("--child"), QStringLiteral("scan"), tree}, n, baseline, true);
-    const Row scanOne = measure(QStringLiteral("scan, one listing thread"),
-                                {self(), QStringLiteral("--child"), QStringLiteral("scan"), tree, QStringLiteral("0")}, n, baseline, true);
-    const Row scanSave = measure(QStringLiteral("scan and save (kestrel-cli snapshot)"),
-                                 {cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), work + QStringLiteral("/cli.#01")}, n, 0, false);
-    const Row loadRow = measure(QStringLiteral("load"), {self(), QStringLiteral("--child"), QStringLiteral("load"), snapshot}, n, baseline, true);
-    const Row saveRow = measure(QStringLiteral("save"), {self(), QStringLiteral("--child"), QStringLiteral("save"), snapshot, saved}, n, 0, true);
-    const Row compareSelf = measure(QStringLiteral("compare with itself, both ways"),
-                                    {self(), QStringLiteral("--child"), QStringLiteral("compare"), snapshot, snapshot}, 2 * n, baseline, true);
-    const Row compareShuffled = measure(QStringLiteral("compare, other listing order"),
-                                        {self(), QStringLiteral("--child"), QStringLiteral("compare"), snapshot, shuffled}, 2 * n, baseline, true);
-    const Row compareChanged = measure(QStringLiteral("compare after 1000/500/500 changes"),
-                                       {self(), QStringLiteral("--child"), QStringLiteral("compare"), snapshot, changed}, 2 * n, baseline, true);
-    std::optional<Row> findRow, mtreeRow;
+    // Every operation, measured in turns.
+    struct Operation {
+        QString name;
+        Command command;
+        double entries;
+        double baseline; // for bytes per entry; 0 where memory is not the point
+    };
+    auto child = [&](std::initializer_list<QString> words) {
+        QStringList argv{self(), QStringLiteral("--child")};
+        argv.append(QStringList(words));
+        return Command{argv, true, {}};
+    };
+    auto tool = [](QStringList argv) { return Command{std::move(argv), false, QStringLiteral("/dev/null")}; };
+    std::vector<Operation> operations = {
+        {QStringLiteral("scan"), child({QStringLiteral("scan"), tree}), n, baseline},
+        {QStringLiteral("scan, one listing thread"), child({QStringLiteral("scan"), tree, QStringLiteral("0")}), n, baseline},
+        {QStringLiteral("scan and save (kestrel-cli snapshot)"),
+         tool({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), work + QStringLiteral("/cli.#01")}), n, 0},
+        {QStringLiteral("load"), child({QStringLiteral("load"), snapshot}), n, baseline},
+        {QStringLiteral("save"), child({QStringLiteral("save"), snapshot, saved}), n, 0},
+        {QStringLiteral("compare with itself, both ways"), child({QStringLiteral("compare"), snapshot, snapshot}), 2 * n, baseline},
+        {QStringLiteral("compare, other listing order"), child({QStringLiteral("compare"), snapshot, shuffled}), 2 * n, baseline},
+        {QStringLiteral("compare after 1000/500/500 changes"), child({QStringLiteral("compare"), snapshot, changed}), 2 * n, baseline},
+        {QStringLiteral("bare walk, 1 thread"), tool({barewalk, QStringLiteral("-t"), QStringLiteral("1"), tree}), n, 0},
+        {QStringLiteral("bare walk, 2 threads"), tool({barewalk, QStringLiteral("-t"), QStringLiteral("2"), tree}), n, 0},
+    };
     if (!find.isEmpty())
-        findRow = measure(QStringLiteral("GNU find -printf"),
-                          {find, tree, QStringLiteral("-printf"), QStringLiteral("%y %s %T@ %m %p\\n")}, n, 0, false,
-                          QStringLiteral("/dev/null"));
+        operations.push_back({QStringLiteral("GNU find -printf"),
+                              tool({find, tree, QStringLiteral("-printf"), QStringLiteral("%y %s %T@ %m %p\\n")}), n, 0});
     if (!mtree.isEmpty())
-        mtreeRow = measure(QStringLiteral("mtree -c"),
-                           {mtree, QStringLiteral("-c"), QStringLiteral("-p"), tree, QStringLiteral("-k"),
-                            QStringLiteral("type,size,time,mode")}, n, 0, false, QStringLiteral("/dev/null"));
-    const Row bare1 = measure(QStringLiteral("bare walk, 1 thread"), {barewalk, QStringLiteral("-t"), QStringLiteral("1"), tree}, n, 0, false,
-                              QStringLiteral("/dev/null"));
-    const Row bare2 = measure(QStringLiteral("bare walk, 2 threads"), {barewalk, QStringLiteral("-t"), QStringLiteral("2"), tree}, n, 0, false,
-                              QStringLiteral("/dev/null"));
+        operations.push_back({QStringLiteral("mtree -c"),
+                              tool({mtree, QStringLiteral("-c"), QStringLiteral("-p"), tree, QStringLiteral("-k"),
+                                    QStringLiteral("type,size,time,mode")}),
+                              n, 0});
+    std::vector<Command> commands;
+    for (const Operation& o : operations)
+        commands.push_back(o.command);
+    const std::vector<Sample> samples = measureInterleaved(commands, c.runs);
+
+    std::printf("Kestrel bench: %s, %.0f entries, median of %d runs taken in turns, warm cache\n\n",
+                qPrintable(tree), n, c.runs);
+    std::printf("  %-38s %11s %14s %11s %15s\n", "operation", "time", "rate", "peak", "memory");
+    std::vector<Row> rows;
+    for (size_t k = 0; k < operations.size(); ++k) {
+        rows.push_back(Row{operations[k].name, samples[k], operations[k].entries, operations[k].baseline});
+        printRow(rows.back());
+    }
+    auto row = [&](const char* name) -> std::optional<Row> {
+        for (const Row& r : rows)
+            if (r.name == QLatin1String(name))
+                return r;
+        return std::nullopt;
+    };
+    const Row scan = *row("scan");
+    const Row scanSave = *row("scan and save (kestrel-cli snapshot)");
+    const Row loadRow = *row("load");
+    const Row saveRow = *row("save");
+    const Row compareSelf = *row("compare with itself, both ways");
+    const Row compareShuffled = *row("compare, other listing order");
+    const Row bare1 = *row("bare walk, 1 thread");
+    const Row bare2 = *row("bare walk, 2 threads");
+    const std::optional<Row> findRow = row("GNU find -printf");
+    const std::optional<Row> mtreeRow = row("mtree -c");
 
     std::printf("\n  Kestrel's scan and save against the others (lower is better):\n");
     auto ratio = [&](const char* what, const std::optional<Row>& other) {
@@ -281,6 +310,10 @@ int drive(const Config& c) {
     targets.push_back({QStringLiteral("load"), loadRow.sample.seconds, 0.4, QStringLiteral("s")});
     targets.push_back({QStringLiteral("save"), saveRow.sample.seconds, 0.4, QStringLiteral("s")});
     targets.push_back({QStringLiteral("compare both ways"), compareSelf.sample.seconds, 0.3, QStringLiteral("s")});
+    // "No more than 1.5 x that when the listing order differs" reads two
+    // ways: against the 0.3 s target, and against the time measured in the
+    // same order. Both are shown.
+    targets.push_back({QStringLiteral("compare, other listing order"), compareShuffled.sample.seconds, 0.45, QStringLiteral("s")});
     targets.push_back({QStringLiteral("compare, other order / same order"), compareShuffled.sample.seconds / compareSelf.sample.seconds, 1.5, QStringLiteral("x")});
     targets.push_back({QStringLiteral("memory of a scanned snapshot"), bytesPerEntry(scan), 80, QStringLiteral("B/entry")});
     targets.push_back({QStringLiteral("memory of a loaded snapshot"), bytesPerEntry(loadRow), 80, QStringLiteral("B/entry")});

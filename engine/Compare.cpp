@@ -35,9 +35,10 @@ bool attributesDiffer(int16_t a, int16_t b, const CompareOptions& options) {
 // folders as deep as it likes without reaching the machine's stack.
 class Comparer {
 public:
-    Comparer(Snapshot& self, Snapshot& other, const CompareOptions& options, ProgressMeter& meter)
-        : m_self(self), m_other(other), m_options(options), m_meter(meter),
-          m_budget(int64_t(self.capacity()) + 1) {}
+    Comparer(Snapshot& self, NameHashes& selfHashes, Snapshot& other, NameHashes& otherHashes,
+             const CompareOptions& options, ProgressMeter& meter)
+        : m_self(self), m_other(other), m_selfHashes(selfHashes), m_otherHashes(otherHashes),
+          m_options(options), m_meter(meter), m_budget(int64_t(self.capacity()) + 1) {}
 
     void run(int32_t first, int32_t otherIndex) {
         push(first, otherIndex, true);
@@ -58,7 +59,7 @@ private:
     void push(int32_t first, int32_t otherIndex, bool hasOtherRing) {
         const size_t depth = m_stack.size();
         if (m_lookups.size() <= depth)
-            m_lookups.emplace_back(std::make_unique<RingLookup>(m_other));
+            m_lookups.emplace_back(std::make_unique<RingLookup>(m_other, m_otherHashes));
         m_lookups[depth]->reset();
         Frame f;
         f.first = f.i = first;
@@ -77,8 +78,9 @@ private:
 
         const int32_t i = f.i;
         SnapshotEntry& e = m_self.entries.mutableAt(i);
-        const int32_t found =
-            f.hasOtherRing ? m_lookups[m_stack.size() - 1]->locate(f.otherIndex, m_self.nameOf(e)) : 0;
+        const int32_t found = f.hasOtherRing ? m_lookups[m_stack.size() - 1]->locate(
+                                                   f.otherIndex, m_self.nameOf(e), m_selfHashes, i)
+                                             : 0;
         e.status = 0;
         if (found == 0) {
             e.match = 0;
@@ -137,6 +139,8 @@ private:
 
     Snapshot& m_self;
     Snapshot& m_other;
+    NameHashes& m_selfHashes;
+    NameHashes& m_otherHashes;
     const CompareOptions& m_options;
     ProgressMeter& m_meter;
     int64_t m_budget;
@@ -144,12 +148,13 @@ private:
     std::vector<std::unique_ptr<RingLookup>> m_lookups; // one per depth, reused
 };
 
-void compareOneWay(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
-                   const CompareOptions& options, ProgressMeter& meter) {
+void compareOneWay(Snapshot& self, NameHashes& selfHashes, int32_t selfTop, Snapshot& other,
+                   NameHashes& otherHashes, int32_t otherTop, const CompareOptions& options,
+                   ProgressMeter& meter) {
     const int32_t maximum = self.entries.contains(1) ? self.entries.get(1).count : 0;
     meter.initialise(maximum, QStringLiteral("Comparing Snapshots"), false);
     self.progress = 0;
-    Comparer(self, other, options, meter).run(selfTop, otherTop);
+    Comparer(self, selfHashes, other, otherHashes, options, meter).run(selfTop, otherTop);
 }
 
 } // namespace
@@ -219,9 +224,12 @@ QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
     try {
-        compareOneWay(self, selfTop, other, otherTop, options, meter);
+        // The names' hashes serve both ways: the second way finds them all
+        // worked out by the first.
+        NameHashes selfHashes(self), otherHashes(other);
+        compareOneWay(self, selfHashes, selfTop, other, otherHashes, otherTop, options, meter);
         if (bothWays)
-            compareOneWay(other, otherTop, self, selfTop, options, meter);
+            compareOneWay(other, otherHashes, otherTop, self, selfHashes, selfTop, options, meter);
     } catch (const RuntimeError& e) {
         meter.close();
         return Outcome::failure(UserMessage{QStringLiteral("Comparing Snapshots"), e.text(),

@@ -88,9 +88,12 @@ public:
                 m_item = {d->name, d->type};
                 return &m_item;
             }
+            if (m_done)
+                return nullptr;
             const long n = ::syscall(SYS_getdents64, m_fd, t_buffer, sizeof t_buffer);
             if (n <= 0) {
                 m_failed = n < 0;
+                m_done = true;
                 return nullptr;
             }
             m_size = size_t(n);
@@ -98,6 +101,18 @@ public:
         }
     }
     bool failed() const { return m_failed; }
+    // An estimate of the items to come, from the first block read: enough to
+    // make room for a folder's listing once instead of growing it item by item.
+    size_t expectedItems() {
+        if (m_size == 0 && !m_failed) {
+            const long n = ::syscall(SYS_getdents64, m_fd, t_buffer, sizeof t_buffer);
+            m_failed = n < 0;
+            m_size = n > 0 ? size_t(n) : 0;
+            m_at = 0;
+            m_done = n <= 0;
+        }
+        return m_size / 32;
+    }
 
 private:
     struct Dirent64 {
@@ -112,6 +127,7 @@ private:
     size_t m_at = 0;
     size_t m_size = 0;
     bool m_failed = false;
+    bool m_done = false;
     DirectoryItem m_item{};
 };
 alignas(8) thread_local char DirectoryStream::t_buffer[1 << 16];
@@ -140,6 +156,7 @@ public:
         return &m_item;
     }
     bool failed() const { return !m_dir || m_failed; }
+    size_t expectedItems() { return 16; }
 
 private:
     DIR* m_dir;
@@ -202,6 +219,9 @@ void DirectoryReader::list(FolderTask& task) const {
             return;
         }
         DirectoryStream stream(fd);
+        const size_t expected = stream.expectedItems();
+        listing.items.reserve(expected);
+        listing.text.reserve(expected * 24);
         std::string converted;
         while (const DirectoryItem* de = stream.next()) {
             const char* rawName = de->name;

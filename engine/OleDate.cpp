@@ -3,6 +3,7 @@
 #include <QTime>
 
 #include <bit>
+#include <chrono>
 #include <charconv>
 #include <cmath>
 
@@ -104,7 +105,23 @@ double roundTo15Digits(double d) {
 
 double oleNow() { return oleFromDateTime(QDateTime::currentDateTime()); }
 
-double secondsSinceMidnight() { return QTime::currentTime().msecsSinceStartOfDay() / 1000.0; }
+double secondsSinceMidnight() {
+    // Asking the system for the local time costs a look at the time-zone file
+    // each time, and meters ask thousands of times an operation; the time of
+    // day is taken afresh every few seconds and carried on with the steady
+    // clock in between.
+    using Clock = std::chrono::steady_clock;
+    thread_local Clock::time_point base;
+    thread_local double baseSeconds = -1;
+    const Clock::time_point now = Clock::now();
+    if (baseSeconds < 0 || now - base > std::chrono::seconds(5)) {
+        base = now;
+        baseSeconds = QTime::currentTime().msecsSinceStartOfDay() / 1000.0;
+        return baseSeconds;
+    }
+    const double seconds = baseSeconds + std::chrono::duration<double>(now - base).count();
+    return seconds >= 86400 ? seconds - 86400 : seconds;
+}
 
 LocalTimeConverter::LocalTimeConverter() = default;
 

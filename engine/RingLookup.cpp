@@ -6,55 +6,58 @@
 
 namespace kestrel::engine {
 
-namespace {
-// Rings up to this size are searched by walking them.
-constexpr int32_t WalkLimit = 32;
-} // namespace
-
 void RingLookup::reset() {
     m_built = false;
-    m_small = false;
+    m_misses = 0;
     m_members = 0;
 }
 
-int32_t RingLookup::locate(int32_t& index, std::string_view name) {
+uint32_t NameHashes::ofName(std::string_view name) {
+    const uint64_t h = nameHash(name);
+    const auto folded = uint32_t(h ^ (h >> 32));
+    return folded ? folded : 1;
+}
+
+uint32_t NameHashes::of(int32_t index) {
+    if (m_hashes.empty())
+        m_hashes.assign(size_t(m_snapshot.capacity()) + 1, 0);
+    uint32_t& h = m_hashes[size_t(index)];
+    if (h == 0)
+        h = ofName(m_snapshot.nameOf(m_snapshot.entries.at(index)));
+    return h;
+}
+
+int32_t RingLookup::locate(int32_t& index, std::string_view name, NameHashes& wantedHashes,
+                           int32_t wantedIndex) {
     const EntryTable& entries = m_snapshot.entries;
     const int32_t start = entries.at(index).nextSibling;
-    const SnapshotEntry& first = entries.at(start);
-    if (namesEqual(m_snapshot.nameOf(first), name)) {
+    // An indexed ring is one listed in another order, where the first entry
+    // looked at is rarely the one: go straight to the index.
+    if (!m_built && namesEqual(m_snapshot.nameOf(entries.at(start)), name)) {
         index = start;
         return start;
     }
-    if (!m_built && !m_small) {
-        // Walk a little; a ring that closes within the limit is small.
-        int32_t current = start;
-        for (int32_t steps = 0; steps < WalkLimit; ++steps) {
-            const int32_t next = entries.at(current).nextSibling;
-            if (next == current || next == start) {
-                m_small = true;
-                break;
-            }
-            current = next;
-        }
-        if (!m_small && !build(start))
-            return m_snapshot.locateEntry(index, name); // not a closed ring: walk as always
+    if (!m_built) {
+        // The first miss of a ring is expected even when both snapshots list
+        // it in the same order: the comparison starts at the first entry and
+        // the walk looks at it last. A second miss means another order, and
+        // the ring is worth an index.
+        if (m_misses++ == 0 || !build(start))
+            return m_snapshot.locateEntry(index, name); // a damaged ring is walked as always
     }
-    if (m_small)
-        return m_snapshot.locateEntry(index, name);
 
     // Of the members with this name, the first in ring order from start.
     // Names are nearly always unique in a folder; only when two members match
     // (README and readme) does their position relative to start decide.
-    const uint64_t h = nameHash(name);
-    const auto tag = uint32_t(h >> 32);
+    const uint32_t h = wantedHashes.of(wantedIndex);
     int32_t best = 0;
     uint32_t bestOrdinal = 0;
     uint32_t startOrdinal = 0;
     int candidates = 0;
     auto distance = [&](uint32_t ordinal) { return (ordinal + m_members - startOrdinal) % m_members; };
-    for (uint64_t p = h & m_mask; m_slots[p].entry != 0; p = (p + 1) & m_mask) {
+    for (uint32_t p = h & m_mask; m_slots[p].hash != 0; p = (p + 1) & m_mask) {
         const Slot& slot = m_slots[p];
-        if (slot.hash != tag || !namesEqual(m_snapshot.nameOf(entries.get(slot.entry)), name))
+        if (slot.hash != h || !namesEqual(m_snapshot.nameOf(entries.get(slot.entry)), name))
             continue;
         if (++candidates == 1) {
             best = slot.entry;
@@ -85,7 +88,7 @@ bool RingLookup::build(int32_t start) {
         current = entries.at(current).nextSibling;
     } while (current != start);
 
-    uint64_t size = 16;
+    uint32_t size = 16;
     while (size < uint64_t(members) * 2)
         size <<= 1;
     m_slots.assign(size, Slot{});
@@ -93,11 +96,11 @@ bool RingLookup::build(int32_t start) {
     m_members = members;
     current = start;
     for (uint32_t ordinal = 0; ordinal < members; ++ordinal) {
-        const uint64_t h = nameHash(m_snapshot.nameOf(entries.get(current)));
-        uint64_t p = h & m_mask;
-        while (m_slots[p].entry != 0)
+        const uint32_t h = m_hashes.of(current);
+        uint32_t p = h & m_mask;
+        while (m_slots[p].hash != 0)
             p = (p + 1) & m_mask;
-        m_slots[p] = Slot{uint32_t(h >> 32), current, ordinal};
+        m_slots[p] = Slot{h, current, ordinal};
         current = entries.get(current).nextSibling;
     }
     m_built = true;
@@ -105,14 +108,11 @@ bool RingLookup::build(int32_t start) {
 }
 
 int32_t RingLookup::ordinalOf(int32_t entry) const {
-    const uint64_t h = nameHash(m_snapshot.nameOf(m_snapshot.entries.get(entry)));
-    for (uint64_t p = h & m_mask;; p = (p + 1) & m_mask) {
-        const Slot& slot = m_slots[p];
-        if (slot.entry == entry)
-            return int32_t(slot.ordinal);
-        if (slot.entry == 0)
-            return 0;
-    }
+    const uint32_t h = m_hashes.of(entry);
+    for (uint32_t p = h & m_mask; m_slots[p].hash != 0; p = (p + 1) & m_mask)
+        if (m_slots[p].entry == entry)
+            return int32_t(m_slots[p].ordinal);
+    return 0;
 }
 
 } // namespace kestrel::engine

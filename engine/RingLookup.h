@@ -8,28 +8,46 @@ namespace kestrel::engine {
 
 class Snapshot;
 
+// The hashes of a snapshot's names for the look-ups of one comparison, each
+// worked out once however often it is asked for (a comparison both ways
+// asks for every name up to four times).
+class NameHashes {
+public:
+    explicit NameHashes(const Snapshot& snapshot) : m_snapshot(snapshot) {}
+    // A 32-bit hash of the folded name of entry index; never 0.
+    uint32_t of(int32_t index);
+    static uint32_t ofName(std::string_view name);
+
+private:
+    const Snapshot& m_snapshot;
+    std::vector<uint32_t> m_hashes; // 0: not worked out yet
+};
+
 // Finds names in one folder ring of a snapshot with exactly the result of
 // Snapshot::locateEntry (the first case-insensitive match in ring order,
 // starting after the given entry), but without walking large rings again and
 // again. When two snapshots list a folder in the same order the match is the
-// first entry looked at. Otherwise a ring longer than a few dozen entries is
-// walked once into a hash index of its names, and every later look-up is a
-// hash probe: comparing a folder of 100,000 files listed in another order
-// stays linear.
+// first entry looked at. Otherwise the ring is walked once into a hash index
+// of its names, and every later look-up is a hash probe: comparing a folder
+// of 100,000 files listed in another order stays linear.
 class RingLookup {
 public:
-    explicit RingLookup(const Snapshot& snapshot) : m_snapshot(snapshot) {}
+    // hashes are those of snapshot's names.
+    RingLookup(const Snapshot& snapshot, NameHashes& hashes)
+        : m_snapshot(snapshot), m_hashes(hashes) {}
 
     // Forgets the ring: the next look-up may be in another one.
     void reset();
 
-    // As Snapshot::locateEntry(index, name).
-    int32_t locate(int32_t& index, std::string_view name);
+    // As Snapshot::locateEntry(index, name), for the name of entry
+    // wantedIndex whose hashes are wantedHashes.
+    int32_t locate(int32_t& index, std::string_view name, NameHashes& wantedHashes,
+                   int32_t wantedIndex);
 
 private:
     struct Slot {
-        uint32_t hash = 0;
-        int32_t entry = 0; // 0 marks an empty slot (entry 0 is never a member)
+        uint32_t hash = 0; // 0 marks an empty slot
+        int32_t entry = 0;
         uint32_t ordinal = 0;
     };
 
@@ -37,11 +55,12 @@ private:
     int32_t ordinalOf(int32_t entry) const;
 
     const Snapshot& m_snapshot;
+    NameHashes& m_hashes;
     bool m_built = false;
-    bool m_small = false; // the ring was walked and is short: plain walks are cheap
+    int m_misses = 0; // look-ups the first entry looked at did not answer
     uint32_t m_members = 0;
     std::vector<Slot> m_slots;
-    uint64_t m_mask = 0;
+    uint32_t m_mask = 0;
 };
 
 } // namespace kestrel::engine

@@ -33,7 +33,13 @@ void EntryTable::checkIndex(int32_t index) const {
 void EntryTable::allocateChunk(size_t chunk) {
     if (chunk >= m_chunks.size())
         m_chunks.resize(chunk + 1);
-    m_chunks[chunk] = std::make_unique<SnapshotEntry[]>(GrowthStep);
+    // Entries are plain data: zeroed memory is a chunk of empty entries.
+    static_assert(std::is_trivially_copyable_v<SnapshotEntry> &&
+                  std::is_trivially_destructible_v<SnapshotEntry>);
+    auto* memory = static_cast<SnapshotEntry*>(std::calloc(GrowthStep, sizeof(SnapshotEntry)));
+    if (!memory)
+        throw std::bad_alloc();
+    m_chunks[chunk].reset(memory);
 }
 
 size_t EntryTable::memoryUsed() const {

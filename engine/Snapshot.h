@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -92,7 +93,12 @@ private:
     void checkIndex(int32_t index) const;
     void allocateChunk(size_t chunk);
 
-    std::vector<std::unique_ptr<SnapshotEntry[]>> m_chunks;
+    // Chunks come zeroed from calloc: large blocks arrive as fresh pages the
+    // system has zeroed already, with no second pass over them.
+    struct ChunkFree {
+        void operator()(SnapshotEntry* chunk) const { std::free(chunk); }
+    };
+    std::vector<std::unique_ptr<SnapshotEntry[], ChunkFree>> m_chunks;
     int32_t m_capacity = 0;
     static const SnapshotEntry s_empty;
 };

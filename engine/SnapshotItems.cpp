@@ -14,7 +14,16 @@ namespace kestrel::engine {
 
 // ---------------------------------------------------------------- writing
 
-ItemWriter::ItemWriter() { m_buffer.resize(1 << 16); }
+ItemWriter::ItemWriter() { grow(1 << 16); }
+
+void ItemWriter::grow(size_t needed) {
+    const size_t capacity = std::max(needed, m_capacity * 2);
+    auto bigger = std::make_unique_for_overwrite<char[]>(capacity);
+    if (m_used)
+        std::memcpy(bigger.get(), m_buffer.get(), m_used);
+    m_buffer = std::move(bigger);
+    m_capacity = capacity;
+}
 
 void ItemWriter::raw(std::string_view text) {
     std::memcpy(room(text.size()), text.data(), text.size());

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,8 @@ namespace kestrel::engine {
 class ItemWriter {
 public:
     ItemWriter();
+    ItemWriter(ItemWriter&&) = default;
+    ItemWriter& operator=(ItemWriter&&) = default;
 
     void string(std::string_view utf8);
     void integer(int64_t value);
@@ -31,20 +34,23 @@ public:
     void raw(std::string_view text);
 
     // The text gathered so far, and forgetting it once it is written out.
-    const char* data() const { return m_buffer.data(); }
+    const char* data() const { return m_buffer.get(); }
     size_t size() const { return m_used; }
     void clear() { m_used = 0; }
 
 private:
     // Room for bytes more; the gathered text grows as needed.
     char* room(size_t bytes) {
-        if (m_used + bytes > m_buffer.size()) [[unlikely]]
-            m_buffer.resize(std::max(m_buffer.size() * 2, m_used + bytes));
-        return m_buffer.data() + m_used;
+        if (m_used + bytes > m_capacity) [[unlikely]]
+            grow(m_used + bytes);
+        return m_buffer.get() + m_used;
     }
+    void grow(size_t needed);
     void put(char c) { *room(1) = c, ++m_used; }
 
-    std::string m_buffer;
+    // Not a std::string: growing one fills the new room with zeros first.
+    std::unique_ptr<char[]> m_buffer;
+    size_t m_capacity = 0;
     size_t m_used = 0;
 };
 

@@ -295,11 +295,16 @@ TEST(RingLookup, AnswersExactlyAsTheRingWalk) {
         Snapshot s;
         buildSnapshot(s, nodes);
         for (const std::string wanted : {"n0", "N1", "n2", "missing"}) {
-            RingLookup lookup(s);
+            NameHashes hashes(s);
+            RingLookup lookup(s, hashes);
+            // The wanted name as the name of an entry of a snapshot of its own.
+            Snapshot wantedSnapshot;
+            buildSnapshot(wantedSnapshot, {Node::file(wanted)});
+            NameHashes wantedHashes(wantedSnapshot);
             int32_t viaIndex = 1;
             int32_t viaWalk = 1;
             for (int step = 0; step < size + 3; ++step) {
-                const int32_t a = lookup.locate(viaIndex, wanted);
+                const int32_t a = lookup.locate(viaIndex, wanted, wantedHashes, 1);
                 const int32_t b = s.locateEntry(viaWalk, wanted);
                 ASSERT_EQ(a, b) << "size " << size << " name " << wanted << " step " << step;
                 ASSERT_EQ(viaIndex, viaWalk);

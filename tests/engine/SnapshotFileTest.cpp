@@ -137,7 +137,7 @@ TEST_F(SnapshotFileTest, CapacityItemIsTheNextMultipleOf16AboveTheCount) {
     for (int32_t n : {0, 15, 16, 32}) {
         Snapshot s;
         for (int32_t i = 1; i <= n; ++i)
-            s.createEntry(32, 1, i == n ? 1 : i + 1, "f" + std::to_string(i), 0, i, "");
+            s.createEntry(32, 1, i == n ? 1 : i + 1, std::to_string(i) + "f", 0, i, "");
         s.mutableEntry(0).count = n;
         const QString file = path(QStringLiteral("n%1.#01").arg(n));
         ASSERT_TRUE(save(s, file).ok);
