@@ -54,6 +54,8 @@ build)
     configure_and_build
     ;;
 bench)
+    # mtree is one of the tools the bench measures Kestrel against.
+    packages+=(mtree-netbsd)
     install_missing
     configure_and_build
     exec "$build/bin/kestrel-bench" "$@"

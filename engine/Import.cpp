@@ -4,8 +4,8 @@
 #include "OleDate.h"
 #include "Progress.h"
 #include "Snapshot.h"
+#include "SnapshotFile.h"
 #include "SnapshotItems.h"
-#include "TextFormats.h"
 
 #include <QFile>
 
@@ -157,13 +157,7 @@ ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         outcome.error = e.code();
         return outcome;
     }
-    if (meter.cancelled()) {
-        outcome.cancelled = true;
-        return outcome;
-    }
-    outcome.ok = true;
-    outcome.summary = SummaryLine(QStringLiteral("imported"), startTime, secondsSinceMidnight(),
-                                  snapshot.fileCount, snapshot.folderCount);
+    finishRead(outcome, meter, QStringLiteral("imported"), startTime, snapshot);
     return outcome;
 }
 

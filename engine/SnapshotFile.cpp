@@ -248,14 +248,19 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
                                           MessageIcon::Exclamation};
         return outcome;
     }
+    finishRead(outcome, meter, QStringLiteral("read"), startTime, snapshot);
+    return outcome;
+}
+
+void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb,
+                double startTime, const Snapshot& snapshot) {
     if (meter.cancelled()) {
         outcome.cancelled = true;
-        return outcome;
+        return;
     }
     outcome.ok = true;
-    outcome.summary = SummaryLine(QStringLiteral("read"), startTime, secondsSinceMidnight(),
-                                  snapshot.fileCount, snapshot.folderCount);
-    return outcome;
+    outcome.summary = SummaryLine(verb, startTime, secondsSinceMidnight(), snapshot.fileCount,
+                                  snapshot.folderCount);
 }
 
 QString NextSnapshotName(const QString& base, const QString& folder) {

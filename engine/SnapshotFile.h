@@ -30,6 +30,11 @@ struct LoadOutcome : Outcome {
 };
 LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter);
 
+// How a read of a snapshot file that met no error ends: cancelled, or a
+// success with its summary line ("Kestrel read ..." for verb "read").
+void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb,
+                double startTime, const Snapshot& snapshot);
+
 // NextSnapshotName: the name for a new snapshot file of a folder whose last
 // component is base, kept in folder (which ends in the separator): base and
 // ".#01", ".#02", ... the first that does not exist there, or ".#99" when all
