@@ -316,14 +316,17 @@ void DirectoryReader::work() {
         --m_idleWorkers;
         if (m_stopping)
             return;
-        FolderTask* task = *m_pending.begin();
-        m_pending.erase(m_pending.begin());
-        task->state = FolderTask::Claimed;
-        lock.unlock();
-        list(*task);
-        lock.lock();
-        finish(*task);
+        listPending(**m_pending.begin(), lock);
     }
+}
+
+void DirectoryReader::listPending(FolderTask& task, std::unique_lock<std::mutex>& lock) {
+    m_pending.erase(&task);
+    task.state = FolderTask::Claimed;
+    lock.unlock();
+    list(task);
+    lock.lock();
+    finish(task);
 }
 
 } // namespace kestrel::engine

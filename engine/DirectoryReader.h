@@ -92,24 +92,13 @@ public:
             if (task.state == FolderTask::Done)
                 break;
             if (task.state == FolderTask::Pending) {
-                m_pending.erase(&task);
-                task.state = FolderTask::Claimed;
-                lock.unlock();
-                list(task);
-                lock.lock();
-                finish(task);
+                listPending(task, lock);
                 break;
             }
             // A worker is listing the folder the walk needs. Rather than sleep,
             // list the next folder waiting: the walk needs it soon anyway.
             if (!m_pending.empty()) {
-                FolderTask& other = **m_pending.begin();
-                m_pending.erase(m_pending.begin());
-                other.state = FolderTask::Claimed;
-                lock.unlock();
-                list(other);
-                lock.lock();
-                finish(other);
+                listPending(**m_pending.begin(), lock);
                 continue;
             }
             m_awaited = &task;
@@ -136,6 +125,8 @@ private:
         bool operator()(const FolderTask* a, const FolderTask* b) const { return a->key < b->key; }
     };
 
+    // Takes a pending task off the queue and lists it outside the lock.
+    void listPending(FolderTask& task, std::unique_lock<std::mutex>& lock);
     void finish(FolderTask& task);
     void work();
 

@@ -1,6 +1,8 @@
 // The dialogs: the recent list and its window, the save prompt with its
 // hovering kestrel, and the new-snapshot dialog.
 
+#include "TemporaryHome.h"
+
 #include "settings/IniFile.h"
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
@@ -364,11 +366,7 @@ int main(int argc, char** argv) {
     // Nothing of the user's may be read or written: settings, configuration
     // and runtime files go into a temporary home.
     QTemporaryDir home;
-    qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("XDG_CONFIG_HOME", (home.path() + u"/config"_s).toLocal8Bit());
-    qputenv("XDG_RUNTIME_DIR", home.path().toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    useTemporaryHome(home.path());
     QApplication app(argc, argv);
     DialogsTest test;
     return QTest::qExec(&test, argc, argv);

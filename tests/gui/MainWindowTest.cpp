@@ -3,6 +3,8 @@
 // the frame's placement. Dialogs and message boxes are answered through the
 // frame's UserQuestions, so nothing waits for a user.
 
+#include "TemporaryHome.h"
+
 #include "shell/MainWindow.h"
 #include "shell/Launcher.h"
 #include "shell/RecentSnapshots.h"
@@ -383,11 +385,7 @@ int main(int argc, char** argv) {
     // Nothing of the user's may be read or written: the store, Kestrel.ini
     // and anything Qt keeps go into a temporary home.
     QTemporaryDir home;
-    qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("XDG_CONFIG_HOME", (home.path() + u"/config"_s).toLocal8Bit());
-    qputenv("XDG_RUNTIME_DIR", home.path().toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    useTemporaryHome(home.path());
     QApplication application(argc, argv);
     for (auto format : {QSettings::NativeFormat, QSettings::IniFormat})
         QSettings::setPath(format, QSettings::UserScope, home.path() + u"/config"_s);

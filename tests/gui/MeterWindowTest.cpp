@@ -1,6 +1,8 @@
 // The meter window under the progress meter's rules, with the meter's clock
 // in the test's hands.
 
+#include "TemporaryHome.h"
+
 #include "shell/MeterWindow.h"
 
 #include <QApplication>
@@ -100,11 +102,7 @@ private Q_SLOTS:
 int main(int argc, char** argv) {
     // Nothing of the user's may be read or written, whatever the test does.
     QTemporaryDir home;
-    qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("XDG_CONFIG_HOME", (home.path() + QStringLiteral("/config")).toLocal8Bit());
-    qputenv("XDG_RUNTIME_DIR", home.path().toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    useTemporaryHome(home.path());
     QApplication application(argc, argv);
     MeterWindowTest test;
     return QTest::qExec(&test, argc, argv);
