@@ -8,6 +8,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
@@ -181,7 +182,17 @@ private:
 int64_t generateTree(TreeSink& sink, const TreeShape& shape) {
     Generator g(sink, shape);
     g.fill(0, shape.entries);
-    return g.made();
+    if (shape.largeFolder <= 0)
+        return g.made();
+    const int64_t when = 1600000000;
+    sink.enterFolder("large-folder", when);
+    char name[32];
+    for (int64_t i = 0; i < shape.largeFolder; ++i) {
+        std::snprintf(name, sizeof name, "item-%07lld.dat", static_cast<long long>(i));
+        sink.file(name, int(i % 100), when + i * 37);
+    }
+    sink.leaveFolder();
+    return g.made() + 1 + shape.largeFolder;
 }
 
 int64_t generateTreeOnDisk(const QString& root, const TreeShape& shape) {

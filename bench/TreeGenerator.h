@@ -14,6 +14,9 @@ namespace kestrel::bench {
 struct TreeShape {
     int64_t entries = 1000000;
     uint64_t seed = 1;
+    // When above 0, a folder "large-folder" with this many files is added
+    // at the top, beyond the entries above.
+    int64_t largeFolder = 0;
 };
 
 // Receives a generated tree depth first: a folder's contents come between

@@ -1,13 +1,14 @@
 #include "Commands.h"
 
-#include "Differences.h"
 #include "TerminalProgress.h"
 
 #include "engine/Compare.h"
+#include "engine/Differences.h"
 #include "engine/OleDate.h"
 #include "engine/OpenSnapshot.h"
 #include "engine/RingWalk.h"
 #include "engine/Scan.h"
+#include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
@@ -229,7 +230,7 @@ int snapshotCommand(const QStringList& arguments) {
     }
     const int number = SnapshotNumberFromName(path);
     snapshot.header.title = p.isSet(title) ? p.value(title)
-                                           : QStringLiteral("Snapshot #%1 of %2").arg(number).arg(folder);
+                                           : NewSnapshotTitle(folder, number, false);
     snapshot.header.fileName = path;
     const Outcome saved = SaveSnapshot(snapshot, meter);
     if (!saved.ok) {
@@ -580,12 +581,10 @@ int compareCommand(const QStringList& arguments) {
         }
         options.dateTolerance = days;
     }
-    static const QStringList modes = {QStringLiteral("all"), QStringLiteral("only"), QStringLiteral("both"),
-                                      QStringLiteral("changed"), QStringLiteral("diffs")};
-    int showMode = 0;
+    ShowMode showMode = ShowMode::None;
     if (p.isSet(show)) {
-        showMode = int(modes.indexOf(p.value(show).toLower())) + 1;
-        if (showMode == 0) {
+        showMode = showModeNamed(p.value(show)).value_or(ShowMode::None);
+        if (showMode == ShowMode::None) {
             printError(QStringLiteral("Usage"), QStringLiteral("--show takes all, only, both, changed or diffs"));
             return ExitTrouble;
         }
@@ -623,14 +622,14 @@ int compareCommand(const QStringList& arguments) {
         CompareReport report(reportFormat, newer, older, options);
         for (const Difference& d : differences) {
             (d.kind == Difference::OnlyInNew ? added : d.kind == Difference::OnlyInOld ? removed : changed)++;
-            if (showMode == 0)
+            if (showMode == ShowMode::None)
                 report.difference(d);
         }
-        if (showMode > 0) {
+        if (showMode != ShowMode::None) {
             const int32_t top = newer.entryCount >= 1 ? 1 : 0;
             if (top)
                 walkFrom(newer, top, [&](int32_t i, int) {
-                    if (shownInMode(newer, i, showMode))
+                    if (rowShown(newer.entries.get(i), showMode))
                         report.listed(i);
                 });
         }

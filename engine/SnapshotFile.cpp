@@ -297,4 +297,17 @@ int16_t SnapshotNumberFromName(const QString& path) {
     return int16_t(value);
 }
 
+QString NewSnapshotTitle(const QString& folder, int16_t number, bool naming) {
+    if (naming && number == 1)
+        return QStringLiteral("Original Snapshot of ") + folder;
+    if (naming && number == 2)
+        return QStringLiteral("Final Snapshot of ") + folder;
+    return QStringLiteral("Snapshot #%1 of ").arg(number) + folder;
+}
+
+QStringList snapshotFileFilters() {
+    return {QStringLiteral("All Snapshots (*.#?\?)"), QStringLiteral("Original Snapshots (*.#01)"),
+            QStringLiteral("All Files (*)")};
+}
+
 } // namespace kestrel::engine

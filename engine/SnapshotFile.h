@@ -3,6 +3,9 @@
 #include "Errors.h"
 
 #include <QString>
+#include <QStringList>
+
+#include <cstdint>
 
 namespace kestrel::engine {
 
@@ -45,6 +48,15 @@ QString NextSnapshotName(const QString& base, const QString& folder);
 // The base name of a snapshot file for a root folder: its last component,
 // "ROOT" for the file system root "/", the drive ("C:") for a drive root.
 QString SnapshotBaseName(const QString& rootFolder);
+
+// The title a new snapshot gets: "Snapshot #n of folder"; with the naming
+// convention on, the first of a folder is its "Original Snapshot of folder"
+// and the second its "Final Snapshot of folder".
+QString NewSnapshotTitle(const QString& folder, int16_t number, bool naming);
+
+// The file dialogs' filters for snapshot files: every numbered snapshot,
+// original snapshots only, all files.
+QStringList snapshotFileFilters();
 
 // The snapshot number a file name carries: the value of its last two
 // characters (a file ending in .#03 gives 3; characters that are not digits

@@ -8,7 +8,9 @@
 
 #include "engine/OpenSnapshot.h"
 #include "engine/Scan.h"
+#include "engine/SnapshotFile.h"
 #include "engine/Snapshot.h"
+#include "engine/Twips.h"
 
 #include <QAction>
 #include <QApplication>
@@ -32,6 +34,9 @@
 namespace kestrel::shell {
 
 using engine::MessageIcon;
+using engine::pixelsCoveringTwips;
+using engine::pixelsFromTwips;
+using engine::twipsFromPixels;
 using engine::UserMessage;
 using settings::Key;
 using views::SnapshotWindow;
@@ -41,8 +46,6 @@ namespace {
 const QString Main = QStringLiteral("Main");
 const QString Recent = QStringLiteral("Recent");
 
-const QString SnapshotFilters =
-    QStringLiteral("All Snapshots (*.#?\?);;Original Snapshots (*.#01);;All Files (*)");
 
 // A printer for the Print button: the style has none of its own.
 QIcon printerIcon(const QWidget* widget) {
@@ -73,26 +76,6 @@ QIcon printerIcon(const QWidget* widget) {
 
 } // namespace
 
-QString NewSnapshotTitle(const QString& folder, int16_t number, bool naming) {
-    if (naming && number == 1)
-        return QStringLiteral("Original Snapshot of ") + folder;
-    if (naming && number == 2)
-        return QStringLiteral("Final Snapshot of ") + folder;
-    return QStringLiteral("Snapshot #%1 of ").arg(number) + folder;
-}
-
-int twipsFromPixels(int pixels, double dpi) {
-    return int(std::lround(pixels * 1440.0 / dpi));
-}
-
-int pixelsFromTwips(int twips, double dpi) {
-    return int(std::lround(twips * dpi / 1440.0));
-}
-
-int pixelsCoveringTwips(int twips, double dpi) {
-    return int(std::ceil(twips * dpi / 1440.0 - 1e-9));
-}
-
 MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     : QMainWindow(parent), m_ini(iniPath),
       m_launcher([this](const UserMessage& message) { showMessage(message); }),
@@ -113,7 +96,7 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     };
     m_questions.saveFileName = [this](const QString& proposedPath) {
         return QFileDialog::getSaveFileName(this, QStringLiteral("Save Snapshot As"), proposedPath,
-                                            SnapshotFilters);
+                                            engine::snapshotFileFilters().join(u";;"));
     };
     m_questions.text = [this](const QString& prompt, const QString& caption,
                               const QString& text) -> std::optional<QString> {
@@ -134,7 +117,7 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     m_mdi->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     m_mdi->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setCentralWidget(m_mdi);
-    connect(m_mdi, &QMdiArea::subWindowActivated, this, &MainWindow::updateActions);
+    connect(m_mdi, &QMdiArea::subWindowActivated, this, &MainWindow::subWindowActivated);
 
     createActions();
     createMenus();
@@ -192,7 +175,7 @@ void MainWindow::createActions() {
 }
 
 void MainWindow::createMenus() {
-    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    auto* file = new QMenu(QStringLiteral("&File"), this);
     file->addAction(m_mnuFileNew);
     file->addAction(m_mnuFileOpen);
     file->addSeparator();
@@ -200,9 +183,18 @@ void MainWindow::createMenus() {
     file->addSeparator();
     file->addAction(m_mnuFileExit);
 
-    QMenu* help = menuBar()->addMenu(QStringLiteral("&Help"));
+    auto* help = new QMenu(QStringLiteral("&Help"), this);
     help->addAction(m_mnuHelpAbout);
     help->addAction(m_mnuHelpTips);
+    m_frameMenus = {file, help};
+    showMenusOf(nullptr);
+}
+
+void MainWindow::showMenusOf(SnapshotWindow* window) {
+    // The bar only lists the menus: they stay with their owners.
+    menuBar()->clear();
+    for (QMenu* menu : window ? window->menus() : m_frameMenus)
+        menuBar()->addMenu(menu);
 }
 
 void MainWindow::createToolbar() {
@@ -221,19 +213,18 @@ void MainWindow::createToolbar() {
     m_toolbar->addSeparator();
     m_tbRepeat =
         m_toolbar->addAction(s->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Repeat"));
-    // Compare and Print belong to the comparison views and the print
-    // dialog, which are not part of this build: the buttons are there but
-    // stay disabled until those arrive.
     m_tbCompare = m_toolbar->addAction(s->standardIcon(QStyle::SP_FileDialogContentsView),
                                        QStringLiteral("Compare"));
+    // Print belongs to the print dialog, which is not part of this build:
+    // the button is there but stays disabled until it arrives.
     m_tbPrint = m_toolbar->addAction(printerIcon(this), QStringLiteral("Print"));
-    m_tbCompare->setEnabled(false);
     m_tbPrint->setEnabled(false);
 
     m_tbNew->setToolTip(QStringLiteral("Take a new snapshot of a folder"));
     m_tbOpen->setToolTip(QStringLiteral("Open a saved snapshot"));
     m_tbSaveAs->setToolTip(QStringLiteral("Save the active snapshot"));
     m_tbRepeat->setToolTip(QStringLiteral("Take the snapshot of the same folder again"));
+    m_tbCompare->setToolTip(QStringLiteral("Compare the two snapshots"));
     connect(m_toolbar, &QToolBar::actionTriggered, this, &MainWindow::toolbarActionTriggered);
 }
 
@@ -265,8 +256,10 @@ void MainWindow::Toolbar1_ButtonClick(const QString& caption) {
             window->mnuFileSaveAs_Click();
         else if (caption == QLatin1String("Repeat"))
             window->mnuFileRepeat_Click();
-        // "Compare" and "Print" reach the comparison and the report once
-        // they exist; until then their buttons are disabled.
+        else if (caption == QLatin1String("Compare"))
+            window->mnuCompareNow_Click();
+        // "Print" reaches the report once it exists; until then its button
+        // is disabled.
     }
 }
 
@@ -356,12 +349,11 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
 
     window->setChanged(true);
     window->setNumber(number);
-    header.title = NewSnapshotTitle(folder, number, m_options.value(Key::Naming) != 0);
+    header.title = engine::NewSnapshotTitle(folder, number, m_options.value(Key::Naming) != 0);
     if (m_options.value(Key::Title) != 0)
         window->mnuFileProps_Click();
     window->setCaption(header.title);
-    showSnapshotWindow(std::move(window));
-    return true;
+    return showSnapshotWindow(std::move(window), QStringLiteral("Kestrel"));
 }
 
 bool MainWindow::OpenSnapshot(const QString& path) {
@@ -392,21 +384,58 @@ bool MainWindow::OpenSnapshot(const QString& path) {
     window->setNumber(outcome.number);
     window->setCaption(m_options.value(Key::Filename) != 0 ? path
                                                            : window->snapshot().header.title);
-    showSnapshotWindow(std::move(window));
+    if (!showSnapshotWindow(std::move(window), QStringLiteral("Invalid Snapshot")))
+        return false;
     AddRecent(path);
     return true;
 }
 
-void MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window) {
-    window->showSnapshot();
+bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
+                                    const QString& failureTitle) {
+    // A snapshot whose links are damaged is refused before anything shows it.
+    const engine::Outcome shown = window->showSnapshot(failureTitle);
+    if (!shown.ok) {
+        if (shown.message)
+            showMessage(*shown.message);
+        return false;
+    }
     QMdiSubWindow* sub = m_mdi->addSubWindow(window.release());
     sub->setWindowIcon(windowIcon());
     // Queued: the window is gone from the area's list only after destroyed.
-    connect(sub, &QObject::destroyed, this, &MainWindow::updateActions, Qt::QueuedConnection);
+    connect(sub, &QObject::destroyed, this, &MainWindow::snapshotWindowGone, Qt::QueuedConnection);
     sub->show();
     m_mdi->setActiveSubWindow(sub);
     if (m_options.value(Key::Tiling) != 0)
         tileHorizontally();
+    updateActions();
+    return true;
+}
+
+void MainWindow::subWindowActivated(QMdiSubWindow* sub) {
+    // The area reports no window while the frame itself is inactive (a
+    // dialog is up); the window that was active stays so.
+    if (!sub)
+        return;
+    auto* window = qobject_cast<SnapshotWindow*>(sub->widget());
+    if (!window)
+        return;
+    showMenusOf(window);
+    if (window != m_lastActivated)
+        window->Form_Activate();
+    updateActions();
+}
+
+void MainWindow::snapshotWindowGone() {
+    const QList<SnapshotWindow*> windows = snapshotWindows();
+    if (windows.isEmpty()) {
+        showMenusOf(nullptr);
+    } else if (!m_lastActivated) {
+        // The window left active did not change, so the area reports no
+        // activation: it loses its pair all the same.
+        if (QMdiSubWindow* current = m_mdi->currentSubWindow())
+            if (auto* window = qobject_cast<SnapshotWindow*>(current->widget()))
+                window->Form_Activate();
+    }
     updateActions();
 }
 
@@ -419,12 +448,11 @@ QString MainWindow::summaryText() const {
 }
 
 SnapshotWindow* MainWindow::activeSnapshotWindow() const {
-    // currentSubWindow, not activeSubWindow: it still names the last active
-    // window while a dialog or the meter has the focus.
-    QMdiSubWindow* sub = m_mdi->currentSubWindow();
-    if (!sub || sub->isHidden())
-        return nullptr;
-    return qobject_cast<SnapshotWindow*>(sub->widget());
+    return m_lastActivated;
+}
+
+void MainWindow::setActiveSnapshotWindow(SnapshotWindow* window) {
+    m_lastActivated = window;
 }
 
 QList<SnapshotWindow*> MainWindow::snapshotWindows() const {
@@ -463,13 +491,19 @@ void MainWindow::tileHorizontally() {
 void MainWindow::updateActions() {
     const int windows = int(snapshotWindows().size());
     const auto enabling = views::CommandEnabling::forWindows(windows);
-    SnapshotWindow* active = activeSnapshotWindow();
     m_mnuFileNew->setEnabled(enabling.newSnapshot);
     m_mnuFileOpen->setEnabled(enabling.open);
-    m_tbNew->setEnabled(enabling.newSnapshot);
-    m_tbOpen->setEnabled(enabling.open);
+    SnapshotWindow* active = activeSnapshotWindow();
+    // The buttons take the state of the active window's commands.
+    const auto enabled = [active](const char* command, bool otherwise) {
+        const QAction* action = active ? active->action(QLatin1String(command)) : nullptr;
+        return action ? action->isEnabled() : otherwise;
+    };
+    m_tbNew->setEnabled(enabled("mnuFileNew", enabling.newSnapshot));
+    m_tbOpen->setEnabled(enabled("mnuFileOpen", enabling.open));
     m_tbSaveAs->setEnabled(active != nullptr);
-    m_tbRepeat->setEnabled(active != nullptr && enabling.repeat);
+    m_tbRepeat->setEnabled(enabled("mnuFileRepeat", false));
+    m_tbCompare->setEnabled(enabled("mnuCompareNow", false));
 }
 
 // SnapshotHost ---------------------------------------------------------------
@@ -500,8 +534,12 @@ std::optional<QString> MainWindow::askText(const QString& prompt, const QString&
     return m_questions.text(prompt, caption, text);
 }
 
-int MainWindow::PromptToSave(const QString& prompt) {
+views::SaveAnswer MainWindow::PromptToSave(const QString& prompt) {
     return m_questions.saveQuestion(prompt);
+}
+
+void MainWindow::LaunchDocument(const QString& folder, const QString& name) {
+    m_launcher.LaunchDocument(folder, QString(), name, QString());
 }
 
 // Placement -----------------------------------------------------------------

@@ -22,6 +22,7 @@ class QDialog;
 class QLabel;
 class QMdiArea;
 class QMdiSubWindow;
+class QMenu;
 class QToolBar;
 
 namespace kestrel::shell {
@@ -31,18 +32,6 @@ class MeterWindow;
 class NewSnapshotDialog;
 class RecentSnapshotsDialog;
 class SavePrompt;
-
-// The title a new snapshot gets: "Snapshot #n of folder"; with the naming
-// convention on, the first of a folder is its "Original Snapshot of folder"
-// and the second its "Final Snapshot of folder".
-QString NewSnapshotTitle(const QString& folder, int16_t number, bool naming);
-
-// Window sizes and places are kept in twips, 1,440 to the inch; on screen a
-// pixel is 1440 / logical DPI twips.
-int twipsFromPixels(int pixels, double dpi);
-int pixelsFromTwips(int twips, double dpi);
-// The fewest pixels that cover at least the given twips.
-int pixelsCoveringTwips(int twips, double dpi);
 
 // The modal questions of the frame and its snapshot windows. Each member
 // starts out showing the real dialog; a test replaces it to see what would
@@ -58,8 +47,8 @@ struct UserQuestions {
     std::function<std::optional<QString>(const QString& prompt, const QString& caption,
                                          const QString& text)>
         text;
-    // The save prompt ("Unsaved Snapshot"): 6, 7, 2 or 0.
-    std::function<int(const QString& prompt)> saveQuestion;
+    // The save prompt ("Unsaved Snapshot").
+    std::function<views::SaveAnswer(const QString& prompt)> saveQuestion;
 };
 
 // frmMain: the frame holding the snapshot windows, with the File and Help
@@ -98,12 +87,12 @@ public:
     void setFarewellTime(int milliseconds) { m_farewellTime = milliseconds; }
 
     // Commands.
-    void mnuFileNew_Click();
-    void mnuFileOpen_Click();
+    void mnuFileNew_Click() override;
+    void mnuFileOpen_Click() override;
     void mnuFileConfig_Click();
-    void mnuFileExit_Click();
-    void mnuHelpAbout_Click();
-    void mnuHelpTips_Click();
+    void mnuFileExit_Click() override;
+    void mnuHelpAbout_Click() override;
+    void mnuHelpTips_Click() override;
     // The toolbar: the button's caption selects the command.
     void Toolbar1_ButtonClick(const QString& caption);
 
@@ -119,15 +108,17 @@ public:
     void ShowSummary(const QString& summary);
     QString summaryText() const;
 
-    // The snapshot window last activated; null when there is none.
-    views::SnapshotWindow* activeSnapshotWindow() const;
+    // The snapshot window last activated; null when there is none, and from
+    // the closing of a snapshot window until the next one is activated.
+    views::SnapshotWindow* activeSnapshotWindow() const override;
+    void setActiveSnapshotWindow(views::SnapshotWindow* window) override;
     // The open snapshot windows, oldest first.
-    QList<views::SnapshotWindow*> snapshotWindows() const;
+    QList<views::SnapshotWindow*> snapshotWindows() const override;
     // Tiles the snapshot windows one above the other, each the full width.
-    void tileHorizontally();
+    void tileHorizontally() override;
 
     // What the frame owns.
-    settings::Options& options() { return m_options; }
+    settings::Options& options() override { return m_options; }
     const settings::Options& options() const override { return m_options; }
     settings::SettingsStore& store() { return m_store; }
     const settings::IniFile& ini() const { return m_ini; }
@@ -144,6 +135,12 @@ public:
     bool busy() const override { return m_operations > 0; }
     void operationStarted() override { ++m_operations; }
     void operationEnded() override { --m_operations; }
+    bool windowClosing() const override { return m_windowClosing; }
+    void setWindowClosing(bool closing) override { m_windowClosing = closing; }
+    QString lastSelectedFolder() const override { return m_lastSelectedFolder; }
+    void setLastSelectedFolder(const QString& key) override { m_lastSelectedFolder = key; }
+    void commandsChanged() override { updateActions(); }
+    void LaunchDocument(const QString& folder, const QString& name) override;
     void AddRecent(const QString& path) override;
     QString lastFolder() const override;
     void setLastFolder(const QString& folder) override;
@@ -151,9 +148,10 @@ public:
     QString askSaveFileName(const QString& proposedPath) override;
     std::optional<QString> askText(const QString& prompt, const QString& caption,
                                    const QString& text) override;
-    int PromptToSave(const QString& prompt) override;
+    views::SaveAnswer PromptToSave(const QString& prompt) override;
 
-    // Enables the commands for the snapshot windows open now.
+    // Enables the toolbar and the frame's commands for the snapshot windows
+    // open now, the toolbar following the active window's commands.
     void updateActions();
 
 protected:
@@ -168,7 +166,17 @@ private:
     void loadPlacement();
     void savePlacement();
     bool unloadSnapshotWindows();
-    void showSnapshotWindow(std::unique_ptr<views::SnapshotWindow> window);
+    // Shows a window whose snapshot is complete; false, with the failure
+    // shown and no window left, when its snapshot cannot be shown.
+    bool showSnapshotWindow(std::unique_ptr<views::SnapshotWindow> window,
+                            const QString& failureTitle);
+    // A snapshot sub-window became the active one.
+    void subWindowActivated(QMdiSubWindow* sub);
+    // A snapshot window has gone: the one left active starts afresh.
+    void snapshotWindowGone();
+    // The menu bar holds the active snapshot window's menus, or the frame's
+    // own when there is none.
+    void showMenusOf(views::SnapshotWindow* window);
     void toolbarActionTriggered(QAction* action);
     void setToolbarVisible(bool visible);
     int execDialog(QDialog& dialog);
@@ -203,6 +211,10 @@ private:
     QAction* m_tbCompare = nullptr;
     QAction* m_tbPrint = nullptr;
 
+    QList<QMenu*> m_frameMenus;
+    QPointer<views::SnapshotWindow> m_lastActivated;
+    QString m_lastSelectedFolder;
+    bool m_windowClosing = false;
     int m_operations = 0;
     int m_farewellTime = 2000;
     bool m_closed = false;

@@ -1,5 +1,7 @@
 #include "shell/RecentSnapshots.h"
 
+#include "engine/SnapshotFile.h"
+#include "engine/Twips.h"
 #include "settings/SettingsStore.h"
 
 #include <QDir>
@@ -25,20 +27,10 @@ QString fileKey(qsizetype n) {
     return u"File"_s + QString::number(n);
 }
 
-// Window sizes are kept in twips, 1440 to the inch.
-constexpr int TwipsPerInch = 1440;
 constexpr int DesignedWidth = 7200; // twips
 constexpr int DesignedHeight = 4200;
 constexpr int LeastWidth = 4000;
 constexpr int LeastHeight = 3000;
-
-int twipsToPixels(int twips, int dpi) {
-    return int(std::lround(double(twips) * dpi / TwipsPerInch));
-}
-
-int pixelsToTwips(int pixels, int dpi) {
-    return int(std::lround(double(pixels) * TwipsPerInch / dpi));
-}
 
 int readTwips(const settings::SettingsStore& store, const QString& key, int designed) {
     bool ok = false;
@@ -122,15 +114,15 @@ RecentSnapshotsDialog::RecentSnapshotsDialog(settings::SettingsStore& store, QWi
     buttons->addStretch(1);
     auto* layout = new QHBoxLayout(this);
     layout->addWidget(c.lstRecent, 1);
-    layout->addSpacing(twipsToPixels(240, logicalDpiX()) - layout->spacing());
+    layout->addSpacing(engine::pixelsFromTwips(240, logicalDpiX()) - layout->spacing());
     layout->addLayout(buttons);
 
-    setMinimumSize(twipsToPixels(LeastWidth, logicalDpiX()),
-                   twipsToPixels(LeastHeight, logicalDpiY()));
+    setMinimumSize(engine::pixelsFromTwips(LeastWidth, logicalDpiX()),
+                   engine::pixelsFromTwips(LeastHeight, logicalDpiY()));
     m_list.load(m_store);
     m_lastFolder = m_store.readString(Section, u"Folder"_s, QDir::currentPath());
-    resize(twipsToPixels(readTwips(m_store, u"Width"_s, DesignedWidth), logicalDpiX()),
-           twipsToPixels(readTwips(m_store, u"Height"_s, DesignedHeight), logicalDpiY()));
+    resize(engine::pixelsFromTwips(readTwips(m_store, u"Width"_s, DesignedWidth), logicalDpiX()),
+           engine::pixelsFromTwips(readTwips(m_store, u"Height"_s, DesignedHeight), logicalDpiY()));
     refresh();
 
     connect(c.cmdOpen, &QPushButton::clicked, this, &RecentSnapshotsDialog::cmdOpen_Click);
@@ -237,8 +229,7 @@ QString RecentSnapshotsDialog::showFileDialog(const QString& folder) {
     QFileDialog dialog(parentWidget(), u"Open Snapshot"_s, folder);
     dialog.setAcceptMode(QFileDialog::AcceptOpen);
     dialog.setFileMode(QFileDialog::ExistingFile);
-    dialog.setNameFilters(
-        {u"All Snapshots (*.#?\?)"_s, u"Original Snapshots (*.#01)"_s, u"All Files (*)"_s});
+    dialog.setNameFilters(engine::snapshotFileFilters());
     dialog.selectFile(u"*.#?\?"_s);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
         return {};
@@ -257,9 +248,9 @@ void RecentSnapshotsDialog::saveState() {
     m_list.save(m_store);
     m_store.writeString(Section, u"Folder"_s, m_lastFolder);
     m_store.writeString(Section, u"Width"_s,
-                        QString::number(pixelsToTwips(width(), logicalDpiX())));
+                        QString::number(engine::twipsFromPixels(width(), logicalDpiX())));
     m_store.writeString(Section, u"Height"_s,
-                        QString::number(pixelsToTwips(height(), logicalDpiY())));
+                        QString::number(engine::twipsFromPixels(height(), logicalDpiY())));
 }
 
 } // namespace kestrel::shell

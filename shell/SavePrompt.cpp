@@ -88,13 +88,13 @@ SavePrompt::SavePrompt(QWidget* parent) : QDialog(parent) {
         child->installEventFilter(this);
 }
 
-int SavePrompt::PromptToSave(const QString& prompt) {
+views::SaveAnswer SavePrompt::PromptToSave(const QString& prompt) {
     // No button stores 3; the short cut has always been there and stays.
     if (m_answer == 3)
-        return No;
+        return views::SaveAnswer::No;
     m_lblPrompt->setText(prompt);
     exec();
-    return m_answer;
+    return views::SaveAnswer(m_answer);
 }
 
 void SavePrompt::unload() {
@@ -106,19 +106,19 @@ void SavePrompt::unload() {
 }
 
 void SavePrompt::cmdYes_Click() {
-    m_answer = Yes;
+    m_answer = int(views::SaveAnswer::Yes);
     hide();
     QCoreApplication::processEvents();
 }
 
 void SavePrompt::cmdNo_Click() {
-    m_answer = No;
+    m_answer = int(views::SaveAnswer::No);
     hide();
     QCoreApplication::processEvents();
 }
 
 void SavePrompt::cmdCancel_Click() {
-    m_answer = Cancel;
+    m_answer = int(views::SaveAnswer::Cancel);
     hide();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "views/SnapshotHost.h"
+
 #include <QDialog>
 #include <QList>
 #include <QPixmap>
@@ -17,20 +19,18 @@ namespace kestrel::shell {
 class SavePrompt : public QDialog {
     Q_OBJECT
 public:
-    static constexpr int Yes = 6;
-    static constexpr int No = 7;
-    static constexpr int Cancel = 2;
-
     explicit SavePrompt(QWidget* parent = nullptr);
 
-    // PromptToSave: shows the question modally and returns 6 (Yes), 7 (No)
-    // or 2 (Cancel); 0 when the window was closed through its frame, which
+    // PromptToSave: shows the question modally and returns the button
+    // pressed; Closed when the window was closed through its frame, which
     // unloads it: the remembered answer and the animation start afresh, as
-    // in a newly loaded window. A remembered answer of
-    // 3 returns 7 at once without showing anything; no button stores 3, the
-    // short cut is kept as it always was.
-    int PromptToSave(const QString& prompt);
+    // in a newly loaded window. A remembered answer code of 3 returns No at
+    // once without showing anything; no button stores 3, the short cut is
+    // kept as it always was.
+    views::SaveAnswer PromptToSave(const QString& prompt);
 
+    // The code of the last button pressed (the SaveAnswer values), kept
+    // between prompts.
     int answer() const { return m_answer; }
     int frame() const { return m_frame; } // the frame shown last, 1..12; 0 before the first
 

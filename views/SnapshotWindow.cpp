@@ -1,112 +1,755 @@
 #include "SnapshotWindow.h"
 
-#include "EntryListModel.h"
+#include "FileGridModel.h"
+#include "FolderTreeModel.h"
+#include "SnapshotPair.h"
+#include "SnapshotStatusBar.h"
+#include "SplitterBar.h"
 
+#include "engine/Compare.h"
 #include "engine/OleDate.h"
 #include "engine/Progress.h"
+#include "engine/RingWalk.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
+#include "engine/Twips.h"
+#include "settings/Settings.h"
 
+#include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
-#include <QDir>
+#include <QComboBox>
 #include <QFileInfo>
 #include <QHeaderView>
-#include <QStyle>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QScrollBar>
+#include <QSignalBlocker>
 #include <QTableView>
-#include <QVBoxLayout>
+#include <QTreeView>
 
 #include <limits>
 
 namespace kestrel::views {
 
 using engine::MessageIcon;
+using engine::Separator;
+using engine::ShowMode;
 using engine::UserMessage;
+using settings::Key;
 
 namespace {
 
-// Column widths of the listing, in twips.
-constexpr int NameWidth = 2700;
-constexpr int NameWidthWithVersions = 2200;
-constexpr int InFolderWidth = 2000;
-constexpr int SizeWidth = 1200;
-constexpr int ModifiedWidth = 1800;
-constexpr int AttributesWidth = 1000;
-constexpr int VersionWidth = 2000;
+// The window's size when it first appears, in twips.
+constexpr int DesignedWidth = 9600;
+constexpr int DesignedHeight = 4800;
+// The grid's font: small enough that the designed column widths hold their
+// texts.
+constexpr double GridPointSize = 8.25;
 
-int pixels(const QWidget* widget, int twips) {
-    return twips * widget->logicalDpiX() / 1440;
-}
-
-// A column's width: its designed width in twips, widened when the view's
-// font needs more room for the sample text.
-int columnWidth(const QTableView* view, int twips, const QString& sample) {
-    const int margin =
-        2 * view->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, view) + 8;
-    return std::max(pixels(view, twips), view->fontMetrics().horizontalAdvance(sample) + margin);
-}
+// The caption of the option that disables sorting by the key columns, as
+// the options dialog shows it.
+const QString FasterCaption = QStringLiteral("Optimise for speed and capacity");
 
 QString withSeparator(QString folder) {
-    if (!folder.isEmpty() && !folder.endsWith(engine::Separator))
-        folder += engine::Separator;
+    if (!folder.isEmpty() && !folder.endsWith(Separator))
+        folder += Separator;
     return folder;
 }
+
+// Clears a flag when it goes out of scope.
+class FlagScope {
+public:
+    explicit FlagScope(bool& flag) : m_flag(flag), m_was(flag) { m_flag = true; }
+    ~FlagScope() { m_flag = m_was; }
+    FlagScope(const FlagScope&) = delete;
+    FlagScope& operator=(const FlagScope&) = delete;
+
+private:
+    bool& m_flag;
+    bool m_was;
+};
 
 } // namespace
 
 SnapshotWindow::SnapshotWindow(SnapshotHost& host, QWidget* parent)
     : QWidget(parent), m_host(host) {
-    m_model = new EntryListModel(m_snapshot, this);
-
-    m_list = new QTableView(this);
-    m_list->setModel(m_model);
-    m_list->setSelectionBehavior(QAbstractItemView::SelectRows);
-    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
-    m_list->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    m_list->setWordWrap(false);
-    m_list->setShowGrid(false);
-    m_list->setAlternatingRowColors(true);
-    m_list->verticalHeader()->hide();
-    // Fixed row heights keep a listing of a million entries as quick as one
-    // of a hundred: the view never measures a row.
-    m_list->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    m_list->verticalHeader()->setDefaultSectionSize(m_list->fontMetrics().height() + 4);
-    m_list->horizontalHeader()->setStretchLastSection(true);
-    m_list->horizontalHeader()->setHighlightSections(false);
-
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(m_list);
-
-    resize(pixels(this, 9600), pixels(this, 4800));
+    // Fixed for the window's life: changing the option later does not
+    // bring back sorting on the key columns until a new window is made.
+    m_faster = m_host.options().value(Key::Faster) != 0;
+    createControls();
+    createMenus();
+    connect(&m_host.options(), &settings::Options::synchChanged, this,
+            &SnapshotWindow::optionsSynchChanged);
+    applyColumnWidths();
+    resize(engine::pixelsFromTwips(DesignedWidth, logicalDpiX()),
+           engine::pixelsFromTwips(DesignedHeight, logicalDpiY()));
 }
 
 SnapshotWindow::~SnapshotWindow() {
-    // The listing reads the snapshot: it goes first, not with the children
-    // after the snapshot member is gone.
-    delete m_list;
-    delete m_model;
+    // The views read the models and the models read the snapshot: they go
+    // first, not with the children after the snapshot member is gone.
+    delete m_tvwPaths;
+    delete m_grdFiles;
+    delete m_treeModel;
+    delete m_gridModel;
 }
 
-void SnapshotWindow::showSnapshot() {
-    m_model->reset();
-    const bool versions = m_snapshot.header.versions;
-    // Samples of the widest usual texts: a late date with two-digit parts,
-    // a size in the gigabytes, a folder's attributes.
-    const double sampleDate = engine::oleDateFromParts(2028, 12, 28, 22, 58, 58);
-    m_list->setColumnWidth(EntryListModel::Name,
-                           pixels(this, versions ? NameWidthWithVersions : NameWidth));
-    m_list->setColumnWidth(EntryListModel::InFolder, pixels(this, InFolderWidth));
-    m_list->setColumnWidth(EntryListModel::Size,
-                           columnWidth(m_list, SizeWidth, engine::formatGrouped(8888888888.0)));
-    m_list->setColumnWidth(EntryListModel::Modified,
-                           columnWidth(m_list, ModifiedWidth, engine::modifiedText(sampleDate)));
-    m_list->setColumnWidth(EntryListModel::Attributes,
-                           columnWidth(m_list, AttributesWidth, QStringLiteral("R/O,Hid,Dir")));
-    m_list->setColumnWidth(EntryListModel::Version,
-                           columnWidth(m_list, VersionWidth, QStringLiteral(" 88.88.8888.88")));
-    // Versions were not collected: the column would only ever be empty.
-    m_list->setColumnHidden(EntryListModel::Version, !versions);
+// Controls -------------------------------------------------------------------
+
+void SnapshotWindow::createControls() {
+    m_treeModel = new FolderTreeModel(m_snapshot, m_folders, this);
+    m_gridModel = new FileGridModel(m_snapshot, this);
+
+    m_cboShow = new QComboBox(this);
+    m_cboShow->setObjectName(QStringLiteral("cboShow"));
+    m_cboShow->addItems(engine::showModeTexts());
+    m_cboShow->setCurrentIndex(-1);
+    m_cboShow->setEnabled(false);
+    connect(m_cboShow, &QComboBox::activated, this, &SnapshotWindow::cboShow_Click);
+
+    m_tvwPaths = new QTreeView(this);
+    m_tvwPaths->setObjectName(QStringLiteral("tvwPaths"));
+    m_tvwPaths->setModel(m_treeModel);
+    m_tvwPaths->setHeaderHidden(true);
+    m_tvwPaths->setUniformRowHeights(true);
+    m_tvwPaths->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_tvwPaths->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    connect(m_tvwPaths->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &SnapshotWindow::currentNodeChanged);
+
+    m_grdFiles = new QTableView(this);
+    m_grdFiles->setObjectName(QStringLiteral("grdFiles"));
+    QFont gridFont = m_grdFiles->font();
+    gridFont.setPointSizeF(GridPointSize);
+    m_grdFiles->setFont(gridFont);
+    m_grdFiles->setModel(m_gridModel);
+    m_grdFiles->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_grdFiles->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_grdFiles->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_grdFiles->setWordWrap(false);
+    m_grdFiles->setTextElideMode(Qt::ElideRight);
+    m_grdFiles->verticalHeader()->hide();
+    // Fixed row heights keep a grid of a million rows as quick as one of a
+    // hundred: the view never measures a row.
+    m_grdFiles->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    m_grdFiles->verticalHeader()->setDefaultSectionSize(m_grdFiles->fontMetrics().height() + 4);
+    QHeaderView* header = m_grdFiles->horizontalHeader();
+    header->setHighlightSections(false);
+    header->setSectionsClickable(true);
+    header->setSectionsMovable(false);
+    // The filler column takes whatever width is left over.
+    header->setStretchLastSection(true);
+    header->setMinimumSectionSize(1);
+    connect(header, &QHeaderView::sectionClicked, this,
+            [this](int section) { SortSequence(section + 1); });
+    connect(m_grdFiles, &QAbstractItemView::doubleClicked, this,
+            [this](const QModelIndex& index) { grdFiles_DblClick(index.row()); });
+    connect(m_grdFiles->verticalScrollBar(), &QScrollBar::valueChanged, this,
+            &SnapshotWindow::grdFiles_Scroll);
+    m_grdFiles->installEventFilter(this);
+
+    m_picSplit = new SplitterBar(this);
+    m_picSplit->setObjectName(QStringLiteral("picSplit"));
+    connect(m_picSplit, &SplitterBar::released, this, &SnapshotWindow::picSplit_MouseUp);
+
+    m_sbrStatus = new SnapshotStatusBar(this);
+    m_sbrStatus->setObjectName(QStringLiteral("sbrStatus"));
+    m_sbrStatus->setPanelText(2, ShowChanges());
+
+    setTabOrder(m_tvwPaths, m_cboShow);
+    setTabOrder(m_cboShow, m_grdFiles);
+    setFocusProxy(m_tvwPaths);
 }
+
+QAction* SnapshotWindow::addCommand(QMenu* menu, const QString& name, const QString& caption,
+                                    void (SnapshotWindow::*handler)()) {
+    auto* action = new QAction(caption, this);
+    action->setObjectName(name);
+    menu->addAction(action);
+    if (handler)
+        connect(action, &QAction::triggered, this, handler);
+    return action;
+}
+
+void SnapshotWindow::createMenus() {
+    auto* file = new QMenu(QStringLiteral("&File"), this);
+    auto* compare = new QMenu(QStringLiteral("&Compare"), this);
+    auto* view = new QMenu(QStringLiteral("&View"), this);
+    auto* window = new QMenu(QStringLiteral("&Window"), this);
+    auto* help = new QMenu(QStringLiteral("&Help"), this);
+    m_menus = {file, compare, view, window, help};
+
+    m_mnuFileNew = addCommand(file, QStringLiteral("mnuFileNew"),
+                              QStringLiteral("&New Snapshot..."), nullptr);
+    connect(m_mnuFileNew, &QAction::triggered, this, [this] { m_host.mnuFileNew_Click(); });
+    m_mnuFileNew->setShortcut(QKeySequence::New);
+    m_mnuFileOpen = addCommand(file, QStringLiteral("mnuFileOpen"),
+                               QStringLiteral("&Open Snapshot..."), nullptr);
+    connect(m_mnuFileOpen, &QAction::triggered, this, [this] { m_host.mnuFileOpen_Click(); });
+    m_mnuFileOpen->setShortcut(QKeySequence::Open);
+    file->addSeparator();
+    m_mnuFileRepeat = addCommand(file, QStringLiteral("mnuFileRepeat"),
+                                 QStringLiteral("&Repeat Snapshot"),
+                                 &SnapshotWindow::mnuFileRepeat_Click);
+    m_mnuFileRepeat->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence(Qt::Key_F5)});
+    m_mnuFileBranch = addCommand(file, QStringLiteral("mnuFileBranch"),
+                                 QStringLiteral("&Branch Snapshot"),
+                                 &SnapshotWindow::mnuFileBranch_Click);
+    file->addSeparator();
+    m_mnuFileSaveAs = addCommand(file, QStringLiteral("mnuFileSaveAs"),
+                                 QStringLiteral("Save &As..."), &SnapshotWindow::mnuFileSaveAs_Click);
+    m_mnuFileSaveAs->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_S));
+    addCommand(file, QStringLiteral("mnuFileProps"), QStringLiteral("Snapshot &Title..."),
+               &SnapshotWindow::mnuFileProps_Click);
+    file->addSeparator();
+    // Export, print and the options dialog arrive with their dialogs.
+    addCommand(file, QStringLiteral("mnuFileExport"), QStringLiteral("&Export..."), nullptr)
+        ->setEnabled(false);
+    addCommand(file, QStringLiteral("mnuFilePrint"), QStringLiteral("&Print..."), nullptr)
+        ->setEnabled(false);
+    file->addSeparator();
+    addCommand(file, QStringLiteral("mnuFileConfig"), QStringLiteral("Kestrel &Configuration..."),
+               nullptr)
+        ->setEnabled(false);
+    file->addSeparator();
+    QAction* close = addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("&Close"),
+                                nullptr);
+    close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
+    // The window inside the main window's area is the sub-window holding this.
+    connect(close, &QAction::triggered, this, [this] {
+        if (QWidget* frame = parentWidget())
+            frame->close();
+        else
+            QWidget::close();
+    });
+    QAction* exit = addCommand(file, QStringLiteral("mnuFileExit"), QStringLiteral("E&xit Kestrel"),
+                               nullptr);
+    exit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    connect(exit, &QAction::triggered, this, [this] { m_host.mnuFileExit_Click(); });
+
+    m_mnuCompareNow = addCommand(compare, QStringLiteral("mnuCompareNow"),
+                                 QStringLiteral("Compare &Now"), &SnapshotWindow::mnuCompareNow_Click);
+    m_mnuCompareRoot = addCommand(compare, QStringLiteral("mnuCompareRoot"),
+                                  QStringLiteral("Comparison &Root"),
+                                  &SnapshotWindow::mnuCompareRoot_Click);
+    m_mnuCompareRoot->setCheckable(true);
+    connect(compare, &QMenu::aboutToShow, this, &SnapshotWindow::mnuCompare_Open);
+
+    // The view commands flip their own check marks, as they do when called
+    // directly: the menu's automatic flip is taken back first.
+    const auto addToggle = [&](const QString& name, const QString& caption,
+                               void (SnapshotWindow::*handler)()) {
+        QAction* action = addCommand(view, name, caption, nullptr);
+        action->setCheckable(true);
+        connect(action, &QAction::triggered, this, [this, action, handler] {
+            action->setChecked(!action->isChecked());
+            (this->*handler)();
+        });
+        return action;
+    };
+    m_mnuViewBytes = addToggle(QStringLiteral("mnuViewBytes"), QStringLiteral("Sizes in &Bytes"),
+                               &SnapshotWindow::mnuViewBytes_Click);
+    m_mnuViewSubs = addToggle(QStringLiteral("mnuViewSubs"),
+                              QStringLiteral("Files in &Sub-Folders"),
+                              &SnapshotWindow::mnuViewSubs_Click);
+    m_mnuViewScroll = addToggle(QStringLiteral("mnuViewScroll"),
+                                QStringLiteral("S&croll Together"),
+                                &SnapshotWindow::mnuViewScroll_Click);
+    m_mnuViewSynch = addToggle(QStringLiteral("mnuViewSynch"),
+                               QStringLiteral("S&ynchronise Folders"),
+                               &SnapshotWindow::mnuViewSynch_Click);
+
+    QAction* tile = addCommand(window, QStringLiteral("mnuWindowTile"), QStringLiteral("&Tile"),
+                               nullptr);
+    connect(tile, &QAction::triggered, this, [this] { m_host.tileHorizontally(); });
+
+    QAction* about = addCommand(help, QStringLiteral("mnuHelpAbout"),
+                                QStringLiteral("&About Kestrel..."), nullptr);
+    connect(about, &QAction::triggered, this, [this] { m_host.mnuHelpAbout_Click(); });
+    QAction* tips = addCommand(help, QStringLiteral("mnuHelpTips"),
+                               QStringLiteral("&Help and Tips..."), nullptr);
+    tips->setShortcut(QKeySequence::HelpContents);
+    connect(tips, &QAction::triggered, this, [this] { m_host.mnuHelpTips_Click(); });
+
+    applyCommandEnabling(1);
+}
+
+QAction* SnapshotWindow::action(const QString& name) const {
+    return findChild<QAction*>(name, Qt::FindDirectChildrenOnly);
+}
+
+void SnapshotWindow::applyCommandEnabling(int windows) {
+    const CommandEnabling enabling = CommandEnabling::forWindows(windows);
+    m_mnuFileNew->setEnabled(enabling.newSnapshot);
+    m_mnuFileOpen->setEnabled(enabling.open);
+    m_mnuFileRepeat->setEnabled(enabling.repeat);
+    m_mnuFileBranch->setEnabled(enabling.branch);
+    m_mnuCompareNow->setEnabled(enabling.compare);
+    m_host.commandsChanged();
+}
+
+HighlightColours SnapshotWindow::colours() const {
+    return HighlightColours::from(m_host.options());
+}
+
+bool SnapshotWindow::isActiveSnapshotWindow() const { return m_host.activeSnapshotWindow() == this; }
+
+// Showing the snapshot ------------------------------------------------------------
+
+engine::Outcome SnapshotWindow::showSnapshot(const QString& failureTitle) {
+    engine::Outcome outcome =
+        engine::FolderIndex::buildChecked(m_snapshot, failureTitle, m_folders);
+    if (!outcome.ok)
+        return outcome;
+    applyColumnWidths();
+    BuildTree();
+    return outcome;
+}
+
+void SnapshotWindow::Form_Activate() {
+    SnapshotWindow* last = m_host.activeSnapshotWindow();
+    // Coming back to the window that was active already (after a dialog)
+    // changes nothing.
+    if (last == this)
+        return;
+    if (!last) {
+        // Alone: no pair, nothing to compare with.
+        m_mnuCompareNow->setEnabled(false);
+        setPair(nullptr);
+        m_sbrStatus->setPanelText(2, ShowChanges());
+        setShowPosition(-1);
+    } else {
+        setPair(last);
+        last->setPair(this);
+        m_mnuCompareNow->setEnabled(true);
+        last->m_sbrStatus->setPanelText(2, last->ShowChanges());
+    }
+    if (m_cboShow->currentIndex() < 0)
+        setShowPosition(0);
+    m_host.setActiveSnapshotWindow(this);
+    applyCommandEnabling(m_mnuCompareNow->isEnabled() ? 2 : 1);
+}
+
+void SnapshotWindow::setPair(SnapshotWindow* window) { m_pair = window; }
+
+// Show selector ---------------------------------------------------------------
+
+bool SnapshotWindow::compared() const { return m_cboShow->isEnabled(); }
+
+void SnapshotWindow::setShowPosition(int position) {
+    {
+        const QSignalBlocker blocker(m_cboShow);
+        m_cboShow->setCurrentIndex(position);
+    }
+    cboShow_Click();
+}
+
+void SnapshotWindow::cboShow_Click() {
+    const int position = m_cboShow->currentIndex();
+    if (position < 0) {
+        // No selection is how a window returns to the uncompared state.
+        m_cboShow->setEnabled(false);
+        setShowPosition(0);
+        return;
+    }
+    m_showMode = ShowMode(m_cboShow->isEnabled() ? position + 1 : position);
+    if (!m_host.windowClosing())
+        BuildTree();
+}
+
+void SnapshotWindow::resetComparison() { setShowPosition(-1); }
+
+// Folder tree -----------------------------------------------------------------
+
+QModelIndex SnapshotWindow::selectedNode() const {
+    const QModelIndex current = m_tvwPaths->selectionModel()->currentIndex();
+    if (!current.isValid() || !m_tvwPaths->selectionModel()->isSelected(current))
+        return {};
+    return current;
+}
+
+QString SnapshotWindow::selectedKey() const { return m_treeModel->keyOf(selectedNode()); }
+
+void SnapshotWindow::selectNode(const QModelIndex& node) {
+    const FlagScope selecting(m_selecting);
+    for (QModelIndex up = node.parent(); up.isValid(); up = up.parent())
+        m_tvwPaths->expand(up);
+    m_tvwPaths->selectionModel()->setCurrentIndex(node, QItemSelectionModel::ClearAndSelect);
+    m_tvwPaths->scrollTo(node);
+}
+
+void SnapshotWindow::currentNodeChanged(const QModelIndex& current) {
+    if (!m_selecting && current.isValid())
+        tvwPaths_NodeClick(current);
+}
+
+bool SnapshotWindow::selectFolder(const QString& key) {
+    const QModelIndex node = m_treeModel->indexOfKey(key);
+    if (!node.isValid())
+        return false;
+    selectNode(node);
+    tvwPaths_NodeClick(node);
+    return true;
+}
+
+void SnapshotWindow::BuildTree() {
+    const settings::Options& options = m_host.options();
+    const bool synch = options.value(Key::Synch) != 0;
+    m_mnuViewSynch->setChecked(synch);
+
+    m_treeModel->rebuild(m_showMode, colours());
+    const QModelIndex top = m_treeModel->topIndex();
+    if (m_treeModel->hasFolders()) {
+        m_tvwPaths->expand(top);
+        if (synch) {
+            // Scrolling together needs both grids in name order.
+            m_mnuViewScroll->setChecked(true);
+            m_sortColumn = SortByName;
+        }
+    }
+
+    // The comparison root survives the rebuild when its folder is still shown.
+    const QModelIndex root = m_treeModel->indexOfKey(Separator + m_rootKey);
+    selectNode(root.isValid() ? root : top);
+    mnuCompareRoot_Click();
+
+    // Reopen at the folder the user was looking at, in whichever window.
+    const QModelIndex last = m_treeModel->indexOfKey(m_host.lastSelectedFolder());
+    selectNode(last.isValid() ? last : m_treeModel->topIndex());
+
+    if (m_pair && !compared() && options.value(Key::Compare) != 0) {
+        // The comparison shows itself: the tree is rebuilt and the selected
+        // folder listed on its way.
+        if (CompareSnapshot(true))
+            return;
+    }
+    tvwPaths_NodeClick(selectedNode());
+}
+
+void SnapshotWindow::tvwPaths_NodeClick(const QModelIndex& node) {
+    if (!node.isValid())
+        return;
+    m_currentKey = m_treeModel->keyOf(node);
+    m_currentTag = m_treeModel->tagOf(node);
+    m_host.setLastSelectedFolder(m_currentKey);
+    RefreshScreen(m_currentTag, m_currentKey);
+}
+
+void SnapshotWindow::mnuCompareRoot_Click() {
+    const QModelIndex node = selectedNode();
+    if (!node.isValid())
+        return;
+    const QString previous = m_rootKey;
+    m_treeModel->setRootNode(node);
+    m_rootKey = m_treeModel->keyOf(node).mid(1);
+    m_rootIndex = m_treeModel->tagOf(node);
+    // Only a real change of root makes the pair compare again: marking the
+    // same root after a rebuild leaves it alone (two windows with different
+    // roots would otherwise reset each other without end).
+    if (m_rootKey.compare(previous, Qt::CaseInsensitive) == 0 || !m_pair)
+        return;
+    if (m_pair->rootKey().compare(m_rootKey, Qt::CaseInsensitive) != 0)
+        m_pair->resetComparison();
+}
+
+void SnapshotWindow::mnuCompare_Open() {
+    const QModelIndex node = selectedNode();
+    m_mnuCompareRoot->setChecked(node.isValid() && node == m_treeModel->rootNode());
+}
+
+int32_t SnapshotWindow::topEntry() const {
+    if (m_rootKey.isEmpty())
+        return m_snapshot.entryCount >= 1 ? 1 : 0;
+    return m_rootIndex;
+}
+
+// Comparison ---------------------------------------------------------------------
+
+bool SnapshotWindow::CompareSnapshot(bool bothWays) {
+    SnapshotWindow* other = m_pair;
+    if (!other)
+        return false;
+    const int32_t selfTop = topEntry();
+    const int32_t otherTop = other->topEntry();
+    // A root without contents has nothing to compare.
+    if (selfTop > 0 && otherTop > 0) {
+        engine::Outcome outcome;
+        {
+            const OperationScope operation(m_host);
+            outcome = engine::CompareSnapshot(m_snapshot, selfTop, other->m_snapshot, otherTop,
+                                              bothWays, m_host.options().compareOptions(),
+                                              m_host.progressMeter());
+        }
+        if (!outcome.ok) {
+            if (outcome.message)
+                m_host.showMessage(*outcome.message);
+            return false;
+        }
+    }
+    m_cboShow->setEnabled(true);
+    cboShow_Click();
+    if (bothWays && m_pair == other) {
+        other->m_cboShow->setEnabled(true);
+        other->cboShow_Click();
+    }
+    return true;
+}
+
+void SnapshotWindow::mnuCompareNow_Click() {
+    if (m_host.busy())
+        return;
+    CompareSnapshot(true);
+}
+
+// File grid -----------------------------------------------------------------------
+
+void SnapshotWindow::applyColumnWidths() {
+    const double dpi = m_grdFiles->logicalDpiX();
+    const bool versions = m_snapshot.header.versions;
+    // The widest usual texts of the value columns: a late date with
+    // two-digit parts, a size in the gigabytes, a folder's attributes. A
+    // locale whose dates are longer than the designed column widens it
+    // rather than cutting every date short.
+    const QFontMetrics metrics(m_grdFiles->font());
+    const int padding = metrics.horizontalAdvance(QLatin1Char('0')) * 2;
+    const auto fits = [&](const QString& sample) { return metrics.horizontalAdvance(sample) + padding; };
+    const double sampleDate = engine::oleDateFromParts(2028, 12, 28, 22, 58, 58);
+    for (int column = 0; column < engine::GridColumnCount; ++column) {
+        if (column == engine::FillerColumn)
+            continue; // it stretches over what is left
+        const int twips = engine::gridColumnTwips(column, versions, m_subFolders);
+        m_grdFiles->setColumnHidden(column, twips == 0);
+        if (twips == 0)
+            continue;
+        int width = engine::pixelsFromTwips(twips, dpi);
+        if (column == engine::SizeColumn)
+            width = std::max(width, fits(engine::formatGrouped(8888888888.0)));
+        else if (column == engine::ModifiedColumn)
+            width = std::max(width, fits(engine::modifiedText(sampleDate)));
+        m_grdFiles->setColumnWidth(column, width);
+    }
+}
+
+void SnapshotWindow::RefreshScreen(int32_t tag, const QString& key) {
+    const settings::Options& options = m_host.options();
+    // The entries beneath the folder: its own record counts them; the top's
+    // is entry 0, which holds the whole snapshot's.
+    const int32_t entries = tag > 0 ? m_snapshot.entries.get(tag - 1).count : 0;
+    bool subFolders = m_mnuViewSubs->isChecked();
+    if (options.value(Key::Always) != 0 &&
+        settings::limitValue(options.value(Key::Limit)) > entries)
+        subFolders = true;
+    if (subFolders && entries > SubFolderEntryLimit) {
+        m_host.showMessage(UserMessage{
+            QStringLiteral("Entry Limit"),
+            QStringLiteral("Too many entries to show files in sub-folders (maximum is 30,000), "
+                           "option will be ignored"),
+            MessageIcon::Exclamation});
+        subFolders = false;
+    }
+    m_mnuViewSubs->setChecked(subFolders);
+    m_subFolders = subFolders;
+    applyColumnWidths();
+
+    engine::ProgressMeter& meter = m_host.progressMeter();
+    if (subFolders) {
+        // The count shows only while every entry is listed.
+        const QString count = int(m_showMode) <= int(ShowMode::All)
+                                  ? QLatin1Char(' ') + engine::formatCount(entries)
+                                  : QString();
+        meter.initialise(entries, QStringLiteral("Displaying") + count + QStringLiteral(" Entries"),
+                         false);
+        const OperationScope operation(m_host);
+        const engine::MeterCloser closer(meter);
+        RefreshList(&meter);
+    } else {
+        RefreshList(nullptr);
+    }
+
+    if (options.value(Key::Synch) != 0 && isActiveSnapshotWindow()) {
+        for (SnapshotWindow* other : m_host.snapshotWindows())
+            if (other != this)
+                followSelection(*this, *other);
+    }
+    if (m_gridModel->rowCount() > 0)
+        grdFiles_Scroll();
+    Q_UNUSED(key)
+}
+
+void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
+    engine::ListingOptions listing;
+    listing.mode = m_showMode;
+    listing.subFolders = m_subFolders;
+    listing.keys = !m_faster;
+    m_gridModel->list(m_currentTag, listing, colours(), meter);
+    m_grdFiles->horizontalHeader()->setSortIndicatorShown(false);
+    updateStatusBar();
+    if (m_sortColumn > 0) {
+        // Sorted again in the same order: SortSequence reverses it back.
+        m_sortOrder = 3 - m_sortOrder;
+        SortSequence(m_sortColumn);
+    }
+}
+
+void SnapshotWindow::updateStatusBar() {
+    const engine::ListingCounters& counters = m_gridModel->counters();
+    m_sbrStatus->setFolderPath(m_snapshot.header.rootFolder, m_currentKey);
+    m_sbrStatus->setPanelText(2, ShowChanges());
+    m_sbrStatus->setPanelText(3, engine::listingText(counters, m_mnuViewBytes->isChecked()));
+    m_sbrStatus->setPanelText(4, engine::foldersText(counters.folders));
+    m_sbrStatus->setFoldersPanelVisible(counters.folders >= 1);
+}
+
+QString SnapshotWindow::ShowChanges() const {
+    return engine::ShowChanges(m_pair != nullptr, compared(), m_showMode,
+                               m_gridModel->counters());
+}
+
+void SnapshotWindow::showNoMatchingFolder(bool rootsDiffer) {
+    {
+        const FlagScope selecting(m_selecting);
+        m_tvwPaths->selectionModel()->clear();
+    }
+    m_currentKey.clear();
+    m_currentTag = 0;
+    RefreshList(nullptr);
+    m_sbrStatus->setPanelText(1, int(m_showMode) > int(ShowMode::OnlyHere)
+                                     ? QStringLiteral("No matching folder visible")
+                                     : QStringLiteral("No matching folder"));
+    m_sbrStatus->setPanelText(2, rootsDiffer ? QStringLiteral("Check Snapshot root folders are correct")
+                                             : QString());
+}
+
+void SnapshotWindow::SortSequence(int column) {
+    if (m_faster && engine::sortNeedsKeys(column - 1)) {
+        m_host.showMessage(UserMessage{
+            QStringLiteral("Sorting Restriction"),
+            QStringLiteral("Cannot sort by Size, Modified or Attributes when '") + FasterCaption +
+                QStringLiteral("' is enabled (see Options and Preferences). ") +
+                QStringLiteral("All open Snapshots must then be saved and ") +
+                QStringLiteral("re-opened to fully enable column sorting."),
+            MessageIcon::Exclamation});
+        return;
+    }
+    QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+    if (column != m_sortColumn) {
+        m_sortColumn = column;
+        m_sortOrder = 1;
+    } else {
+        m_sortOrder = 3 - m_sortOrder;
+    }
+    m_gridModel->sortByText(engine::sortKeyColumn(column - 1), m_sortOrder == 2);
+    m_grdFiles->horizontalHeader()->setSortIndicator(
+        column - 1, m_sortOrder == 2 ? Qt::DescendingOrder : Qt::AscendingOrder);
+    m_grdFiles->horizontalHeader()->setSortIndicatorShown(true);
+    if (m_gridModel->rowCount() >= 1)
+        m_grdFiles->setCurrentIndex(m_gridModel->index(0, 0));
+    if (!(column == SortByName && m_sortOrder == 1))
+        m_mnuViewScroll->setChecked(false);
+    QGuiApplication::restoreOverrideCursor();
+}
+
+int SnapshotWindow::topRow() const { return m_grdFiles->rowAt(0); }
+
+void SnapshotWindow::grdFiles_Scroll() {
+    if (!m_mnuViewScroll->isChecked() || !isActiveSnapshotWindow())
+        return;
+    for (SnapshotWindow* other : m_host.snapshotWindows())
+        if (other != this)
+            followScrolling(*this, *other);
+}
+
+void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) {
+    if (!m_mnuViewScroll->isChecked() || !selectedNode().isValid())
+        return;
+    const engine::FileList& rows = m_gridModel->rows();
+    const int last = rows.rowCount() - 1;
+    if (last < 0)
+        return;
+    const auto nameAt = [&](int row) {
+        return rows.cellText(row, engine::NameColumn).compare(name, Qt::CaseInsensitive);
+    };
+    // The grid is in name order: step up past greater names, then down past
+    // lesser ones, to the first row of the name from either side.
+    int row = std::max(topRow(), 0);
+    while (nameAt(row) > 0 && row > 0)
+        --row;
+    while (nameAt(row) < 0 && row < last)
+        ++row;
+    if (!folder.isEmpty()) {
+        while (row < last && rows.inFolder(row).compare(folder, Qt::CaseInsensitive) != 0 &&
+               nameAt(row + 1) == 0)
+            ++row;
+    }
+    m_grdFiles->scrollTo(m_gridModel->index(row, 0), QAbstractItemView::PositionAtTop);
+}
+
+void SnapshotWindow::grdFiles_DblClick(int row) {
+    if (row < 0 || row >= m_gridModel->rowCount())
+        return;
+    const int32_t entry = m_gridModel->entryAt(row);
+    const engine::SnapshotEntry& e = m_snapshot.entries.get(entry);
+    if (e.isFolder()) {
+        selectFolder(selectedKey() + m_gridModel->rows().inFolder(row) +
+                     m_snapshot.nameText(entry) + Separator);
+        return;
+    }
+    const QString path = GetParameter(entry);
+    if (path.isEmpty())
+        return;
+    const qsizetype cut = path.lastIndexOf(Separator) + 1;
+    m_host.LaunchDocument(path.left(cut), path.mid(cut));
+}
+
+QString SnapshotWindow::GetParameter(int32_t index) const {
+    QString path;
+    // Bounded by the table: a parent chain that loops ends the walk.
+    int64_t budget = int64_t(m_snapshot.capacity()) + 1;
+    for (int32_t i = index; i != 0; i = m_snapshot.entries.get(i).parent) {
+        if (--budget < 0 || !m_snapshot.entries.contains(i))
+            return {};
+        path.prepend(Separator + m_snapshot.nameText(i));
+    }
+    return m_snapshot.header.rootFolder + path.mid(1);
+}
+
+// View menu -------------------------------------------------------------------------
+
+void SnapshotWindow::mnuViewBytes_Click() {
+    m_mnuViewBytes->setChecked(!m_mnuViewBytes->isChecked());
+    updateStatusBar();
+}
+
+void SnapshotWindow::mnuViewSubs_Click() {
+    m_mnuViewSubs->setChecked(!m_mnuViewSubs->isChecked());
+    const QModelIndex node = selectedNode();
+    RefreshScreen(m_treeModel->tagOf(node), m_treeModel->keyOf(node));
+}
+
+void SnapshotWindow::mnuViewScroll_Click() {
+    m_mnuViewScroll->setChecked(!m_mnuViewScroll->isChecked());
+    if (!m_mnuViewScroll->isChecked())
+        return;
+    m_host.options().setValue(Key::Synch, 1);
+    // Name descending, which SortSequence turns into name ascending.
+    m_sortColumn = SortByName;
+    m_sortOrder = 2;
+    SortSequence(SortByName);
+}
+
+void SnapshotWindow::mnuViewSynch_Click() {
+    settings::Options& options = m_host.options();
+    options.setValue(Key::Synch, options.value(Key::Synch) != 1 ? 1 : 0);
+}
+
+void SnapshotWindow::optionsSynchChanged(bool on) {
+    m_mnuViewSynch->setChecked(on);
+    if (!on)
+        m_mnuViewScroll->setChecked(false);
+}
+
+// File menu -----------------------------------------------------------------------------
 
 void SnapshotWindow::mnuFileSaveAs_Click() {
     if (m_host.busy())
@@ -125,7 +768,7 @@ void SnapshotWindow::mnuFileSaveAs_Click() {
     header.fileName = path;
     engine::Outcome outcome;
     {
-        OperationScope operation(m_host);
+        const OperationScope operation(m_host);
         outcome = engine::SaveSnapshot(m_snapshot, m_host.progressMeter());
     }
     if (!outcome.ok) {
@@ -158,6 +801,27 @@ void SnapshotWindow::mnuFileRepeat_Click() {
                        int16_t(m_number + 1));
 }
 
+void SnapshotWindow::mnuFileBranch_Click() {
+    if (m_host.busy())
+        return;
+    const QModelIndex node = selectedNode();
+    if (!node.isValid())
+        return;
+    if (node != m_treeModel->rootNode())
+        mnuCompareRoot_Click();
+    if (m_number == std::numeric_limits<int16_t>::max()) {
+        m_host.showMessage(UserMessage{QStringLiteral("Kestrel"),
+                                       engine::errorText(engine::ErrorCode::Overflow),
+                                       MessageIcon::Exclamation});
+        return;
+    }
+    // The branch is numbered as a repeat would be: it is the second snapshot
+    // of the comparison.
+    const engine::SnapshotHeader& header = m_snapshot.header;
+    m_host.NewSnapshot(header.rootFolder + m_rootKey, header.recurse, header.hidden,
+                       header.versions, int16_t(m_number + 1));
+}
+
 void SnapshotWindow::mnuFileProps_Click() {
     if (m_host.busy())
         return;
@@ -182,29 +846,84 @@ void SnapshotWindow::mnuFileProps_Click() {
     m_changed = true;
 }
 
+// Closing and layout ----------------------------------------------------------------------
+
 bool SnapshotWindow::queryUnload() {
-    // The snapshot of a running save must not go away under it.
+    // The snapshot of a running operation must not go away under it.
     if (m_host.busy())
         return false;
     if (!m_changed)
         return true;
-    switch (
-        m_host.PromptToSave(QStringLiteral("Save changes to ") + caption() + QStringLiteral("?"))) {
-    case 6: // Yes: close only when the save went through.
+    m_host.setWindowClosing(true);
+    const SaveAnswer answer =
+        m_host.PromptToSave(QStringLiteral("Save changes to ") + caption() + QStringLiteral("?"));
+    bool close = false;
+    switch (answer) {
+    case SaveAnswer::Yes:
+        // Closes only when the save went through.
         mnuFileSaveAs_Click();
-        return !m_changed;
-    case 7: // No
-        return true;
-    default: // Cancel, or the prompt closed through its frame
-        return false;
+        close = !m_changed;
+        break;
+    case SaveAnswer::No:
+        close = true;
+        break;
+    case SaveAnswer::Cancel:
+    case SaveAnswer::Closed:
+        break;
     }
+    m_host.setWindowClosing(false);
+    return close;
 }
 
 void SnapshotWindow::closeEvent(QCloseEvent* event) {
-    if (queryUnload())
-        event->accept();
-    else
+    if (!queryUnload()) {
         event->ignore();
+        return;
+    }
+    event->accept();
+    // The window that was active last is forgotten, whichever it was: the
+    // one activated next starts afresh.
+    m_host.setActiveSnapshotWindow(nullptr);
+}
+
+void SnapshotWindow::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    layOutControls();
+}
+
+void SnapshotWindow::picSplit_MouseUp(int x) {
+    const double dpi = logicalDpiX();
+    const int margin = engine::pixelsFromTwips(SplitMargin, dpi);
+    m_splitTwips = engine::twipsFromPixels(splitPosition(x, width(), margin), dpi);
+    layOutControls();
+}
+
+void SnapshotWindow::layOutControls() {
+    const double dpi = logicalDpiX();
+    const int margin = engine::pixelsFromTwips(SplitMargin, dpi);
+    const int split = splitPosition(engine::pixelsFromTwips(m_splitTwips, dpi), width(), margin);
+    const int bar = std::max(4, engine::pixelsFromTwips(60, dpi));
+    const int statusHeight = m_sbrStatus->sizeHint().height();
+    const int comboHeight = m_cboShow->sizeHint().height();
+    const int height = std::max(0, this->height() - statusHeight);
+
+    m_cboShow->setGeometry(0, 0, split, comboHeight);
+    m_tvwPaths->setGeometry(0, comboHeight, split, std::max(0, height - comboHeight));
+    m_picSplit->setGeometry(split, 0, bar, height);
+    m_grdFiles->setGeometry(split + bar, 0, std::max(0, width() - split - bar), height);
+    m_sbrStatus->setGeometry(0, height, width(), statusHeight);
+}
+
+bool SnapshotWindow::eventFilter(QObject* watched, QEvent* event) {
+    // Enter on a grid row does what a double-click does.
+    if (watched == m_grdFiles && event->type() == QEvent::KeyPress) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {
+            grdFiles_DblClick(m_grdFiles->currentIndex().row());
+            return true;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 } // namespace kestrel::views

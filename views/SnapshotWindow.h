@@ -1,103 +1,57 @@
 #pragma once
 
-#include "engine/Errors.h"
+#include "Highlight.h"
+#include "SnapshotHost.h"
+
+#include "engine/FolderIndex.h"
+#include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
 
+#include <QList>
+#include <QPointer>
 #include <QString>
 #include <QWidget>
 
 #include <cstdint>
-#include <optional>
 
+class QAction;
+class QComboBox;
+class QMenu;
+class QModelIndex;
 class QTableView;
-
-namespace kestrel::engine {
-class ProgressMeter;
-}
-
-namespace kestrel::settings {
-class Options;
-}
+class QTreeView;
 
 namespace kestrel::views {
 
-class EntryListModel;
+class FileGridModel;
+class FolderTreeModel;
+class SnapshotStatusBar;
+class SplitterBar;
 
-// What a snapshot window needs from the main window that holds it. The main
-// window owns the options, the progress meter, the recent list and the
-// dialogs; the snapshot windows reach them only through this interface, so
-// two windows can work side by side and tests can answer the questions
-// without showing anything.
-class SnapshotHost {
-public:
-    virtual ~SnapshotHost() = default;
-
-    virtual engine::ProgressMeter& progressMeter() = 0;
-    virtual const settings::Options& options() const = 0;
-
-    // True while a long operation (scan, load, save) runs. Its meter lets
-    // events through so that Cancel can be clicked; commands that arrive
-    // meanwhile are ignored.
-    virtual bool busy() const = 0;
-    // Bracket a long operation for busy(); see OperationScope.
-    virtual void operationStarted() = 0;
-    virtual void operationEnded() = 0;
-
-    // Creates, scans and shows a new snapshot window; false when the scan
-    // failed or was cancelled (the failure has been shown).
-    virtual bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
-                             int16_t number) = 0;
-    // Puts a snapshot file at the top of the recent list.
-    virtual void AddRecent(const QString& path) = 0;
-    // The folder the file dialogs start in, shared with the recent list.
-    virtual QString lastFolder() const = 0;
-    virtual void setLastFolder(const QString& folder) = 0;
-
-    // The user's answers.
-    virtual void showMessage(const engine::UserMessage& message) = 0;
-    // The save dialog with the snapshot filters, proposing the given path;
-    // empty when the user cancelled.
-    virtual QString askSaveFileName(const QString& proposedPath) = 0;
-    // An input box; nothing when the user cancelled.
-    virtual std::optional<QString> askText(const QString& prompt, const QString& caption,
-                                           const QString& text) = 0;
-    // The save prompt: 6 Yes, 7 No, 2 Cancel, 0 closed through its frame.
-    virtual int PromptToSave(const QString& prompt) = 0;
-};
-
-// Marks a long operation on the host for as long as it lives.
-class OperationScope {
-public:
-    explicit OperationScope(SnapshotHost& host) : m_host(host) { m_host.operationStarted(); }
-    ~OperationScope() { m_host.operationEnded(); }
-    OperationScope(const OperationScope&) = delete;
-    OperationScope& operator=(const OperationScope&) = delete;
-
-private:
-    SnapshotHost& m_host;
-};
-
-// Which commands a snapshot window offers, by the number of snapshot windows
-// open: a further snapshot can be made or opened while fewer than two are
-// open, and Repeat (which makes the second) only while this one is alone.
-struct CommandEnabling {
-    bool newSnapshot = false;
-    bool open = false;
-    bool repeat = false;
-
-    static CommandEnabling forWindows(int windows) {
-        return {windows < 2, windows < 2, windows == 1};
-    }
-};
-
-// frmSnap: the window of one snapshot inside the main window. It owns its
-// snapshot for its whole life, with the snapshot's number, its changed mark
-// (set while the snapshot differs from its file, so closing asks to save) and
-// its caption. Until the folder tree and the file grid arrive it lists the
-// entries in table order.
+// frmSnap: the window of one snapshot inside the main window, with the
+// folder tree (tvwPaths) left of the splitter (picSplit) under the show
+// selector (cboShow), the file grid (grdFiles) right of it, the status bar
+// (sbrStatus) along the bottom, and a menu of its own that takes the place
+// of the main window's while the window is active.
+//
+// It owns its snapshot for its whole life, with the snapshot's number, its
+// changed mark (set while the snapshot differs from its file, so closing
+// asks to save) and its caption. With a second snapshot window open the two
+// are paired: they are compared with each other, and selecting a folder or
+// scrolling the grid in one follows in the other.
 class SnapshotWindow : public QWidget {
     Q_OBJECT
 public:
+    // The sort columns, numbered from 1 as SortSequence takes them.
+    static constexpr int SortByName = 1;
+    static constexpr int SortBySize = 3;
+    static constexpr int SortByModified = 5;
+    static constexpr int SortByAttributes = 6;
+    // Sub-folder files are never listed for a folder with more entries.
+    static constexpr int32_t SubFolderEntryLimit = 30000;
+    // The splitter keeps this far from either edge of the window, in twips.
+    static constexpr int SplitMargin = 2300;
+
     explicit SnapshotWindow(SnapshotHost& host, QWidget* parent = nullptr);
     ~SnapshotWindow() override;
 
@@ -113,36 +67,178 @@ public:
     QString caption() const { return windowTitle(); }
     void setCaption(const QString& caption) { setWindowTitle(caption); }
 
-    // The scan or load is complete: list the snapshot.
-    void showSnapshot();
+    // The scan or load is complete: indexes the snapshot's folders and
+    // builds the tree. A snapshot whose links are damaged fails with
+    // "Subscript out of range" under the given title and shows nothing.
+    engine::Outcome showSnapshot(const QString& failureTitle);
 
-    const EntryListModel& model() const { return *m_model; }
+    // The menus this window puts in the main window's menu bar while active.
+    QList<QMenu*> menus() const { return m_menus; }
 
-    // Save As: asks for a file name (proposing the next free number in the
-    // folder of the snapshot's file, or the last folder used), saves, and on
-    // success clears the changed mark and adds the file to the recent list.
-    // On failure the message is shown and the snapshot stays marked.
+    // Form_Activate: run by the main window when this window becomes the
+    // active snapshot window. Pairs it with the window active before (or
+    // returns it to the uncompared state when it is alone) and enables the
+    // commands for the number of windows.
+    void Form_Activate();
+
+    // Commands of the window's menu.
     void mnuFileSaveAs_Click();
-    // Repeat: asks the main window for a new snapshot of the same folder with
-    // the same flags, numbered one more than this one.
     void mnuFileRepeat_Click();
-    // The snapshot's title: an input box; a new title marks the snapshot
-    // changed.
+    void mnuFileBranch_Click();
     void mnuFileProps_Click();
+    void mnuCompareNow_Click();
+    void mnuCompareRoot_Click();
+    void mnuViewBytes_Click();
+    void mnuViewSubs_Click();
+    void mnuViewScroll_Click();
+    void mnuViewSynch_Click();
+
+    // CompareSnapshot: compares this snapshot with the paired window's from
+    // the comparison roots down, then shows the comparison; with bothWays
+    // the paired window is marked from its own side and shows it too. False
+    // when there is no pair or the comparison failed (the failure is shown).
+    bool CompareSnapshot(bool bothWays);
+    // Returns the window to the uncompared state (show mode None, the show
+    // selector disabled); with automatic comparison on it compares again.
+    void resetComparison();
+
+    // The folder tree.
+    const FolderTreeModel& treeModel() const { return *m_treeModel; }
+    QTreeView* tree() const { return m_tvwPaths; }
+    // Build tree: fills the tree for the show mode, marks the comparison
+    // root, reopens the folder selected last anywhere, compares when paired
+    // and never compared, and lists the selected folder.
+    void BuildTree();
+    // Selects the node with this key (without regard to case) and lists
+    // it; false when the tree has no such node.
+    bool selectFolder(const QString& key);
+    QString selectedKey() const;
+    // The comparison root's key without its leading separator ("" for the
+    // top) and the index of its first entry.
+    QString rootKey() const { return m_rootKey; }
+    int32_t rootIndex() const { return m_rootIndex; }
+
+    // The file grid.
+    const FileGridModel& gridModel() const { return *m_gridModel; }
+    QTableView* grid() const { return m_grdFiles; }
+    // RefreshScreen: lists the folder whose first entry is tag (its node's
+    // key is key), with sub-folder files when asked and allowed.
+    void RefreshScreen(int32_t tag, const QString& key);
+    // SortSequence: sorts the grid by a column numbered from 1; the same
+    // column again reverses the order.
+    void SortSequence(int column);
+    int sortColumn() const { return m_sortColumn; }
+    bool sortDescending() const { return m_sortOrder == 2; }
+    // Double-clicking a row: a folder row opens that folder in the tree, a
+    // file row opens the file.
+    void grdFiles_DblClick(int row);
+    // ScrollPosition: makes the first row of the given name (and In Folder
+    // text, when given) the top row of the grid.
+    void ScrollPosition(const QString& name, const QString& folder = QString());
+    // Grid scroll handling: the paired window scrolls to this grid's top row.
+    void grdFiles_Scroll();
+    int topRow() const;
+    bool showsSubFolders() const { return m_subFolders; }
+
+    // The show selector.
+    QComboBox* showSelector() const { return m_cboShow; }
+    engine::ShowMode showMode() const { return m_showMode; }
+    bool compared() const;
+    // Selects a position of the show selector (-1: none) and runs its handler.
+    void setShowPosition(int position);
+
+    SnapshotStatusBar* statusBar() const { return m_sbrStatus; }
+    // ShowChanges: the change summary for panel 2.
+    QString ShowChanges() const;
+    // No folder of the other window matched the one selected there: the
+    // grid lists nothing and the status bar says why.
+    void showNoMatchingFolder(bool rootsDiffer);
+
+    // The paired window, null when there is none.
+    SnapshotWindow* pairedWindow() const { return m_pair; }
+
+    // GetParameter: the full path of an entry, the root folder joined with
+    // the names up its parent chain.
+    QString GetParameter(int32_t index) const;
+
+    QAction* action(const QString& name) const;
 
 protected:
     // Form_QueryUnload: a changed snapshot asks to be saved first.
     void closeEvent(QCloseEvent* event) override;
+    // Form_Resize
+    void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void createControls();
+    void createMenus();
+    QAction* addCommand(QMenu* menu, const QString& name, const QString& caption,
+                        void (SnapshotWindow::*handler)());
+    void applyCommandEnabling(int windows);
+    void setPair(SnapshotWindow* window);
     bool queryUnload();
+
+    void cboShow_Click();
+    void tvwPaths_NodeClick(const QModelIndex& node);
+    void currentNodeChanged(const QModelIndex& current);
+    void mnuCompare_Open();
+    void picSplit_MouseUp(int x);
+    void layOutControls();
+
+    void RefreshList(engine::ProgressMeter* meter);
+    void updateStatusBar();
+    void applyColumnWidths();
+    void selectNode(const QModelIndex& node);
+    QModelIndex selectedNode() const;
+    int32_t topEntry() const;
+    bool isActiveSnapshotWindow() const;
+    HighlightColours colours() const;
+    void optionsSynchChanged(bool on);
 
     SnapshotHost& m_host;
     engine::Snapshot m_snapshot;
+    engine::FolderIndex m_folders;
     int16_t m_number = 0;
     bool m_changed = false;
-    EntryListModel* m_model = nullptr;
-    QTableView* m_list = nullptr;
+
+    FolderTreeModel* m_treeModel = nullptr;
+    FileGridModel* m_gridModel = nullptr;
+    QComboBox* m_cboShow = nullptr;
+    QTreeView* m_tvwPaths = nullptr;
+    QTableView* m_grdFiles = nullptr;
+    SnapshotStatusBar* m_sbrStatus = nullptr;
+    SplitterBar* m_picSplit = nullptr;
+    QList<QMenu*> m_menus;
+
+    QAction* m_mnuFileNew = nullptr;
+    QAction* m_mnuFileOpen = nullptr;
+    QAction* m_mnuFileRepeat = nullptr;
+    QAction* m_mnuFileBranch = nullptr;
+    QAction* m_mnuFileSaveAs = nullptr;
+    QAction* m_mnuCompareNow = nullptr;
+    QAction* m_mnuCompareRoot = nullptr;
+    QAction* m_mnuViewBytes = nullptr;
+    QAction* m_mnuViewSubs = nullptr;
+    QAction* m_mnuViewScroll = nullptr;
+    QAction* m_mnuViewSynch = nullptr;
+
+    QPointer<SnapshotWindow> m_pair;
+    engine::ShowMode m_showMode = engine::ShowMode::None;
+    QString m_rootKey;
+    int32_t m_rootIndex = 0;
+    // The folder listed in the grid: its node's key and tag.
+    QString m_currentKey;
+    int32_t m_currentTag = 0;
+    bool m_subFolders = false;
+    // Copied from the "Faster" option when the window is made; fixed after.
+    bool m_faster = false;
+    int m_sortColumn = 0;
+    int m_sortOrder = 1;
+    int m_splitTwips = 3600;
+    // Set while the window selects a node itself, so that the selection
+    // does not count as the user's click.
+    bool m_selecting = false;
 };
 
 } // namespace kestrel::views

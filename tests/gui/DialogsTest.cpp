@@ -232,7 +232,7 @@ private Q_SLOTS:
                 if (prompt.isVisible()) // not answered: closing it answers 0
                     prompt.close();
             });
-            QVERIFY2(prompt.PromptToSave(name) == expected, action);
+            QVERIFY2(int(prompt.PromptToSave(name)) == expected, action);
             QCOMPARE(control<QLabel>(prompt, "lblPrompt")->text(), name);
             QVERIFY(!prompt.isVisible());
         }
@@ -244,7 +244,7 @@ private Q_SLOTS:
             QCOMPARE(prompt.frame(), 1);
             prompt.close();
         });
-        QCOMPARE(prompt.PromptToSave(u"Closed?"_s), 0);
+        QCOMPARE(prompt.PromptToSave(u"Closed?"_s), views::SaveAnswer::Closed);
         QCOMPARE(prompt.answer(), 0);
         QCOMPARE(prompt.frame(), 0);
         QVERIFY(!timer->isActive());

@@ -4,10 +4,8 @@
 #include <vector>
 
 namespace kestrel::engine {
-class Snapshot;
-}
 
-namespace kestrel::cli {
+class Snapshot;
 
 // One line of a comparison's report.
 struct Difference {
@@ -22,11 +20,6 @@ struct Difference {
 // sub-folder's differences right after the sub-folder, then what only the old
 // snapshot has in that folder. Raises "Subscript out of range" on rings that
 // do not close.
-std::vector<Difference> listDifferences(const engine::Snapshot& newer,
-                                        const engine::Snapshot& older);
+std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older);
 
-// The file rule and folder rule of the show modes 1 to 5: whether the file
-// list shows entry index when listing all sub-folder files.
-bool shownInMode(const engine::Snapshot& snapshot, int32_t index, int mode);
-
-} // namespace kestrel::cli
+} // namespace kestrel::engine

@@ -1,14 +1,12 @@
 #include "Differences.h"
 
-#include "engine/Errors.h"
-#include "engine/RingWalk.h"
-#include "engine/Snapshot.h"
+#include "Errors.h"
+#include "RingWalk.h"
+#include "Snapshot.h"
 
 #include <cstdlib>
 
-namespace kestrel::cli {
-
-using namespace engine;
+namespace kestrel::engine {
 
 namespace {
 
@@ -110,39 +108,4 @@ std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& o
     return DifferenceWalk(newer, older).run();
 }
 
-bool shownInMode(const Snapshot& snapshot, int32_t index, int mode) {
-    const SnapshotEntry& e = snapshot.entry(index);
-    bool fileRule = true;
-    switch (mode) {
-    case 2:
-        fileRule = e.match == 0;
-        break;
-    case 3:
-        fileRule = e.match >= 1;
-        break;
-    case 4:
-        fileRule = e.status > 0;
-        break;
-    case 5:
-        fileRule = e.match == 0 || e.status > 0;
-        break;
-    default:
-        break;
-    }
-    if (fileRule || !e.isFolder())
-        return fileRule;
-    switch (mode) {
-    case 2:
-        return e.status > 0 || e.match == 0;
-    case 3:
-        return e.match >= 1;
-    case 4:
-        return (e.match < 0 && e.count > 0) || e.status > 0;
-    case 5:
-        return e.match == 0 || e.status >= 1 || (e.match < 0 && e.count >= 1);
-    default:
-        return true;
-    }
-}
-
-} // namespace kestrel::cli
+} // namespace kestrel::engine

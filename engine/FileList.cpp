@@ -1,0 +1,273 @@
+#include "FileList.h"
+
+#include "Progress.h"
+#include "RingWalk.h"
+#include "Snapshot.h"
+#include "TextFormats.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numeric>
+
+namespace kestrel::engine {
+
+namespace {
+
+// Designed widths in twips, by column.
+constexpr int NameTwips = 2700;
+constexpr int NameTwipsWithVersions = 2200;
+constexpr int NameTwipsWithSubFolders = 1700;
+constexpr int InFolderTwips = 2000;
+constexpr int SizeTwips = 1200;
+constexpr int TypeTwips = 600;
+constexpr int ModifiedTwips = 1800;
+constexpr int AttributesTwips = 1000;
+constexpr int VersionTwips = 2000;
+constexpr int FillerTwips = 20000;
+
+// The number of the size bit that paints the first cell: bit 1 (value 2)
+// paints Name, bit 2 In Folder and so on up to bit 7 (value 128), Version.
+constexpr int FirstPaintedBit = 1;
+
+} // namespace
+
+QString gridHeaderText(int column) {
+    static const std::array<QString, GridColumnCount> headers = {
+        QStringLiteral(" Name"),     QStringLiteral(" In Folder"),  QStringLiteral("Size "),
+        QStringLiteral(" Type"),     QStringLiteral(" Modified"),   QStringLiteral(" Attributes"),
+        QStringLiteral(" Version"),  QString(),                     QString(),
+        QString(),                   QString(),                     QString()};
+    return column >= 0 && column < GridColumnCount ? headers[size_t(column)] : QString();
+}
+
+int gridColumnTwips(int column, bool versions, bool subFolders) {
+    switch (column) {
+    case NameColumn:
+        if (subFolders)
+            return NameTwipsWithSubFolders;
+        return versions ? NameTwipsWithVersions : NameTwips;
+    case InFolderColumn:
+        return subFolders ? InFolderTwips : 0;
+    case SizeColumn:
+        return SizeTwips;
+    case TypeColumn:
+        return TypeTwips;
+    case ModifiedColumn:
+        return ModifiedTwips;
+    case AttributesColumn:
+        return AttributesTwips;
+    case VersionColumn:
+        return versions ? VersionTwips : 0;
+    case FillerColumn:
+        return FillerTwips;
+    default:
+        return 0;
+    }
+}
+
+int sortKeyColumn(int column) {
+    switch (column) {
+    case SizeColumn:
+        return SizeKeyColumn;
+    case ModifiedColumn:
+        return ModifiedKeyColumn;
+    case AttributesColumn:
+        return AttributesKeyColumn;
+    default:
+        return column;
+    }
+}
+
+bool sortNeedsKeys(int column) { return sortKeyColumn(column) != column; }
+
+QString sizeCellText(const SnapshotEntry& e) {
+    return e.isFolder() ? QStringLiteral("<dir>") : formatGrouped(e.size);
+}
+
+QString sizeKeyText(double size) {
+    const double whole = std::round(std::fabs(size));
+    QString digits = QString::number(whole, 'f', 0).rightJustified(15, QLatin1Char('0'));
+    if (size < 0 && whole != 0)
+        digits.prepend(QLatin1Char('-'));
+    return digits;
+}
+
+QString modifiedKeyText(double modified) {
+    // The day number as plain text, to 15 significant digits.
+    return QString::number(modified, 'g', 15);
+}
+
+void FileList::clear() {
+    m_rows.clear();
+    m_folders.clear();
+    m_counters = ListingCounters();
+}
+
+void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter* meter) {
+    clear();
+    m_options = options;
+    const Snapshot& s = m_snapshot;
+    if (first <= 0 || !s.entries.contains(first))
+        return;
+    m_folders.emplace_back();
+
+    struct Ring {
+        int32_t first;
+        int32_t current;
+        uint32_t folder;
+    };
+    std::vector<Ring> stack{{first, first, 0}};
+    const bool compared = options.mode != ShowMode::None;
+    // Each entry is met once in a sound snapshot.
+    int64_t budget = int64_t(s.capacity()) + 1;
+    while (!stack.empty() && --budget >= 0) {
+        Ring& ring = stack.back();
+        const int32_t i = ring.current;
+        const uint32_t folder = ring.folder;
+        const SnapshotEntry& e = s.entries.get(i);
+        const int32_t next = e.nextSibling;
+        if (next == ring.first || next == i || !s.entries.contains(next))
+            stack.pop_back();
+        else
+            ring.current = next;
+
+        const bool contents = e.isFolder() && hasContents(s, i);
+        if (rowShown(e, options.mode) && (options.emptyFolders || !e.isFolder() || contents)) {
+            m_rows.push_back({i, folder});
+            if (e.isFolder()) {
+                ++m_counters.folders;
+            } else {
+                ++m_counters.files;
+                m_counters.bytes += e.size;
+            }
+            if (compared) {
+                if (e.match == 0)
+                    ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
+                else if (e.status > 0)
+                    ++(e.isFolder() ? m_counters.changedFolders : m_counters.changedFiles);
+            }
+        }
+        if (options.subFolders && contents) {
+            if (meter)
+                meter->update(rowCount());
+            QString path = m_folders[folder] + s.nameText(i) + Separator;
+            m_folders.push_back(std::move(path));
+            stack.push_back({i + 1, i + 1, uint32_t(m_folders.size() - 1)});
+        }
+    }
+}
+
+QString FileList::cellText(int32_t row, int column) const {
+    const int32_t i = m_rows[size_t(row)].entry;
+    const SnapshotEntry& e = m_snapshot.entries.get(i);
+    switch (column) {
+    case NameColumn:
+        return m_snapshot.nameText(i);
+    case InFolderColumn:
+        return inFolder(row);
+    case SizeColumn:
+        return sizeCellText(e);
+    case TypeColumn:
+        return FileTypeText(m_snapshot.nameText(i)).toLower();
+    case ModifiedColumn:
+        return modifiedText(e.modified);
+    case AttributesColumn:
+        return AttributeText(e.attributes);
+    case VersionColumn: {
+        const std::string_view version = m_snapshot.versionOf(e);
+        return QLatin1Char(' ') + QString::fromUtf8(version.data(), qsizetype(version.size()));
+    }
+    case SizeKeyColumn:
+        return m_options.keys ? sizeKeyText(e.size) : QString();
+    case ModifiedKeyColumn:
+        return m_options.keys ? modifiedKeyText(e.modified) : QString();
+    case AttributesKeyColumn:
+        return m_options.keys ? QString::number(e.attributes) : QString();
+    default:
+        return QString();
+    }
+}
+
+Highlight FileList::highlight(int32_t row, int column) const {
+    if (m_options.mode == ShowMode::None || column < NameColumn || column > VersionColumn)
+        return Highlight::None;
+    const SnapshotEntry& e = m_snapshot.entries.get(m_rows[size_t(row)].entry);
+    if (e.match == 0)
+        return Highlight::Deleted;
+    // The status bits paint the cells one by one, whatever the entry: a
+    // file's change bits name its changed values, and a folder's status,
+    // a sum, paints whichever cells its bits happen to select.
+    if (e.status > 0 && (e.status & (1 << (column + FirstPaintedBit))))
+        return Highlight::Changed;
+    return Highlight::None;
+}
+
+void FileList::sortByText(int column, bool descending) {
+    const size_t n = m_rows.size();
+    std::vector<QString> keys(n);
+    for (size_t r = 0; r < n; ++r)
+        keys[r] = cellText(int32_t(r), column).toCaseFolded();
+    std::vector<uint32_t> order(n);
+    std::iota(order.begin(), order.end(), 0u);
+    if (descending)
+        std::stable_sort(order.begin(), order.end(),
+                         [&](uint32_t a, uint32_t b) { return keys[b] < keys[a]; });
+    else
+        std::stable_sort(order.begin(), order.end(),
+                         [&](uint32_t a, uint32_t b) { return keys[a] < keys[b]; });
+    std::vector<Row> sorted(n);
+    for (size_t r = 0; r < n; ++r)
+        sorted[r] = m_rows[order[r]];
+    m_rows = std::move(sorted);
+}
+
+size_t FileList::memoryUsed() const {
+    size_t used = m_rows.capacity() * sizeof(Row) + m_folders.capacity() * sizeof(QString);
+    for (const QString& f : m_folders)
+        used += size_t(f.capacity()) * sizeof(QChar);
+    return used;
+}
+
+QString filesText(int32_t files) {
+    if (files == 1)
+        return QStringLiteral("1 file ");
+    return formatCount(files) + QStringLiteral(" files ");
+}
+
+QString foldersText(int32_t folders) {
+    if (folders == 1)
+        return QStringLiteral("1 folder ");
+    return formatCount(folders) + QStringLiteral(" folders ");
+}
+
+QString listingText(const ListingCounters& counters, bool exactBytes) {
+    return FormatByteSize(counters.bytes, !exactBytes) + QStringLiteral(" in ") +
+           filesText(counters.files);
+}
+
+QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCounters& c) {
+    if (!paired)
+        return QStringLiteral("Click New, Open or Repeat to provide the second Snapshot");
+    if (!compared)
+        return QStringLiteral("Click Compare to compare this Snapshot against the other");
+    QString text;
+    const auto part = [&text](int32_t count, const char* one, const char* many) {
+        if (count == 1)
+            text += QLatin1String(one);
+        else if (count > 1)
+            text += QString::number(count) + QLatin1String(many); // plain digits, no grouping
+    };
+    part(c.extraFiles, "1 extra file, ", " extra files, ");
+    part(c.extraFolders, "1 extra folder, ", " extra folders, ");
+    part(c.changedFiles, "1 file changed, ", " changed files, ");
+    part(c.changedFolders, "1 folder with changes, ", " folders with changes, ");
+    if (!text.isEmpty()) {
+        text.chop(2);
+        return text;
+    }
+    return int(mode) < int(ShowMode::OnlyHere) ? QStringLiteral("No changes in selected folder")
+                                               : QStringLiteral("No changes in visible entries");
+}
+
+} // namespace kestrel::engine

@@ -1,0 +1,73 @@
+#include "FileGridModel.h"
+
+namespace kestrel::views {
+
+using namespace engine;
+
+FileGridModel::FileGridModel(const Snapshot& snapshot, QObject* parent)
+    : QAbstractTableModel(parent), m_list(snapshot) {}
+
+void FileGridModel::list(int32_t first, const ListingOptions& options,
+                         const HighlightColours& colours, ProgressMeter* meter) {
+    beginResetModel();
+    m_colours = colours;
+    m_list.list(first, options, meter);
+    endResetModel();
+}
+
+void FileGridModel::clear() {
+    beginResetModel();
+    m_list.clear();
+    endResetModel();
+}
+
+void FileGridModel::sortByText(int column, bool descending) {
+    Q_EMIT layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
+    m_list.sortByText(column, descending);
+    // Rows are not tracked across a sort: the window makes the first row
+    // current afterwards.
+    Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+}
+
+int FileGridModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : m_list.rowCount();
+}
+
+int FileGridModel::columnCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : GridColumnCount;
+}
+
+QVariant FileGridModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid() || index.row() >= m_list.rowCount() || index.column() >= GridColumnCount)
+        return {};
+    const int row = index.row();
+    const int column = index.column();
+    switch (role) {
+    case Qt::DisplayRole:
+        return m_list.cellText(row, column);
+    case Qt::TextAlignmentRole:
+        return column == SizeColumn ? QVariant(Qt::AlignRight | Qt::AlignVCenter)
+                                    : QVariant(Qt::AlignLeft | Qt::AlignVCenter);
+    case Qt::ForegroundRole:
+        return highlightForeground(m_list.highlight(row, column), m_colours);
+    case Qt::BackgroundRole:
+        return highlightBackground(m_list.highlight(row, column), m_colours);
+    case EntryRole:
+        return m_list.entryAt(row);
+    default:
+        return {};
+    }
+}
+
+QVariant FileGridModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Horizontal)
+        return {};
+    if (role == Qt::DisplayRole)
+        return gridHeaderText(section);
+    if (role == Qt::TextAlignmentRole)
+        return section == SizeColumn ? QVariant(Qt::AlignRight | Qt::AlignVCenter)
+                                     : QVariant(Qt::AlignLeft | Qt::AlignVCenter);
+    return {};
+}
+
+} // namespace kestrel::views

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "Highlight.h"
+
+#include "engine/FileList.h"
+
+#include <QAbstractTableModel>
+
+namespace kestrel::engine {
+class ProgressMeter;
+class Snapshot;
+} // namespace kestrel::engine
+
+namespace kestrel::views {
+
+// The file grid of a snapshot window (grdFiles): the rows of the listed
+// folder with their cell texts and highlight colours, the twelve columns of
+// the file list (the last four hidden keys). Each row carries its entry's
+// index under EntryRole. It reads the snapshot, which the window owns.
+class FileGridModel : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    enum Role {
+        EntryRole = Qt::UserRole + 1, // int
+    };
+
+    explicit FileGridModel(const engine::Snapshot& snapshot, QObject* parent = nullptr);
+
+    // Lists the folder whose first entry is first (0 empties the grid).
+    void list(int32_t first, const engine::ListingOptions& options,
+              const HighlightColours& colours, engine::ProgressMeter* meter = nullptr);
+    void clear();
+    // Sorts by a column's text (0-based; a hidden key column for the sorted
+    // ones), rows with equal texts keeping their order.
+    void sortByText(int column, bool descending);
+
+    const engine::FileList& rows() const { return m_list; }
+    int32_t entryAt(int row) const { return m_list.entryAt(row); }
+    const engine::ListingCounters& counters() const { return m_list.counters(); }
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation,
+                        int role = Qt::DisplayRole) const override;
+
+private:
+    engine::FileList m_list;
+    HighlightColours m_colours;
+};
+
+} // namespace kestrel::views

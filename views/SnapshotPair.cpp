@@ -1,0 +1,40 @@
+#include "SnapshotPair.h"
+
+#include "FileGridModel.h"
+#include "SnapshotWindow.h"
+
+#include "engine/Snapshot.h"
+
+namespace kestrel::views {
+
+using engine::Separator;
+
+QString translateKey(const QString& key, const QString& fromRoot, const QString& toRoot) {
+    const QString belowTop = key.mid(1);
+    if (!belowTop.startsWith(fromRoot, Qt::CaseInsensitive))
+        return key;
+    // Root keys end in a separator (or are empty), so they join the rest
+    // without another one.
+    return Separator + toRoot + belowTop.mid(fromRoot.size());
+}
+
+void followSelection(const SnapshotWindow& from, SnapshotWindow& to) {
+    const QString key = translateKey(from.selectedKey(), from.rootKey(), to.rootKey());
+    if (to.selectFolder(key))
+        return;
+    to.showNoMatchingFolder(from.rootKey().compare(to.rootKey(), Qt::CaseInsensitive) != 0);
+}
+
+void followScrolling(const SnapshotWindow& from, SnapshotWindow& to) {
+    const int top = from.topRow();
+    if (top < 0)
+        return;
+    const engine::FileList& rows = from.gridModel().rows();
+    const QString name = rows.cellText(top, engine::NameColumn);
+    if (from.showsSubFolders() == to.showsSubFolders())
+        to.ScrollPosition(name, rows.inFolder(top));
+    else
+        to.ScrollPosition(name);
+}
+
+} // namespace kestrel::views
