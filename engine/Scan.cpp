@@ -104,7 +104,8 @@ private:
         }
     }
 
-    // Steps c to g of recording one item.
+    // Records one item: counts it, ticks the meter for a folder near the
+    // top, and fills its entry.
     void record(Frame& f, const FolderListing& listing, const ListedItem& item) {
         Snapshot& s = m_snapshot;
         f.here = checkedAdd(f.here, 1);
@@ -135,8 +136,9 @@ private:
         }
     }
 
-    // Steps h (the child's count) to j: link past the subtree, then stop when
-    // cancelled.
+    // After an item (and a folder's whole subtree): counts what was made
+    // beneath it, links the item past its subtree, and stops the folder's
+    // loop when the user cancelled.
     void afterItem(Frame& f, int32_t createdBelow) {
         f.here = checkedAdd(f.here, createdBelow);
         m_snapshot.entries.mutableAt(f.last).nextSibling = checkedAdd(m_snapshot.entryCount, 1);
@@ -144,7 +146,7 @@ private:
             f.stopped = true;
     }
 
-    // Steps 5 to 7: close the ring, set the folder's count, return to the
+    // A folder is done: closes its ring, sets its count and returns to the
     // parent folder's loop.
     void leave() {
         Frame f = m_stack.back();

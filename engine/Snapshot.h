@@ -32,13 +32,28 @@ struct SnapshotEntry {
     double size = 0;         // bytes, by the program's size rule; 0 for a folder
     int32_t nextSibling = 0; // next entry of the same folder; the last links to the first
     int32_t parent = 0;      // folder holding this entry; 0 for the root's own items
-    int32_t count = 0;       // folder: entries beneath it; entry 0: the whole snapshot
-    int32_t match = 0;       // set by the comparison: the counterpart in the other snapshot
+    // A folder: the entries beneath it at all depths. Entry 0: the entries
+    // of the whole snapshot (for a loaded one, the capacity its file gave).
+    // Entry 1: overwritten by the scan with its meter's maximum, which the
+    // comparison's meter reuses.
+    int32_t count = 0;
+    // Set by the comparison, not saved. 0: no counterpart in the other
+    // snapshot. k > 0: the counterpart's index there (a file always; a
+    // folder whose contents matched at least in part). -k < 0: a folder
+    // whose counterpart is k but whose contents matched nothing, or which
+    // is empty.
+    int32_t match = 0;
     uint32_t nameOffset = 0;
     uint32_t nameLength = 0;
     uint32_t versionId = 0; // 0 is the empty version
     int16_t attributes = 0;
-    int16_t status = 0; // comparison status bits; not saved
+    // Set by the comparison, not saved; 0 after a scan or a load. A file:
+    // the change bits (Change::Size, Date, Attributes, Version), 0 when
+    // unchanged or without counterpart. A folder: 0 when nothing beneath it
+    // changed, above 0 when something did: 2 for an entry without
+    // counterpart or a changed file directly inside it, plus the status of
+    // every changed sub-folder. Only "above 0" means anything for a folder.
+    int16_t status = 0;
 
     bool isFolder() const { return attributes & Attribute::Folder; }
 };

@@ -50,6 +50,9 @@ public:
 
     explicit Launcher(MessageFunction message, Desktop desktop = systemDesktop());
 
+    // Puts another desktop in place, for tests that must start nothing.
+    void setDesktop(Desktop desktop) { m_desktop = std::move(desktop); }
+
     // Where KestHelp.htm is looked for; the program's folder unless set.
     QString programFolder() const;
     void setProgramFolder(const QString& folder) { m_programFolder = folder; }

@@ -21,6 +21,7 @@
 #include <QLabel>
 #include <QMdiArea>
 #include <QMdiSubWindow>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPainter>
@@ -401,6 +402,11 @@ bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
     }
     QMdiSubWindow* sub = m_mdi->addSubWindow(window.release());
     sub->setWindowIcon(windowIcon());
+    // The window's own File menu closes it with the same key; the frame's
+    // copy of it would make the key ambiguous.
+    if (QMenu* system = sub->systemMenu())
+        for (QAction* action : system->actions())
+            action->setShortcut(QKeySequence());
     // Queued: the window is gone from the area's list only after destroyed.
     connect(sub, &QObject::destroyed, this, &MainWindow::snapshotWindowGone, Qt::QueuedConnection);
     sub->show();

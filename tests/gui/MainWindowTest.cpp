@@ -4,6 +4,7 @@
 // frame's UserQuestions, so nothing waits for a user.
 
 #include "TemporaryHome.h"
+#include "TestFrame.h"
 
 #include "shell/MainWindow.h"
 #include "shell/Launcher.h"
@@ -31,49 +32,6 @@ using shell::MainWindow;
 using views::SnapshotWindow;
 
 namespace {
-
-void writeFile(const QString& path, const QByteArray& contents) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(contents);
-}
-
-// A frame on a temporary Kestrel.ini whose questions are answered by the
-// test and recorded.
-struct Frame {
-    std::unique_ptr<MainWindow> window;
-    QStringList dialogs;               // class names of the dialogs shown
-    QStringList titles;                // of the message boxes shown
-    QString saveAnswer;                // what the save dialog returns
-    QString proposedSave;              // what it proposed
-    std::optional<QString> textAnswer; // what the input box returns
-    QStringList textDefaults;          // the text each input box offered
-    views::SaveAnswer saveQuestionAnswer = views::SaveAnswer::Cancel;
-
-    explicit Frame(const QString& iniPath) : window(std::make_unique<MainWindow>(iniPath)) {
-        window->setFarewellTime(0);
-        window->recentDialog().chooseFile = [this](const QString&) {
-            dialogs << u"open-file dialog"_s;
-            return QString();
-        };
-        shell::UserQuestions& q = window->questions();
-        q.exec = [this](QDialog& dialog) {
-            dialogs << QString::fromLatin1(dialog.metaObject()->className());
-            return int(QDialog::Rejected);
-        };
-        q.message = [this](const engine::UserMessage& message) { titles << message.title; };
-        q.saveFileName = [this](const QString& proposed) {
-            proposedSave = proposed;
-            return saveAnswer;
-        };
-        q.text = [this](const QString&, const QString&, const QString& text) {
-            textDefaults << text;
-            return textAnswer;
-        };
-        q.saveQuestion = [this](const QString&) { return saveQuestionAnswer; };
-    }
-    MainWindow* operator->() const { return window.get(); }
-};
 
 // A launcher on a desktop that records what it is asked and starts nothing.
 struct Desktop {

@@ -1,0 +1,295 @@
+// The file list as a window shows it (rows, cells, highlights, sorting,
+// counts) and the folder index the tree is built from, over snapshots laid
+// out as a scan lays them out.
+
+#include "TestSupport.h"
+
+#include "engine/Compare.h"
+#include "engine/FileList.h"
+#include "engine/FolderIndex.h"
+#include "engine/Progress.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+#include "engine/TextFormats.h"
+
+#include <gtest/gtest.h>
+
+#include <QLocale>
+#include <QTemporaryDir>
+
+using namespace kestrel::engine;
+using kestrel::test::Node;
+using kestrel::test::buildSnapshot;
+using kestrel::test::indexOf;
+
+namespace {
+
+class FileListTest : public testing::Test {
+protected:
+    void SetUp() override { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+
+    // "In Folder" + name of every row.
+    static QStringList rowsOf(const FileList& list) {
+        QStringList rows;
+        for (int32_t r = 0; r < list.rowCount(); ++r)
+            rows << list.inFolder(r) + list.cellText(r, NameColumn);
+        return rows;
+    }
+    static QStringList column(const FileList& list, int c) {
+        QStringList cells;
+        for (int32_t r = 0; r < list.rowCount(); ++r)
+            cells << list.cellText(r, c);
+        return cells;
+    }
+    static QStringList subFolderNames(const Snapshot& s, const FolderIndex& index, int32_t folder) {
+        QStringList names;
+        for (const int32_t f : index.subFolders(folder))
+            names << s.nameText(index.entryOf(f));
+        return names;
+    }
+};
+
+TEST_F(FileListTest, ListsTheRingAndOnRequestEverySubFolderBeneathIt) {
+    Snapshot s;
+    buildSnapshot(s, {Node::file("b", 10),
+                      Node::dir("sub", {Node::file("x", 5), Node::dir("deep", {Node::file("y", 1)}),
+                                        Node::dir("empty")}),
+                      Node::file("a", 100)});
+    FileList list(s);
+    list.list(1, {});
+    EXPECT_EQ(rowsOf(list), (QStringList{"b", "sub", "a"}));
+    EXPECT_EQ(list.counters().files, 2);
+    EXPECT_EQ(list.counters().folders, 1);
+    EXPECT_EQ(list.counters().bytes, 110);
+
+    ListingOptions subFolders;
+    subFolders.subFolders = true;
+    list.list(1, subFolders);
+    // Depth first: a folder's contents right after it, with its path.
+    EXPECT_EQ(rowsOf(list),
+              (QStringList{"b", "sub", "sub/x", "sub/deep", "sub/deep/y", "sub/empty", "a"}));
+    EXPECT_EQ(list.counters().files, 4);
+    EXPECT_EQ(list.counters().folders, 3);
+
+    subFolders.emptyFolders = false;
+    list.list(1, subFolders);
+    EXPECT_FALSE(rowsOf(list).contains("sub/empty"));
+
+    // A folder without contents has no first entry: nothing is listed.
+    list.list(0, {});
+    EXPECT_EQ(list.rowCount(), 0);
+}
+
+TEST_F(FileListTest, CellTextsAndKeys) {
+    Snapshot s;
+    Node exe = Node::file("Setup.EXE", 5368709120.0, 45000.5);
+    exe.version = "1.02.03.04";
+    exe.attributes = 33;
+    buildSnapshot(s, {exe, Node::dir("folder.d", {Node::file("x")})});
+    FileList list(s);
+    list.list(1, {});
+    EXPECT_EQ(list.cellText(0, SizeColumn), "5,368,709,120");
+    EXPECT_EQ(list.cellText(0, TypeColumn), "exe");
+    EXPECT_EQ(list.cellText(0, AttributesColumn), "R/O,Arc");
+    EXPECT_EQ(list.cellText(0, VersionColumn), " 1.02.03.04");
+    EXPECT_EQ(list.cellText(0, ModifiedColumn), modifiedText(45000.5));
+    EXPECT_EQ(list.cellText(0, SizeKeyColumn), "000005368709120");
+    EXPECT_EQ(list.cellText(0, ModifiedKeyColumn), "45000.5");
+    EXPECT_EQ(list.cellText(0, AttributesKeyColumn), "33");
+    EXPECT_EQ(list.cellText(1, SizeColumn), "<dir>");
+    EXPECT_EQ(list.cellText(1, TypeColumn), "d");
+    EXPECT_EQ(list.cellText(1, SizeKeyColumn), "000000000000000");
+
+    // The faster option leaves the keys empty.
+    ListingOptions faster;
+    faster.keys = false;
+    list.list(1, faster);
+    for (const int key : {SizeKeyColumn, ModifiedKeyColumn, AttributesKeyColumn})
+        EXPECT_EQ(list.cellText(0, key), QString());
+
+    EXPECT_EQ(gridHeaderText(NameColumn), " Name");
+    EXPECT_EQ(gridHeaderText(SizeColumn), "Size ");
+    EXPECT_EQ(gridColumnTwips(NameColumn, true, false), 2200);
+    EXPECT_EQ(gridColumnTwips(NameColumn, true, true), 1700);
+    EXPECT_EQ(gridColumnTwips(InFolderColumn, false, false), 0);
+    EXPECT_EQ(gridColumnTwips(VersionColumn, false, true), 0);
+}
+
+// Sorting compares cell texts without regard to case; the hidden keys make
+// sizes sort by value, and leave the attribute numbers in text order.
+TEST_F(FileListTest, SortsByTextWithTheKeysOrders) {
+    Snapshot s;
+    Node big = Node::file("big", 5000000000.0, 45001);
+    Node small = Node::file("Small", 100, 45000);
+    Node normal = Node::file("normal", 7, 45002);
+    small.attributes = 32;
+    big.attributes = 128;
+    normal.attributes = 16;
+    buildSnapshot(s, {big, small, normal, Node::file("alpha", 7, 45000)});
+    FileList list(s);
+    list.list(1, {});
+
+    list.sortByText(sortKeyColumn(AttributesColumn), false);
+    EXPECT_EQ(column(list, NameColumn), (QStringList{"big", "alpha", "normal", "Small"}));
+    list.sortByText(sortKeyColumn(SizeColumn), false);
+    // Equal sizes keep the order they had.
+    EXPECT_EQ(column(list, NameColumn), (QStringList{"alpha", "normal", "Small", "big"}));
+    list.sortByText(sortKeyColumn(SizeColumn), true);
+    EXPECT_EQ(column(list, NameColumn), (QStringList{"big", "Small", "alpha", "normal"}));
+    list.sortByText(NameColumn, false);
+    EXPECT_EQ(column(list, NameColumn), (QStringList{"alpha", "big", "normal", "Small"}));
+    list.sortByText(sortKeyColumn(ModifiedColumn), true);
+    EXPECT_EQ(column(list, NameColumn), (QStringList{"normal", "big", "alpha", "Small"}));
+    EXPECT_TRUE(sortNeedsKeys(SizeColumn) && sortNeedsKeys(ModifiedColumn) &&
+                sortNeedsKeys(AttributesColumn));
+    EXPECT_FALSE(sortNeedsKeys(NameColumn) || sortNeedsKeys(TypeColumn));
+}
+
+// After a comparison each show mode keeps its entries, unmatched rows are
+// highlighted whole and changed files cell by cell, and the counts feed the
+// change summary.
+TEST_F(FileListTest, ShowModesHighlightsAndTheChangeSummary) {
+    Snapshot older, newer;
+    buildSnapshot(older, {Node::file("same", 1), Node::file("grown", 1000, 45000),
+                          Node::file("gone", 1), Node::dir("both", {Node::file("in", 1)}),
+                          Node::dir("quiet", {Node::file("q", 1)})});
+    buildSnapshot(newer, {Node::file("same", 1), Node::file("grown", 1234, 45001),
+                          Node::file("new", 1), Node::dir("both", {Node::file("in", 2)}),
+                          Node::dir("quiet", {Node::file("q", 1)}),
+                          Node::dir("added", {Node::file("inside", 1)})});
+    ProgressMeter meter;
+    ASSERT_TRUE(CompareSnapshot(newer, 1, older, 1, true, {}, meter).ok);
+
+    FileList list(newer);
+    const auto shown = [&](ShowMode mode) {
+        ListingOptions options;
+        options.mode = mode;
+        list.list(1, options);
+        return rowsOf(list);
+    };
+    EXPECT_EQ(shown(ShowMode::All), (QStringList{"same", "grown", "new", "both", "quiet", "added"}));
+    EXPECT_EQ(shown(ShowMode::OnlyHere), (QStringList{"new", "both", "added"}));
+    EXPECT_EQ(shown(ShowMode::InBoth), (QStringList{"same", "grown", "both", "quiet"}));
+    EXPECT_EQ(shown(ShowMode::Changed), (QStringList{"grown", "both"}));
+    EXPECT_EQ(shown(ShowMode::Differences), (QStringList{"grown", "new", "both", "added"}));
+
+    shown(ShowMode::All);
+    const ListingCounters& c = list.counters();
+    EXPECT_EQ(c.extraFiles, 1);
+    EXPECT_EQ(c.extraFolders, 1);
+    EXPECT_EQ(c.changedFiles, 1);
+    EXPECT_EQ(c.changedFolders, 1);
+    EXPECT_EQ(ShowChanges(true, true, ShowMode::All, c),
+              "1 extra file, 1 extra folder, 1 file changed, 1 folder with changes");
+
+    // "grown": size and date cells; "new" and "added": the whole row up to
+    // Version; "both", a folder of status 2: its Name cell.
+    const auto highlights = [&](int row) {
+        QString marks;
+        for (int col = 0; col < GridColumnCount; ++col)
+            marks += QLatin1Char("-DC"[int(list.highlight(row, col))]);
+        return marks;
+    };
+    EXPECT_EQ(highlights(0), "------------");
+    EXPECT_EQ(highlights(1), "--C-C-------");
+    EXPECT_EQ(highlights(2), "DDDDDDD-----");
+    EXPECT_EQ(highlights(3), "C-----------");
+    EXPECT_EQ(highlights(5), "DDDDDDD-----");
+    // Before any comparison nothing is highlighted.
+    shown(ShowMode::None);
+    EXPECT_EQ(highlights(1), "------------");
+}
+
+TEST(ChangeSummary, Texts) {
+    ListingCounters none;
+    EXPECT_EQ(ShowChanges(false, true, ShowMode::Changed, none),
+              "Click New, Open or Repeat to provide the second Snapshot");
+    EXPECT_EQ(ShowChanges(true, false, ShowMode::None, none),
+              "Click Compare to compare this Snapshot against the other");
+    EXPECT_EQ(ShowChanges(true, true, ShowMode::All, none), "No changes in selected folder");
+    EXPECT_EQ(ShowChanges(true, true, ShowMode::OnlyHere, none), "No changes in visible entries");
+    ListingCounters some;
+    some.extraFiles = 1;
+    some.changedFiles = 2;
+    EXPECT_EQ(ShowChanges(true, true, ShowMode::All, some), "1 extra file, 2 changed files");
+    some.extraFolders = 12345;
+    EXPECT_EQ(ShowChanges(true, true, ShowMode::All, some),
+              "1 extra file, 12345 extra folders, 2 changed files");
+
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    ListingCounters listed;
+    listed.files = 1;
+    listed.bytes = 3000;
+    EXPECT_EQ(listingText(listed, false), "3 KB in 1 file ");
+    EXPECT_EQ(listingText(listed, true), "3,000 bytes in 1 file ");
+    EXPECT_EQ(foldersText(1), "1 folder ");
+    EXPECT_EQ(foldersText(2500), "2,500 folders ");
+    EXPECT_EQ(filesText(0), "0 files ");
+}
+
+TEST_F(FileListTest, FolderIndexSortsSubFoldersByNameKeepingCaseTwinsInTableOrder) {
+    Snapshot s;
+    buildSnapshot(s, {Node::dir("beta"), Node::file("a"), Node::dir("Alpha"), Node::dir("alpha"),
+                      Node::dir("gamma", {Node::dir("z"), Node::dir("Y")})});
+    const FolderIndex index = FolderIndex::build(s);
+    EXPECT_EQ(index.folderCount(), 7);
+    EXPECT_EQ(subFolderNames(s, index, 0), (QStringList{"Alpha", "alpha", "beta", "gamma"}));
+    const int32_t gamma = index.subFolders(0)[3];
+    EXPECT_EQ(index.entryOf(gamma), indexOf(s, "gamma"));
+    EXPECT_EQ(subFolderNames(s, index, gamma), (QStringList{"Y", "z"}));
+    EXPECT_EQ(index.parentOf(index.subFolders(gamma)[0]), gamma);
+    EXPECT_TRUE(index.subFolders(index.subFolders(0)[0]).empty());
+}
+
+// Damaged links are found once, when the index is built, so the views can
+// walk the snapshot without meeting them.
+TEST_F(FileListTest, FolderIndexRefusesDamagedLinks) {
+    const auto damaged = [](const std::function<void(Snapshot&)>& damage) {
+        Snapshot s;
+        buildSnapshot(s, {Node::file("a"), Node::dir("d", {Node::file("x"), Node::file("y")}),
+                          Node::file("b")});
+        damage(s);
+        FolderIndex index;
+        const Outcome outcome = FolderIndex::buildChecked(s, "Invalid Snapshot", index);
+        return !outcome.ok && outcome.message && outcome.message->text == "Subscript out of range" &&
+               outcome.message->title == "Invalid Snapshot" && index.folderCount() == 1;
+    };
+    // a=1, d=2, x=3, y=4, b=5
+    EXPECT_TRUE(damaged([](Snapshot& s) { s.mutableEntry(4).nextSibling = 4 + 1000; }));
+    EXPECT_TRUE(damaged([](Snapshot& s) { s.mutableEntry(5).nextSibling = 2; })); // never back to 1
+    EXPECT_TRUE(damaged([](Snapshot& s) { s.mutableEntry(4).parent = 1; }));
+    EXPECT_TRUE(damaged([](Snapshot& s) { s.mutableEntry(4).parent = -7; }));
+    // A folder inside itself.
+    EXPECT_TRUE(damaged([](Snapshot& s) {
+        s.mutableEntry(2).parent = 2;
+        s.mutableEntry(1).parent = 2;
+        s.mutableEntry(5).parent = 2;
+    }));
+    EXPECT_FALSE(damaged([](Snapshot&) {}));
+}
+
+// What Kestrel writes opens again, the empty records that fill a loaded
+// snapshot's capacity included, however often it is saved.
+TEST_F(FileListTest, EverySavedSnapshotIndexesAgain) {
+    QTemporaryDir dir;
+    Snapshot built;
+    buildSnapshot(built, {Node::file("a"), Node::dir("d", {Node::file("x"), Node::dir("e")})});
+    built.header.fileName = dir.filePath("s.#01");
+    ProgressMeter meter;
+    ASSERT_TRUE(SaveSnapshot(built, meter).ok);
+    for (int round = 1; round <= 3; ++round) {
+        Snapshot loaded;
+        loaded.header.fileName = dir.filePath(QStringLiteral("s.#0%1").arg(round));
+        ASSERT_TRUE(LoadSnapshot(loaded, meter).ok);
+        FolderIndex index;
+        ASSERT_TRUE(FolderIndex::buildChecked(loaded, "Invalid Snapshot", index).ok) << round;
+        EXPECT_EQ(index.folderCount(), 3);
+        FileList list(loaded);
+        list.list(1, ListingOptions{ShowMode::None, true, true, true});
+        EXPECT_EQ(rowsOf(list), (QStringList{"a", "d", "d/x", "d/e"}));
+        loaded.header.fileName = dir.filePath(QStringLiteral("s.#0%1").arg(round + 1));
+        ASSERT_TRUE(SaveSnapshot(loaded, meter).ok);
+    }
+}
+
+} // namespace

@@ -1,0 +1,632 @@
+// The snapshot window driven as a user drives it, over real temporary
+// trees: two windows pairing and comparing, the show modes, colours,
+// sorting, the windows following each other, the status bar, the entry
+// limit, the comparison root and branch, double-clicks and keys, and a
+// damaged file.
+
+#include "TemporaryHome.h"
+#include "TestFrame.h"
+
+#include "engine/Progress.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+#include "engine/Twips.h"
+#include "settings/Settings.h"
+#include "views/FileGridModel.h"
+#include "views/FolderTreeModel.h"
+#include "views/SnapshotPair.h"
+#include "views/SnapshotStatusBar.h"
+#include "views/SnapshotWindow.h"
+#include "views/SplitterBar.h"
+
+#include <QAbstractItemModelTester>
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QDateTime>
+#include <QHeaderView>
+#include <QMenuBar>
+#include <QScrollBar>
+#include <QSettings>
+#include <QTableView>
+#include <QToolBar>
+#include <QTreeView>
+
+using namespace kestrel;
+using namespace Qt::StringLiterals;
+using settings::Key;
+using views::SnapshotWindow;
+
+namespace {
+
+const QDateTime Fixed(QDate(2024, 1, 1), QTime(12, 0));
+
+void setTime(const QString& path, const QDateTime& when) {
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(when, QFileDevice::FileModificationTime));
+}
+
+// The names of the tree's nodes just under the top.
+QStringList topFolders(const SnapshotWindow& w) {
+    const views::FolderTreeModel& tree = w.treeModel();
+    QStringList names;
+    const QModelIndex top = tree.topIndex();
+    for (int r = 0; r < tree.rowCount(top); ++r)
+        names << tree.index(r, 0, top).data().toString();
+    return names;
+}
+
+// The grid's names (In Folder and Name), in the order shown.
+QStringList gridRows(const SnapshotWindow& w) {
+    const engine::FileList& rows = w.gridModel().rows();
+    QStringList names;
+    for (int r = 0; r < rows.rowCount(); ++r)
+        names << rows.inFolder(r) + rows.cellText(r, engine::NameColumn);
+    return names;
+}
+
+int rowNamed(const SnapshotWindow& w, const QString& name) {
+    return int(gridRows(w).indexOf(name));
+}
+
+QVariant cell(const SnapshotWindow& w, const QString& name, int column, int role) {
+    const int row = rowNamed(w, name);
+    return w.gridModel().index(row, column).data(role);
+}
+
+QColor colourOf(const QVariant& brush) { return brush.value<QBrush>().color(); }
+
+} // namespace
+
+class SnapshotWindowTest : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+    QString m_tree;
+
+    QString iniPath() const { return m_dir->filePath(u"Kestrel.ini"_s); }
+
+    // The first snapshot of the tree, then the tree changed: a.txt grows,
+    // sub/b.txt gets another date, new.txt and newdir/ appear, gone/old.txt
+    // goes; then Repeat makes the second window, which pairs and compares.
+    void makePair(Frame& frame) {
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        writeFile(m_tree + u"/a.txt"_s, "alpha beta");
+        setTime(m_tree + u"/a.txt"_s, Fixed);
+        setTime(m_tree + u"/sub/b.txt"_s, Fixed.addDays(3));
+        writeFile(m_tree + u"/new.txt"_s, "new");
+        QVERIFY(QDir().mkpath(m_tree + u"/newdir"_s));
+        writeFile(m_tree + u"/newdir/n.txt"_s, "n");
+        QVERIFY(QFile::remove(m_tree + u"/gone/old.txt"_s));
+        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+    }
+    SnapshotWindow* first(Frame& frame) { return frame->snapshotWindows().first(); }
+    SnapshotWindow* second(Frame& frame) { return frame->snapshotWindows().last(); }
+
+private Q_SLOTS:
+    void init() {
+        QSettings(u"Kestrel"_s, u"Kestrel"_s).clear();
+        m_dir = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_dir->isValid());
+        m_tree = m_dir->filePath(u"Tree"_s);
+        for (const char* folder : {"sub", "gone"})
+            QVERIFY(QDir().mkpath(m_tree + u'/' + QLatin1String(folder)));
+        const std::pair<const char*, QByteArray> files[] = {
+            {"a.txt", "alpha"}, {"keep.txt", "keep"},     {"sub/b.txt", "bravo bravo"},
+            {"sub/c.bin", QByteArray(1000, 'c')},          {"gone/old.txt", "old"}};
+        for (const auto& [name, contents] : files) {
+            writeFile(m_tree + u'/' + QLatin1String(name), contents);
+            setTime(m_tree + u'/' + QLatin1String(name), Fixed);
+        }
+    }
+
+    void pairingComparesAtOnceAndShowsTheChanges() {
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        SnapshotWindow* alone = frame->activeSnapshotWindow();
+        QVERIFY(!alone->compared());
+        QCOMPARE(alone->showMode(), engine::ShowMode::None);
+        QCOMPARE(alone->statusBar()->panelText(2),
+                 u"Click New, Open or Repeat to provide the second Snapshot"_s);
+        QVERIFY(!frame->toolbarButton(u"Compare"_s)->isEnabled());
+        // The window's own menus stand in the frame's menu bar.
+        QCOMPARE(frame->menuBar()->actions().size(), 5);
+        QCOMPARE(frame->menuBar()->actions().at(1)->text(), u"&Compare"_s);
+
+        writeFile(m_tree + u"/a.txt"_s, "alpha beta");
+        setTime(m_tree + u"/a.txt"_s, Fixed);
+        setTime(m_tree + u"/sub/b.txt"_s, Fixed.addDays(3));
+        writeFile(m_tree + u"/new.txt"_s, "new");
+        QVERIFY(QDir().mkpath(m_tree + u"/newdir"_s));
+        writeFile(m_tree + u"/newdir/n.txt"_s, "n");
+        QVERIFY(QFile::remove(m_tree + u"/gone/old.txt"_s));
+        // Repeat from the toolbar, as a user would.
+        frame->Toolbar1_ButtonClick(u"Repeat"_s);
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QCOMPARE(frame->activeSnapshotWindow(), newer);
+        QCOMPARE(newer->pairedWindow(), older);
+        QCOMPARE(older->pairedWindow(), newer);
+        for (SnapshotWindow* w : {older, newer}) {
+            QVERIFY(w->compared());
+            QCOMPARE(w->showMode(), engine::ShowMode::All);
+            QCOMPARE(w->showSelector()->currentText(), u"All Files/Dirs in this Snapshot"_s);
+        }
+        QCOMPARE(newer->statusBar()->panelText(2),
+                 u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s);
+        QCOMPARE(older->statusBar()->panelText(2), u"1 file changed, 2 folders with changes"_s);
+        for (const char* button : {"New", "Open", "Repeat"})
+            QVERIFY(!frame->toolbarButton(QLatin1String(button))->isEnabled());
+        QVERIFY(frame->toolbarButton(u"Compare"_s)->isEnabled());
+
+        // Names sorted, an unmatched row in the "No Match" colour as its
+        // text, changed values on the "Changed" colour.
+        QCOMPARE(gridRows(*newer), (QStringList{u"a.txt"_s, u"gone"_s, u"keep.txt"_s,
+                                                u"new.txt"_s, u"newdir"_s, u"sub"_s}));
+        const QColor red(255, 0, 0), cyan(0, 255, 255);
+        for (int column = engine::NameColumn; column <= engine::VersionColumn; ++column)
+            QCOMPARE(colourOf(cell(*newer, u"new.txt"_s, column, Qt::ForegroundRole)), red);
+        QCOMPARE(colourOf(cell(*newer, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)), cyan);
+        QVERIFY(!cell(*newer, u"a.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole).isValid());
+        QVERIFY(!cell(*newer, u"keep.txt"_s, engine::NameColumn, Qt::ForegroundRole).isValid());
+        QCOMPARE(colourOf(cell(*newer, u"sub"_s, engine::NameColumn, Qt::BackgroundRole)), cyan);
+        // Folders are coloured in the tree the same way.
+        const views::FolderTreeModel& tree = newer->treeModel();
+        QCOMPARE(colourOf(tree.indexOfKey(u"/newdir/"_s).data(Qt::ForegroundRole)), red);
+        QCOMPARE(colourOf(tree.indexOfKey(u"/sub/"_s).data(Qt::BackgroundRole)), cyan);
+        QVERIFY(!tree.indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole).isValid());
+        QCOMPARE(colourOf(older->treeModel().indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole)),
+                 cyan);
+
+        // Another colour takes effect with the next listing.
+        frame->options().setValue(Key::Changed, 6);
+        newer->setShowPosition(0);
+        QCOMPARE(colourOf(cell(*newer, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
+                 QColor(255, 255, 0));
+
+        // The pair ends with either window: the one left is alone again.
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(newer->parentWidget()->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        QTRY_VERIFY(!older->compared());
+        QCOMPARE(older->pairedWindow(), nullptr);
+        QCOMPARE(older->showMode(), engine::ShowMode::None);
+        QCOMPARE(older->statusBar()->panelText(2),
+                 u"Click New, Open or Repeat to provide the second Snapshot"_s);
+        QVERIFY(frame->toolbarButton(u"Repeat"_s)->isEnabled());
+    }
+
+    void openingTwoSavedSnapshotsPairsThemToo() {
+        const QString before = m_dir->filePath(u"Tree.#01"_s);
+        const QString after = m_dir->filePath(u"Tree.#02"_s);
+        {
+            Frame maker(iniPath());
+            makePair(maker);
+            maker.saveAnswer = before;
+            first(maker)->mnuFileSaveAs_Click();
+            maker.saveAnswer = after;
+            second(maker)->mnuFileSaveAs_Click();
+            QCOMPARE(maker.proposedSave, m_dir->path() + u"/Tree.#02"_s);
+        }
+        Frame frame(iniPath());
+        QVERIFY(frame->OpenSnapshot(before));
+        QVERIFY(frame->OpenSnapshot(after));
+        QVERIFY(second(frame)->compared());
+        QCOMPARE(second(frame)->statusBar()->panelText(2),
+                 u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s);
+    }
+
+    void showModesFilterTreeAndGrid() {
+        Frame frame(iniPath());
+        makePair(frame);
+        SnapshotWindow* w = second(frame);
+        const struct {
+            QStringList folders;
+            QStringList rows;
+            QString summary;
+        } expected[] = {
+            {{u"gone"_s, u"newdir"_s, u"sub"_s},
+             {u"a.txt"_s, u"gone"_s, u"keep.txt"_s, u"new.txt"_s, u"newdir"_s, u"sub"_s},
+             u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s},
+            {{u"newdir"_s, u"sub"_s}, {u"new.txt"_s, u"newdir"_s, u"sub"_s},
+             u"1 extra file, 1 extra folder, 1 folder with changes"_s},
+            {{u"sub"_s}, {u"a.txt"_s, u"keep.txt"_s, u"sub"_s},
+             u"1 file changed, 1 folder with changes"_s},
+            {{u"sub"_s}, {u"a.txt"_s, u"sub"_s}, u"1 file changed, 1 folder with changes"_s},
+            {{u"newdir"_s, u"sub"_s}, {u"a.txt"_s, u"new.txt"_s, u"newdir"_s, u"sub"_s},
+             u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s},
+        };
+        for (int position = 0; position < 5; ++position) {
+            w->selectFolder(u"/"_s);
+            w->setShowPosition(position);
+            QCOMPARE(int(w->showMode()), position + 1);
+            QCOMPARE(topFolders(*w), expected[position].folders);
+            QCOMPARE(gridRows(*w), expected[position].rows);
+            QCOMPARE(w->statusBar()->panelText(2), expected[position].summary);
+        }
+        // A folder selected before a change of mode is selected after it
+        // while it stays visible.
+        w->setShowPosition(0);
+        QVERIFY(w->selectFolder(u"/newdir/"_s));
+        w->setShowPosition(1);
+        QCOMPARE(w->selectedKey(), u"/newdir/"_s);
+        w->setShowPosition(2);
+        QCOMPARE(w->selectedKey(), u"/"_s);
+
+        // A folder where nothing differs says so.
+        w->setShowPosition(0);
+        QVERIFY(w->selectFolder(u"/gone/"_s));
+        QCOMPARE(w->statusBar()->panelText(2), u"No changes in selected folder"_s);
+    }
+
+    void sortingByHeaderAndTheFasterRestriction() {
+        Frame frame(iniPath());
+        makePair(frame);
+        SnapshotWindow* w = second(frame);
+        QHeaderView* header = w->grid()->horizontalHeader();
+        QVERIFY(w->action(u"mnuViewScroll"_s)->isChecked());
+        Q_EMIT header->sectionClicked(engine::NameColumn);
+        // Name was the sort column already: the order turns round.
+        QCOMPARE(gridRows(*w), (QStringList{u"sub"_s, u"newdir"_s, u"new.txt"_s, u"keep.txt"_s,
+                                            u"gone"_s, u"a.txt"_s}));
+        QVERIFY(!w->action(u"mnuViewScroll"_s)->isChecked());
+        Q_EMIT header->sectionClicked(engine::SizeColumn);
+        QCOMPARE(w->sortColumn(), SnapshotWindow::SortBySize);
+        QVERIFY(!w->sortDescending());
+        // Folders count 0 bytes and keep their order; the files follow by size.
+        const QStringList bySize = gridRows(*w);
+        QCOMPARE(bySize.mid(3), (QStringList{u"new.txt"_s, u"keep.txt"_s, u"a.txt"_s}));
+        QCOMPARE(w->grid()->currentIndex().row(), 0);
+
+        // Scrolling together asks for name order again.
+        w->mnuViewScroll_Click();
+        QVERIFY(w->action(u"mnuViewScroll"_s)->isChecked());
+        QCOMPARE(w->sortColumn(), SnapshotWindow::SortByName);
+        QVERIFY(!w->sortDescending());
+        QCOMPARE(gridRows(*w).first(), u"a.txt"_s);
+
+        // With the faster option on when the window was made, the key
+        // columns cannot be sorted, even after the option goes off.
+        frame->options().setValue(Key::Faster, 1);
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(w->parentWidget()->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        first(frame)->mnuFileRepeat_Click();
+        SnapshotWindow* fast = second(frame);
+        frame->options().setValue(Key::Faster, 0);
+        frame.messages.clear();
+        const QStringList before = gridRows(*fast);
+        for (const int column : {SnapshotWindow::SortBySize, SnapshotWindow::SortByModified,
+                                 SnapshotWindow::SortByAttributes})
+            fast->SortSequence(column);
+        QCOMPARE(frame.messages.size(), 3);
+        QCOMPARE(frame.messages.first(),
+                 u"Sorting Restriction: Cannot sort by Size, Modified or Attributes when "
+                 "'Optimise for speed and capacity' is enabled (see Options and Preferences). "
+                 "All open Snapshots must then be saved and re-opened to fully enable column "
+                 "sorting."_s);
+        QCOMPARE(gridRows(*fast), before);
+        QCOMPARE(fast->gridModel().index(0, engine::SizeKeyColumn).data().toString(), QString());
+        fast->SortSequence(4); // Type still sorts
+        QCOMPARE(fast->sortColumn(), 4);
+    }
+
+    void selectionFollowsInTheOtherWindow() {
+        Frame frame(iniPath());
+        frame->resize(1400, 900);
+        frame->show();
+        frame->options().setValue(Key::Compare, 0);
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(!newer->compared()); // no automatic comparison
+        newer->mnuCompareNow_Click();
+        QVERIFY(newer->compared() && older->compared());
+
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        QCOMPARE(older->selectedKey(), u"/sub/"_s);
+        QCOMPARE(older->statusBar()->panelText(1), m_tree + u"/sub/"_s);
+        QCOMPARE(gridRows(*older), (QStringList{u"b.txt"_s, u"c.bin"_s}));
+
+        // A folder the other snapshot does not have.
+        QVERIFY(newer->selectFolder(u"/newdir/"_s));
+        QCOMPARE(older->selectedKey(), QString());
+        QCOMPARE(older->gridModel().rowCount(), 0);
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
+        QCOMPARE(older->statusBar()->panelText(2), QString());
+        // One its show mode hides.
+        older->setShowPosition(2);
+        QVERIFY(newer->selectFolder(u"/gone/"_s));
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder visible"_s);
+
+        // A new comparison root in one window makes the other compare again.
+        older->setShowPosition(0);
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        newer->mnuCompareRoot_Click();
+        QCOMPARE(newer->rootKey(), u"sub/"_s);
+        QVERIFY(!older->compared());
+        QCOMPARE(older->showMode(), engine::ShowMode::None);
+        QVERIFY(newer->selectFolder(u"/newdir/"_s));
+        QCOMPARE(older->statusBar()->panelText(2), u"Check Snapshot root folders are correct"_s);
+        // The same root in both: they meet again, and compare from there.
+        QVERIFY(older->selectFolder(u"/sub/"_s));
+        older->mnuCompareRoot_Click();
+        QVERIFY(newer->compared());
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        newer->mnuCompareNow_Click();
+        QCOMPARE(newer->statusBar()->panelText(2), u"1 file changed"_s);
+        // The root survives rebuilds, and the Compare menu marks it.
+        newer->setShowPosition(3);
+        QCOMPARE(newer->rootKey(), u"sub/"_s);
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        Q_EMIT newer->menus().at(1)->aboutToShow();
+        QVERIFY(newer->action(u"mnuCompareRoot"_s)->isChecked());
+        QVERIFY(newer->selectFolder(u"/"_s));
+        Q_EMIT newer->menus().at(1)->aboutToShow();
+        QVERIFY(!newer->action(u"mnuCompareRoot"_s)->isChecked());
+
+        // Synchronisation off: selections stay apart.
+        newer->mnuViewSynch_Click();
+        QCOMPARE(frame->options().value(Key::Synch), int16_t(0));
+        QVERIFY(!newer->action(u"mnuViewSynch"_s)->isChecked());
+        QVERIFY(!older->action(u"mnuViewScroll"_s)->isChecked());
+        QVERIFY(older->selectFolder(u"/"_s));
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        QCOMPARE(older->selectedKey(), u"/"_s);
+
+        QCOMPARE(views::translateKey(u"/sub/x/"_s, u"sub/"_s, QString()), u"/x/"_s);
+        QCOMPARE(views::translateKey(u"/x/"_s, QString(), u"Sub/"_s), u"/Sub/x/"_s);
+        QCOMPARE(views::translateKey(u"/other/"_s, u"sub/"_s, u"a/"_s), u"/other/"_s);
+    }
+
+    void scrollingTogether() {
+        const QString big = m_dir->filePath(u"Big"_s);
+        QVERIFY(QDir().mkpath(big + u"/list"_s));
+        for (int i = 0; i < 300; ++i)
+            writeFile(big + u"/list/file%1.txt"_s.arg(i, 3, 10, QLatin1Char('0')), "x");
+        Frame frame(iniPath());
+        frame->resize(1000, 800);
+        frame->show();
+        QVERIFY(frame->NewSnapshot(big, true, true, false, 1));
+        writeFile(big + u"/list/file0000.txt"_s, "only in the second");
+        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer->selectFolder(u"/list/"_s));
+        QCOMPARE(older->gridModel().rowCount(), 300);
+        newer->grid()->verticalScrollBar()->setValue(150);
+        QCOMPARE(newer->topRow(), 150);
+        const QString top = gridRows(*newer).at(150);
+        QCOMPARE(top, u"file149.txt"_s);
+        QCOMPARE(older->topRow(), 149);
+        QCOMPARE(gridRows(*older).at(149), top);
+
+        // Only the active window leads: scrolling the other by hand leaves
+        // this one where it is.
+        older->grid()->verticalScrollBar()->setValue(10);
+        QCOMPARE(newer->topRow(), 150);
+    }
+
+    void statusBarAndSubFolderFiles() {
+        Frame frame(iniPath());
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        views::SnapshotStatusBar* bar = w->statusBar();
+        QVERIFY(w->selectFolder(u"/gone/"_s));
+        QCOMPARE(bar->panelText(3), u"3 bytes in 1 file "_s);
+        QVERIFY(!bar->foldersPanelVisible());
+        QVERIFY(w->selectFolder(u"/sub/"_s));
+        QCOMPARE(bar->panelText(3), u"1 KB in 2 files "_s);
+        w->mnuViewBytes_Click();
+        QCOMPARE(bar->panelText(3), u"1,011 bytes in 2 files "_s);
+        QVERIFY(w->selectFolder(u"/"_s));
+        QCOMPARE(bar->panelText(3), u"9 bytes in 2 files "_s);
+        QCOMPARE(bar->panelText(4), u"2 folders "_s);
+        QVERIFY(bar->foldersPanelVisible());
+
+        w->mnuViewSubs_Click();
+        QVERIFY(w->showsSubFolders());
+        // Sorted by name, whatever folder the entries are in.
+        QCOMPARE(gridRows(*w), (QStringList{u"a.txt"_s, u"sub/b.txt"_s, u"sub/c.bin"_s, u"gone"_s,
+                                            u"keep.txt"_s, u"gone/old.txt"_s, u"sub"_s}));
+        QVERIFY(!w->grid()->isColumnHidden(engine::InFolderColumn));
+        w->mnuViewSubs_Click();
+        QVERIFY(w->grid()->isColumnHidden(engine::InFolderColumn));
+        // "Always" lists them for folders smaller than the limit.
+        frame->options().setValue(Key::Always, 1);
+        QVERIFY(w->selectFolder(u"/sub/"_s));
+        QVERIFY(w->showsSubFolders());
+    }
+
+    // 30,000 entries beneath a folder can be listed with their sub-folders'
+    // files; 30,001 cannot.
+    void theEntryLimit() {
+        for (const int32_t beneath : {30000, 30001}) {
+            // A folder holding a folder holding the rest.
+            engine::Snapshot s;
+            s.header.rootFolder = u"/made/"_s;
+            s.header.title = u"Made"_s;
+            s.createEntry(16, 45000, 1, "outer", 0, 0, {});
+            s.createEntry(16, 45000, 2, "inner", 1, 0, {});
+            const int32_t last = beneath + 1;
+            for (int32_t i = 3; i <= last; ++i)
+                s.createEntry(128, 45000, i == last ? 3 : i + 1, "f" + std::to_string(i), 2, 1, {});
+            s.mutableEntry(0).count = last;
+            s.mutableEntry(1).count = beneath;
+            s.mutableEntry(2).count = beneath - 1;
+            const QString path = m_dir->filePath(u"Made.#01"_s);
+            s.header.fileName = path;
+            engine::ProgressMeter meter;
+            QVERIFY(engine::SaveSnapshot(s, meter).ok);
+
+            Frame frame(iniPath());
+            QVERIFY(frame->OpenSnapshot(path));
+            SnapshotWindow* w = frame->activeSnapshotWindow();
+            w->action(u"mnuViewSubs"_s)->setChecked(true);
+            QVERIFY(w->selectFolder(u"/outer/"_s));
+            if (beneath == 30000) {
+                QVERIFY(frame.titles.isEmpty());
+                QVERIFY(w->showsSubFolders());
+                QCOMPARE(w->gridModel().rowCount(), 30000);
+            } else {
+                QCOMPARE(frame.messages, QStringList{u"Entry Limit: Too many entries to show files "
+                                                     "in sub-folders (maximum is 30,000), option "
+                                                     "will be ignored"_s});
+                QVERIFY(!w->action(u"mnuViewSubs"_s)->isChecked());
+                QCOMPARE(w->gridModel().rowCount(), 1);
+            }
+        }
+    }
+
+    void branchDoubleClicksAndKeys() {
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+
+        // A folder row opens the folder in the tree, by mouse or by Enter.
+        w->grdFiles_DblClick(rowNamed(*w, u"sub"_s));
+        QCOMPARE(w->selectedKey(), u"/sub/"_s);
+        w->grid()->setFocus();
+        w->grid()->setCurrentIndex(w->gridModel().index(rowNamed(*w, u"b.txt"_s), 0));
+        QTest::keyClick(w->grid(), Qt::Key_Return);
+        QCOMPARE(frame.opened, QList<QUrl>{QUrl::fromLocalFile(m_tree + u"/sub/b.txt"_s)});
+        QCOMPARE(w->GetParameter(w->gridModel().entryAt(rowNamed(*w, u"c.bin"_s))),
+                 m_tree + u"/sub/c.bin"_s);
+
+        // Branch: the selected folder becomes the root and a snapshot of it
+        // the second window, which compares against it.
+        w->mnuFileBranch_Click();
+        QCOMPARE(w->rootKey(), u"sub/"_s);
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        SnapshotWindow* branch = second(frame);
+        QCOMPARE(branch->snapshot().header.rootFolder, m_tree + u"/sub/"_s);
+        QCOMPARE(branch->number(), int16_t(2));
+        QVERIFY(branch->compared());
+        QCOMPARE(branch->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        QVERIFY(!branch->action(u"mnuFileBranch"_s)->isEnabled());
+
+        // Keys: Ctrl+W closes the active window, Ctrl+R repeats.
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QTest::keyClick(frame.window.get(), Qt::Key_W, Qt::ControlModifier);
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        QTRY_COMPARE(frame->activeSnapshotWindow(), w);
+        QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+    }
+
+    void splitterKeepsItsDistanceFromTheEdges() {
+        QCOMPARE(views::splitPosition(10, 1000, 150), 150);
+        QCOMPARE(views::splitPosition(990, 1000, 150), 850);
+        QCOMPARE(views::splitPosition(400, 1000, 150), 400);
+        QCOMPARE(views::splitPosition(100, 200, 150), 150); // too narrow: the left edge wins
+
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        w->parentWidget()->resize(900, 500);
+        QTRY_VERIFY(w->width() > 600);
+        auto* bar = w->findChild<views::SplitterBar*>(u"picSplit"_s);
+        QTest::mousePress(bar, Qt::LeftButton, {}, QPoint(2, 10));
+        QVERIFY(bar->dragging());
+        QTest::mouseRelease(bar, Qt::LeftButton, {}, bar->mapFrom(w, QPoint(5, 10)));
+        const int margin = engine::pixelsFromTwips(SnapshotWindow::SplitMargin, w->logicalDpiX());
+        QCOMPARE(bar->x(), margin);
+        QCOMPARE(w->tree()->width(), margin);
+        QCOMPARE(w->grid()->x(), bar->geometry().right() + 1);
+    }
+
+    void damagedSnapshotOpensNoWindow() {
+        Frame frame(iniPath());
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        const QString good = m_dir->filePath(u"Good.#01"_s);
+        frame.saveAnswer = good;
+        frame->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        QFile file(good);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QList<QByteArray> lines = file.readAll().split('\n');
+        file.close();
+
+        // Lines 2.. are the entries: attributes, date, next sibling, count,
+        // name, parent, size, version. Each damage is one link.
+        const auto damaged = [&](int entry, int field, const QByteArray& value) {
+            QList<QByteArray> copy = lines;
+            QList<QByteArray> items = copy[entry + 1].split(',');
+            items[field] = value;
+            copy[entry + 1] = items.join(',');
+            const QString path = m_dir->filePath(u"Damaged.#01"_s);
+            writeFile(path, copy.join('\n'));
+            return path;
+        };
+        frame.messages.clear();
+        // The first entry: every walk of the snapshot meets it.
+        const std::pair<int, QByteArray> damages[] = {
+            {5, "1"},       // its own parent
+            {5, "2000000"}, // a parent outside the table
+            {2, "2000000"}, // a next entry outside the table
+        };
+        for (const auto& [field, value] : damages) {
+            QVERIFY(!frame->OpenSnapshot(damaged(1, field, value)));
+            QCOMPARE(frame->snapshotWindows().size(), 1);
+        }
+        QCOMPARE(frame.messages.size(), 3);
+        for (const QString& message : std::as_const(frame.messages))
+            QCOMPARE(message, u"Invalid Snapshot: Subscript out of range"_s);
+        // The program goes on as before.
+        QVERIFY(frame->OpenSnapshot(good));
+    }
+
+    // The models keep Qt's rules through rebuilds, comparisons, show modes
+    // and sorting on a snapshot of a few thousand entries.
+    void modelsKeepTheRules() {
+        const QString many = m_dir->filePath(u"Many"_s);
+        for (int d = 0; d < 20; ++d) {
+            const QString folder = many + u"/d%1/e%2"_s.arg(d).arg(d % 3);
+            QVERIFY(QDir().mkpath(folder));
+            for (int f = 0; f < 100; ++f)
+                writeFile(folder + u"/f%1"_s.arg(f), QByteArray(f, 'x'));
+        }
+        Frame frame(iniPath());
+        QVERIFY(frame->NewSnapshot(many, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        auto* tree = const_cast<views::FolderTreeModel*>(&w->treeModel());
+        auto* grid = const_cast<views::FileGridModel*>(&w->gridModel());
+        QAbstractItemModelTester treeTester(tree, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QAbstractItemModelTester gridTester(grid, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QVERIFY(w->snapshot().entryCount > 2000);
+        for (int d = 0; d < 20; d += 2)
+            QFile::remove(many + u"/d%1/e%2/f7"_s.arg(d).arg(d % 3));
+        w->mnuFileRepeat_Click();
+        for (int position = 0; position < 5; ++position) {
+            w->setShowPosition(position);
+            QVERIFY(w->selectFolder(u"/d4/e1/"_s) || position > 0);
+            for (int column = 1; column <= 7; ++column)
+                w->SortSequence(column);
+        }
+        w->setShowPosition(0);
+        w->mnuViewSubs_Click();
+        QVERIFY(w->selectFolder(u"/"_s));
+        QCOMPARE(grid->rowCount(), w->snapshot().entryCount);
+    }
+};
+
+int main(int argc, char** argv) {
+    QTemporaryDir home;
+    useTemporaryHome(home.path());
+    QApplication application(argc, argv);
+    for (auto format : {QSettings::NativeFormat, QSettings::IniFormat})
+        QSettings::setPath(format, QSettings::UserScope, home.path() + u"/config"_s);
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+
+    SnapshotWindowTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "SnapshotWindowTest.moc"

@@ -1,0 +1,73 @@
+#pragma once
+
+// A main window for window tests: on a temporary Kestrel.ini, with every
+// question it would ask answered by the test and recorded, and a desktop
+// that records what it is asked to open and starts nothing.
+
+#include "shell/Launcher.h"
+#include "shell/MainWindow.h"
+#include "shell/RecentSnapshots.h"
+
+#include <QDialog>
+#include <QFile>
+#include <QUrl>
+#include <QtTest>
+
+#include <memory>
+#include <optional>
+
+inline void writeFile(const QString& path, const QByteArray& contents) {
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(contents);
+}
+
+struct Frame {
+    std::unique_ptr<kestrel::shell::MainWindow> window;
+    QStringList dialogs;               // class names of the dialogs shown
+    QStringList titles;                // of the message boxes shown
+    QStringList messages;              // "title: text" of the same
+    QString saveAnswer;                // what the save dialog returns
+    QString proposedSave;              // what it proposed
+    std::optional<QString> textAnswer; // what the input box returns
+    QStringList textDefaults;          // the text each input box offered
+    kestrel::views::SaveAnswer saveQuestionAnswer = kestrel::views::SaveAnswer::Cancel;
+    QList<QUrl> opened;                // documents handed to the desktop
+
+    explicit Frame(const QString& iniPath)
+        : window(std::make_unique<kestrel::shell::MainWindow>(iniPath)) {
+        using namespace Qt::StringLiterals;
+        window->setFarewellTime(0);
+        window->recentDialog().chooseFile = [this](const QString&) {
+            dialogs << u"open-file dialog"_s;
+            return QString();
+        };
+        kestrel::shell::UserQuestions& q = window->questions();
+        q.exec = [this](QDialog& dialog) {
+            dialogs << QString::fromLatin1(dialog.metaObject()->className());
+            return int(QDialog::Rejected);
+        };
+        q.message = [this](const kestrel::engine::UserMessage& message) {
+            titles << message.title;
+            messages << message.title + u": "_s + message.text;
+        };
+        q.saveFileName = [this](const QString& proposed) {
+            proposedSave = proposed;
+            return saveAnswer;
+        };
+        q.text = [this](const QString&, const QString&, const QString& text) {
+            textDefaults << text;
+            return textAnswer;
+        };
+        q.saveQuestion = [this](const QString&) { return saveQuestionAnswer; };
+        window->launcher().setDesktop(
+            {[this](const QUrl& url) {
+                 opened << url;
+                 return true;
+             },
+             [](const QString&, const QStringList&, const QString&) {
+                 return kestrel::shell::LaunchResult::Started;
+             }});
+    }
+    kestrel::shell::MainWindow* operator->() const { return window.get(); }
+};
