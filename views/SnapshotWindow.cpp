@@ -789,16 +789,23 @@ void SnapshotWindow::mnuFileSaveAs_Click() {
 void SnapshotWindow::mnuFileRepeat_Click() {
     if (m_host.busy())
         return;
+    int16_t next = 0;
+    if (!nextNumber(next))
+        return;
+    const engine::SnapshotHeader& header = m_snapshot.header;
+    m_host.NewSnapshot(header.rootFolder, header.recurse, header.hidden, header.versions, next);
+}
+
+bool SnapshotWindow::nextNumber(int16_t& next) {
     if (m_number == std::numeric_limits<int16_t>::max()) {
         // Snapshot numbers are 16-bit: the next one does not exist.
         m_host.showMessage(UserMessage{QStringLiteral("Kestrel"),
                                        engine::errorText(engine::ErrorCode::Overflow),
                                        MessageIcon::Exclamation});
-        return;
+        return false;
     }
-    const engine::SnapshotHeader& header = m_snapshot.header;
-    m_host.NewSnapshot(header.rootFolder, header.recurse, header.hidden, header.versions,
-                       int16_t(m_number + 1));
+    next = int16_t(m_number + 1);
+    return true;
 }
 
 void SnapshotWindow::mnuFileBranch_Click() {
@@ -809,17 +816,14 @@ void SnapshotWindow::mnuFileBranch_Click() {
         return;
     if (node != m_treeModel->rootNode())
         mnuCompareRoot_Click();
-    if (m_number == std::numeric_limits<int16_t>::max()) {
-        m_host.showMessage(UserMessage{QStringLiteral("Kestrel"),
-                                       engine::errorText(engine::ErrorCode::Overflow),
-                                       MessageIcon::Exclamation});
-        return;
-    }
     // The branch is numbered as a repeat would be: it is the second snapshot
     // of the comparison.
+    int16_t next = 0;
+    if (!nextNumber(next))
+        return;
     const engine::SnapshotHeader& header = m_snapshot.header;
     m_host.NewSnapshot(header.rootFolder + m_rootKey, header.recurse, header.hidden,
-                       header.versions, int16_t(m_number + 1));
+                       header.versions, next);
 }
 
 void SnapshotWindow::mnuFileProps_Click() {

@@ -178,6 +178,9 @@ private:
     void applyCommandEnabling(int windows);
     void setPair(SnapshotWindow* window);
     bool queryUnload();
+    // The number of the next snapshot of this one; false, with the overflow
+    // shown, past the last 16-bit number.
+    bool nextNumber(int16_t& next);
 
     void cboShow_Click();
     void tvwPaths_NodeClick(const QModelIndex& node);

@@ -363,13 +363,7 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    // Nothing of the user's may be read or written: settings, configuration
-    // and runtime files go into a temporary home.
-    QTemporaryDir home;
-    useTemporaryHome(home.path());
-    QApplication app(argc, argv);
-    DialogsTest test;
-    return QTest::qExec(&test, argc, argv);
+    return runWindowTest<DialogsTest>(argc, argv);
 }
 
 #include "DialogsTest.moc"

@@ -335,17 +335,7 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    // Nothing of the user's may be read or written: the store, Kestrel.ini
-    // and anything Qt keeps go into a temporary home.
-    QTemporaryDir home;
-    useTemporaryHome(home.path());
-    QApplication application(argc, argv);
-    for (auto format : {QSettings::NativeFormat, QSettings::IniFormat})
-        QSettings::setPath(format, QSettings::UserScope, home.path() + u"/config"_s);
-    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-
-    MainWindowTest test;
-    return QTest::qExec(&test, argc, argv);
+    return runWindowTest<MainWindowTest>(argc, argv);
 }
 
 #include "MainWindowTest.moc"

@@ -100,12 +100,7 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    // Nothing of the user's may be read or written, whatever the test does.
-    QTemporaryDir home;
-    useTemporaryHome(home.path());
-    QApplication application(argc, argv);
-    MeterWindowTest test;
-    return QTest::qExec(&test, argc, argv);
+    return runWindowTest<MeterWindowTest>(argc, argv);
 }
 
 #include "MeterWindowTest.moc"

@@ -88,11 +88,9 @@ private:
 
     QString iniPath() const { return m_dir->filePath(u"Kestrel.ini"_s); }
 
-    // The first snapshot of the tree, then the tree changed: a.txt grows,
-    // sub/b.txt gets another date, new.txt and newdir/ appear, gone/old.txt
-    // goes; then Repeat makes the second window, which pairs and compares.
-    void makePair(Frame& frame) {
-        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+    // The tree changes: a.txt grows, sub/b.txt gets another date, new.txt
+    // and newdir/ appear, gone/old.txt goes.
+    void changeTree() {
         writeFile(m_tree + u"/a.txt"_s, "alpha beta");
         setTime(m_tree + u"/a.txt"_s, Fixed);
         setTime(m_tree + u"/sub/b.txt"_s, Fixed.addDays(3));
@@ -100,6 +98,12 @@ private:
         QVERIFY(QDir().mkpath(m_tree + u"/newdir"_s));
         writeFile(m_tree + u"/newdir/n.txt"_s, "n");
         QVERIFY(QFile::remove(m_tree + u"/gone/old.txt"_s));
+    }
+    // The first snapshot of the tree, the tree changed, then Repeat makes
+    // the second window, which pairs and compares.
+    void makePair(Frame& frame) {
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        changeTree();
         frame->activeSnapshotWindow()->mnuFileRepeat_Click();
         QCOMPARE(frame->snapshotWindows().size(), 2);
     }
@@ -137,13 +141,7 @@ private Q_SLOTS:
         QCOMPARE(frame->menuBar()->actions().size(), 5);
         QCOMPARE(frame->menuBar()->actions().at(1)->text(), u"&Compare"_s);
 
-        writeFile(m_tree + u"/a.txt"_s, "alpha beta");
-        setTime(m_tree + u"/a.txt"_s, Fixed);
-        setTime(m_tree + u"/sub/b.txt"_s, Fixed.addDays(3));
-        writeFile(m_tree + u"/new.txt"_s, "new");
-        QVERIFY(QDir().mkpath(m_tree + u"/newdir"_s));
-        writeFile(m_tree + u"/newdir/n.txt"_s, "n");
-        QVERIFY(QFile::remove(m_tree + u"/gone/old.txt"_s));
+        changeTree();
         // Repeat from the toolbar, as a user would.
         frame->Toolbar1_ButtonClick(u"Repeat"_s);
         QCOMPARE(frame->snapshotWindows().size(), 2);
@@ -618,15 +616,7 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    QTemporaryDir home;
-    useTemporaryHome(home.path());
-    QApplication application(argc, argv);
-    for (auto format : {QSettings::NativeFormat, QSettings::IniFormat})
-        QSettings::setPath(format, QSettings::UserScope, home.path() + u"/config"_s);
-    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-
-    SnapshotWindowTest test;
-    return QTest::qExec(&test, argc, argv);
+    return runWindowTest<SnapshotWindowTest>(argc, argv);
 }
 
 #include "SnapshotWindowTest.moc"

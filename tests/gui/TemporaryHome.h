@@ -1,7 +1,12 @@
 #pragma once
 
+#include <QApplication>
 #include <QByteArray>
+#include <QLocale>
+#include <QSettings>
 #include <QString>
+#include <QTemporaryDir>
+#include <QtTest>
 
 // Points everything a window test could read or write of the user's (the
 // settings store, configuration and runtime files) at a temporary home, and
@@ -13,4 +18,17 @@ inline void useTemporaryHome(const QString& home) {
     qputenv("XDG_RUNTIME_DIR", home.toLocal8Bit());
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+}
+
+// The main of a window test: a temporary home, the settings store inside
+// it, a fixed locale, then the test's slots.
+template <typename Test> int runWindowTest(int argc, char** argv) {
+    QTemporaryDir home;
+    useTemporaryHome(home.path());
+    QApplication application(argc, argv);
+    for (auto format : {QSettings::NativeFormat, QSettings::IniFormat})
+        QSettings::setPath(format, QSettings::UserScope, home.path() + QStringLiteral("/config"));
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    Test test;
+    return QTest::qExec(&test, argc, argv);
 }
