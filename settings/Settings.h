@@ -179,6 +179,8 @@ public:
     // Derived values.
     Rgb changedColour() const { return m_changedColour; }
     Rgb deletedColour() const { return m_deletedColour; }
+    // The ticked attribute bits while "Attrib" is on, else 0. The comparison
+    // compares exactly these bits (see compareOptions).
     int16_t attributeIgnoreMask() const { return m_attributeIgnoreMask; }
     // Days, time of day as a fraction. Read whatever the state of "Date".
     double dateTolerance() const { return m_dateTolerance; }

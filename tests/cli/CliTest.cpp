@@ -107,6 +107,19 @@ TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.err.trimmed(), QStringLiteral("Error: Unable to open Snapshot"));
 
+    // A folder to scan that is not there is refused before any scan.
+    for (const QString& name : {QStringLiteral("missing"), QStringLiteral("bad.#01")}) {
+        r = cli({QStringLiteral("snapshot"), t.root() + name, QStringLiteral("--dir"), home()});
+        EXPECT_EQ(r.status, 2);
+        EXPECT_TRUE(r.out.isEmpty());
+        EXPECT_EQ(r.err.trimmed(), name == QLatin1String("missing")
+                                       ? QStringLiteral("Folder Not Found: ") + t.root() + name +
+                                             QStringLiteral(" does not exist")
+                                       : QStringLiteral("Not a Folder: ") + t.root() + name +
+                                             QStringLiteral(" is not a folder"));
+    }
+    EXPECT_TRUE(QDir(home()).entryList({QStringLiteral("*.#*")}).isEmpty());
+
     EXPECT_EQ(cli({QStringLiteral("frobnicate")}).status, 2);
     EXPECT_EQ(cli({QStringLiteral("list")}).status, 2);
     for (const char* command : {"snapshot", "list", "info", "convert", "compare"}) {
@@ -193,6 +206,42 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     EXPECT_EQ(cli({QStringLiteral("compare"), before.root()}).status, 2);
     EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--tolerance"),
                    QStringLiteral("soon")}).status, 2);
+}
+
+// Attribute changes: every bit counts on the command line but the normal
+// bit, so a file made read-only differs in its read-only bit alone;
+// --use-settings compares only the attributes ticked in the options dialog.
+TEST_F(CliTest, CompareLeavesOutTheAttributesItIsTold) {
+    TempTree before, after;
+    for (TempTree* t : {&before, &after}) {
+        t->file(QStringLiteral("f"), "1");
+        t->touch(QStringLiteral("f"), 1700000000);
+    }
+    after.chmod(QStringLiteral("f"), 0444);
+    CliRun r = cli({QStringLiteral("compare"), before.root(), after.root()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out.trimmed(), QStringLiteral("~\tf\t[was Norm]"));
+    r = cli({QStringLiteral("compare"), before.root(), after.root(),
+             QStringLiteral("--ignore-attributes"), QStringLiteral("R")});
+    EXPECT_EQ(r.status, 0) << r.out.toStdString();
+    EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root(),
+                   QStringLiteral("--ignore-attributes"), QStringLiteral("H,A")})
+                  .status,
+              1);
+
+    const QStringList withSettings = {QStringLiteral("compare"), before.root(), after.root(),
+                                      QStringLiteral("--use-settings")};
+    const auto storeIgnore = [this](const QByteArray& keys) {
+        QDir().mkpath(home() + QStringLiteral("/config/Kestrel"));
+        QFile conf(home() + QStringLiteral("/config/Kestrel/Kestrel.conf"));
+        ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
+        conf.write("[Ignore]\n" + keys);
+    };
+    EXPECT_EQ(cli(withSettings).status, 0); // "Ignore attributes" off: none compared
+    storeIgnore("Attrib=1\nArchive=1\n");
+    EXPECT_EQ(cli(withSettings).status, 0);
+    storeIgnore("Attrib=1\nRead=1\n");
+    EXPECT_EQ(cli(withSettings).status, 1);
 }
 
 TEST_F(CliTest, CompareTakesStoredOptionsOnlyWhenAsked) {
