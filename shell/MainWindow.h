@@ -6,6 +6,7 @@
 #include "settings/IniFile.h"
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
+#include "settings/ui/ConfigDialog.h"
 #include "views/SnapshotWindow.h"
 
 #include <QList>
@@ -84,8 +85,9 @@ public:
     static constexpr int DesignedWidth = 12600;
     static constexpr int DesignedHeight = 9000;
 
-    // Loads the options from the per-user store, makes the dialogs and reads
-    // the frame's placement from the INI file at iniPath. Shows nothing.
+    // Makes the options dialog, whose construction loads the options from
+    // the per-user store, then the other dialogs, and reads the frame's
+    // placement from the INI file at iniPath. Shows nothing.
     explicit MainWindow(const QString& iniPath, QWidget* parent = nullptr);
     ~MainWindow() override;
 
@@ -100,6 +102,8 @@ public:
     // Commands.
     void mnuFileNew_Click();
     void mnuFileOpen_Click();
+    // Disables the options dialog's Compare buttons for good, then shows it
+    // modally over the frame.
     void mnuFileConfig_Click();
     void mnuFileExit_Click();
     void mnuHelpAbout_Click();
@@ -131,6 +135,10 @@ public:
     const settings::Options& options() const override { return m_options; }
     settings::SettingsStore& store() { return m_store; }
     const settings::IniFile& ini() const { return m_ini; }
+    // frmConfig, for the snapshot windows: Compare Now
+    // (showForComparison, then compareRequested), the display-changed flag
+    // after it closes, and ExecuteCustom for a double-clicked file.
+    settings::ConfigDialog& configDialog() { return *m_config; }
     NewSnapshotDialog& newSnapshotDialog() { return *m_newDialog; }
     RecentSnapshotsDialog& recentDialog() { return *m_recent; }
     MeterWindow& meterWindow() { return *m_meterWindow; }
@@ -179,6 +187,8 @@ private:
     settings::Options m_options;
     UserQuestions m_questions;
     Launcher m_launcher;
+    // Destroyed before the options and the store it stores "Synch" into.
+    std::unique_ptr<settings::ConfigDialog> m_config;
 
     QMdiArea* m_mdi = nullptr;
     QToolBar* m_toolbar = nullptr;

@@ -15,9 +15,11 @@
 #include "views/EntryListModel.h"
 #include "views/SnapshotWindow.h"
 
+#include <QAbstractButton>
 #include <QAbstractItemModelTester>
 #include <QAction>
 #include <QApplication>
+#include <QLineEdit>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QToolBar>
@@ -355,6 +357,40 @@ private Q_SLOTS:
         ini.writeString(u"Main"_s, u"Window"_s, u"2"_s);
         Frame maximised(iniPath());
         QVERIFY(maximised->windowState() & Qt::WindowMaximized);
+    }
+
+    // The options dialog in the frame: the menu disables its Compare buttons
+    // for good, its toolbar box acts on the frame at once, ExecuteCustom
+    // reports through the frame's launcher, and "Synch" is stored once, when
+    // the dialog goes with the frame.
+    void configurationDialog() {
+        {
+            Frame frame(iniPath());
+            frame->show();
+            settings::ConfigDialog& config = frame->configDialog();
+            QVERIFY(!config.isVisible());
+            const auto find = [&](const char* name) {
+                return config.findChild<QWidget*>(QLatin1String(name));
+            };
+            QVERIFY(find("cmdCompare0")->isEnabled() && find("cmdCompare1")->isEnabled());
+            frame->mnuFileConfig_Click();
+            QCOMPARE(frame.dialogs, QStringList{u"kestrel::settings::ConfigDialog"_s});
+            config.showForComparison(u"one"_s, u"two"_s);
+            QCOMPARE(frame.dialogs.size(), 2);
+            QVERIFY(!find("cmdCompare0")->isEnabled() && !find("cmdCompare1")->isEnabled());
+
+            static_cast<QAbstractButton*>(find("chkToolbar"))->click();
+            QVERIFY(!frame->toolbar()->isVisible());
+
+            static_cast<QLineEdit*>(find("txtProgram"))->setText(m_dir->filePath(u"none"_s));
+            QVERIFY(!config.ExecuteCustom(m_tree + u"/a.txt"_s, m_tree + u"/a.txt"_s));
+            QCOMPARE(frame.titles, QStringList{u"Application Launch Error"_s});
+
+            static_cast<QAbstractButton*>(find("chkSynch"))->click();
+            QVERIFY(frame->close());
+            QCOMPARE(settings::SettingsStore().readString(u"Config"_s, u"Synch"_s, u"-"_s), u"-"_s);
+        }
+        QCOMPARE(settings::SettingsStore().readString(u"Config"_s, u"Synch"_s, u"-"_s), u"0"_s);
     }
 
     // The launcher: a document goes to its association, an executable is
