@@ -458,9 +458,7 @@ void ConfigDialog::showValue(Key key) {
         list->second->setCurrentIndex(value);
     } else if (key == Key::Shell) {
         const QSignalBlocker quiet(m_optShell);
-        // Before the first load neither button is chosen.
-        if (QAbstractButton* button = m_optShell->button(value != 0 ? 1 : 0); button && value >= 0)
-            button->setChecked(true);
+        m_optShell->button(value != 0 ? 1 : 0)->setChecked(true);
     }
 }
 
