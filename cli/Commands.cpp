@@ -206,6 +206,17 @@ int snapshotCommand(const QStringList& arguments) {
     }
 
     const QString folder = absoluteFolder(p.positionalArguments().at(0));
+    // The scan itself records a folder it cannot list as one nameless entry;
+    // a folder named here that is not there is a mistake worth saying so.
+    const QFileInfo folderInfo(folder);
+    if (!folderInfo.exists()) {
+        printError(QStringLiteral("Folder Not Found"), folder + QStringLiteral(" does not exist"));
+        return ExitTrouble;
+    }
+    if (!folderInfo.isDir()) {
+        printError(QStringLiteral("Not a Folder"), folder + QStringLiteral(" is not a folder"));
+        return ExitTrouble;
+    }
     Snapshot snapshot;
     snapshot.header.recurse = !p.isSet(noRecurse);
     snapshot.header.hidden = !p.isSet(noHidden);
@@ -535,7 +546,10 @@ int compareCommand(const QStringList& arguments) {
         QStringLiteral("Ignore dates that differ by one hour (clock changes), give or take the tolerance."));
     const QCommandLineOption ignoreAttributes(
         QStringLiteral("ignore-attributes"),
-        QStringLiteral("Ignore differences in these attributes: R read-only, H hidden, S system, A archive."),
+        QStringLiteral(
+            "Leave these attributes out of the comparison: R read-only, H hidden, S system,\n"
+            "A archive. Without it every attribute counts but the normal bit, which only says\n"
+            "that no other bit is set."),
         QStringLiteral("R,H,S,A"));
     const QCommandLineOption tolerance(
         QStringLiteral("tolerance"),
@@ -543,7 +557,10 @@ int compareCommand(const QStringList& arguments) {
         QStringLiteral("DURATION"));
     const QCommandLineOption useSettings(
         QStringLiteral("use-settings"),
-        QStringLiteral("Start from the ignore options stored by Kestrel's options dialog."));
+        QStringLiteral(
+            "Start from the ignore options stored by Kestrel's options dialog. There the\n"
+            "attributes ticked under \"Ignore attributes\" are the only ones compared, and\n"
+            "none are while that box is off."));
     const QCommandLineOption show(
         QStringLiteral("show"),
         QStringLiteral("List NEW's entries as the file list shows them instead: all, only (only in NEW),\n"
@@ -557,6 +574,9 @@ int compareCommand(const QStringList& arguments) {
         return ExitTrouble;
 
     CompareOptions options;
+    // The normal bit changes whenever any other bit does, so comparing it
+    // would report what --ignore-attributes asked to leave out.
+    options.attributeCompareMask = uint16_t(~Attribute::Normal);
     if (p.isSet(useSettings)) {
         settings::Options stored;
         settings::SettingsStore().getSettings(stored);
@@ -571,7 +591,7 @@ int compareCommand(const QStringList& arguments) {
             printError(QStringLiteral("Usage"), QStringLiteral("--ignore-attributes takes letters among R,H,S,A"));
             return ExitTrouble;
         }
-        options.attributeIgnoreMask = int16_t(options.attributeIgnoreMask | mask);
+        options.attributeCompareMask &= uint16_t(~mask);
     }
     if (p.isSet(tolerance)) {
         const double days = parseDuration(p.value(tolerance));

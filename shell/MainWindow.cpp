@@ -85,8 +85,20 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     setWindowIcon(QIcon(KestrelEmblem(64)));
     m_meterWindow->attach(&m_meter);
 
-    // The options come first: the windows made below read them.
-    m_store.getSettings(m_options);
+    // The options come first: the windows made below read them. The options
+    // dialog loads them as it is made.
+    m_config = std::make_unique<settings::ConfigDialog>(m_options, m_store, this);
+    m_config->showModal = [this](QDialog& dialog) { return execDialog(dialog); };
+    m_config->launchProgram = [this](const settings::CustomLaunch& launch) {
+        return m_launcher.StartProgram(launch.program, launch.arguments, launch.folder);
+    };
+    connect(m_config.get(), &settings::ConfigDialog::helpRequested, this,
+            &MainWindow::mnuHelpTips_Click);
+    // Its Compare buttons compare the active snapshot window again.
+    connect(m_config.get(), &settings::ConfigDialog::compareRequested, this, [this](bool bothWays) {
+        if (SnapshotWindow* window = activeSnapshotWindow())
+            window->CompareSnapshot(bothWays);
+    });
 
     m_questions.exec = [](QDialog& dialog) { return dialog.exec(); };
     m_questions.message = [this](const UserMessage& message) {
@@ -158,10 +170,7 @@ void MainWindow::createActions() {
     m_mnuFileOpen->setShortcut(QKeySequence::Open);
     connect(m_mnuFileOpen, &QAction::triggered, this, &MainWindow::mnuFileOpen_Click);
 
-    // The options dialog is not part of this build yet: the item is there,
-    // disabled, and mnuFileConfig_Click will show the dialog once it exists.
     m_mnuFileConfig = new QAction(QStringLiteral("Kestrel &Configuration..."), this);
-    m_mnuFileConfig->setEnabled(false);
     connect(m_mnuFileConfig, &QAction::triggered, this, &MainWindow::mnuFileConfig_Click);
 
     m_mnuFileExit = new QAction(QStringLiteral("E&xit Kestrel"), this);
@@ -288,8 +297,29 @@ void MainWindow::mnuFileOpen_Click() {
 }
 
 void MainWindow::mnuFileConfig_Click() {
-    // The options dialog arrives with the comparison views; its menu item is
-    // disabled until then.
+    if (busy())
+        return;
+    m_config->disableCompareButtons();
+    execDialog(*m_config);
+    optionsClosed();
+}
+
+void MainWindow::showCompareOptions(const QString& current, const QString& other) {
+    if (busy())
+        return;
+    m_config->showForComparison(current, other);
+    optionsClosed();
+}
+
+void MainWindow::optionsClosed() {
+    if (!m_config->displayChanged())
+        return;
+    for (SnapshotWindow* window : snapshotWindows())
+        window->refreshFolder();
+}
+
+bool MainWindow::ExecuteCustom(const QString& first, const QString& second) {
+    return m_config->ExecuteCustom(first, second);
 }
 
 void MainWindow::mnuFileExit_Click() {
@@ -661,7 +691,6 @@ void MainWindow::closeEvent(QCloseEvent* event) {
                           maximised ? QStringLiteral("2") : QStringLiteral("0"));
     m_recent->saveState();
     m_newDialog->saveChoices();
-    m_store.saveSynch(m_options);
     QGuiApplication::restoreOverrideCursor();
     event->accept();
 }

@@ -6,6 +6,7 @@
 #include "settings/IniFile.h"
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
+#include "settings/ui/ConfigDialog.h"
 #include "views/SnapshotWindow.h"
 
 #include <QList>
@@ -73,8 +74,9 @@ public:
     static constexpr int DesignedWidth = 12600;
     static constexpr int DesignedHeight = 9000;
 
-    // Loads the options from the per-user store, makes the dialogs and reads
-    // the frame's placement from the INI file at iniPath. Shows nothing.
+    // Makes the options dialog, whose construction loads the options from
+    // the per-user store, then the other dialogs, and reads the frame's
+    // placement from the INI file at iniPath. Shows nothing.
     explicit MainWindow(const QString& iniPath, QWidget* parent = nullptr);
     ~MainWindow() override;
 
@@ -89,7 +91,9 @@ public:
     // Commands.
     void mnuFileNew_Click() override;
     void mnuFileOpen_Click() override;
-    void mnuFileConfig_Click();
+    // Disables the options dialog's Compare buttons for good, then shows it
+    // modally over the frame.
+    void mnuFileConfig_Click() override;
     void mnuFileExit_Click() override;
     void mnuHelpAbout_Click() override;
     void mnuHelpTips_Click() override;
@@ -122,6 +126,10 @@ public:
     const settings::Options& options() const override { return m_options; }
     settings::SettingsStore& store() { return m_store; }
     const settings::IniFile& ini() const { return m_ini; }
+    // frmConfig, for the snapshot windows: Compare Now
+    // (showForComparison, then compareRequested), the display-changed flag
+    // after it closes, and ExecuteCustom for a double-clicked file.
+    settings::ConfigDialog& configDialog() { return *m_config; }
     NewSnapshotDialog& newSnapshotDialog() { return *m_newDialog; }
     RecentSnapshotsDialog& recentDialog() { return *m_recent; }
     MeterWindow& meterWindow() { return *m_meterWindow; }
@@ -141,6 +149,8 @@ public:
     void setLastSelectedFolder(const QString& key) override { m_lastSelectedFolder = key; }
     void commandsChanged() override { updateActions(); }
     void LaunchDocument(const QString& folder, const QString& name) override;
+    void showCompareOptions(const QString& current, const QString& other) override;
+    bool ExecuteCustom(const QString& first, const QString& second) override;
     void AddRecent(const QString& path) override;
     QString lastFolder() const override;
     void setLastFolder(const QString& folder) override;
@@ -177,6 +187,9 @@ private:
     // The menu bar holds the active snapshot window's menus, or the frame's
     // own when there is none.
     void showMenusOf(views::SnapshotWindow* window);
+    // The options dialog closed: with a change to what the snapshot windows
+    // display (empty folders, synchronisation), each lists its folder again.
+    void optionsClosed();
     void toolbarActionTriggered(QAction* action);
     void setToolbarVisible(bool visible);
     int execDialog(QDialog& dialog);
@@ -187,6 +200,8 @@ private:
     settings::Options m_options;
     UserQuestions m_questions;
     Launcher m_launcher;
+    // Destroyed before the options and the store it stores "Synch" into.
+    std::unique_ptr<settings::ConfigDialog> m_config;
 
     QMdiArea* m_mdi = nullptr;
     QToolBar* m_toolbar = nullptr;

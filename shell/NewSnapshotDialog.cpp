@@ -13,6 +13,7 @@
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -25,6 +26,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #ifdef Q_OS_UNIX
 #include <dirent.h>
@@ -129,6 +131,30 @@ public:
         invalidateFilter();
     }
 
+    // The open folder, the one a snapshot would be taken of, shows in bold:
+    // the highlight may be elsewhere while the keyboard moves through the list.
+    void setOpened(const QString& path) {
+        const QString previous = std::exchange(m_opened, path);
+        const auto* files = static_cast<const QFileSystemModel*>(sourceModel());
+        for (const QString& changed : {previous, path}) {
+            const QModelIndex shown = mapFromSource(files->index(changed));
+            if (shown.isValid())
+                Q_EMIT dataChanged(shown, shown, {Qt::FontRole});
+        }
+    }
+
+    QVariant data(const QModelIndex& index, int role) const override {
+        if (role == Qt::FontRole && !m_opened.isEmpty()) {
+            const auto* files = static_cast<const QFileSystemModel*>(sourceModel());
+            if (files->filePath(mapToSource(index)) == m_opened) {
+                QFont bold;
+                bold.setBold(true);
+                return bold;
+            }
+        }
+        return QSortFilterProxyModel::data(index, role);
+    }
+
 protected:
     bool filterAcceptsRow(int row, const QModelIndex& parent) const override {
         const auto* files = static_cast<const QFileSystemModel*>(sourceModel());
@@ -138,6 +164,7 @@ protected:
 
 private:
     QString m_root = u"/"_s;
+    QString m_opened;
 };
 
 // The hourglass while a drive is tried; put back before a message shows.
@@ -191,7 +218,7 @@ struct NewSnapshotDialog::Controls {
     // setVersionPath, so the folder-change rule runs once per change.
     QString folderPath;
     QString versionPath;
-    bool syncing = false; // the dialog itself is moving a list's selection
+    bool syncing = false; // the dialog itself is moving the version list's selection
 };
 
 NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& options,
@@ -298,9 +325,10 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     connect(c.chkCompare, &QCheckBox::toggled, this, &NewSnapshotDialog::chkCompare_Click);
     connect(&m_options, &settings::Options::valueChanged, this, &NewSnapshotDialog::optionChanged);
     connect(c.drvDrive, &QComboBox::currentIndexChanged, this, &NewSnapshotDialog::drvDrive_Change);
-    connect(c.dirFolder->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            &NewSnapshotDialog::dirFolder_CurrentChanged);
+    // Only a click or Enter opens an entry of the folder list; moving through
+    // it with the keyboard highlights entries and changes nothing else.
     connect(c.dirFolder, &QTreeView::clicked, this, &NewSnapshotDialog::dirFolder_Click);
+    c.dirFolder->installEventFilter(this);
     connect(c.dirVersion->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &NewSnapshotDialog::dirVersion_CurrentChanged);
     // Folders are read in the background: keep the chosen ones in view as
@@ -409,13 +437,12 @@ void NewSnapshotDialog::setFolderPath(const QString& path) {
     const QModelIndex source = c.folders->index(path);
     const QModelIndex shown = c.driveFolders->mapFromSource(source);
     if (shown.isValid()) {
-        c.syncing = true;
         c.dirFolder->setCurrentIndex(shown);
         c.dirFolder->scrollTo(shown);
-        c.syncing = false;
     }
     if (path != c.folderPath) {
         c.folderPath = path;
+        c.driveFolders->setOpened(path);
         dirFolder_Change();
     }
 }
@@ -455,17 +482,35 @@ void NewSnapshotDialog::drvDrive_Change(int index) {
     setFolderPath(previous);
 }
 
-void NewSnapshotDialog::dirFolder_CurrentChanged(const QModelIndex& current) {
-    Controls& c = *m_controls;
-    if (c.syncing || !current.isValid())
-        return;
-    setFolderPath(c.folders->filePath(c.driveFolders->mapToSource(current)));
+void NewSnapshotDialog::dirFolder_Click(const QModelIndex& index) {
+    // A click opens the entry at once, so single clicks walk down the tree.
+    openFolderEntry(index);
 }
 
-void NewSnapshotDialog::dirFolder_Click(const QModelIndex& index) {
-    // A click opens the folder at once, so single clicks walk down the tree;
-    // moving through the list with the keyboard only chooses.
-    m_controls->dirFolder->expand(index);
+void NewSnapshotDialog::openFolderEntry(const QModelIndex& index) {
+    Controls& c = *m_controls;
+    if (!index.isValid())
+        return;
+    setFolderPath(c.folders->filePath(c.driveFolders->mapToSource(index)));
+    c.dirFolder->expand(index);
+}
+
+bool NewSnapshotDialog::eventFilter(QObject* watched, QEvent* event) {
+    Controls& c = *m_controls;
+    if (watched == c.dirFolder && event->type() == QEvent::KeyPress) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+        const QModelIndex highlighted = c.dirFolder->currentIndex();
+        // Enter opens the highlighted entry. On the entry already open it
+        // goes on to the dialog, whose default button is OK.
+        if (enter && (key->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier &&
+            highlighted.isValid() &&
+            c.folders->filePath(c.driveFolders->mapToSource(highlighted)) != c.folderPath) {
+            openFolderEntry(highlighted);
+            return true;
+        }
+    }
+    return QDialog::eventFilter(watched, event);
 }
 
 void NewSnapshotDialog::dirVersion_CurrentChanged(const QModelIndex& current) {

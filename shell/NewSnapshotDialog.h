@@ -54,8 +54,10 @@ Q_SIGNALS:
 private:
     void drvDrive_Change(int index);
     void dirFolder_Change();
-    void dirFolder_CurrentChanged(const QModelIndex& current);
     void dirFolder_Click(const QModelIndex& index);
+    // Makes the entry the folder list's path and shows what is inside it.
+    void openFolderEntry(const QModelIndex& index);
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void dirVersion_CurrentChanged(const QModelIndex& current);
     void folders_DirectoryLoaded();
     void scrollToChoices();

@@ -74,6 +74,16 @@ public:
     virtual void mnuFileExit_Click() = 0;
     virtual void mnuHelpAbout_Click() = 0;
     virtual void mnuHelpTips_Click() = 0;
+    // The options dialog from the menu; the open snapshot windows show again
+    // what they list when it closes with a change to what they display.
+    virtual void mnuFileConfig_Click() = 0;
+    // Compare Now: the options dialog over the main window at its first
+    // tab, with the two snapshots' captions; its Compare buttons make the
+    // active snapshot window compare again.
+    virtual void showCompareOptions(const QString& current, const QString& other) = 0;
+    // ExecuteCustom: the external compare program on two files; false, with
+    // no message, when either path is empty.
+    virtual bool ExecuteCustom(const QString& first, const QString& second) = 0;
     // Tiles the snapshot windows one above the other.
     virtual void tileHorizontally() = 0;
 
@@ -87,7 +97,8 @@ public:
     virtual QString lastFolder() const = 0;
     virtual void setLastFolder(const QString& folder) = 0;
     // Opens folder + name with the application the desktop associates with
-    // it; a failure is shown as "Application Launch Error".
+    // it (a folder in the file manager); a failure is shown as "Application
+    // Launch Error".
     virtual void LaunchDocument(const QString& folder, const QString& name) = 0;
 
     // The user's answers.

@@ -48,8 +48,10 @@ constexpr int DesignedHeight = 4800;
 constexpr double GridPointSize = 8.25;
 
 // The caption of the option that disables sorting by the key columns, as
-// the options dialog shows it.
-const QString FasterCaption = QStringLiteral("Optimise for speed and capacity");
+// the options dialog shows it: without its accelerator marker.
+QString fasterCaptionShown() {
+    return QString(settings::fasterCaption()).remove(QLatin1Char('&'));
+}
 
 QString withSeparator(QString folder) {
     if (!folder.isEmpty() && !folder.endsWith(Separator))
@@ -203,15 +205,14 @@ void SnapshotWindow::createMenus() {
     addCommand(file, QStringLiteral("mnuFileProps"), QStringLiteral("Snapshot &Title..."),
                &SnapshotWindow::mnuFileProps_Click);
     file->addSeparator();
-    // Export, print and the options dialog arrive with their dialogs.
+    // Export and print arrive with their dialogs.
     addCommand(file, QStringLiteral("mnuFileExport"), QStringLiteral("&Export..."), nullptr)
         ->setEnabled(false);
     addCommand(file, QStringLiteral("mnuFilePrint"), QStringLiteral("&Print..."), nullptr)
         ->setEnabled(false);
     file->addSeparator();
     addCommand(file, QStringLiteral("mnuFileConfig"), QStringLiteral("Kestrel &Configuration..."),
-               nullptr)
-        ->setEnabled(false);
+               &SnapshotWindow::mnuFileConfig_Click);
     file->addSeparator();
     QAction* close = addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("&Close"),
                                 nullptr);
@@ -229,7 +230,8 @@ void SnapshotWindow::createMenus() {
     connect(exit, &QAction::triggered, this, [this] { m_host.mnuFileExit_Click(); });
 
     m_mnuCompareNow = addCommand(compare, QStringLiteral("mnuCompareNow"),
-                                 QStringLiteral("Compare &Now"), &SnapshotWindow::mnuCompareNow_Click);
+                                 QStringLiteral("Compare &Now..."),
+                                 &SnapshotWindow::mnuCompareNow_Click);
     m_mnuCompareRoot = addCommand(compare, QStringLiteral("mnuCompareRoot"),
                                   QStringLiteral("Comparison &Root"),
                                   &SnapshotWindow::mnuCompareRoot_Click);
@@ -497,9 +499,10 @@ bool SnapshotWindow::CompareSnapshot(bool bothWays) {
 }
 
 void SnapshotWindow::mnuCompareNow_Click() {
-    if (m_host.busy())
+    if (m_host.busy() || !m_pair)
         return;
-    CompareSnapshot(true);
+    // The comparison starts from the dialog's Compare buttons.
+    m_host.showCompareOptions(caption(), m_pair->caption());
 }
 
 // File grid -----------------------------------------------------------------------
@@ -582,6 +585,9 @@ void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
     listing.mode = m_showMode;
     listing.subFolders = m_subFolders;
     listing.keys = !m_faster;
+    // "Show empty folders in the file list" off leaves out folders without
+    // contents.
+    listing.emptyFolders = m_host.options().value(Key::Empty) != 0;
     m_gridModel->list(m_currentTag, listing, colours(), meter);
     m_grdFiles->horizontalHeader()->setSortIndicatorShown(false);
     updateStatusBar();
@@ -625,7 +631,8 @@ void SnapshotWindow::SortSequence(int column) {
     if (m_faster && engine::sortNeedsKeys(column - 1)) {
         m_host.showMessage(UserMessage{
             QStringLiteral("Sorting Restriction"),
-            QStringLiteral("Cannot sort by Size, Modified or Attributes when '") + FasterCaption +
+            QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +
+                fasterCaptionShown() +
                 QStringLiteral("' is enabled (see Options and Preferences). ") +
                 QStringLiteral("All open Snapshots must then be saved and ") +
                 QStringLiteral("re-opened to fully enable column sorting."),
@@ -688,19 +695,43 @@ void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) 
 void SnapshotWindow::grdFiles_DblClick(int row) {
     if (row < 0 || row >= m_gridModel->rowCount())
         return;
+    const settings::Options& options = m_host.options();
     const int32_t entry = m_gridModel->entryAt(row);
     const engine::SnapshotEntry& e = m_snapshot.entries.get(entry);
     if (e.isFolder()) {
+        if (options.value(Key::Explore) != 0) {
+            // "Double-clicking folder names opens up Explorer windows": the
+            // folder opens in the desktop's file manager instead.
+            launchEntry(entry);
+            return;
+        }
         selectFolder(selectedKey() + m_gridModel->rows().inFolder(row) +
                      m_snapshot.nameText(entry) + Separator);
         return;
     }
+    if (options.value(Key::Shell) == 0) {
+        launchEntry(entry);
+        return;
+    }
+    // The file and its counterpart in the compared snapshot; an entry
+    // without one gives an empty path, and nothing is started.
+    QString counterpart;
+    if (m_pair && e.match > 0)
+        counterpart = m_pair->GetParameter(e.match);
+    m_host.ExecuteCustom(GetParameter(entry), counterpart);
+}
+
+void SnapshotWindow::launchEntry(int32_t entry) {
     const QString path = GetParameter(entry);
     if (path.isEmpty())
         return;
     const qsizetype cut = path.lastIndexOf(Separator) + 1;
     m_host.LaunchDocument(path.left(cut), path.mid(cut));
 }
+
+void SnapshotWindow::refreshFolder() { tvwPaths_NodeClick(selectedNode()); }
+
+void SnapshotWindow::mnuFileConfig_Click() { m_host.mnuFileConfig_Click(); }
 
 QString SnapshotWindow::GetParameter(int32_t index) const {
     QString path;

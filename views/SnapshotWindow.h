@@ -86,6 +86,7 @@ public:
     void mnuFileRepeat_Click();
     void mnuFileBranch_Click();
     void mnuFileProps_Click();
+    void mnuFileConfig_Click();
     void mnuCompareNow_Click();
     void mnuCompareRoot_Click();
     void mnuViewBytes_Click();
@@ -129,9 +130,14 @@ public:
     void SortSequence(int column);
     int sortColumn() const { return m_sortColumn; }
     bool sortDescending() const { return m_sortOrder == 2; }
-    // Double-clicking a row: a folder row opens that folder in the tree, a
-    // file row opens the file.
+    // Double-clicking a row: a folder row opens that folder in the tree (in
+    // the desktop's file manager with "Explore" on); a file row opens the
+    // file in its application, or with "Shell" set to the external program,
+    // hands it and its counterpart to that program.
     void grdFiles_DblClick(int row);
+    // Lists the selected folder again, as a click on its node does: after
+    // options that change what the grid shows.
+    void refreshFolder();
     // ScrollPosition: makes the first row of the given name (and In Folder
     // text, when given) the top row of the grid.
     void ScrollPosition(const QString& name, const QString& folder = QString());
@@ -181,6 +187,8 @@ private:
     // The number of the next snapshot of this one; false, with the overflow
     // shown, past the last 16-bit number.
     bool nextNumber(int16_t& next);
+    // Opens an entry's file or folder through the desktop.
+    void launchEntry(int32_t entry);
 
     void cboShow_Click();
     void tvwPaths_NodeClick(const QModelIndex& node);

@@ -38,6 +38,13 @@ protected:
         return r;
     }
     QString home() const { return m_home.path(); }
+    // Writes the desktop program's settings file.
+    void storeSettings(const QByteArray& contents) {
+        QDir().mkpath(home() + QStringLiteral("/config/Kestrel"));
+        QFile conf(home() + QStringLiteral("/config/Kestrel/Kestrel.conf"));
+        ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
+        conf.write(contents);
+    }
 
     QTemporaryDir m_home;
 };
@@ -106,6 +113,19 @@ TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
     r = cli({QStringLiteral("info"), t.root() + QStringLiteral("missing.#01")});
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.err.trimmed(), QStringLiteral("Error: Unable to open Snapshot"));
+
+    // A folder to scan that is not there is refused before any scan.
+    for (const QString& name : {QStringLiteral("missing"), QStringLiteral("bad.#01")}) {
+        r = cli({QStringLiteral("snapshot"), t.root() + name, QStringLiteral("--dir"), home()});
+        EXPECT_EQ(r.status, 2);
+        EXPECT_TRUE(r.out.isEmpty());
+        EXPECT_EQ(r.err.trimmed(), name == QLatin1String("missing")
+                                       ? QStringLiteral("Folder Not Found: ") + t.root() + name +
+                                             QStringLiteral(" does not exist")
+                                       : QStringLiteral("Not a Folder: ") + t.root() + name +
+                                             QStringLiteral(" is not a folder"));
+    }
+    EXPECT_TRUE(QDir(home()).entryList({QStringLiteral("*.#*")}).isEmpty());
 
     EXPECT_EQ(cli({QStringLiteral("frobnicate")}).status, 2);
     EXPECT_EQ(cli({QStringLiteral("list")}).status, 2);
@@ -195,17 +215,39 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
                    QStringLiteral("soon")}).status, 2);
 }
 
+// Attribute changes: every bit counts on the command line but the normal
+// bit, so a file made read-only differs in its read-only bit alone;
+// --use-settings compares only the attributes ticked in the options dialog.
+TEST_F(CliTest, CompareLeavesOutTheAttributesItIsTold) {
+    TempTree before, after;
+    for (TempTree* t : {&before, &after}) {
+        t->file(QStringLiteral("f"), "1");
+        t->touch(QStringLiteral("f"), 1700000000);
+    }
+    after.chmod(QStringLiteral("f"), 0444);
+    CliRun r = cli({QStringLiteral("compare"), before.root(), after.root()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out.trimmed(), QStringLiteral("~\tf\t[was Norm]"));
+    r = cli({QStringLiteral("compare"), before.root(), after.root(),
+             QStringLiteral("--ignore-attributes"), QStringLiteral("R")});
+    EXPECT_EQ(r.status, 0) << r.out.toStdString();
+
+    const QStringList withSettings = {QStringLiteral("compare"), before.root(), after.root(),
+                                      QStringLiteral("--use-settings")};
+    EXPECT_EQ(cli(withSettings).status, 0); // "Ignore attributes" off: none compared
+    storeSettings("[Ignore]\nAttrib=1\nArchive=1\n");
+    EXPECT_EQ(cli(withSettings).status, 0);
+    storeSettings("[Ignore]\nAttrib=1\nRead=1\n");
+    EXPECT_EQ(cli(withSettings).status, 1);
+}
+
 TEST_F(CliTest, CompareTakesStoredOptionsOnlyWhenAsked) {
     TempTree before, after;
     before.file(QStringLiteral("f"), "1");
     after.file(QStringLiteral("f"), "12");
     for (TempTree* t : {&before, &after})
         t->touch(QStringLiteral("f"), 1700000000);
-    QDir().mkpath(home() + QStringLiteral("/config/Kestrel"));
-    QFile conf(home() + QStringLiteral("/config/Kestrel/Kestrel.conf"));
-    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
-    conf.write("[Ignore]\nSize=1\n");
-    conf.close();
+    storeSettings("[Ignore]\nSize=1\n");
     EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root()}).status, 1);
     EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--use-settings")}).status,
               0);

@@ -178,6 +178,10 @@ TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
     roBefore.attributes = 128;
     Node roAfter = Node::file("ro", 5);
     roAfter.attributes = 1; // made read-only
+    Node arcBefore = Node::file("arc", 5);
+    arcBefore.attributes = 33;
+    Node arcAfter = Node::file("arc", 5);
+    arcAfter.attributes = 1; // archive bit cleared
     Node verBefore = Node::file("v.dll", 7);
     verBefore.version = "1.00.0000";
     Node verAfter = Node::file("v.dll", 7);
@@ -186,8 +190,8 @@ TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
     caseBefore.version = "1.0a";
     Node caseAfter = Node::file("c.dll");
     caseAfter.version = "1.0A";
-    buildSnapshot(older, {roBefore, verBefore, caseBefore, Node::file("sized", 1)});
-    buildSnapshot(newer, {roAfter, verAfter, caseAfter, Node::file("sized", 2)});
+    buildSnapshot(older, {roBefore, arcBefore, verBefore, caseBefore, Node::file("sized", 1)});
+    buildSnapshot(newer, {roAfter, arcAfter, verAfter, caseAfter, Node::file("sized", 2)});
 
     ASSERT_TRUE(compare().ok);
     EXPECT_EQ(inNew("ro").status, Change::Attributes);
@@ -198,15 +202,29 @@ TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
     EXPECT_EQ(WhatChanged(newer, older, at(newer, "v.dll"), {}), QStringLiteral("[was 1.00.0000]"));
 
     CompareOptions options;
-    options.attributeIgnoreMask = Attribute::ReadOnly;
+    options.attributeCompareMask = uint16_t(~Attribute::ReadOnly);
     options.ignoreVersion = true;
     options.ignoreSize = true;
     ASSERT_TRUE(compare(options).ok);
-    // Only the read-only bit is ignored: 128 against 1 still differs in bit 128.
+    // Every bit but read-only is compared: 128 against 1 still differs in bit 128.
     EXPECT_EQ(inNew("ro").status, Change::Attributes);
+    EXPECT_EQ(inNew("arc").status, Change::Attributes);
     EXPECT_EQ(inNew("v.dll").status, 0);
     EXPECT_EQ(inNew("sized").status, 0);
     EXPECT_EQ(WhatChanged(newer, older, at(newer, "sized"), options), QString());
+
+    // Only the bits in the mask are compared, in the status and in the text.
+    options.attributeCompareMask = uint16_t(Attribute::Archive);
+    ASSERT_TRUE(compare(options).ok);
+    EXPECT_EQ(inNew("ro").status, 0);
+    EXPECT_EQ(inNew("arc").status, Change::Attributes);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "ro"), options), QString());
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "arc"), options),
+              QStringLiteral("[was R/O,Arc]"));
+    options.attributeCompareMask = 0;
+    ASSERT_TRUE(compare(options).ok);
+    EXPECT_EQ(inNew("arc").status, 0);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "arc"), options), QString());
 }
 
 TEST_F(CompareTest, WhatChangedListsEveryDifferenceInOrder) {

@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include "engine/DirectoryReader.h"
 #include "engine/OleDate.h"
 #include "engine/RingWalk.h"
 #include "engine/Scan.h"
@@ -274,6 +275,17 @@ TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
     expectSoundTree(single.snapshot);
 }
 
+// A folder that cannot be listed, locked or not there, gives one file
+// entry with an empty name, no attributes, no size and no date.
+void expectOneNamelessEntry(const Snapshot& s, int32_t first) {
+    EXPECT_EQ(s.name(first), "");
+    const SnapshotEntry& e = s.entry(first);
+    EXPECT_EQ(e.attributes, 0);
+    EXPECT_EQ(e.size, 0);
+    EXPECT_EQ(e.modified, 0);
+    EXPECT_EQ(e.nextSibling, first);
+}
+
 TEST(Scan, UnreadableFolderGivesOneEmptyEntry) {
     if (kestrel::test::runningAsRoot())
         GTEST_SKIP() << "permissions do not stop root from listing a folder";
@@ -286,15 +298,10 @@ TEST(Scan, UnreadableFolderGivesOneEmptyEntry) {
     ASSERT_TRUE(s.outcome.ok);
     const int32_t locked = indexOf(s.snapshot, QStringLiteral("locked"));
     ASSERT_TRUE(hasContents(s.snapshot, locked));
-    const SnapshotEntry& e = s.snapshot.entry(locked + 1);
-    EXPECT_EQ(s.snapshot.name(locked + 1), "");
-    EXPECT_EQ(e.attributes, 0);
-    EXPECT_EQ(e.size, 0);
-    EXPECT_EQ(e.modified, 0);
-    EXPECT_EQ(e.nextSibling, locked + 1);
+    expectOneNamelessEntry(s.snapshot, locked + 1);
 }
 
-TEST(Scan, EmptyOrMissingRootGivesTheEmptySnapshotMessage) {
+TEST(Scan, EmptyRootGivesTheEmptySnapshotMessage) {
     TempTree t;
     t.file(QStringLiteral(".only-dot-names"));
     Scan s = scan(t);
@@ -303,14 +310,32 @@ TEST(Scan, EmptyOrMissingRootGivesTheEmptySnapshotMessage) {
     EXPECT_EQ(s.outcome.message->title, QStringLiteral("Empty Snapshot"));
     EXPECT_EQ(s.outcome.message->text, QStringLiteral("No files or folders match the specifications"));
     EXPECT_EQ(s.outcome.message->icon, MessageIcon::Information);
+}
 
+TEST(Scan, MissingOrVanishedFolderGivesOneNamelessEntry) {
+    TempTree t;
     Snapshot missing;
     missing.header.rootFolder = t.root() + QStringLiteral("\"quoted\"/");
     ProgressMeter meter;
-    const Outcome o = CreateSnapshot(missing, {}, meter);
-    EXPECT_FALSE(o.ok);
-    ASSERT_TRUE(o.message);
-    EXPECT_EQ(o.message->title, QStringLiteral("Empty Snapshot"));
+    ASSERT_TRUE(CreateSnapshot(missing, {}, meter).ok);
+    EXPECT_EQ(missing.entryCount, 1);
+    expectOneNamelessEntry(missing, 1);
+
+    // A sub-folder that goes between its parent's listing and its own.
+    t.file(QStringLiteral("going/inside.txt"));
+    ListingRules rules;
+    rules.recurse = true;
+    DirectoryReader reader(rules, 0);
+    FolderTask& top = reader.root(QFile::encodeName(t.root()).toStdString());
+    reader.list(top);
+    ASSERT_EQ(top.listing.children.size(), 1u);
+    FolderTask& going = *top.listing.children.front();
+    ASSERT_TRUE(QDir(t.root() + QStringLiteral("going")).removeRecursively());
+    reader.list(going);
+    ASSERT_EQ(going.listing.items.size(), 1u);
+    const ListedItem& item = going.listing.items.front();
+    EXPECT_EQ(going.listing.name(item), "");
+    EXPECT_TRUE(item.attributes == 0 && item.size == 0 && !item.folder);
 }
 
 // Records what the meter does and cancels on request.

@@ -42,17 +42,23 @@ template <typename T> T* control(QWidget& dialog, const char* name) {
     return widget;
 }
 
-// Chooses a folder in one of the new-snapshot dialog's folder lists, as a
-// click would.
-void chooseFolder(QWidget& dialog, const char* list, const QString& path) {
-    QTreeView* view = control<QTreeView>(dialog, list);
+// The row of a folder in one of the new-snapshot dialog's folder lists.
+QModelIndex folderRow(QTreeView* view, const QString& path) {
     QAbstractItemModel* model = view->model();
     if (auto* proxy = qobject_cast<QSortFilterProxyModel*>(model)) {
         auto* files = static_cast<QFileSystemModel*>(proxy->sourceModel());
-        view->setCurrentIndex(proxy->mapFromSource(files->index(path)));
-    } else {
-        view->setCurrentIndex(static_cast<QFileSystemModel*>(model)->index(path));
+        return proxy->mapFromSource(files->index(path));
     }
+    return static_cast<QFileSystemModel*>(model)->index(path);
+}
+
+// Chooses a folder in one of the new-snapshot dialog's folder lists, as a
+// click would: the press highlights the row, the click opens it.
+void chooseFolder(QWidget& dialog, const char* list, const QString& path) {
+    QTreeView* view = control<QTreeView>(dialog, list);
+    const QModelIndex row = folderRow(view, path);
+    view->setCurrentIndex(row);
+    Q_EMIT view->clicked(row);
 }
 
 // The folder the dialog would return: OK, read, and the dialog is hidden.
@@ -324,6 +330,39 @@ private Q_SLOTS:
         // The options dialog turns it back on while this one waits.
         options.setValue(settings::Key::Compare, 1);
         QVERIFY(compare->isChecked());
+    }
+
+    // The keyboard moves the highlight through the folder list without
+    // opening anything; Enter opens the highlighted folder, and on the open
+    // one it accepts the dialog.
+    void newFolderListKeyboard() {
+        makeFolders({u"data/bin"_s, u"data/other"_s});
+        m->ini.writeString(u"Main"_s, u"Folder"_s, path(u"data"_s));
+        m->ini.writeString(u"Main"_s, u"Version"_s, path(u"data/bin"_s));
+        settings::Options options;
+        shell::NewSnapshotDialog dialog(m->ini, options);
+        auto* versions = control<QCheckBox>(dialog, "chkVersion");
+        auto* folders = control<QTreeView>(dialog, "dirFolder");
+        versions->click();
+        dialog.show();
+        const auto bold = [&](const QString& folder) {
+            return folderRow(folders, folder).data(Qt::FontRole).value<QFont>().bold();
+        };
+        QVERIFY(bold(path(u"data"_s)));
+
+        QTest::keyClick(folders, Qt::Key_Up);
+        QVERIFY(folders->currentIndex() != folderRow(folders, path(u"data"_s)));
+        folders->setCurrentIndex(folderRow(folders, path(u"data/other"_s)));
+        QVERIFY(versions->isChecked());
+        QVERIFY(bold(path(u"data"_s)) && !bold(path(u"data/other"_s)));
+
+        QTest::keyClick(folders, Qt::Key_Return);
+        QVERIFY(dialog.isVisible());
+        QVERIFY(!versions->isChecked()); // data/bin is not inside data/other
+        QVERIFY(!bold(path(u"data"_s)) && bold(path(u"data/other"_s)));
+        QTest::keyClick(folders, Qt::Key_Enter, Qt::KeypadModifier);
+        QVERIFY(!dialog.isVisible());
+        QCOMPARE(dialog.folder(), path(u"data/other"_s));
     }
 
     // Cancel returns no folder but keeps the one chosen on show; Folder,

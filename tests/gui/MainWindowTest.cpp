@@ -17,9 +17,11 @@
 #include "views/FileGridModel.h"
 #include "views/SnapshotWindow.h"
 
+#include <QAbstractButton>
 #include <QAbstractItemModelTester>
 #include <QAction>
 #include <QApplication>
+#include <QLineEdit>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QToolBar>
@@ -102,12 +104,16 @@ private Q_SLOTS:
             QVERIFY(frame.titles.isEmpty());
         }
 
-        // A quoted path is neither a snapshot file nor a folder: both complain.
+        // A quoted path is no snapshot file; scanned as a folder that is not
+        // there, it lists as one nameless entry, as an unreadable folder does.
         Frame frame(iniPath());
         shell::StartUp(*frame.window, u'"' + m_tree + u'"');
-        QVERIFY(frame->snapshotWindows().isEmpty());
         QVERIFY(frame.dialogs.isEmpty());
-        QCOMPARE(frame.titles, (QStringList{u"Error"_s, u"Empty Snapshot"_s}));
+        QCOMPARE(frame.titles, QStringList{u"Error"_s});
+        QCOMPARE(frame->snapshotWindows().size(), 1);
+        const engine::Snapshot& listed = frame->snapshotWindows().first()->snapshot();
+        QCOMPARE(listed.fileCount, 1);
+        QCOMPARE(listed.name(1), std::string_view());
         QVERIFY(frame->isVisible());
     }
 
@@ -146,7 +152,9 @@ private Q_SLOTS:
         QCOMPARE(rows, (QStringList{u"a.txt=5"_s, u"sub=<dir>"_s}));
 
         // A failed scan adds no window.
-        QVERIFY(!frame->NewSnapshot(m_dir->filePath(u"missing"_s), true, true, false, 2));
+        const QString empty = m_dir->filePath(u"empty"_s);
+        QVERIFY(QDir().mkpath(empty));
+        QVERIFY(!frame->NewSnapshot(empty, true, true, false, 2));
         QCOMPARE(frame->snapshotWindows().size(), 1);
         QCOMPARE(frame.titles, QStringList{u"Empty Snapshot"_s});
     }
@@ -304,8 +312,43 @@ private Q_SLOTS:
         QVERIFY(maximised->windowState() & Qt::WindowMaximized);
     }
 
+    // The options dialog in the frame: the menu disables its Compare buttons
+    // for good, its toolbar box acts on the frame at once, ExecuteCustom
+    // reports through the frame's launcher, and "Synch" is stored once, when
+    // the dialog goes with the frame.
+    void configurationDialog() {
+        {
+            Frame frame(iniPath());
+            frame->show();
+            settings::ConfigDialog& config = frame->configDialog();
+            QVERIFY(!config.isVisible());
+            const auto find = [&](const char* name) {
+                return config.findChild<QWidget*>(QLatin1String(name));
+            };
+            QVERIFY(find("cmdCompare0")->isEnabled() && find("cmdCompare1")->isEnabled());
+            frame->mnuFileConfig_Click();
+            QCOMPARE(frame.dialogs, QStringList{u"kestrel::settings::ConfigDialog"_s});
+            config.showForComparison(u"one"_s, u"two"_s);
+            QCOMPARE(frame.dialogs.size(), 2);
+            QVERIFY(!find("cmdCompare0")->isEnabled() && !find("cmdCompare1")->isEnabled());
+
+            static_cast<QAbstractButton*>(find("chkToolbar"))->click();
+            QVERIFY(!frame->toolbar()->isVisible());
+
+            static_cast<QLineEdit*>(find("txtProgram"))->setText(m_dir->filePath(u"none"_s));
+            QVERIFY(!config.ExecuteCustom(m_tree + u"/a.txt"_s, m_tree + u"/a.txt"_s));
+            QCOMPARE(frame.titles, QStringList{u"Application Launch Error"_s});
+
+            static_cast<QAbstractButton*>(find("chkSynch"))->click();
+            QVERIFY(frame->close());
+            QCOMPARE(settings::SettingsStore().readString(u"Config"_s, u"Synch"_s, u"-"_s), u"-"_s);
+        }
+        QCOMPARE(settings::SettingsStore().readString(u"Config"_s, u"Synch"_s, u"-"_s), u"0"_s);
+    }
+
     // The launcher: a document goes to its association, an executable is
-    // started directly; help opens the page beside the program, at its top.
+    // started directly; help opens the page beside the program, at its top,
+    // and complains only when the desktop's launcher cannot start.
     void launcher() {
         const QString folder = m_dir->path() + u'/';
         writeFile(folder + u"notes.txt"_s, "x");
@@ -320,11 +363,14 @@ private Q_SLOTS:
         desktop.launcher.LaunchDocument({}, folder, u"cmp"_s, {});
         desktop.launcher.LaunchDocument(u"/no/such/"_s, u"place/"_s, u"file.txt"_s, {});
         desktop.launcher.setProgramFolder(m_dir->path());
+        QVERIFY(desktop.launcher.ShowHelp(u"#Top"_s)); // no page: nothing opens, nothing said
+        writeFile(folder + u"KestHelp.htm"_s, "<html></html>");
         QVERIFY(!desktop.launcher.ShowHelp(u"#Top"_s));
 
         const QString installed = QCoreApplication::applicationDirPath() + u"/KestHelp.htm"_s;
         QCOMPARE(desktop.opened, (QList<QUrl>{QUrl::fromLocalFile(installed),
-                                              QUrl::fromLocalFile(folder + u"notes.txt"_s)}));
+                                              QUrl::fromLocalFile(folder + u"notes.txt"_s),
+                                              QUrl::fromLocalFile(folder + u"KestHelp.htm"_s)}));
         const QString error = u"Application Launch Error: "_s;
         QCOMPARE(
             desktop.messages,

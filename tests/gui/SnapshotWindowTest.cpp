@@ -20,11 +20,14 @@
 #include "views/SplitterBar.h"
 
 #include <QAbstractItemModelTester>
+#include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
 #include <QComboBox>
 #include <QDateTime>
 #include <QHeaderView>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QMenuBar>
 #include <QScrollBar>
 #include <QSettings>
@@ -323,7 +326,16 @@ private Q_SLOTS:
         SnapshotWindow* older = first(frame);
         SnapshotWindow* newer = second(frame);
         QVERIFY(!newer->compared()); // no automatic comparison
+        // Compare Now asks for the options first; "Compare &Both" compares.
+        QStringList boxes;
+        frame.whileShown = [&](QDialog& dialog) {
+            for (const char* box : {"txtSnap", "txtOther"})
+                boxes << dialog.findChild<QLineEdit*>(QLatin1String(box))->text();
+            dialog.findChild<QPushButton*>(u"cmdCompare1"_s)->click();
+            return int(QDialog::Accepted);
+        };
         newer->mnuCompareNow_Click();
+        QCOMPARE(boxes, (QStringList{newer->caption(), older->caption()}));
         QVERIFY(newer->compared() && older->compared());
 
         QVERIFY(newer->selectFolder(u"/sub/"_s));
@@ -357,6 +369,7 @@ private Q_SLOTS:
         QVERIFY(newer->compared());
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         newer->mnuCompareNow_Click();
+        frame.whileShown = nullptr;
         QCOMPARE(newer->statusBar()->panelText(2), u"1 file changed"_s);
         // The root survives rebuilds, and the Compare menu marks it.
         newer->setShowPosition(3);
@@ -517,6 +530,41 @@ private Q_SLOTS:
         QTRY_COMPARE(frame->activeSnapshotWindow(), w);
         QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
         QCOMPARE(frame->snapshotWindows().size(), 2);
+    }
+
+    // The options that act on the windows: what a double-click starts, the
+    // file manager for folders, and empty folders left out of the list once
+    // the options dialog closes.
+    void optionsActOnTheWindows() {
+        Frame frame(iniPath());
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        const QString program = m_dir->filePath(u"cmp"_s);
+        writeFile(program, "#!/bin/sh\n");
+        frame.whileShown = [&](QDialog& dialog) {
+            dialog.findChild<QAbstractButton*>(u"optShell1"_s)->click();
+            dialog.findChild<QLineEdit*>(u"txtProgram"_s)->setText(program);
+            dialog.findChild<QAbstractButton*>(u"chkExplore"_s)->click();
+            dialog.findChild<QAbstractButton*>(u"chkEmpty"_s)->click();
+            dialog.findChild<QPushButton*>(u"cmdSave"_s)->click();
+            return int(QDialog::Accepted);
+        };
+        newer->mnuFileConfig_Click();
+        frame.whileShown = nullptr;
+        // The dialog closed with "Empty" changed: the windows listed again.
+        QVERIFY(!gridRows(*newer).contains(u"gone"_s));
+        QVERIFY(gridRows(*older).contains(u"gone"_s)); // it is not empty there
+
+        newer->grdFiles_DblClick(rowNamed(*newer, u"a.txt"_s));
+        const QStringList both{program, m_tree + u"/a.txt"_s, m_tree + u"/a.txt"_s};
+        QCOMPARE(frame.started, QList<QStringList>{both});
+        newer->grdFiles_DblClick(rowNamed(*newer, u"new.txt"_s)); // nothing to compare it with
+        QCOMPARE(frame.started.size(), 1);
+        QVERIFY(frame.titles.isEmpty());
+        newer->grdFiles_DblClick(rowNamed(*newer, u"sub"_s));
+        QCOMPARE(frame.opened, QList<QUrl>{QUrl::fromLocalFile(m_tree + u"/sub"_s)});
+        QCOMPARE(newer->selectedKey(), u"/"_s);
     }
 
     void splitterKeepsItsDistanceFromTheEdges() {

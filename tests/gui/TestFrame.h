@@ -10,9 +10,11 @@
 
 #include <QDialog>
 #include <QFile>
+#include <QFileInfo>
 #include <QUrl>
 #include <QtTest>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -33,6 +35,11 @@ struct Frame {
     QStringList textDefaults;          // the text each input box offered
     kestrel::views::SaveAnswer saveQuestionAnswer = kestrel::views::SaveAnswer::Cancel;
     QList<QUrl> opened;                // documents handed to the desktop
+    QList<QStringList> started;        // programs started: the program, then its arguments
+    QStringList questions;             // the options dialog's Yes/No questions
+    // What the user does in a modal dialog while it is up; it answers
+    // Rejected unless this returns another result.
+    std::function<int(QDialog& dialog)> whileShown;
 
     explicit Frame(const QString& iniPath)
         : window(std::make_unique<kestrel::shell::MainWindow>(iniPath)) {
@@ -45,7 +52,7 @@ struct Frame {
         kestrel::shell::UserQuestions& q = window->questions();
         q.exec = [this](QDialog& dialog) {
             dialogs << QString::fromLatin1(dialog.metaObject()->className());
-            return int(QDialog::Rejected);
+            return whileShown ? whileShown(dialog) : int(QDialog::Rejected);
         };
         q.message = [this](const kestrel::engine::UserMessage& message) {
             titles << message.title;
@@ -60,12 +67,19 @@ struct Frame {
             return textAnswer;
         };
         q.saveQuestion = [this](const QString&) { return saveQuestionAnswer; };
+        window->configDialog().question = [this](const QString& title, const QString&) {
+            questions << title;
+            return true;
+        };
         window->launcher().setDesktop(
             {[this](const QUrl& url) {
                  opened << url;
                  return true;
              },
-             [](const QString&, const QStringList&, const QString&) {
+             [this](const QString& program, const QStringList& arguments, const QString&) {
+                 if (!QFileInfo(program).isFile())
+                     return kestrel::shell::LaunchResult::FileNotFound;
+                 started << (QStringList{program} + arguments);
                  return kestrel::shell::LaunchResult::Started;
              }});
     }

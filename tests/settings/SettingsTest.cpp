@@ -1,6 +1,8 @@
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
 
+#include "engine/Snapshot.h"
+
 #include <QDir>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -77,7 +79,8 @@ TEST_F(StoreTest, FirstRunGivesTheDefaults) {
     EXPECT_EQ(options.changedColour(), 0x00FFFFu); // "Cyan"
     EXPECT_EQ(options.deletedColour(), 0xFF0000u); // "Red"
     const kestrel::engine::CompareOptions compare = options.compareOptions();
-    EXPECT_EQ(compare.attributeIgnoreMask, 0);
+    // No attribute is compared until "Ignore attributes" ticks some.
+    EXPECT_EQ(compare.attributeCompareMask, 0);
     EXPECT_EQ(compare.dateTolerance, 0.0);
     EXPECT_FALSE(compare.ignoreSize || compare.ignoreVersion || compare.ignoreDst);
     // The box goes from off to on while loading, so the window is told once.
@@ -104,16 +107,20 @@ TEST(OptionsTest, ColourListsFollowThePalette) {
     EXPECT_EQ(options.changedColour(), 0xFFFF00u);
 }
 
-TEST(OptionsTest, AttributeMaskNeedsTheAttribBox) {
+// The mask holds the ticked attributes, and those are the ones compared.
+TEST(OptionsTest, AttributeMaskNeedsTheAttribBoxAndNamesTheComparedBits) {
     Options options;
     for (Key box : {Key::Read, Key::Hidden, Key::System, Key::Archive})
         options.setValue(box, 1);
     EXPECT_EQ(options.attributeIgnoreMask(), 0);
+    EXPECT_EQ(options.compareOptions().attributeCompareMask, 0);
     options.setValue(Key::Attrib, 1);
     EXPECT_EQ(options.attributeIgnoreMask(), 39);
     options.setValue(Key::Read, 0);
     options.setValue(Key::System, 0);
-    EXPECT_EQ(options.compareOptions().attributeIgnoreMask, 34);
+    EXPECT_EQ(options.compareOptions().attributeCompareMask, 34);
+    options.setValue(Key::Hidden, 0);
+    EXPECT_EQ(options.compareOptions().attributeCompareMask, kestrel::engine::Attribute::Archive);
     options.setValue(Key::Attrib, 0);
     EXPECT_EQ(options.attributeIgnoreMask(), 0);
 }
