@@ -206,7 +206,7 @@ void SnapshotWindow::createMenus() {
                &SnapshotWindow::mnuFileProps_Click);
     file->addSeparator();
     // Export and print arrive with their dialogs.
-    addCommand(file, QStringLiteral("mnuFileExport"), QStringLiteral("&Export..."), nullptr)
+    addCommand(file, QStringLiteral("mnuFileExport"), QStringLiteral("&Export Current List..."), nullptr)
         ->setEnabled(false);
     addCommand(file, QStringLiteral("mnuFilePrint"), QStringLiteral("&Print..."), nullptr)
         ->setEnabled(false);
