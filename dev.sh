@@ -4,13 +4,14 @@
 #   ./dev.sh test                    install what is missing, build, run every test
 #   ./dev.sh build                   install what is missing and build only
 #   ./dev.sh bench [ARGS...]         build and run kestrel-bench with ARGS
+#   ./dev.sh package                 build the Debian package kestrel_*.deb here
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build="${KESTREL_BUILD_DIR:-$here/build}"
 
-packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgtest-dev
-          fonts-dejavu-core xvfb xauth)
+packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
+          fonts-dejavu-core xvfb xauth dpkg-dev desktop-file-utils libxml2-utils)
 
 install_missing() {
     local missing=()
@@ -60,8 +61,29 @@ bench)
     configure_and_build
     exec "$build/bin/kestrel-bench" "$@"
     ;;
+package)
+    packages+=(lintian)
+    install_missing
+    package_build="${KESTREL_PACKAGE_DIR:-$here/build-package}"
+    # The compiler and linker hardening a Debian build gets.
+    eval "$(DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --export=sh)"
+    export CXXFLAGS="$CXXFLAGS $CPPFLAGS" CFLAGS="$CFLAGS $CPPFLAGS"
+    if [ ! -f "$package_build/build.ninja" ]; then
+        cmake -S "$here" -B "$package_build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+              -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX=/usr
+    fi
+    cmake --build "$package_build" --parallel "$(nproc)"
+    rm -f "$package_build"/kestrel_*.deb
+    (cd "$package_build" && cpack -G DEB)
+    deb=$(ls "$package_build"/kestrel_*.deb)
+    cp "$deb" "$here/"
+    deb="$here/$(basename "$deb")"
+    echo "lintian:" >&2
+    lintian "$deb" >&2 || true
+    echo "$deb"
+    ;;
 *)
-    echo "usage: $0 run [FOLDER|SNAPSHOT] | test | build | bench [ARGS...]" >&2
+    echo "usage: $0 run [FOLDER|SNAPSHOT] | test | build | bench [ARGS...] | package" >&2
     exit 2
     ;;
 esac

@@ -129,9 +129,15 @@ bool IniFile::writeString(const QString& section, const QString& key, const QStr
 }
 
 QString IniFile::defaultPath() {
+    // The program's folder counts only while the program keeps its own files
+    // beside it (the build folder, a copy unpacked anywhere). An installed
+    // program keeps them in share/kestrel, and its bin/ folder is shared
+    // with every other program: writable there by root alone, and never the
+    // place for one user's file.
     const QString programFolder = QCoreApplication::applicationDirPath();
     const QFileInfo folder(programFolder);
-    if (!programFolder.isEmpty() && folder.isDir() && folder.isWritable())
+    const bool ownFolder = QFileInfo::exists(programFolder + QStringLiteral("/KestHelp.htm"));
+    if (!programFolder.isEmpty() && ownFolder && folder.isDir() && folder.isWritable())
         return programFolder + QStringLiteral("/Kestrel.ini");
     QString config = qEnvironmentVariable("XDG_CONFIG_HOME");
     if (config.isEmpty())

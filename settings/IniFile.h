@@ -24,8 +24,10 @@ public:
     bool writeString(const QString& section, const QString& key, const QString& value) const;
 
     // Where Kestrel.ini lives: beside the program when that folder is
-    // writable, otherwise in the user's configuration folder
-    // ($XDG_CONFIG_HOME/Kestrel, by default ~/.config/Kestrel).
+    // writable and is the program's own (its help page is there, as in the
+    // build folder), otherwise in the user's configuration folder
+    // ($XDG_CONFIG_HOME/Kestrel, by default ~/.config/Kestrel), where an
+    // installed program keeps it.
     static QString defaultPath();
 
 private:

@@ -2,6 +2,8 @@
 
 #include "KestrelFrames.h"
 
+#include "views/PaintedIcon.h"
+
 #include <QApplication>
 #include <QEventLoop>
 #include <QHBoxLayout>
@@ -19,9 +21,17 @@ const QString WebHelp = QStringLiteral("https://kestrel.example.org/help/");
 
 } // namespace
 
-QPixmap KestrelEmblem(int size) {
-    // The hovering kestrel of the save prompt, wings level.
-    return kestrelFrame(4, size);
+// The hovering kestrel of the save prompt, wings level.
+constexpr int EmblemFrame = 4;
+
+QPixmap KestrelEmblem(int size, qreal devicePixelRatio) {
+    return kestrelFrame(EmblemFrame, size, devicePixelRatio);
+}
+
+QIcon KestrelIcon() {
+    return views::paintedIcon([](QPainter& painter, const QRectF& square, QIcon::Mode) {
+        paintKestrelFrame(painter, EmblemFrame, square);
+    });
 }
 
 QString VersionText() {
@@ -32,7 +42,7 @@ AboutBox::AboutBox(QWidget* parent) : QDialog(parent) {
     setWindowTitle(QStringLiteral("About Kestrel"));
 
     auto* emblem = new QLabel(this);
-    emblem->setPixmap(KestrelEmblem(96));
+    emblem->setPixmap(KestrelEmblem(96, devicePixelRatioF()));
     emblem->setAlignment(Qt::AlignTop | Qt::AlignHCenter);
 
     auto* name = new QLabel(VersionText(), this);

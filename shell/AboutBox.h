@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDialog>
+#include <QIcon>
 #include <QPixmap>
 #include <QString>
 
@@ -9,8 +10,10 @@ class QPushButton;
 namespace kestrel::shell {
 
 // The program's emblem: a kestrel hovering against the sky, size × size
-// logical pixels.
-QPixmap KestrelEmblem(int size);
+// logical pixels, for a screen of the given device pixel ratio.
+QPixmap KestrelEmblem(int size, qreal devicePixelRatio = 1.0);
+// The emblem as the program's icon, painted afresh at every size asked for.
+QIcon KestrelIcon();
 
 // "Kestrel v" and the version of this build.
 QString VersionText();

@@ -348,13 +348,12 @@ void paintHead(QPainter& p) {
 
 } // namespace
 
-QPixmap kestrelFrame(int n, int size) {
+void paintKestrelFrame(QPainter& p, int n, const QRectF& square) {
     const int frame = ((n - 1) % kestrelFrameCount + kestrelFrameCount) % kestrelFrameCount + 1;
-    QPixmap pixmap(size, size);
-    pixmap.fill(Qt::transparent);
-    QPainter p(&pixmap);
+    p.save();
     p.setRenderHint(QPainter::Antialiasing);
-    p.scale(size / Canvas, size / Canvas);
+    p.translate(square.topLeft());
+    p.scale(square.width() / Canvas, square.height() / Canvas);
 
     paintSky(p);
     // Tail first, then the wings (their roots lie under the back), the body
@@ -365,6 +364,15 @@ QPixmap kestrelFrame(int n, int size) {
     paintWing(p, pose, +1);
     paintBody(p);
     paintHead(p);
+    p.restore();
+}
+
+QPixmap kestrelFrame(int n, int size, qreal devicePixelRatio) {
+    QPixmap pixmap(QSize(size, size) * devicePixelRatio);
+    pixmap.setDevicePixelRatio(devicePixelRatio);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    paintKestrelFrame(p, n, QRectF(0, 0, size, size));
     return pixmap;
 }
 

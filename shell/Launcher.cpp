@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDesktopServices>
+#include <QDir>
 #include <QFileInfo>
 #include <QProcess>
 #include <QUrl>
@@ -59,7 +60,14 @@ QString Launcher::programFolder() const {
 }
 
 QString Launcher::helpPath() const {
-    return programFolder() + QStringLiteral("/KestHelp.htm");
+    const QString beside = programFolder() + QStringLiteral("/KestHelp.htm");
+    if (QFileInfo::exists(beside))
+        return beside;
+    // Installed, the page is in the program's data folder, share/kestrel.
+    const QString installed = QDir::cleanPath(programFolder() + QLatin1Char('/') +
+                                              QStringLiteral(KESTREL_RELATIVE_DATA_DIR) +
+                                              QStringLiteral("/KestHelp.htm"));
+    return QFileInfo::exists(installed) ? installed : beside;
 }
 
 bool Launcher::LaunchDocument(const QString& root, const QString& folder, const QString& name,

@@ -57,9 +57,12 @@ public:
     // Puts another desktop in place, for tests that must start nothing.
     void setDesktop(Desktop desktop) { m_desktop = std::move(desktop); }
 
-    // Where KestHelp.htm is looked for; the program's folder unless set.
+    // Where KestHelp.htm is looked for: the program's folder unless set.
     QString programFolder() const;
     void setProgramFolder(const QString& folder) { m_programFolder = folder; }
+    // The help page: beside the program (as in the build folder), else in
+    // the installed data folder (share/kestrel beside bin); beside the
+    // program when neither has it.
     QString helpPath() const;
 
     // LaunchDocument: opens root + folder + name, with root + folder as the

@@ -16,6 +16,10 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QFileInfo>
+#include <QMimeData>
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QLabel>
@@ -28,6 +32,7 @@
 #include <QScreen>
 #include <QStatusBar>
 #include <QStyle>
+#include <QTimer>
 #include <QToolBar>
 
 #include <cmath>
@@ -82,7 +87,7 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
       m_launcher([this](const UserMessage& message) { showMessage(message); }),
       m_meterWindow(new MeterWindow(this)), m_meter(m_meterWindow) {
     setWindowTitle(QStringLiteral("Kestrel"));
-    setWindowIcon(QIcon(KestrelEmblem(64)));
+    setWindowIcon(KestrelIcon());
     m_meterWindow->attach(&m_meter);
 
     // The options come first: the windows made below read them. The options
@@ -154,6 +159,7 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
         m_store.readString(Recent, QStringLiteral("Folder"), QDir::currentPath()));
     loadPlacement();
 
+    setAcceptDrops(true);
     setToolbarVisible(m_options.value(Key::Toolbar) != 0);
     connect(&m_options, &settings::Options::toolbarChanged, this, &MainWindow::setToolbarVisible);
     updateActions();
@@ -640,6 +646,42 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
     const int minimumHeight = pixelsCoveringTwips(MinimumHeight, logicalDpiY());
     if (width() < minimumWidth || height() < minimumHeight)
         resize(std::max(width(), minimumWidth), std::max(height(), minimumHeight));
+}
+
+// Drag and drop ---------------------------------------------------------------
+
+QString MainWindow::droppedPath(const QMimeData* data) {
+    if (!data || !data->hasUrls() || data->urls().isEmpty())
+        return {};
+    const QUrl url = data->urls().constFirst();
+    return url.isLocalFile() ? url.toLocalFile() : QString();
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    const bool takesAnother = !busy() && snapshotWindows().size() < 2;
+    if (takesAnother && !droppedPath(event->mimeData()).isEmpty())
+        event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    const QString path = droppedPath(event->mimeData());
+    if (path.isEmpty())
+        return;
+    event->acceptProposedAction();
+    // After the drop has finished: a scan runs its own event loop under the
+    // meter, which does not belong inside the drag's.
+    QTimer::singleShot(0, this, [this, path] { openDropped(path); });
+}
+
+void MainWindow::openDropped(const QString& path) {
+    if (busy() || snapshotWindows().size() >= 2)
+        return;
+    // A folder as the command line takes one: with its sub-folders and
+    // hidden items, without versions.
+    if (QFileInfo(path).isDir())
+        NewSnapshot(path, true, true, false, 1);
+    else
+        OpenSnapshot(path);
 }
 
 // Closing -------------------------------------------------------------------

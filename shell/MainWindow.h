@@ -24,6 +24,7 @@ class QLabel;
 class QMdiArea;
 class QMdiSubWindow;
 class QMenu;
+class QMimeData;
 class QToolBar;
 
 namespace kestrel::shell {
@@ -164,8 +165,16 @@ public:
     // open now, the toolbar following the active window's commands.
     void updateActions();
 
+    // A folder or a snapshot file dropped on the frame is scanned or opened
+    // as New or Open would, and only while they could be: fewer than two
+    // snapshot windows open and no operation running.
+    static QString droppedPath(const QMimeData* data);
+    void openDropped(const QString& path);
+
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
     // MDIForm_QueryUnload and the unload that follows it.
     void closeEvent(QCloseEvent* event) override;
 

@@ -17,7 +17,7 @@ MeterWindow::MeterWindow(QWidget* frame)
     setWindowTitle(QStringLiteral("Kestrel"));
 
     m_picture = new QLabel(this);
-    m_picture->setPixmap(KestrelEmblem(56));
+    m_picture->setPixmap(KestrelEmblem(56, devicePixelRatioF()));
     m_picture->setFixedSize(56, 56);
 
     // The caption again inside the window, where it is seen whatever the

@@ -25,7 +25,7 @@ SavePrompt::SavePrompt(QWidget* parent) : QDialog(parent) {
     setWindowTitle(u"Unsaved Snapshot"_s);
 
     for (int n = 1; n <= kestrelFrameCount; ++n)
-        m_frames << kestrelFrame(n, FrameSize);
+        m_frames << kestrelFrame(n, FrameSize, devicePixelRatioF());
 
     m_picCheeky = new QLabel(this);
     m_picCheeky->setObjectName(u"picCheeky"_s);

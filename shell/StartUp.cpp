@@ -4,9 +4,13 @@
 #include "RecentSnapshots.h"
 
 #include "settings/IniFile.h"
+#include "views/Highlight.h"
 
 #include <QApplication>
 #include <QFileInfo>
+#include <QStyle>
+
+#include <cstdio>
 
 namespace kestrel::shell {
 
@@ -31,10 +35,61 @@ void StartUp(MainWindow& frame, const QString& commandLine) {
         frame.NewSnapshot(commandLine, true, true, false, 1);
 }
 
+namespace {
+
+const char* const Usage =
+    "Usage: kestrel [FOLDER | SNAPSHOT]\n"
+    "\n"
+    "Records the state of folder trees as snapshots and compares them.\n"
+    "With a snapshot file (.#01 to .#99) Kestrel opens it; with a folder it takes a\n"
+    "snapshot of the folder, its sub-folders and hidden items; with nothing it offers\n"
+    "the recent snapshots, or a new one. The argument is taken whole, as one path.\n"
+    "\n"
+    "  -h, --help     show this text and exit\n"
+    "  -v, --version  show the version and exit\n"
+    "\n"
+    "Qt's own options (-style, -platform, ...) are accepted too. KESTREL_THEME=dark\n"
+    "or light chooses the windows' palette. See kestrel(1) and kestrel-cli(1).\n";
+
+// --help and --version answer on the terminal before any window exists, so
+// they work without a display.
+bool answeredOnTerminal(int argc, char** argv) {
+    if (argc != 2)
+        return false;
+    const QByteArray argument(argv[1]);
+    if (argument == "--help" || argument == "-h") {
+        std::fputs(Usage, stdout);
+        return true;
+    }
+    if (argument == "--version" || argument == "-v") {
+        std::printf("kestrel %s\n", KESTREL_VERSION);
+        return true;
+    }
+    return false;
+}
+
+// KESTREL_THEME=dark or light chooses the palette; without it a desktop
+// that asks GTK programs for a dark theme ("Adwaita:dark") gets the dark
+// one, and any other keeps the platform's own look.
+void applyColourScheme() {
+    const QByteArray theme = qgetenv("KESTREL_THEME").trimmed().toLower();
+    const bool dark =
+        theme == "dark" || (theme.isEmpty() && qgetenv("GTK_THEME").toLower().endsWith(":dark"));
+    if (!dark && theme != "light")
+        return;
+    QApplication::setStyle(QStringLiteral("Fusion"));
+    QApplication::setPalette(dark ? views::darkPalette() : QApplication::style()->standardPalette());
+}
+
+} // namespace
+
 int RunKestrel(int argc, char** argv) {
+    if (answeredOnTerminal(argc, argv))
+        return 0;
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Kestrel"));
     QApplication::setApplicationVersion(QStringLiteral(KESTREL_VERSION));
+    applyColourScheme();
 
     MainWindow frame(settings::IniFile::defaultPath());
     StartUp(frame, CommandLineText(QCoreApplication::arguments()));

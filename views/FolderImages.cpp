@@ -1,6 +1,7 @@
 #include "FolderImages.h"
 
-#include <QIconEngine>
+#include "PaintedIcon.h"
+
 #include <QPainter>
 #include <QPainterPath>
 
@@ -67,49 +68,20 @@ void paintImage(QPainter& p, const QRectF& rect, FolderImage image) {
     p.restore();
 }
 
-// Paints its image fresh for every size and scale it is asked for.
-class FolderIconEngine : public QIconEngine {
-public:
-    // normal: the image of the normal mode; selected: that of the selected mode.
-    FolderIconEngine(FolderImage normal, FolderImage selected)
-        : m_normal(normal), m_selected(selected) {}
-
-    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State) override {
-        if (mode == QIcon::Disabled)
-            painter->setOpacity(painter->opacity() * 0.5);
-        paintImage(*painter, rect, mode == QIcon::Selected ? m_selected : m_normal);
-    }
-
-    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
-        return scaledPixmap(size, mode, state, 1.0);
-    }
-
-    QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State state,
-                         qreal scale) override {
-        QPixmap pixmap(size * scale);
-        pixmap.setDevicePixelRatio(scale);
-        pixmap.fill(Qt::transparent);
-        QPainter p(&pixmap);
-        paint(&p, QRect(QPoint(0, 0), size), mode, state);
-        return pixmap;
-    }
-
-    QIconEngine* clone() const override { return new FolderIconEngine(m_normal, m_selected); }
-
-private:
-    FolderImage m_normal;
-    FolderImage m_selected;
-};
-
 } // namespace
 
 QIcon folderIcon() {
-    static const QIcon icon(new FolderIconEngine(FolderImage::Closed, FolderImage::Open));
+    static const QIcon icon =
+        paintedIcon([](QPainter& painter, const QRectF& square, QIcon::Mode mode) {
+            paintImage(painter, square, mode == QIcon::Selected ? FolderImage::Open
+                                                                : FolderImage::Closed);
+        });
     return icon;
 }
 
 QIcon rootIcon() {
-    static const QIcon icon(new FolderIconEngine(FolderImage::Root, FolderImage::Root));
+    static const QIcon icon = paintedIcon([](QPainter& painter, const QRectF& square,
+                                             QIcon::Mode) { paintImage(painter, square, FolderImage::Root); });
     return icon;
 }
 

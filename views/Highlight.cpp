@@ -20,8 +20,65 @@ double luminance(const QColor& c) {
 
 } // namespace
 
-HighlightColours HighlightColours::from(const settings::Options& options) {
-    return {colourOf(options.changedColour()), colourOf(options.deletedColour())};
+// Text in the "No Match" colour stays at least this far from the background:
+// enough for every colour the options offer on a light background, so that
+// there they show exactly as chosen.
+constexpr double ReadableContrast = 3.0;
+
+HighlightColours HighlightColours::from(const settings::Options& options, const QColor& base) {
+    return {colourOf(options.changedColour()),
+            readableOn(colourOf(options.deletedColour()), base, ReadableContrast)};
+}
+
+double contrastRatio(const QColor& a, const QColor& b) {
+    const double la = luminance(a), lb = luminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+QColor readableOn(const QColor& colour, const QColor& background, double minimum) {
+    if (contrastRatio(colour, background) >= minimum)
+        return colour;
+    const QColor towards = luminance(background) < 0.5 ? QColor(Qt::white) : QColor(Qt::black);
+    // Ten steps of a tenth: the nearest mix that is readable.
+    for (int step = 1; step <= 10; ++step) {
+        const double t = step / 10.0;
+        const QColor mixed = QColor::fromRgbF(colour.redF() + (towards.redF() - colour.redF()) * t,
+                                              colour.greenF() + (towards.greenF() - colour.greenF()) * t,
+                                              colour.blueF() + (towards.blueF() - colour.blueF()) * t);
+        if (contrastRatio(mixed, background) >= minimum)
+            return mixed;
+    }
+    return towards;
+}
+
+QPalette darkPalette() {
+    QPalette p;
+    const QColor window(0x2d, 0x2f, 0x33), base(0x1f, 0x21, 0x24), text(0xe8, 0xea, 0xed);
+    p.setColor(QPalette::Window, window);
+    p.setColor(QPalette::WindowText, text);
+    p.setColor(QPalette::Base, base);
+    p.setColor(QPalette::AlternateBase, window);
+    p.setColor(QPalette::ToolTipBase, base);
+    p.setColor(QPalette::ToolTipText, text);
+    p.setColor(QPalette::PlaceholderText, QColor(0x9a, 0xa0, 0xa6));
+    p.setColor(QPalette::Text, text);
+    p.setColor(QPalette::Button, window);
+    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::BrightText, QColor(0xff, 0x6e, 0x6e));
+    p.setColor(QPalette::Light, QColor(0x4a, 0x4d, 0x52));
+    p.setColor(QPalette::Midlight, QColor(0x3c, 0x3f, 0x44));
+    p.setColor(QPalette::Mid, QColor(0x26, 0x28, 0x2b));
+    p.setColor(QPalette::Dark, QColor(0x17, 0x18, 0x1a));
+    p.setColor(QPalette::Shadow, Qt::black);
+    p.setColor(QPalette::Highlight, QColor(0x2a, 0x5d, 0xab));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    p.setColor(QPalette::Link, QColor(0x8a, 0xb4, 0xf8));
+    p.setColor(QPalette::LinkVisited, QColor(0xc5, 0x8a, 0xf9));
+    const QColor disabled(0x80, 0x84, 0x8a);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        p.setColor(QPalette::Disabled, role, disabled);
+    p.setColor(QPalette::Disabled, QPalette::Highlight, QColor(0x4a, 0x4d, 0x52));
+    return p;
 }
 
 QColor colourOf(settings::Rgb rgb) {

@@ -4,6 +4,7 @@
 #include "settings/Settings.h"
 
 #include <QColor>
+#include <QPalette>
 #include <QVariant>
 
 namespace kestrel::views {
@@ -19,12 +20,24 @@ struct HighlightColours {
     QColor changed;
     QColor deleted;
 
-    static HighlightColours from(const settings::Options& options);
+    // The options' colours for a view whose background is base: a "No
+    // Match" colour too close to it to be read (dark blue on a dark
+    // background) is lightened or darkened until it can be.
+    static HighlightColours from(const settings::Options& options, const QColor& base);
 };
 
 QColor colourOf(settings::Rgb rgb);
 // Black or white, whichever stands out more against the background.
 QColor contrastingText(const QColor& background);
+// The contrast ratio of two colours, 1 (none) to 21 (black on white).
+double contrastRatio(const QColor& a, const QColor& b);
+// The colour itself when its contrast with background reaches minimum,
+// otherwise the colour moved towards white (on a dark background) or black
+// (on a light one) just far enough.
+QColor readableOn(const QColor& colour, const QColor& background, double minimum);
+
+// A dark palette for the Fusion style, for desktops that ask for a dark theme.
+QPalette darkPalette();
 
 // The value of a cell's text or background role for a highlight; an
 // invalid variant leaves the view's own colour.

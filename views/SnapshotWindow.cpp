@@ -141,8 +141,8 @@ void SnapshotWindow::createControls() {
     header->setSectionsClickable(true);
     header->setSectionsMovable(false);
     // The filler column takes whatever width is left over.
-    header->setStretchLastSection(true);
     header->setMinimumSectionSize(1);
+    header->setSectionResizeMode(engine::FillerColumn, QHeaderView::Stretch);
     connect(header, &QHeaderView::sectionClicked, this,
             [this](int section) { SortSequence(section + 1); });
     connect(m_grdFiles, &QAbstractItemView::doubleClicked, this,
@@ -292,7 +292,7 @@ void SnapshotWindow::applyCommandEnabling(int windows) {
 }
 
 HighlightColours SnapshotWindow::colours() const {
-    return HighlightColours::from(m_host.options());
+    return HighlightColours::from(m_host.options(), m_grdFiles->palette().color(QPalette::Base));
 }
 
 bool SnapshotWindow::isActiveSnapshotWindow() const { return m_host.activeSnapshotWindow() == this; }

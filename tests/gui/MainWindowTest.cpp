@@ -20,6 +20,9 @@
 #include <QAbstractButton>
 #include <QAbstractItemModelTester>
 #include <QAction>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QMimeData>
 #include <QApplication>
 #include <QLineEdit>
 #include <QRegularExpression>
@@ -275,6 +278,56 @@ private Q_SLOTS:
         QVERIFY(frame.dialogs.isEmpty());
         QVERIFY(frame->snapshotWindows().isEmpty());
         QVERIFY(frame->isVisible());
+    }
+
+    // A folder dropped on the frame is scanned, a snapshot file opened, as
+    // long as New and Open could run: fewer than two windows, nothing busy.
+    void dropsScanAndOpen() {
+        Frame frame(iniPath());
+        frame->show();
+        const auto drag = [&](const QUrl& url) {
+            QMimeData data;
+            data.setUrls({url});
+            QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &data, Qt::LeftButton,
+                                  Qt::NoModifier);
+            QApplication::sendEvent(frame.window.get(), &enter);
+            if (!enter.isAccepted())
+                return false;
+            QDropEvent drop(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(frame.window.get(), &drop);
+            return drop.isAccepted();
+        };
+        QVERIFY(!drag(QUrl(u"https://example.org/Tree.#01"_s)));
+        QVERIFY(drag(QUrl::fromLocalFile(m_tree)));
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        const engine::SnapshotHeader& header = frame->snapshotWindows().first()->snapshot().header;
+        QVERIFY(header.recurse && header.hidden && !header.versions);
+        QCOMPARE(frame->snapshotWindows().first()->snapshot().fileCount, 3);
+
+        const QString saved = m_dir->filePath(u"Tree.#01"_s);
+        frame.saveAnswer = saved;
+        frame->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        frame->operationStarted();
+        QVERIFY(!drag(QUrl::fromLocalFile(saved))); // busy
+        frame->operationEnded();
+        QVERIFY(drag(QUrl::fromLocalFile(saved)));
+        QTRY_COMPARE(frame->snapshotWindows().size(), 2);
+        QCOMPARE(frame->activeSnapshotWindow()->snapshot().header.fileName, saved);
+        QVERIFY(!drag(QUrl::fromLocalFile(m_tree))); // two windows are open
+    }
+
+    // Installed, the help page lives in share/kestrel beside bin/.
+    void helpIsFoundWhereItIsInstalled() {
+        const QString prefix = m_dir->filePath(u"usr"_s);
+        QVERIFY(QDir().mkpath(prefix + u"/bin"_s));
+        QVERIFY(QDir().mkpath(prefix + u"/share/kestrel"_s));
+        Desktop desktop;
+        desktop.launcher.setProgramFolder(prefix + u"/bin"_s);
+        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/bin/KestHelp.htm"_s); // none anywhere
+        writeFile(prefix + u"/share/kestrel/KestHelp.htm"_s, "<html></html>");
+        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/share/kestrel/KestHelp.htm"_s);
+        writeFile(prefix + u"/bin/KestHelp.htm"_s, "<html></html>");
+        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/bin/KestHelp.htm"_s); // beside comes first
     }
 
     void placementInTwips() {

@@ -14,6 +14,7 @@
 #include "settings/Settings.h"
 #include "views/FileGridModel.h"
 #include "views/FolderTreeModel.h"
+#include "views/Highlight.h"
 #include "views/SnapshotPair.h"
 #include "views/SnapshotStatusBar.h"
 #include "views/SnapshotWindow.h"
@@ -161,6 +162,8 @@ private Q_SLOTS:
         QCOMPARE(newer->statusBar()->panelText(2),
                  u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s);
         QCOMPARE(older->statusBar()->panelText(2), u"1 file changed, 2 folders with changes"_s);
+        // The filler takes what the columns leave: no sideways scrolling.
+        QCOMPARE(newer->grid()->horizontalHeader()->length(), newer->grid()->viewport()->width());
         for (const char* button : {"New", "Open", "Repeat"})
             QVERIFY(!frame->toolbarButton(QLatin1String(button))->isEnabled());
         QVERIFY(frame->toolbarButton(u"Compare"_s)->isEnabled());
@@ -565,6 +568,52 @@ private Q_SLOTS:
         newer->grdFiles_DblClick(rowNamed(*newer, u"sub"_s));
         QCOMPARE(frame.opened, QList<QUrl>{QUrl::fromLocalFile(m_tree + u"/sub"_s)});
         QCOMPARE(newer->selectedKey(), u"/"_s);
+    }
+
+    // Under a dark palette every highlighted text stays readable: the "No
+    // Match" colour is moved away from a background it would vanish on,
+    // and text on the "Changed" colour takes black or white, whichever
+    // stands out. Measured on the pixels of the grid as drawn.
+    void darkPaletteKeepsHighlightsReadable() {
+        const QColor white(Qt::white), red(255, 0, 0), blue(0, 0, 255);
+        QCOMPARE(views::readableOn(red, white, 3.0), red); // light defaults stay as chosen
+        const QColor darkBase = views::darkPalette().color(QPalette::Base);
+        QVERIFY(views::contrastRatio(views::readableOn(blue, darkBase, 3.0), darkBase) >= 3.0);
+
+        const QPalette before = QApplication::palette();
+        QApplication::setPalette(views::darkPalette());
+        Frame frame(iniPath());
+        frame->resize(1200, 800);
+        frame->show();
+        frame->options().setValue(Key::Deleted, 1); // blue: unreadable on dark as it stands
+        makePair(frame);
+        SnapshotWindow* w = second(frame);
+        QVERIFY(QTest::qWaitForWindowExposed(frame.window.get()));
+        w->grid()->clearSelection(); // the cells as they are, not as selected
+        const QImage shot = w->grid()->viewport()->grab().toImage();
+        QApplication::setPalette(before);
+
+        // The text of a cell against its background: the commonest colour is
+        // the background, the one farthest from it the text.
+        const auto cellContrast = [&](const QString& name, int column) {
+            const QRect cell = w->grid()->visualRect(w->gridModel().index(rowNamed(*w, name), column));
+            const QImage part = shot.copy(cell.adjusted(2, 2, -2, -2));
+            QHash<QRgb, int> counts;
+            for (int y = 0; y < part.height(); ++y)
+                for (int x = 0; x < part.width(); ++x)
+                    ++counts[part.pixel(x, y)];
+            QRgb background = 0;
+            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+                if (it.value() > counts.value(background))
+                    background = it.key();
+            double best = 1;
+            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+                best = std::max(best, views::contrastRatio(QColor(it.key()), QColor(background)));
+            return best;
+        };
+        QVERIFY2(cellContrast(u"new.txt"_s, engine::NameColumn) >= 3.0, "No Match text");
+        QVERIFY2(cellContrast(u"a.txt"_s, engine::SizeColumn) >= 4.5, "text on Changed");
+        QVERIFY2(cellContrast(u"keep.txt"_s, engine::NameColumn) >= 4.5, "plain text");
     }
 
     void splitterKeepsItsDistanceFromTheEdges() {
