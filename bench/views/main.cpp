@@ -124,19 +124,22 @@ int main(int argc, char* argv[]) {
                                      QStringLiteral("N"), QStringLiteral("1000000"));
     const QCommandLineOption runs(QStringLiteral("runs"), QStringLiteral("Runs of each measurement."),
                                   QStringLiteral("R"), QStringLiteral("5"));
-    p.addOptions({dir, entries, runs});
+    const QCommandLineOption quick(QStringLiteral("quick"),
+                                   QStringLiteral("Small snapshots, one run: checks that the bench works."));
+    p.addOptions({dir, entries, runs, quick});
     p.process(app);
     const QString folder = QFileInfo(p.value(dir)).absoluteFilePath();
-    const int64_t n = p.value(entries).toLongLong();
-    const int rounds = std::max(1, p.value(runs).toInt());
+    const int64_t n = p.isSet(quick) ? 20000 : std::max<qlonglong>(1000, p.value(entries).toLongLong());
+    const int rounds = p.isSet(quick) ? 1 : std::max(1, p.value(runs).toInt());
+    // One folder of 30,000 files among the entries, or half of them in a small run.
+    const int64_t large = std::min<int64_t>(30000, n / 2);
     QDir().mkpath(folder);
 
     const QString original = QStringLiteral("%1/views-%2-large.#01").arg(folder).arg(n);
     const QString changed = QStringLiteral("%1/views-%2-large.#02").arg(folder).arg(n);
     if (!makeFile(original, [&](engine::Snapshot& s) {
-            // A million entries with one folder of 30,000 files among them.
             bench::generateSnapshot(s, QStringLiteral("/generated/"),
-                                    bench::TreeShape{n - 30001, 1, 30000});
+                                    bench::TreeShape{n - large - 1, 1, large});
         }))
         return 2;
     if (!makeFile(changed, [&](engine::Snapshot& s) {
