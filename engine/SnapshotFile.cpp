@@ -34,10 +34,6 @@ void writeTitle(ItemWriter& w, const QString& title) {
     w.endLine();
 }
 
-// Capacity item of the header: the entry count rounded up to the next
-// multiple of 16 above it.
-int32_t capacityItem(int32_t n) { return checkedAdd(n, 16 - n % 16); }
-
 
 // Asks the system to start writing what was written so far to the disk, so
 // that the wait for it all at the end (when the file is committed) is short:
@@ -84,7 +80,34 @@ ItemWriter entryLines(ItemWriter w, const Snapshot& snapshot, int32_t first, int
     return w;
 }
 
+// Every entry line holds eight items and each item takes at least one byte
+// (its text or the comma or line end after it).
+constexpr int64_t MinimumEntryBytes = 8;
+
 } // namespace
+
+int32_t capacityItem(int32_t n) { return checkedAdd(n, 16 - n % 16); }
+
+int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserMessage>& notice) {
+    constexpr int64_t Slack = 16;
+    if (int64_t(capacity) - entryLines <= Slack)
+        return capacity;
+    // The writer wrote a capacity between N + 1 and N + 16 for N entries, so
+    // at least capacity - 16 entries were written and that many less the
+    // lines read are missing.
+    const int64_t missing = int64_t(capacity) - Slack - entryLines;
+    notice = UserMessage{QStringLiteral("Incomplete Snapshot"),
+                         QStringLiteral("The file ends before its last %1 entries")
+                             .arg(formatCount(double(missing))),
+                         MessageIcon::Information};
+    return capacityItem(entryLines);
+}
+
+int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes) {
+    if (file.isSequential())
+        return -1;
+    return file.size() / minimumBytes + 1;
+}
 
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     QSaveFile file(snapshot.header.fileName);
@@ -211,9 +234,14 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
 
         startCancellable(meter, capacity, QStringLiteral("Loading Snapshot"));
 
-        // The table holds indices 0..capacity + 1; its chunks are allocated as
-        // entries arrive, so a damaged capacity item costs no memory.
-        snapshot.entries.setCapacity(checkedAdd(capacity, 1));
+        // While reading, the table reaches no further than the file's lines
+        // can: a damaged capacity item sizes nothing. It takes its final
+        // capacity once the lines are counted.
+        int32_t room = capacity;
+        const int64_t fit = entriesThatFit(file, MinimumEntryBytes);
+        if (fit >= 0 && fit < room)
+            room = int32_t(fit);
+        snapshot.entries.setCapacity(checkedAdd(room, 1));
         snapshot.entries.mutableAt(0).count = capacity;
 
         int32_t i = 0;
@@ -221,6 +249,7 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             if (meter.cancelled())
                 break;
             i = checkedAdd(i, 1);
+            outcome.failedEntry = i;
             SnapshotEntry& e = snapshot.entries.mutableAt(i);
             e.attributes = ItemReader::toInt16(reader.next());
             e.modified = ItemReader::toDouble(reader.next());
@@ -239,6 +268,12 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
                 if (i % 10 == 0)
                     meter.update(i);
             }
+        }
+        outcome.failedEntry = 0;
+        if (!meter.cancelled()) {
+            const int32_t fitted = fittedCapacity(capacity, i, outcome.message);
+            snapshot.entries.setCapacity(checkedAdd(fitted, 1));
+            snapshot.entries.mutableAt(0).count = fitted;
         }
     } catch (const RuntimeError& e) {
         outcome.error = e.code();

@@ -383,12 +383,12 @@ bool MainWindow::OpenSnapshot(const QString& path) {
         return false;
     }
     ShowSummary(outcome.summary);
-    if (outcome.imported) {
-        // The snapshot exists in the current format only in memory.
+    // The snapshot exists in the current format only in memory.
+    if (outcome.imported)
         window->setChanged(true);
-        if (outcome.message)
-            showMessage(*outcome.message);
-    }
+    // The import's notice, or the load's about a damaged or cut file.
+    if (outcome.message)
+        showMessage(*outcome.message);
     window->setNumber(outcome.number);
     window->setCaption(m_options.value(Key::Filename) != 0 ? path
                                                            : window->snapshot().header.title);

@@ -155,6 +155,55 @@ TEST_F(SnapshotFileTest, CapacityItemIsTheNextMultipleOf16AboveTheCount) {
     }
 }
 
+TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
+    // Up to 16 above the lines the capacity stands and saving pads to it.
+    for (int capacity : {4, 19}) {
+        Snapshot s;
+        const LoadOutcome r = loadBytes(s, exampleFile(capacity));
+        ASSERT_TRUE(r.ok) << capacity;
+        EXPECT_FALSE(r.message) << capacity;
+        EXPECT_EQ(s.entry(0).count, capacity);
+        EXPECT_EQ(s.capacity(), capacity + 1);
+    }
+
+    // A hundred-odd bytes that claim two thousand million entries: loaded
+    // with the capacity a save of its three lines writes, told once, and
+    // saved with no more padding than that.
+    const int capacities[] = {20, 2000000000, INT32_MAX};
+    const char* missing[] = {"1", "1,999,999,981", "2,147,483,628"};
+    for (size_t k = 0; k < std::size(capacities); ++k) {
+        Snapshot s;
+        const LoadOutcome r = loadBytes(s, exampleFile(capacities[k]));
+        ASSERT_TRUE(r.ok) << capacities[k];
+        ASSERT_TRUE(r.message);
+        EXPECT_EQ(r.message->title, QStringLiteral("Incomplete Snapshot"));
+        EXPECT_EQ(r.message->text,
+                  QStringLiteral("The file ends before its last %1 entries").arg(QLatin1String(missing[k])));
+        EXPECT_EQ(r.message->icon, MessageIcon::Information);
+        EXPECT_EQ(s.entryCount, 3);
+        EXPECT_EQ(s.entry(0).count, 16);
+        EXPECT_EQ(s.capacity(), 17);
+        EXPECT_LT(s.memoryUsed(), size_t(4) << 20);
+        ASSERT_TRUE(save(s, path(QStringLiteral("fitted.#01"))).ok);
+        EXPECT_EQ(read(path(QStringLiteral("fitted.#01"))), exampleFile(32) + EmptyRecord.repeated(13));
+    }
+
+    // A file cut short after 50 of its 100 entries.
+    Snapshot whole;
+    for (int32_t i = 1; i <= 100; ++i)
+        whole.createEntry(32, 36950.5, i == 100 ? 1 : i + 1, "f" + std::to_string(i), 0, i, "");
+    whole.mutableEntry(0).count = 100;
+    ASSERT_TRUE(save(whole, path(QStringLiteral("whole.#01"))).ok);
+    const QList<QByteArray> lines = read(path(QStringLiteral("whole.#01"))).split('\n');
+    Snapshot cut;
+    const LoadOutcome r = loadBytes(cut, lines.mid(0, 52).join('\n') + '\n');
+    ASSERT_TRUE(r.ok);
+    ASSERT_TRUE(r.message);
+    EXPECT_EQ(r.message->text, QStringLiteral("The file ends before its last 46 entries"));
+    EXPECT_EQ(cut.entryCount, 50);
+    EXPECT_EQ(cut.entry(0).count, 64);
+}
+
 TEST_F(SnapshotFileTest, BadDataFails) {
     struct Case {
         const char* what;
