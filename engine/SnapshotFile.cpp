@@ -13,6 +13,8 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <cerrno>
+#include <cstring>
 #include <deque>
 #ifdef __linux__
 #include <fcntl.h>
@@ -114,9 +116,16 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     // Unbuffered: the text is gathered in large blocks here anyway, and Qt's
     // own buffer, flushed at commit, can lose the end of a short write (on a
     // full disk) without reporting it.
+    errno = 0;
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
-                                            file.errorString(), MessageIcon::Exclamation},
+        // Qt gives no text when its temporary file cannot be made on a
+        // read-only file system; the system's error still says why.
+        const int error = errno;
+        QString text = file.errorString();
+        if (text.isEmpty() || text == QLatin1String("Unknown error"))
+            text = error ? QString::fromLocal8Bit(std::strerror(error)) : errorText(ErrorCode::SystemError);
+        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"), text,
+                                            MessageIcon::Exclamation},
                                 ErrorCode::SystemError);
     }
     MeterCloser closer{meter};

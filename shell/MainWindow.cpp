@@ -163,7 +163,12 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     updateActions();
 }
 
-MainWindow::~MainWindow() = default;
+MainWindow::~MainWindow() {
+    // Closing the frame in QWidget's destructor hides the snapshot windows,
+    // and the area then reports an activation: by that time this is no
+    // longer a MainWindow, so the area must not call it.
+    disconnect(m_mdi, nullptr, this, nullptr);
+}
 
 void MainWindow::createActions() {
     m_mnuFileNew = new QAction(QStringLiteral("&New Snapshot..."), this);

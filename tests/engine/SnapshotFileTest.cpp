@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -13,7 +14,11 @@
 #include <csignal>
 #include <cstring>
 #include <iterator>
+#include <functional>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace kestrel::engine;
@@ -341,6 +346,13 @@ TEST_F(SnapshotFileTest, SaveIntoReadOnlyFolderLeavesNothing) {
         QDir(locked).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden).isEmpty());
 }
 
+// A snapshot of n files in the root.
+void fill(Snapshot& s, int32_t n) {
+    for (int32_t i = 1; i <= n; ++i)
+        s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
+    s.mutableEntry(0).count = n;
+}
+
 // While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
 struct FileSizeLimit {
     explicit FileSizeLimit(rlim_t limit) : handler(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -364,9 +376,7 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
         const QString file = path(QStringLiteral("Data.#01"));
         write(file, exampleFile(16));
         Snapshot s;
-        for (int32_t i = 1; i <= n; ++i)
-            s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
-        s.mutableEntry(0).count = n;
+        fill(s, n);
         Outcome r;
         {
             FileSizeLimit full(limit);
@@ -382,6 +392,172 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
         EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
                   QStringList{QStringLiteral("Data.#01")});
     }
+}
+
+// Runs scenario in a child process with a file system of its own mounted on
+// folder: a tmpfs of the given size, read-only when asked, seen by nobody
+// else and gone with the child. The scenario's result travels back through
+// a pipe. False when this machine does not let the test mount one.
+bool inOwnFileSystem(const QString& folder, const char* options, bool readOnly,
+                     const std::function<void(const QString&)>& prepare,
+                     const std::function<QByteArray()>& scenario, QByteArray& result) {
+    int channel[2];
+    if (::pipe(channel) != 0)
+        return false;
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0) {
+        ::close(channel[0]);
+        const QByteArray where = QFile::encodeName(folder);
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("tmpfs", where.constData(), "tmpfs", 0, options) != 0)
+            ::_exit(3);
+        prepare(folder);
+        if (readOnly && ::mount("tmpfs", where.constData(), nullptr, MS_REMOUNT | MS_RDONLY, options) != 0)
+            ::_exit(3);
+        const QByteArray answer = scenario();
+        const bool written = ::write(channel[1], answer.constData(), size_t(answer.size())) == answer.size();
+        ::_exit(written ? 0 : 1);
+    }
+    ::close(channel[1]);
+    char buffer[4096];
+    ssize_t n;
+    result.clear();
+    while ((n = ::read(channel[0], buffer, sizeof buffer)) > 0)
+        result.append(buffer, n);
+    ::close(channel[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// What a failed save left: the message and the folder's contents, one per line.
+QByteArray describeSave(const Outcome& r, const QString& folder, const QString& file,
+                        const QByteArray& previous) {
+    QFile f(file);
+    const bool intact = f.open(QIODevice::ReadOnly) && f.readAll() == previous;
+    return QByteArray(r.ok ? "ok" : "failed") + '\n' +
+           (r.message ? r.message->title.toUtf8() + '\n' + r.message->text.toUtf8() : QByteArray("\n")) +
+           '\n' + (intact ? "intact" : "damaged") + '\n' +
+           QDir(folder).entryList(QDir::Files | QDir::Hidden).join(QLatin1Char(',')).toUtf8();
+}
+
+TEST_F(SnapshotFileTest, FullDiskKeepsThePreviousFile) {
+    const QString folder = path(QStringLiteral("small-disk"));
+    ASSERT_TRUE(QDir().mkdir(folder));
+    const QString file = folder + QStringLiteral("/Data.#01");
+    QByteArray result;
+    const bool ran = inOwnFileSystem(
+        folder, "size=256k", false,
+        [&](const QString&) {
+            write(file, exampleFile(16));
+            // Fill the disk but for a few kilobytes.
+            QFile filler(folder + QStringLiteral("/filler"));
+            if (filler.open(QIODevice::WriteOnly))
+                while (filler.write(QByteArray(4096, 'x')) == 4096 && filler.flush()) {
+                }
+            filler.resize(filler.size() - 8192);
+        },
+        [&] {
+            Snapshot s;
+            fill(s, 20000);
+            return describeSave(save(s, file), folder, file, exampleFile(16));
+        },
+        result);
+    if (!ran)
+        GTEST_SKIP() << "cannot mount a small file system here";
+    EXPECT_EQ(result, QByteArray("failed\nInvalid Snapshot File\n") + std::strerror(ENOSPC) +
+                          "\nintact\nData.#01,filler");
+}
+
+TEST_F(SnapshotFileTest, ReadOnlyFolderKeepsThePreviousFile) {
+    const QString folder = path(QStringLiteral("read-only"));
+    ASSERT_TRUE(QDir().mkdir(folder));
+    const QString file = folder + QStringLiteral("/Data.#01");
+    QByteArray result;
+    const bool ran = inOwnFileSystem(
+        folder, "size=256k", true, [&](const QString&) { write(file, exampleFile(16)); },
+        [&] {
+            Snapshot s;
+            fill(s, 10);
+            return describeSave(save(s, file), folder, file, exampleFile(16)) + '\n' +
+                   describeSave(save(s, folder + QStringLiteral("/New.#02")), folder, file, exampleFile(16));
+        },
+        result);
+    if (!ran)
+        GTEST_SKIP() << "cannot mount a read-only file system here";
+    const QList<QByteArray> lines = result.split('\n');
+    ASSERT_EQ(lines.size(), 10) << result.data();
+    // Replacing the file: Qt's own words for the file it may not replace.
+    EXPECT_EQ(lines[0], "failed");
+    EXPECT_EQ(lines[1], "Error Writing Snapshot");
+    EXPECT_TRUE(lines[2].contains("not writable")) << lines[2].data();
+    EXPECT_EQ(lines[3], "intact");
+    EXPECT_EQ(lines[4], "Data.#01");
+    // A new file: the system's.
+    EXPECT_EQ(lines[5], "failed");
+    EXPECT_EQ(lines[6], "Error Writing Snapshot");
+    EXPECT_EQ(lines[7], std::strerror(EROFS));
+    EXPECT_EQ(lines[8], "intact");
+    EXPECT_EQ(lines[9], "Data.#01");
+}
+
+// Stops the process at its first meter update during a save, once a block of
+// entry lines has gone to the disk, and tells the parent so.
+class StoppingView : public ProgressView {
+public:
+    explicit StoppingView(int signalFd) : m_fd(signalFd) {}
+    void meterStarted(int32_t, const QString&, bool) override {}
+    void meterShown() override {}
+    void meterValue(int32_t) override {
+        [[maybe_unused]] const auto n = ::write(m_fd, "w", 1);
+        for (;;)
+            ::pause();
+    }
+    void processEvents() override {}
+    void meterClosed() override {}
+
+private:
+    int m_fd;
+};
+
+TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
+    const QString file = path(QStringLiteral("Data.#01"));
+    write(file, exampleFile(16));
+    int channel[2];
+    ASSERT_EQ(::pipe(channel), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(channel[0]);
+        StoppingView view(channel[1]);
+        ProgressMeter meter(&view);
+        Snapshot s;
+        fill(s, 100000);
+        s.header.fileName = file;
+        SaveSnapshot(s, meter);
+        ::_exit(0);
+    }
+    ::close(channel[1]);
+    char signal = 0;
+    const bool midWrite = ::read(channel[0], &signal, 1) == 1;
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(channel[0]);
+    ASSERT_TRUE(midWrite);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(read(file), exampleFile(16));
+    // The half-written file lies beside it under another name, never in its place.
+    for (const QString& name : QDir(dir.path()).entryList(QDir::Files | QDir::Hidden)) {
+        if (name == QLatin1String("Data.#01"))
+            continue;
+        EXPECT_TRUE(name.startsWith(QLatin1String("Data.#01."))) << name.toStdString();
+        EXPECT_GT(QFileInfo(dir.filePath(name)).size(), 32768 * 10);
+    }
+    Snapshot s;
+    EXPECT_TRUE(load(s, file).ok);
 }
 
 TEST_F(SnapshotFileTest, FileFormValuesSurviveBitForBit) {
