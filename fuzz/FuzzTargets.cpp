@@ -176,26 +176,29 @@ void checkReadBack(const Snapshot& saved, const Snapshot& back, const LoadOutcom
 
 } // namespace
 
-int snapshotReader(const uint8_t* data, size_t size) {
+namespace {
+
+// Reads the bytes as a file with read (LoadSnapshot or ImportSnapshot) and
+// walks what it read.
+template <typename Read> int readAndWalk(const char* name, const uint8_t* data, size_t size, Read read) {
     Snapshot s;
-    s.header.fileName = Scratch::instance().write("reader.#01", data, size);
+    s.header.fileName = Scratch::instance().write(name, data, size);
     ProgressMeter meter;
-    if (LoadSnapshot(s, meter).ok) {
+    if (read(s, meter).ok) {
         checkTableBound(s, size);
         exercise(s);
     }
     return 0;
 }
 
+} // namespace
+
+int snapshotReader(const uint8_t* data, size_t size) {
+    return readAndWalk("reader.#01", data, size, LoadSnapshot);
+}
+
 int versionTwoImport(const uint8_t* data, size_t size) {
-    Snapshot s;
-    s.header.fileName = Scratch::instance().write("import.#01", data, size);
-    ProgressMeter meter;
-    if (ImportSnapshot(s, meter).ok) {
-        checkTableBound(s, size);
-        exercise(s);
-    }
-    return 0;
+    return readAndWalk("import.#01", data, size, ImportSnapshot);
 }
 
 int compareWithItself(const uint8_t* data, size_t size) {

@@ -160,14 +160,18 @@ TEST(Scan, RecordsLinksAsFilesWithoutFollowingThem) {
     t.symlink(QStringLiteral("to-file"), QStringLiteral("target/inside.txt"));
     t.symlink(QStringLiteral("to-folder"), QStringLiteral("target"));
     t.symlink(QStringLiteral("dangling"), QStringLiteral("nowhere"));
+    auto expectLinks = [&](const Snapshot& snap, int32_t entries, std::initializer_list<const char*> links) {
+        EXPECT_EQ(snap.entryCount, entries);
+        for (const char* link : links) {
+            const SnapshotEntry& e = snap.entry(indexOf(snap, QString::fromLatin1(link)));
+            EXPECT_EQ(e.attributes, Attribute::ReparsePoint) << link;
+            EXPECT_FALSE(e.isFolder());
+        }
+        expectSoundSnapshot(snap);
+    };
     const Scan s = scan(t);
     ASSERT_TRUE(s.outcome.ok);
-    EXPECT_EQ(s.snapshot.entryCount, 5);
-    for (const char* link : {"to-file", "to-folder", "dangling"}) {
-        const SnapshotEntry& e = s.snapshot.entry(indexOf(s.snapshot, QString::fromLatin1(link)));
-        EXPECT_EQ(e.attributes, Attribute::ReparsePoint) << link;
-        EXPECT_FALSE(e.isFolder());
-    }
+    expectLinks(s.snapshot, 5, {"to-file", "to-folder", "dangling"});
     EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, QStringLiteral("to-folder"))).size, 6);
 
     // Links that loop, and one back up the tree, are recorded and never entered.
@@ -176,12 +180,7 @@ TEST(Scan, RecordsLinksAsFilesWithoutFollowingThem) {
     t.symlink(QStringLiteral("target/up"), QStringLiteral(".."));
     const Scan loops = scan(t);
     ASSERT_TRUE(loops.outcome.ok);
-    EXPECT_EQ(loops.snapshot.entryCount, 8);
-    for (const char* link : {"loop-a", "loop-b", "target/up"})
-        EXPECT_EQ(loops.snapshot.entry(indexOf(loops.snapshot, QString::fromLatin1(link))).attributes,
-                  Attribute::ReparsePoint)
-            << link;
-    expectSoundSnapshot(loops.snapshot);
+    expectLinks(loops.snapshot, 8, {"loop-a", "loop-b", "target/up", "dangling"});
 }
 
 TEST(Scan, AppliesTheProgramsSizeRule) {
