@@ -118,8 +118,8 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     // full disk) without reporting it.
     errno = 0;
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        // Qt gives no text when its temporary file cannot be made on a
-        // read-only file system; the system's error still says why.
+        // Where Qt has no text for a failure to make its temporary file,
+        // the system's error still says why.
         const int error = errno;
         QString text = file.errorString();
         if (text.isEmpty() || text == QLatin1String("Unknown error"))
