@@ -56,7 +56,7 @@ QString textOf(const Item& item) {
 ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     ImportOutcome outcome;
     QFile file(snapshot.header.fileName);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!openForReading(file, QIODevice::ReadOnly)) {
         return {Outcome::failure(UserMessage{QStringLiteral("Error"),
                                              QStringLiteral("Unable to open Snapshot"),
                                              MessageIcon::Exclamation},

@@ -16,9 +16,9 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#ifdef __linux__
 #include <fcntl.h>
-#endif
+#include <sys/stat.h>
+#include <unistd.h>
 #include <future>
 #include <vector>
 
@@ -103,6 +103,20 @@ int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserM
                              .arg(formatCount(double(missing))),
                          MessageIcon::Information};
     return capacityItem(entryLines);
+}
+
+bool openForReading(QFile& file, QIODevice::OpenMode mode) {
+    // Opened without waiting for a writer, then looked at before any read.
+    const int fd = ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
+        ::close(fd);
+        return false;
+    }
+    return file.open(fd, mode, QFileDevice::AutoCloseHandle);
 }
 
 int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes) {
@@ -219,7 +233,7 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     LoadOutcome outcome;
     QFile file(snapshot.header.fileName);
     // Unbuffered: the reader takes the file in large blocks of its own.
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!openForReading(file, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         outcome.error = ErrorCode::FileNotFound;
         return outcome;
     }

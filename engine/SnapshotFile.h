@@ -2,6 +2,7 @@
 
 #include "Errors.h"
 
+#include <QFile>
 #include <QIODevice>
 #include <QString>
 
@@ -23,7 +24,8 @@ class Snapshot;
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter);
 
 // LoadSnapshot: reads header.fileName into an empty snapshot. A file that
-// cannot be opened gives false with no message; bad data gives "Invalid
+// cannot be opened (anything but a regular file counts as such, see
+// openForReading) gives false with no message; bad data gives "Invalid
 // Snapshot" with the error's text, except an overflow, which fails silently;
 // a cancel gives false with cancelled set. On success the summary holds the
 // "read" line. headerRead tells the caller that the header was read, so
@@ -53,6 +55,11 @@ int32_t capacityItem(int32_t n);
 // capacityItem(entryLines), with notice set to the message that tells the
 // user how many entries the file lacks.
 int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserMessage>& notice);
+
+// Opens file (its name set) for reading with mode. Only a regular file, or a
+// link to one, opens: a pipe would keep the reader waiting for ever and a
+// device may never end. False when it does not open.
+bool openForReading(QFile& file, QIODevice::OpenMode mode);
 
 // The most entries a file of the given length can hold when each takes at
 // least minimumBytes (-1 when the length is unknown, as for a pipe).

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <vector>
 
 using namespace kestrel::engine;
@@ -234,6 +235,14 @@ TEST_F(ImportTest, MissingFileAndCancel) {
     EXPECT_FALSE(outcome.ok);
     ASSERT_TRUE(outcome.message);
     EXPECT_EQ(outcome.message->text, QStringLiteral("Unable to open Snapshot"));
+    // A pipe is no file to import: the import does not wait for a writer.
+    Snapshot pipe;
+    pipe.header.fileName = m_dir.filePath("pipe.#01");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe.header.fileName).constData(), 0600), 0);
+    const ImportOutcome fromPipe = ImportSnapshot(pipe, m_meter);
+    EXPECT_FALSE(fromPipe.ok);
+    ASSERT_TRUE(fromPipe.message);
+    EXPECT_EQ(fromPipe.message->text, QStringLiteral("Unable to open Snapshot"));
     EXPECT_EQ(outcome.message->title, QStringLiteral("Error"));
     EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
 

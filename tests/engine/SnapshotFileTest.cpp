@@ -18,6 +18,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -248,11 +249,16 @@ TEST_F(SnapshotFileTest, BadDataFails) {
         EXPECT_EQ(r.message->icon, MessageIcon::Exclamation);
     }
 
-    // A file that cannot be opened fails quietly.
-    Snapshot s;
-    const LoadOutcome r = load(s, path(QStringLiteral("absent.#01")));
-    EXPECT_FALSE(r.ok);
-    EXPECT_FALSE(r.message);
+    // A file that cannot be opened fails quietly; a folder or a pipe is no
+    // file to read (the pipe would keep the load waiting for a writer).
+    ASSERT_EQ(::mkfifo(QFile::encodeName(path(QStringLiteral("pipe.#01"))).constData(), 0600), 0);
+    for (const char* name : {"absent.#01", "pipe.#01", "."}) {
+        Snapshot s;
+        const LoadOutcome r = load(s, path(QLatin1String(name)));
+        EXPECT_FALSE(r.ok) << name;
+        EXPECT_FALSE(r.message) << name;
+        EXPECT_FALSE(r.headerRead) << name;
+    }
 }
 
 TEST_F(SnapshotFileTest, AwkwardTextRoundTrips) {
