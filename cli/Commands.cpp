@@ -116,12 +116,14 @@ const QString InvalidSnapshot = QStringLiteral("Invalid Snapshot");
 bool checkSnapshotPath(const QString& path) {
     struct stat st;
     if (::stat(QFile::encodeName(path).constData(), &st) != 0) {
-        printError(QStringLiteral("Error"), QStringLiteral("Unable to open Snapshot (%1: %2)")
-                                                .arg(path, QString::fromLocal8Bit(std::strerror(errno))));
+        printError(QStringLiteral("Error"),
+                   QStringLiteral("Unable to open Snapshot (%1: %2)")
+                       .arg(path, QString::fromLocal8Bit(std::strerror(errno))));
         return false;
     }
     if (S_ISDIR(st.st_mode)) {
-        printError(InvalidSnapshot, QStringLiteral("%1 is a folder, not a snapshot file").arg(path));
+        printError(InvalidSnapshot,
+                   QStringLiteral("%1 is a folder, not a snapshot file").arg(path));
         return false;
     }
     if (!S_ISREG(st.st_mode)) {
@@ -152,8 +154,9 @@ void printOpenFailure(const QString& path, const OpenOutcome& outcome) {
             message.text += QStringLiteral(" (%1: %2)").arg(path, file.errorString());
     } else if (message.title == InvalidSnapshot) {
         if (!outcome.versions) // neither format's header could be read
-            message.text = QStringLiteral("%1 is not a Kestrel snapshot file (%2 in its first lines)")
-                               .arg(path, message.text);
+            message.text =
+                QStringLiteral("%1 is not a Kestrel snapshot file (%2 in its first lines)")
+                    .arg(path, message.text);
         else if (outcome.failedEntry > 0)
             message.text += QStringLiteral(" in entry %1 of %2").arg(outcome.failedEntry).arg(path);
         else

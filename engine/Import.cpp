@@ -38,12 +38,12 @@ constexpr int64_t MinimumEntryBytes = 9;
 constexpr int32_t MaximumEntries = INT16_MAX;
 
 UserMessage entryLimitMessage() {
-    return UserMessage{QStringLiteral("Entry Limit"),
-                       QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is %1)")
-                           .arg(formatCount(MaximumEntries)),
-                       MessageIcon::Exclamation};
+    return UserMessage{
+        QStringLiteral("Entry Limit"),
+        QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is %1)")
+            .arg(formatCount(MaximumEntries)),
+        MessageIcon::Exclamation};
 }
-
 
 QString textOf(const Item& item) {
     std::string scratch;

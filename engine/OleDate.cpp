@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <chrono>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 
 namespace kestrel::engine {

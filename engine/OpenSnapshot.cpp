@@ -43,10 +43,10 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
         if (import.headerRead) {
             // A v2 file: the load's complaint is only that its entry lines
             // are not current ones, so the import tells what is wrong.
-            outcome.message = import.message ? *import.message
-                                             : UserMessage{QStringLiteral("Invalid Snapshot"),
-                                                           errorText(import.error),
-                                                           MessageIcon::Exclamation};
+            outcome.message = import.message
+                                  ? *import.message
+                                  : UserMessage{QStringLiteral("Invalid Snapshot"),
+                                                errorText(import.error), MessageIcon::Exclamation};
             outcome.error = import.error;
             outcome.failedEntry = import.failedEntry;
         } else if (load.message) {

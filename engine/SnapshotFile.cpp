@@ -17,9 +17,9 @@
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
+#include <future>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <future>
 #include <vector>
 
 namespace kestrel::engine {
@@ -35,7 +35,6 @@ void writeTitle(ItemWriter& w, const QString& title) {
     w.raw(std::string_view(bytes.constData(), size_t(bytes.size())));
     w.endLine();
 }
-
 
 // Asks the system to start writing what was written so far to the disk, so
 // that the wait for it all at the end (when the file is committed) is short:
@@ -88,7 +87,9 @@ constexpr int64_t MinimumEntryBytes = 8;
 
 } // namespace
 
-int32_t capacityItem(int32_t n) { return checkedAdd(n, 16 - n % 16); }
+int32_t capacityItem(int32_t n) {
+    return checkedAdd(n, 16 - n % 16);
+}
 
 int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserMessage>& notice) {
     constexpr int64_t Slack = 16;
@@ -107,7 +108,8 @@ int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserM
 
 bool openForReading(QFile& file, QIODevice::OpenMode mode) {
     // Opened without waiting for a writer, then looked at before any read.
-    const int fd = ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd =
+        ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return false;
     struct stat st;
@@ -137,10 +139,11 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         const int error = errno;
         QString text = file.errorString();
         if (text.isEmpty() || text == QLatin1String("Unknown error"))
-            text = error ? QString::fromLocal8Bit(std::strerror(error)) : errorText(ErrorCode::SystemError);
-        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"), text,
-                                            MessageIcon::Exclamation},
-                                ErrorCode::SystemError);
+            text = error ? QString::fromLocal8Bit(std::strerror(error))
+                         : errorText(ErrorCode::SystemError);
+        return Outcome::failure(
+            UserMessage{QStringLiteral("Error Writing Snapshot"), text, MessageIcon::Exclamation},
+            ErrorCode::SystemError);
     }
     MeterCloser closer{meter};
     auto writeFailed = [&](const QString& text) {

@@ -46,7 +46,8 @@ public:
     QString path(const char* name) const { return m_dir.filePath(QString::fromLatin1(name)); }
     QString write(const char* name, const uint8_t* data, size_t size) const {
         const QString file = path(name);
-        const int fd = ::open(QFile::encodeName(file).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int fd = ::open(QFile::encodeName(file).constData(),
+                              O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         if (fd < 0)
             fault("cannot write the input file");
         while (size > 0) {
@@ -168,8 +169,9 @@ void checkReadBack(const Snapshot& saved, const Snapshot& back, const LoadOutcom
         const SnapshotEntry& x = saved.entry(i);
         const SnapshotEntry& y = back.entry(i);
         if (x.attributes != y.attributes || x.nextSibling != y.nextSibling || x.count != y.count ||
-            x.parent != y.parent || !sameNumber(x.modified, y.modified) || !sameNumber(x.size, y.size) ||
-            saved.nameOf(x) != back.nameOf(y) || saved.versionOf(x) != back.versionOf(y))
+            x.parent != y.parent || !sameNumber(x.modified, y.modified) ||
+            !sameNumber(x.size, y.size) || saved.nameOf(x) != back.nameOf(y) ||
+            saved.versionOf(x) != back.versionOf(y))
             fault("a saved entry reads back otherwise");
     }
 }
@@ -180,7 +182,8 @@ namespace {
 
 // Reads the bytes as a file with read (LoadSnapshot or ImportSnapshot) and
 // walks what it read.
-template <typename Read> int readAndWalk(const char* name, const uint8_t* data, size_t size, Read read) {
+template <typename Read>
+int readAndWalk(const char* name, const uint8_t* data, size_t size, Read read) {
     Snapshot s;
     s.header.fileName = Scratch::instance().write(name, data, size);
     ProgressMeter meter;
@@ -248,7 +251,8 @@ int iniReader(const uint8_t* data, size_t size) {
     const QString file = Scratch::instance().write("Kestrel.ini", data, size);
     const settings::IniFile ini(file);
     for (const char* key : {"Top", "Left", "Window", "Folder", "Drive"}) {
-        if (ini.readString(QStringLiteral("Main"), QString::fromLatin1(key), QStringLiteral("d")).size() > 254)
+        if (ini.readString(QStringLiteral("Main"), QString::fromLatin1(key), QStringLiteral("d"))
+                .size() > 254)
             fault("a read returned more than 254 characters");
     }
     const QString value = QStringLiteral("/home/user/My Data");

@@ -101,8 +101,8 @@ TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
     t.file(QStringLiteral("bad.#01"), "title\n\"root\",#2001-01-01 00:00:00#,#TRUE#,#TRUE#,#FALSE#,16\nx,1,1,1,\"n\",0,0,\"\"\n");
     r = cli({QStringLiteral("info"), t.root() + QStringLiteral("bad.#01")});
     EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err.trimmed(),
-              QStringLiteral("Invalid Snapshot: Type mismatch in entry 1 of ") + t.root() + QStringLiteral("bad.#01"));
+    EXPECT_EQ(r.err.trimmed(), QStringLiteral("Invalid Snapshot: Type mismatch in entry 1 of ") +
+                                   t.root() + QStringLiteral("bad.#01"));
 
     EXPECT_EQ(cli({QStringLiteral("frobnicate")}).status, 2);
     EXPECT_EQ(cli({QStringLiteral("list")}).status, 2);
@@ -131,16 +131,21 @@ TEST_F(CliTest, GarbageGivenAsASnapshotIsNamedForWhatItIs) {
     const QString r = t.root();
 
     const std::pair<QString, QString> cases[] = {
-        {r + QStringLiteral("folder"), QStringLiteral("Invalid Snapshot: %1folder is a folder, not a snapshot file")},
-        {r + QStringLiteral("empty.#01"), QStringLiteral("Invalid Snapshot: %1empty.#01 is empty, not a snapshot file")},
+        {r + QStringLiteral("folder"),
+         QStringLiteral("Invalid Snapshot: %1folder is a folder, not a snapshot file")},
+        {r + QStringLiteral("empty.#01"),
+         QStringLiteral("Invalid Snapshot: %1empty.#01 is empty, not a snapshot file")},
         {r + QStringLiteral("missing.#01"),
-         QStringLiteral("Error: Unable to open Snapshot (%1missing.#01: No such file or directory)")},
+         QStringLiteral(
+             "Error: Unable to open Snapshot (%1missing.#01: No such file or directory)")},
         {r + QStringLiteral("pipe.#01"),
-         QStringLiteral("Invalid Snapshot: %1pipe.#01 is a device, pipe or socket, not a snapshot file")},
+         QStringLiteral(
+             "Invalid Snapshot: %1pipe.#01 is a device, pipe or socket, not a snapshot file")},
         {r + QStringLiteral("binary.#01"),
          QStringLiteral("Invalid Snapshot: %1binary.#01 is not a Kestrel snapshot file (")},
         {r + QStringLiteral("long-v2.dat"),
-         QStringLiteral("Entry Limit: Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)")},
+         QStringLiteral(
+             "Entry Limit: Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)")},
     };
     for (const auto& [path, expected] : cases) {
         for (const char* command : {"info", "convert", "compare"}) {
@@ -167,13 +172,14 @@ TEST_F(CliTest, GarbageGivenAsASnapshotIsNamedForWhatItIs) {
 // empty records: the file is fitted to its lines and the user told.
 TEST_F(CliTest, ConvertFitsADamagedCapacityToTheFile) {
     TempTree t;
-    t.file(QStringLiteral("cut.#01"), "T\r\n\"/d/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,2000000000\r\n"
-                                      "32,36950.5,1,0,\"a.txt\",0,5,\"\"\r\n");
+    t.file(QStringLiteral("cut.#01"),
+           "T\r\n\"/d/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,2000000000\r\n"
+           "32,36950.5,1,0,\"a.txt\",0,5,\"\"\r\n");
     const QString out = t.root() + QStringLiteral("fixed.#01");
     const CliRun r = cli({QStringLiteral("convert"), t.root() + QStringLiteral("cut.#01"), out});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_TRUE(r.err.startsWith(
-        QStringLiteral("Incomplete Snapshot: The file ends before its last 1,999,999,983 entries\n")))
+    EXPECT_TRUE(r.err.startsWith(QStringLiteral(
+        "Incomplete Snapshot: The file ends before its last 1,999,999,983 entries\n")))
         << r.err.toStdString();
     const QByteArray saved = QByteArray::fromStdString(t.bytes(QStringLiteral("fixed.#01")));
     EXPECT_TRUE(saved.contains(",#FALSE#,32\r\n"));
@@ -188,9 +194,12 @@ TEST_F(CliTest, ConvertBringsOldFilesToTheCurrentFormat) {
     const QString out = t.root() + QStringLiteral("converted.#01");
     CliRun r = cli({QStringLiteral("convert"), t.root() + QStringLiteral("old.dat"), out});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_EQ(r.err.section(QLatin1Char('\n'), 0, 0),
-              QStringLiteral("Snapshot Imported: File was created with Kestrel v2 and has been converted to v3"));
-    EXPECT_TRUE(r.err.section(QLatin1Char('\n'), 1, 1).startsWith(QStringLiteral("Kestrel imported 1 files and 1 folders")));
+    EXPECT_EQ(
+        r.err.section(QLatin1Char('\n'), 0, 0),
+        QStringLiteral(
+            "Snapshot Imported: File was created with Kestrel v2 and has been converted to v3"));
+    EXPECT_TRUE(r.err.section(QLatin1Char('\n'), 1, 1)
+                    .startsWith(QStringLiteral("Kestrel imported 1 files and 1 folders")));
     r = cli({QStringLiteral("list"), out});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     const QStringList lines = r.lines();

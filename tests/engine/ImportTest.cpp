@@ -155,8 +155,9 @@ TEST_F(ImportTest, EntryLimitIs32767) {
     EXPECT_EQ(outcome.error, ErrorCode::Overflow);
     ASSERT_TRUE(outcome.message);
     EXPECT_EQ(outcome.message->title, QStringLiteral("Entry Limit"));
-    EXPECT_EQ(outcome.message->text,
-              QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"));
+    EXPECT_EQ(
+        outcome.message->text,
+        QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"));
     EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
 
     Snapshot opened;
@@ -184,7 +185,8 @@ TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
     EXPECT_EQ(damaged.capacity(), 17);
     ASSERT_TRUE(outcome.message);
     EXPECT_EQ(outcome.message->title, QStringLiteral("Incomplete Snapshot"));
-    EXPECT_EQ(outcome.message->text, QStringLiteral("The file ends before its last 1,999,999,981 entries"));
+    EXPECT_EQ(outcome.message->text,
+              QStringLiteral("The file ends before its last 1,999,999,981 entries"));
     EXPECT_EQ(outcome.message->icon, MessageIcon::Information);
 
     // Opened, the notice of the import and that of the damage come in one box.
@@ -193,7 +195,8 @@ TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
     ASSERT_TRUE(open.ok);
     ASSERT_TRUE(open.message);
     EXPECT_EQ(open.message->title, QStringLiteral("Snapshot Imported"));
-    EXPECT_TRUE(open.message->text.endsWith(QStringLiteral("\n\nThe file ends before its last 1,999,999,981 entries")));
+    EXPECT_TRUE(open.message->text.endsWith(
+        QStringLiteral("\n\nThe file ends before its last 1,999,999,981 entries")));
 }
 
 TEST_F(ImportTest, BadFilesFailSilently) {

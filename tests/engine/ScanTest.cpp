@@ -12,11 +12,11 @@
 #include <QFile>
 
 #include <atomic>
-#include <cstdlib>
-#include <functional>
 #include <cerrno>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <functional>
 #include <grp.h>
 #include <set>
 #include <sys/stat.h>
@@ -25,10 +25,10 @@
 #include <unistd.h>
 
 using namespace kestrel::engine;
-using kestrel::test::TempTree;
 using kestrel::test::expectSoundSnapshot;
 using kestrel::test::indexOf;
 using kestrel::test::ringOf;
+using kestrel::test::TempTree;
 
 namespace {
 
@@ -160,7 +160,8 @@ TEST(Scan, RecordsLinksAsFilesWithoutFollowingThem) {
     t.symlink(QStringLiteral("to-file"), QStringLiteral("target/inside.txt"));
     t.symlink(QStringLiteral("to-folder"), QStringLiteral("target"));
     t.symlink(QStringLiteral("dangling"), QStringLiteral("nowhere"));
-    auto expectLinks = [&](const Snapshot& snap, int32_t entries, std::initializer_list<const char*> links) {
+    auto expectLinks = [&](const Snapshot& snap, int32_t entries,
+                           std::initializer_list<const char*> links) {
         EXPECT_EQ(snap.entryCount, entries);
         for (const char* link : links) {
             const SnapshotEntry& e = snap.entry(indexOf(snap, QString::fromLatin1(link)));
@@ -247,7 +248,9 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
     t.file(QString::fromStdString(longWide), "22");
     const QByteArray root = QFile::encodeName(t.root());
     ASSERT_EQ(::mkdir((root + "bad\xFF\xFEname").constData(), 0755), 0);
-    ASSERT_EQ(::close(::open((root + "bad\xFF\xFEname/inside.txt").constData(), O_CREAT | O_WRONLY, 0644)), 0);
+    ASSERT_EQ(::close(::open((root + "bad\xFF\xFEname/inside.txt").constData(), O_CREAT | O_WRONLY,
+                             0644)),
+              0);
 
     // Twenty folders of 250 bytes: the deepest path passes 5,000 bytes.
     int dir = ::open(root.constData(), O_RDONLY | O_DIRECTORY);
@@ -312,7 +315,8 @@ private:
             const std::string folder = churn + "d" + std::to_string(k % 4);
             if (::mkdir(folder.c_str(), 0755) == 0) {
                 for (int i = 0; i < 5; ++i)
-                    ::close(::open((folder + "/x" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY, 0644));
+                    ::close(::open((folder + "/x" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY,
+                                   0644));
             } else {
                 for (int i = 0; i < 5; ++i)
                     ::unlink((folder + "/x" + std::to_string(i)).c_str());
@@ -346,7 +350,8 @@ TEST(Scan, TreeChangingDuringTheScanGivesASoundSnapshot) {
         SCOPED_TRACE(round);
         const Scan s = scan(t, true, true, round % 3);
         // Nothing beyond what any scan may say: the tree is never empty.
-        ASSERT_TRUE(s.outcome.ok) << (s.outcome.message ? s.outcome.message->text.toStdString() : "");
+        ASSERT_TRUE(s.outcome.ok) << (s.outcome.message ? s.outcome.message->text.toStdString()
+                                                        : "");
         EXPECT_FALSE(s.outcome.message);
         expectSoundSnapshot(s.snapshot);
         EXPECT_NE(indexOf(s.snapshot, QStringLiteral("stable/s29/f")), 0);

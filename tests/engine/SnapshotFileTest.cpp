@@ -13,8 +13,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <iterator>
 #include <functional>
+#include <iterator>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -183,15 +183,16 @@ TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
         ASSERT_TRUE(r.ok) << capacities[k];
         ASSERT_TRUE(r.message);
         EXPECT_EQ(r.message->title, QStringLiteral("Incomplete Snapshot"));
-        EXPECT_EQ(r.message->text,
-                  QStringLiteral("The file ends before its last %1 entries").arg(QLatin1String(missing[k])));
+        EXPECT_EQ(r.message->text, QStringLiteral("The file ends before its last %1 entries")
+                                       .arg(QLatin1String(missing[k])));
         EXPECT_EQ(r.message->icon, MessageIcon::Information);
         EXPECT_EQ(s.entryCount, 3);
         EXPECT_EQ(s.entry(0).count, 16);
         EXPECT_EQ(s.capacity(), 17);
         EXPECT_LT(s.memoryUsed(), size_t(4) << 20);
         ASSERT_TRUE(save(s, path(QStringLiteral("fitted.#01"))).ok);
-        EXPECT_EQ(read(path(QStringLiteral("fitted.#01"))), exampleFile(32) + EmptyRecord.repeated(13));
+        EXPECT_EQ(read(path(QStringLiteral("fitted.#01"))),
+                  exampleFile(32) + EmptyRecord.repeated(13));
     }
 
     // A file cut short after 50 of its 100 entries.
@@ -416,14 +417,17 @@ bool inOwnFileSystem(const QString& folder, const char* options, bool readOnly,
     if (child == 0) {
         ::close(channel[0]);
         const QByteArray where = QFile::encodeName(folder);
-        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        if (::unshare(CLONE_NEWNS) != 0 ||
+            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("tmpfs", where.constData(), "tmpfs", 0, options) != 0)
             ::_exit(3);
         prepare(folder);
-        if (readOnly && ::mount("tmpfs", where.constData(), nullptr, MS_REMOUNT | MS_RDONLY, options) != 0)
+        if (readOnly &&
+            ::mount("tmpfs", where.constData(), nullptr, MS_REMOUNT | MS_RDONLY, options) != 0)
             ::_exit(3);
         const QByteArray answer = scenario();
-        const bool written = ::write(channel[1], answer.constData(), size_t(answer.size())) == answer.size();
+        const bool written =
+            ::write(channel[1], answer.constData(), size_t(answer.size())) == answer.size();
         ::_exit(written ? 0 : 1);
     }
     ::close(channel[1]);
@@ -444,7 +448,8 @@ QByteArray describeSave(const Outcome& r, const QString& folder, const QString& 
     QFile f(file);
     const bool intact = f.open(QIODevice::ReadOnly) && f.readAll() == previous;
     return QByteArray(r.ok ? "ok" : "failed") + '\n' +
-           (r.message ? r.message->title.toUtf8() + '\n' + r.message->text.toUtf8() : QByteArray("\n")) +
+           (r.message ? r.message->title.toUtf8() + '\n' + r.message->text.toUtf8()
+                      : QByteArray("\n")) +
            '\n' + (intact ? "intact" : "damaged") + '\n' +
            QDir(folder).entryList(QDir::Files | QDir::Hidden).join(QLatin1Char(',')).toUtf8();
 }
@@ -488,7 +493,8 @@ TEST_F(SnapshotFileTest, ReadOnlyFolderKeepsThePreviousFile) {
             Snapshot s;
             fill(s, 10);
             return describeSave(save(s, file), folder, file, exampleFile(16)) + '\n' +
-                   describeSave(save(s, folder + QStringLiteral("/New.#02")), folder, file, exampleFile(16));
+                   describeSave(save(s, folder + QStringLiteral("/New.#02")), folder, file,
+                                exampleFile(16));
         },
         result);
     if (!ran)

@@ -45,10 +45,13 @@ void feed(Entry entry, const QString& file) {
     const QByteArray bytes = f.readAll();
     SCOPED_TRACE(file.toStdString());
     // A fault aborts the process; anything else that escapes fails here.
-    EXPECT_NO_THROW(entry(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size())));
+    EXPECT_NO_THROW(
+        entry(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size())));
 }
 
-void PrintTo(const Target& target, std::ostream* out) { *out << target.name; }
+void PrintTo(const Target& target, std::ostream* out) {
+    *out << target.name;
+}
 
 class FuzzRegressions : public testing::TestWithParam<Target> {};
 

@@ -34,8 +34,8 @@ bool snapshotSeeds(const QString& dir) {
     Node odd = Node::file("say \"hi\", then\nbreak.txt", 12, 44000.25);
     Node tool = Node::file("tool.exe", 70000);
     tool.version = "5.01.2600.00";
-    buildSnapshot(tree, {Node::dir("Docs", {Node::file("a.txt", 1234), odd,
-                                            Node::dir("Empty"), Node::dir("Sub", {tool})}),
+    buildSnapshot(tree, {Node::dir("Docs", {Node::file("a.txt", 1234), odd, Node::dir("Empty"),
+                                            Node::dir("Sub", {tool})}),
                          Node::file("Grüße €.txt", 5), Node::file("top.txt", 0)});
     tree.header.rootFolder = QStringLiteral("/data/");
     if (!saveSnapshot(tree, dir + QStringLiteral("/tree.#01")))
@@ -45,7 +45,8 @@ bool snapshotSeeds(const QString& dir) {
     Snapshot again;
     again.header.fileName = dir + QStringLiteral("/tree.#01");
     engine::ProgressMeter meter;
-    if (!engine::LoadSnapshot(again, meter).ok || !saveSnapshot(again, dir + QStringLiteral("/padded.#02")))
+    if (!engine::LoadSnapshot(again, meter).ok ||
+        !saveSnapshot(again, dir + QStringLiteral("/padded.#02")))
         return false;
 
     Snapshot empty;
@@ -85,7 +86,8 @@ bool peSeeds(const QString& dir) {
         {"/pe32plus.exe", makeImage(true, (1u << 16) | 2, (3u << 16) | 4)},
     };
     for (const auto& [name, image] : images) {
-        const QByteArray bytes(reinterpret_cast<const char*>(image.bytes.data()), qsizetype(image.bytes.size()));
+        const QByteArray bytes(reinterpret_cast<const char*>(image.bytes.data()),
+                               qsizetype(image.bytes.size()));
         if (!writeFile(dir + QLatin1String(name), bytes))
             return false;
     }
@@ -96,8 +98,12 @@ bool iniSeeds(const QString& dir) {
     const settings::IniFile ini(dir + QStringLiteral("/Kestrel.ini"));
     if (!writeFile(ini.path(), "; kept as it is\r\n[Other]\r\nKey=\"quoted value\"\r\n"))
         return false;
-    for (const auto& [key, value] : {std::pair{"Top", "1200"}, {"Left", "960"}, {"Height", "6000"},
-                                     {"Width", "8000"}, {"Window", "2"}, {"Folder", "/home/user/Data"}})
+    for (const auto& [key, value] : {std::pair{"Top", "1200"},
+                                     {"Left", "960"},
+                                     {"Height", "6000"},
+                                     {"Width", "8000"},
+                                     {"Window", "2"},
+                                     {"Folder", "/home/user/Data"}})
         if (!ini.writeString(QStringLiteral("Main"), QLatin1String(key), QLatin1String(value)))
             return false;
     return true;
@@ -112,8 +118,8 @@ bool writeSeeds(const QString& folder) {
         if (!QDir().mkpath(folder + QLatin1Char('/') + kind))
             return false;
     return snapshotSeeds(folder + QStringLiteral("/snapshot")) &&
-           versionTwoSeeds(folder + QStringLiteral("/v2")) && peSeeds(folder + QStringLiteral("/pe")) &&
-           iniSeeds(folder + QStringLiteral("/ini"));
+           versionTwoSeeds(folder + QStringLiteral("/v2")) &&
+           peSeeds(folder + QStringLiteral("/pe")) && iniSeeds(folder + QStringLiteral("/ini"));
 }
 
 } // namespace kestrel::test
