@@ -404,9 +404,10 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
 // Runs scenario in a child process with a file system of its own mounted on
 // folder: a tmpfs of the given size, read-only when asked, seen by nobody
 // else and gone with the child. The scenario's result travels back through
-// a pipe. False when this machine does not let the test mount one.
+// a pipe. False when this machine does not let the test mount one; a child
+// that fails otherwise fails the test.
 bool inOwnFileSystem(const QString& folder, const char* options, bool readOnly,
-                     const std::function<void(const QString&)>& prepare,
+                     const std::function<void()>& prepare,
                      const std::function<QByteArray()>& scenario, QByteArray& result) {
     int channel[2];
     if (::pipe(channel) != 0)
@@ -421,7 +422,7 @@ bool inOwnFileSystem(const QString& folder, const char* options, bool readOnly,
             ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("tmpfs", where.constData(), "tmpfs", 0, options) != 0)
             ::_exit(3);
-        prepare(folder);
+        prepare();
         if (readOnly &&
             ::mount("tmpfs", where.constData(), nullptr, MS_REMOUNT | MS_RDONLY, options) != 0)
             ::_exit(3);
@@ -439,7 +440,9 @@ bool inOwnFileSystem(const QString& folder, const char* options, bool readOnly,
     ::close(channel[0]);
     int status = 0;
     ::waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    const bool mounted = !(WIFEXITED(status) && WEXITSTATUS(status) == 3);
+    EXPECT_TRUE(!mounted || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << "the child failed";
+    return mounted;
 }
 
 // What a failed save left: the message and the folder's contents, one per line.
@@ -461,7 +464,7 @@ TEST_F(SnapshotFileTest, FullDiskKeepsThePreviousFile) {
     QByteArray result;
     const bool ran = inOwnFileSystem(
         folder, "size=256k", false,
-        [&](const QString&) {
+        [&] {
             write(file, exampleFile(16));
             // Fill the disk but for a few kilobytes.
             QFile filler(folder + QStringLiteral("/filler"));
@@ -488,7 +491,7 @@ TEST_F(SnapshotFileTest, ReadOnlyFolderKeepsThePreviousFile) {
     const QString file = folder + QStringLiteral("/Data.#01");
     QByteArray result;
     const bool ran = inOwnFileSystem(
-        folder, "size=256k", true, [&](const QString&) { write(file, exampleFile(16)); },
+        folder, "size=256k", true, [&] { write(file, exampleFile(16)); },
         [&] {
             Snapshot s;
             fill(s, 10);
