@@ -4,9 +4,9 @@
 #   ./dev.sh test                    install what is missing, build, run every test;
 #                                    with KESTREL_CHECKED=1 (as CI runs it) the
 #                                    checked steps below follow
-#   ./dev.sh checked [SECONDS]       the checked steps only: every test again under
-#                                    AddressSanitizer and UndefinedBehaviorSanitizer,
-#                                    then each fuzzer for SECONDS (default 30)
+#   ./dev.sh checked [SECONDS]       the checked steps only: each fuzzer for SECONDS
+#                                    (default 30), then every test again under
+#                                    AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./dev.sh fuzz NAME [SECONDS]     one fuzzer for SECONDS (default 600), corpus kept
 #   ./dev.sh build                   install what is missing and build only
 #   ./dev.sh bench [ARGS...]         build and run kestrel-bench with ARGS
@@ -104,10 +104,11 @@ run_fuzzers() {
     done
 }
 
+# The fuzzers first, so that the run ends with the test summary.
 checked_steps() {
     build_checked
-    checked_tests
     run_fuzzers "${1:-30}"
+    checked_tests
 }
 
 command=${1:-run}
