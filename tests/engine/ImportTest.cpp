@@ -15,6 +15,7 @@
 #include <vector>
 
 using namespace kestrel::engine;
+using kestrel::test::expectMessage;
 using kestrel::test::ringOf;
 
 namespace {
@@ -153,12 +154,9 @@ TEST_F(ImportTest, EntryLimitIs32767) {
     const ImportOutcome outcome = import(tooMany, "big.#01", flatFile(32768));
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.error, ErrorCode::Overflow);
-    ASSERT_TRUE(outcome.message);
-    EXPECT_EQ(outcome.message->title, QStringLiteral("Entry Limit"));
-    EXPECT_EQ(
-        outcome.message->text,
-        QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"));
-    EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
+    expectMessage(outcome.message, QStringLiteral("Entry Limit"),
+                  QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
+                  MessageIcon::Exclamation);
 
     Snapshot opened;
     const OpenOutcome open = OpenSnapshotFile(opened, m_dir.filePath("big.#01"), m_meter);
@@ -183,11 +181,9 @@ TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
     ASSERT_TRUE(outcome.ok);
     EXPECT_EQ(damaged.entry(0).count, 16);
     EXPECT_EQ(damaged.capacity(), 17);
-    ASSERT_TRUE(outcome.message);
-    EXPECT_EQ(outcome.message->title, QStringLiteral("Incomplete Snapshot"));
-    EXPECT_EQ(outcome.message->text,
-              QStringLiteral("The file ends before its last 1,999,999,981 entries"));
-    EXPECT_EQ(outcome.message->icon, MessageIcon::Information);
+    expectMessage(outcome.message, QStringLiteral("Incomplete Snapshot"),
+                  QStringLiteral("The file ends before its last 1,999,999,981 entries"),
+                  MessageIcon::Information);
 
     // Opened, the notice of the import and that of the damage come in one box.
     Snapshot opened;

@@ -1,4 +1,5 @@
 #include "engine/SnapshotFile.h"
+#include "TestSupport.h"
 #include "engine/OleDate.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
@@ -181,11 +182,10 @@ TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
         Snapshot s;
         const LoadOutcome r = loadBytes(s, exampleFile(capacities[k]));
         ASSERT_TRUE(r.ok) << capacities[k];
-        ASSERT_TRUE(r.message);
-        EXPECT_EQ(r.message->title, QStringLiteral("Incomplete Snapshot"));
-        EXPECT_EQ(r.message->text, QStringLiteral("The file ends before its last %1 entries")
-                                       .arg(QLatin1String(missing[k])));
-        EXPECT_EQ(r.message->icon, MessageIcon::Information);
+        kestrel::test::expectMessage(
+            r.message, QStringLiteral("Incomplete Snapshot"),
+            QStringLiteral("The file ends before its last %1 entries").arg(QLatin1String(missing[k])),
+            MessageIcon::Information);
         EXPECT_EQ(s.entryCount, 3);
         EXPECT_EQ(s.entry(0).count, 16);
         EXPECT_EQ(s.capacity(), 17);

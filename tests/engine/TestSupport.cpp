@@ -135,6 +135,14 @@ void expectSoundSnapshot(const engine::Snapshot& s) {
     EXPECT_EQ(total, s.totalSize);
 }
 
+void expectMessage(const std::optional<engine::UserMessage>& message, const QString& title,
+                   const QString& text, engine::MessageIcon icon) {
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->title, title);
+    EXPECT_EQ(message->text, text);
+    EXPECT_EQ(message->icon, icon);
+}
+
 std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first) {
     std::vector<int32_t> members;
     int32_t i = first;

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,10 @@ void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b);
 // size of its subtree (entry 1 excepted: it holds the meter maximum), entry 0
 // counts them all and the total size is the files' sum.
 void expectSoundSnapshot(const engine::Snapshot& s);
+
+// The message is there, with this title, text and icon.
+void expectMessage(const std::optional<engine::UserMessage>& message, const QString& title,
+                   const QString& text, engine::MessageIcon icon);
 
 // The entries of the folder whose first entry is first, in ring order.
 std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first);
