@@ -1,7 +1,13 @@
 #!/usr/bin/env bash
 # Sets up a Debian machine for Kestrel, builds it and runs it or its tests.
 #   ./dev.sh run [FOLDER|SNAPSHOT]   install what is missing, build, start Kestrel
-#   ./dev.sh test                    install what is missing, build, run every test
+#   ./dev.sh test                    install what is missing, build, run every test;
+#                                    with KESTREL_CHECKED=1 (as CI runs it) the
+#                                    checked steps below follow
+#   ./dev.sh checked [SECONDS]       the checked steps only: each fuzzer for SECONDS
+#                                    (default 30), then every test again under
+#                                    AddressSanitizer and UndefinedBehaviorSanitizer
+#   ./dev.sh fuzz NAME [SECONDS]     one fuzzer for SECONDS (default 600), corpus kept
 #   ./dev.sh build                   install what is missing and build only
 #   ./dev.sh bench [ARGS...]         build and run kestrel-bench with ARGS
 #   ./dev.sh package                 build the Debian package kestrel_*.deb here
@@ -9,9 +15,20 @@ set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build="${KESTREL_BUILD_DIR:-$here/build}"
+# The checked build: clang with the sanitizers and the fuzzers' coverage.
+checked="${KESTREL_CHECKED_BUILD_DIR:-$here/build-checked}"
 
 packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
           fonts-dejavu-core xvfb xauth dpkg-dev desktop-file-utils libxml2-utils)
+# clang and its runtimes: AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer.
+checked_packages=(clang-14 libclang-rt-14-dev)
+
+# The fuzzers and the seed kinds each starts from (see fuzz/FuzzTargets.h).
+fuzzers=(snapshot_reader:snapshot,v2:snapshot v2_import:v2,snapshot:snapshot
+         compare:snapshot,v2:snapshot save:snapshot,v2:snapshot
+         pe_version:pe:pe ini_reader:ini:ini)
+
+jobs=$(nproc)
 
 install_missing() {
     local missing=()
@@ -32,7 +49,66 @@ configure_and_build() {
     if [ ! -f "$build/build.ninja" ]; then
         cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE="${KESTREL_BUILD_TYPE:-RelWithDebInfo}"
     fi
-    cmake --build "$build" --parallel "$(nproc)"
+    cmake --build "$build" --parallel "$jobs"
+}
+
+build_checked() {
+    packages+=("${checked_packages[@]}")
+    install_missing
+    if [ ! -f "$checked/build.ninja" ]; then
+        CC=clang-14 CXX=clang++-14 cmake -S "$here" -B "$checked" -G Ninja \
+            -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTREL_FUZZ=ON
+    fi
+    cmake --build "$checked" --parallel "$jobs"
+}
+
+# What the sanitizers report, and what they leave alone: leaks inside the
+# system's libraries that are not ours (tests/sanitizers/lsan.supp says which).
+sanitizer_environment() {
+    export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1"
+    export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+    export LSAN_OPTIONS="suppressions=$here/tests/sanitizers/lsan.supp:print_suppressions=0"
+}
+
+# Every test of the suite in the checked build, windows included (offscreen).
+checked_tests() {
+    sanitizer_environment
+    (cd "$checked" && QT_QPA_PLATFORM=offscreen ctest --output-on-failure --parallel "$jobs")
+}
+
+# One fuzzer for the given seconds: seeds made afresh by kestrel-fuzz-seeds,
+# the inputs kept in fuzz/regressions, its corpus in the checked build. A
+# crash stops with the input under $checked/fuzz-crashes.
+run_fuzzer() {
+    local name=$1 kinds=$2 dict=$3 seconds=$4
+    local seeds="$checked/fuzz-seeds" corpus="$checked/fuzz-corpus/$name"
+    local crashes="$checked/fuzz-crashes"
+    rm -rf "$seeds"
+    "$checked/bin/kestrel-fuzz-seeds" "$seeds"
+    mkdir -p "$corpus" "$crashes" "$here/fuzz/regressions/$name"
+    local dirs=("$corpus")
+    for kind in ${kinds//,/ }; do dirs+=("$seeds/$kind"); done
+    dirs+=("$here/fuzz/regressions/$name")
+    echo "fuzz_$name: $seconds s" >&2
+    sanitizer_environment
+    nice -n 19 "$checked/bin/fuzz_$name" -max_total_time="$seconds" -timeout=20 \
+        -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 \
+        -dict="$here/fuzz/$dict.dict" -artifact_prefix="$crashes/$name-" "${dirs[@]}"
+}
+
+run_fuzzers() {
+    local seconds=$1
+    for f in "${fuzzers[@]}"; do
+        IFS=: read -r name kinds dict <<<"$f"
+        run_fuzzer "$name" "$kinds" "$dict" "$seconds"
+    done
+}
+
+# The fuzzers first, so that the run ends with the test summary.
+checked_steps() {
+    build_checked
+    run_fuzzers "${1:-30}"
+    checked_tests
 }
 
 command=${1:-run}
@@ -47,8 +123,26 @@ run)
 test)
     install_missing
     configure_and_build
-    cd "$build"
-    QT_QPA_PLATFORM=offscreen ctest --output-on-failure --parallel "$(nproc)" "$@"
+    (cd "$build" && QT_QPA_PLATFORM=offscreen ctest --output-on-failure --parallel "$jobs" "$@")
+    if [ "${KESTREL_CHECKED:-0}" = 1 ]; then
+        checked_steps
+    fi
+    ;;
+checked)
+    checked_steps "${1:-30}"
+    ;;
+fuzz)
+    [ $# -ge 1 ] || { echo "usage: $0 fuzz NAME [SECONDS]" >&2; exit 2; }
+    build_checked
+    for f in "${fuzzers[@]}"; do
+        IFS=: read -r name kinds dict <<<"$f"
+        if [ "$name" = "$1" ]; then
+            run_fuzzer "$name" "$kinds" "$dict" "${2:-600}"
+            exit 0
+        fi
+    done
+    echo "no fuzzer $1; there are: ${fuzzers[*]%%:*}" >&2
+    exit 2
     ;;
 build)
     install_missing
@@ -83,7 +177,7 @@ package)
     echo "$deb"
     ;;
 *)
-    echo "usage: $0 run [FOLDER|SNAPSHOT] | test | build | bench [ARGS...] | package" >&2
+    echo "usage: $0 run [FOLDER|SNAPSHOT] | test | checked [SECONDS] | fuzz NAME [SECONDS] | build | bench [ARGS...] | package" >&2
     exit 2
     ;;
 esac

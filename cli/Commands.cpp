@@ -21,7 +21,10 @@
 #include <QFileInfo>
 #include <QTextStream>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
 
 namespace kestrel::cli {
 
@@ -38,7 +41,12 @@ void printError(const QString& title, const QString& text) {
                  text.toLocal8Bit().constData());
 }
 
-void printMessage(const UserMessage& message) { printError(message.title, message.text); }
+// A message box as one line: its paragraphs joined by a blank.
+void printMessage(const UserMessage& message) {
+    QString text = message.text;
+    text.replace(QStringLiteral("\n\n"), QStringLiteral(" "));
+    printError(message.title, text);
+}
 
 void printLine(FILE* stream, const QString& text) {
     const QByteArray bytes = text.toUtf8();
@@ -101,23 +109,79 @@ bool scanFolder(const QString& folder, Snapshot& snapshot, ProgressMeter& meter,
     return true;
 }
 
-// Opens a snapshot file of the current or the version-2 format.
+const QString InvalidSnapshot = QStringLiteral("Invalid Snapshot");
+
+// What keeps a path from being read as a snapshot file before any reader
+// looks at it: it is missing, a folder, not a plain file (a pipe would keep
+// the reader waiting) or empty. Prints that and returns false.
+bool checkSnapshotPath(const QString& path) {
+    struct stat st;
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0) {
+        printError(QStringLiteral("Error"),
+                   QStringLiteral("Unable to open Snapshot (%1: %2)")
+                       .arg(path, QString::fromLocal8Bit(std::strerror(errno))));
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        printError(InvalidSnapshot,
+                   QStringLiteral("%1 is a folder, not a snapshot file").arg(path));
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        printError(InvalidSnapshot,
+                   QStringLiteral("%1 is a device, pipe or socket, not a snapshot file").arg(path));
+        return false;
+    }
+    if (st.st_size == 0) {
+        printError(InvalidSnapshot, QStringLiteral("%1 is empty, not a snapshot file").arg(path));
+        return false;
+    }
+    return true;
+}
+
+// The message of a failed open, with what the user needs to find the fault:
+// where the reading stopped, or that the file is no snapshot at all.
+void printOpenFailure(const QString& path, const OpenOutcome& outcome) {
+    if (outcome.cancelled && !outcome.message) {
+        printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
+        return;
+    }
+    UserMessage message = outcome.message.value_or(
+        UserMessage{InvalidSnapshot, errorText(outcome.error), MessageIcon::Exclamation});
+    if (message.title == QLatin1String("Error")) {
+        // The reader could not open the file: say why.
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            message.text += QStringLiteral(" (%1: %2)").arg(path, file.errorString());
+    } else if (message.title == InvalidSnapshot) {
+        if (!outcome.versions) // neither format's header could be read
+            message.text =
+                QStringLiteral("%1 is not a Kestrel snapshot file (%2 in its first lines)")
+                    .arg(path, message.text);
+        else if (outcome.failedEntry > 0)
+            message.text += QStringLiteral(" in entry %1 of %2").arg(outcome.failedEntry).arg(path);
+        else
+            message.text += QStringLiteral(" in the first lines of %1").arg(path);
+    }
+    printMessage(message);
+}
+
+// Opens a snapshot file of the current or the version-2 format. A notice
+// that comes with success (an imported or a cut file) goes to standard error.
 bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& meter,
                       QString* summary) {
-    const OpenOutcome outcome = OpenSnapshotFile(snapshot, QFileInfo(path).absoluteFilePath(), meter);
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    if (!checkSnapshotPath(absolute))
+        return false;
+    const OpenOutcome outcome = OpenSnapshotFile(snapshot, absolute, meter);
     if (outcome.ok) {
+        if (outcome.message)
+            printMessage(*outcome.message);
         if (summary)
             *summary = outcome.summary;
         return true;
     }
-    if (outcome.message)
-        printMessage(*outcome.message);
-    else if (outcome.cancelled)
-        printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
-    else
-        printError(QStringLiteral("Invalid Snapshot"),
-                   outcome.error == ErrorCode::None ? QStringLiteral("Not a snapshot file")
-                                                    : errorText(outcome.error));
+    printOpenFailure(absolute, outcome);
     return false;
 }
 

@@ -67,6 +67,41 @@ uint32_t appendText(std::string& text, std::string_view part) {
 
 thread_local LocalTimeConverter t_localTime;
 
+// Opens a folder with flags. A path longer than the system takes whole
+// (deep trees pass 4,096 bytes) is opened one folder at a time, each
+// relative to the one before; only the last gets the flags, as a plain
+// open would give them.
+int openFolder(const std::string& path, int flags) {
+    const int fd = ::open(path.c_str(), flags);
+    if (fd >= 0 || errno != ENAMETOOLONG)
+        return fd;
+    constexpr int Through = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    const bool absolute = !path.empty() && path.front() == '/';
+    int dir = ::open(absolute ? "/" : ".", Through);
+    size_t start = absolute ? 1 : 0;
+    while (dir >= 0) {
+        while (start < path.size() && path[start] == '/')
+            ++start;
+        size_t end = path.find('/', start);
+        if (end == std::string::npos)
+            end = path.size();
+        size_t after = end;
+        while (after < path.size() && path[after] == '/')
+            ++after;
+        const bool last = after >= path.size();
+        const std::string part = path.substr(start, end - start);
+        const int next = ::openat(dir, part.empty() ? "." : part.c_str(), last ? flags : Through);
+        const int error = errno;
+        ::close(dir);
+        errno = error;
+        if (last)
+            return next;
+        dir = next;
+        start = after;
+    }
+    return -1;
+}
+
 struct DirectoryItem {
     const char* name;
     unsigned char type;
@@ -205,7 +240,7 @@ void DirectoryReader::list(FolderTask& task) const {
         // one swapped for a link meanwhile is not followed.
         if (&task != m_root.get())
             flags |= O_NOFOLLOW;
-        const int fd = ::open(task.path.c_str(), flags);
+        const int fd = openFolder(task.path, flags);
         if (fd < 0) {
             // A folder that cannot be listed, whether it is locked, missing
             // or gone since its parent was listed, gives one entry with an

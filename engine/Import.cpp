@@ -6,6 +6,7 @@
 #include "Snapshot.h"
 #include "SnapshotFile.h"
 #include "SnapshotItems.h"
+#include "TextFormats.h"
 
 #include <QFile>
 
@@ -29,6 +30,20 @@ constexpr QLatin1String VersionMarker(";3");
 // A file without the marker fails silently; the error only tells what happened.
 constexpr ErrorCode MissingMarker = ErrorCode::BadRecordLength;
 
+// Every entry holds nine items and each takes at least one byte.
+constexpr int64_t MinimumEntryBytes = 9;
+
+// The ring building keeps each folder's last child in its 16-bit status, so
+// no entry beyond this index can be imported.
+constexpr int32_t MaximumEntries = INT16_MAX;
+
+UserMessage entryLimitMessage() {
+    return UserMessage{
+        QStringLiteral("Entry Limit"),
+        QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is %1)")
+            .arg(formatCount(MaximumEntries)),
+        MessageIcon::Exclamation};
+}
 
 QString textOf(const Item& item) {
     std::string scratch;
@@ -41,7 +56,7 @@ QString textOf(const Item& item) {
 ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     ImportOutcome outcome;
     QFile file(snapshot.header.fileName);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!openForReading(file, QIODevice::ReadOnly)) {
         return {Outcome::failure(UserMessage{QStringLiteral("Error"),
                                              QStringLiteral("Unable to open Snapshot"),
                                              MessageIcon::Exclamation},
@@ -73,9 +88,14 @@ ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         startCancellable(meter, count, QStringLiteral("Importing Snapshot"));
 
         // A fresh table: the ring building below reads the parents' status
-        // fields, which must start at 0.
+        // fields, which must start at 0. While reading it reaches no further
+        // than the file's lines can; the count is fitted to them at the end.
         snapshot.entries.clear();
-        snapshot.entries.setCapacity(checkedAdd(count, 1));
+        int32_t room = count;
+        const int64_t fit = entriesThatFit(file, MinimumEntryBytes);
+        if (fit >= 0 && fit < room)
+            room = int32_t(fit);
+        snapshot.entries.setCapacity(checkedAdd(room, 1));
         snapshot.entries.mutableAt(0).count = count;
 
         // Folder path as the file writes it -> the folder's entry index.
@@ -90,6 +110,14 @@ ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             if (meter.cancelled())
                 break;
             i = checkedAdd(i, 1);
+            outcome.failedEntry = i;
+            // Entry 32,768 would overflow its folder's status: the import's
+            // limit, told to the user rather than left to the overflow.
+            if (i > MaximumEntries) {
+                outcome.error = ErrorCode::Overflow;
+                outcome.message = entryLimitMessage();
+                return outcome;
+            }
             SnapshotEntry& e = snapshot.entries.mutableAt(i);
 
             // An empty path means inside the entry before (which must then be
@@ -151,6 +179,12 @@ ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             folder.status = toInt16(i);
 
             previousPath = path;
+        }
+        outcome.failedEntry = 0;
+        if (!meter.cancelled()) {
+            const int32_t fitted = fittedCapacity(count, i, outcome.message);
+            snapshot.entries.setCapacity(checkedAdd(fitted, 1));
+            snapshot.entries.mutableAt(0).count = fitted;
         }
         header.title = header.fileName;
     } catch (const RuntimeError& e) {

@@ -2,6 +2,8 @@
 
 #include "Errors.h"
 
+#include <cstdint>
+
 namespace kestrel::engine {
 
 class ProgressMeter;
@@ -21,13 +23,19 @@ class Snapshot;
 //
 // ok is true when the whole file was read; the summary then holds the
 // "imported" line. A file that cannot be opened gives "Unable to open
-// Snapshot" (title "Error"); anything else that goes wrong (no ";3" marker,
-// a malformed item, a folder path the file never introduced, an entry index
-// above 32,767, a cancel) gives false with no message. headerRead tells the
+// Snapshot" (title "Error"); a file of more than 32,767 entries, which the
+// import cannot link, gives "Entry Limit" saying so; anything else that goes
+// wrong (no ";3" marker, a malformed item, a folder path the file never
+// introduced, a cancel) gives false with no message. headerRead tells the
 // caller that header.versions was read, so it can set its ignore-version
 // choice from it even when the import failed later.
+//
+// The entry count of the file is treated as LoadSnapshot treats a capacity
+// item: one more than 16 above the entries present is fitted to them, with
+// the "Incomplete Snapshot" notice in message.
 struct ImportOutcome : Outcome {
     bool headerRead = false;
+    int32_t failedEntry = 0; // the entry being read when the import failed; 0: the header
 };
 ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter);
 

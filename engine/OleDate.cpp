@@ -2,9 +2,10 @@
 
 #include <QTime>
 
+#include <algorithm>
 #include <bit>
-#include <chrono>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 
 namespace kestrel::engine {
@@ -30,6 +31,14 @@ double oleDateFromParts(int year, int month, int day, int hour, int minute, int 
 }
 
 DateParts datePartsFromOle(double oleDate) {
+    // Dates run from the year 100 to 9999, as they always have. A value
+    // outside (only a damaged file holds one) is shown as the nearest end,
+    // so that every date splits into parts and writes back as a date.
+    constexpr double FirstDay = -657434.0;     // 0100-01-01
+    constexpr double LastDay = 2958465.999988; // 9999-12-31 23:59:59
+    if (std::isnan(oleDate))
+        oleDate = 0;
+    oleDate = std::clamp(oleDate, FirstDay, LastDay);
     double whole = std::trunc(oleDate);
     int64_t seconds = std::llround(std::fabs(oleDate - whole) * 86400.0);
     if (seconds >= 86400) {

@@ -22,7 +22,9 @@ double oleDateFromParts(int year, int month, int day, int hour, int minute, int 
 struct DateParts {
     int year = 1899, month = 12, day = 30, hour = 0, minute = 0, second = 0;
 };
-// Splits a date into its calendar parts, rounded to the whole second.
+// Splits a date into its calendar parts, rounded to the whole second. Dates
+// before the year 100 or after 9999 give the nearest of those ends; NaN gives
+// 1899-12-30.
 DateParts datePartsFromOle(double oleDate);
 
 QDateTime dateTimeFromOle(double oleDate); // local time

@@ -17,6 +17,7 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
     if (load.ok) {
         outcome.ok = true;
         outcome.summary = load.summary;
+        outcome.message = load.message;
         return outcome;
     }
     if (load.cancelled) {
@@ -36,14 +37,30 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
         outcome.versions = snapshot.header.versions;
     if (!import.ok) {
         outcome.cancelled = import.cancelled;
-        // The load's complaint describes the file best: the import only
-        // speaks up when the file cannot be opened at all.
-        if (load.message) {
+        outcome.oldFormat = import.headerRead;
+        if (import.cancelled)
+            return outcome;
+        if (import.headerRead) {
+            // A v2 file: the load's complaint is only that its entry lines
+            // are not current ones, so the import tells what is wrong.
+            outcome.message = import.message
+                                  ? *import.message
+                                  : UserMessage{QStringLiteral("Invalid Snapshot"),
+                                                errorText(import.error), MessageIcon::Exclamation};
+            outcome.error = import.error;
+            outcome.failedEntry = import.failedEntry;
+        } else if (load.message) {
+            // Not a v2 file: the load's complaint describes it best; the
+            // import only speaks up when the file cannot be opened at all.
             outcome.message = load.message;
             outcome.error = load.error;
+            outcome.failedEntry = load.failedEntry;
         } else {
             outcome.message = import.message;
-            outcome.error = import.error;
+            outcome.error = load.error != ErrorCode::None && load.error != ErrorCode::FileNotFound
+                                ? load.error
+                                : import.error;
+            outcome.failedEntry = load.failedEntry;
         }
         return outcome;
     }
@@ -58,6 +75,9 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
         UserMessage{QStringLiteral("Snapshot Imported"),
                     QStringLiteral("File was created with Kestrel v2 and has been converted to v3"),
                     MessageIcon::Information};
+    // A cut v2 file: one box tells both.
+    if (import.message)
+        outcome.message->text += QStringLiteral("\n\n") + import.message->text;
     return outcome;
 }
 

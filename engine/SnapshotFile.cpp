@@ -13,11 +13,13 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <cerrno>
+#include <cstring>
 #include <deque>
-#ifdef __linux__
 #include <fcntl.h>
-#endif
 #include <future>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace kestrel::engine {
@@ -33,11 +35,6 @@ void writeTitle(ItemWriter& w, const QString& title) {
     w.raw(std::string_view(bytes.constData(), size_t(bytes.size())));
     w.endLine();
 }
-
-// Capacity item of the header: the entry count rounded up to the next
-// multiple of 16 above it.
-int32_t capacityItem(int32_t n) { return checkedAdd(n, 16 - n % 16); }
-
 
 // Asks the system to start writing what was written so far to the disk, so
 // that the wait for it all at the end (when the file is committed) is short:
@@ -84,17 +81,69 @@ ItemWriter entryLines(ItemWriter w, const Snapshot& snapshot, int32_t first, int
     return w;
 }
 
+// Every entry line holds eight items and each item takes at least one byte
+// (its text or the comma or line end after it).
+constexpr int64_t MinimumEntryBytes = 8;
+
 } // namespace
+
+int32_t capacityItem(int32_t n) {
+    return checkedAdd(n, 16 - n % 16);
+}
+
+int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserMessage>& notice) {
+    constexpr int64_t Slack = 16;
+    if (int64_t(capacity) - entryLines <= Slack)
+        return capacity;
+    // The writer wrote a capacity between N + 1 and N + 16 for N entries, so
+    // at least capacity - 16 entries were written and that many less the
+    // lines read are missing.
+    const int64_t missing = int64_t(capacity) - Slack - entryLines;
+    notice = UserMessage{QStringLiteral("Incomplete Snapshot"),
+                         QStringLiteral("The file ends before its last %1 entries")
+                             .arg(formatCount(double(missing))),
+                         MessageIcon::Information};
+    return capacityItem(entryLines);
+}
+
+bool openForReading(QFile& file, QIODevice::OpenMode mode) {
+    // Opened without waiting for a writer, then looked at before any read.
+    const int fd =
+        ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
+        ::close(fd);
+        return false;
+    }
+    return file.open(fd, mode, QFileDevice::AutoCloseHandle);
+}
+
+int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes) {
+    if (file.isSequential())
+        return -1;
+    return file.size() / minimumBytes + 1;
+}
 
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     QSaveFile file(snapshot.header.fileName);
     // Unbuffered: the text is gathered in large blocks here anyway, and Qt's
     // own buffer, flushed at commit, can lose the end of a short write (on a
     // full disk) without reporting it.
+    errno = 0;
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
-                                            file.errorString(), MessageIcon::Exclamation},
-                                ErrorCode::SystemError);
+        // Where Qt has no text for a failure to make its temporary file,
+        // the system's error still says why.
+        const int error = errno;
+        QString text = file.errorString();
+        if (text.isEmpty() || text == QLatin1String("Unknown error"))
+            text = error ? QString::fromLocal8Bit(std::strerror(error))
+                         : errorText(ErrorCode::SystemError);
+        return Outcome::failure(
+            UserMessage{QStringLiteral("Error Writing Snapshot"), text, MessageIcon::Exclamation},
+            ErrorCode::SystemError);
     }
     MeterCloser closer{meter};
     auto writeFailed = [&](const QString& text) {
@@ -187,7 +236,7 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     LoadOutcome outcome;
     QFile file(snapshot.header.fileName);
     // Unbuffered: the reader takes the file in large blocks of its own.
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!openForReading(file, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         outcome.error = ErrorCode::FileNotFound;
         return outcome;
     }
@@ -211,9 +260,14 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
 
         startCancellable(meter, capacity, QStringLiteral("Loading Snapshot"));
 
-        // The table holds indices 0..capacity + 1; its chunks are allocated as
-        // entries arrive, so a damaged capacity item costs no memory.
-        snapshot.entries.setCapacity(checkedAdd(capacity, 1));
+        // While reading, the table reaches no further than the file's lines
+        // can: a damaged capacity item sizes nothing. It takes its final
+        // capacity once the lines are counted.
+        int32_t room = capacity;
+        const int64_t fit = entriesThatFit(file, MinimumEntryBytes);
+        if (fit >= 0 && fit < room)
+            room = int32_t(fit);
+        snapshot.entries.setCapacity(checkedAdd(room, 1));
         snapshot.entries.mutableAt(0).count = capacity;
 
         int32_t i = 0;
@@ -221,6 +275,7 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             if (meter.cancelled())
                 break;
             i = checkedAdd(i, 1);
+            outcome.failedEntry = i;
             SnapshotEntry& e = snapshot.entries.mutableAt(i);
             e.attributes = ItemReader::toInt16(reader.next());
             e.modified = ItemReader::toDouble(reader.next());
@@ -239,6 +294,12 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
                 if (i % 10 == 0)
                     meter.update(i);
             }
+        }
+        outcome.failedEntry = 0;
+        if (!meter.cancelled()) {
+            const int32_t fitted = fittedCapacity(capacity, i, outcome.message);
+            snapshot.entries.setCapacity(checkedAdd(fitted, 1));
+            snapshot.entries.mutableAt(0).count = fitted;
         }
     } catch (const RuntimeError& e) {
         outcome.error = e.code();

@@ -2,10 +2,15 @@
 
 #include "Errors.h"
 
+#include <QFile>
+#include <QIODevice>
 #include <QString>
 #include <QStringList>
 
 #include <cstdint>
+
+#include <cstdint>
+#include <optional>
 
 namespace kestrel::engine {
 
@@ -22,16 +27,46 @@ class Snapshot;
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter);
 
 // LoadSnapshot: reads header.fileName into an empty snapshot. A file that
-// cannot be opened gives false with no message; bad data gives "Invalid
+// cannot be opened (anything but a regular file counts as such, see
+// openForReading) gives false with no message; bad data gives "Invalid
 // Snapshot" with the error's text, except an overflow, which fails silently;
 // a cancel gives false with cancelled set. On success the summary holds the
 // "read" line. headerRead tells the caller that the header was read, so
 // header.versions is known even when the load failed later (the caller sets
-// its ignore-version choice from it).
+// its ignore-version choice from it); failedEntry is the entry whose line
+// was being read when the load failed (0 for the title and header lines).
+//
+// The table holds indices 0..C+1 and entry 0 counts C, C being the file's
+// capacity item, as long as C is at most 16 above the entry lines the file
+// holds (Kestrel never writes it further above). A larger C marks a damaged
+// or cut file: it is loaded with the capacity a save of the lines read would
+// write (see fittedCapacity), so saving it again writes at most 16 empty
+// records, and ok comes with the notice "Incomplete Snapshot". The table is
+// never sized beyond what the file's length can hold.
 struct LoadOutcome : Outcome {
     bool headerRead = false;
+    int32_t failedEntry = 0;
 };
 LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter);
+
+// The capacity item a save of n entries writes: n rounded up to the next
+// multiple of 16 above it (0 gives 16, 15 gives 16, 16 gives 32).
+int32_t capacityItem(int32_t n);
+
+// The capacity a read of entryLines lines is left with when the file said
+// capacity: capacity itself when it is at most 16 above the lines, otherwise
+// capacityItem(entryLines), with notice set to the message that tells the
+// user how many entries the file lacks.
+int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserMessage>& notice);
+
+// Opens file (its name set) for reading with mode. Only a regular file, or a
+// link to one, opens: a pipe would keep the reader waiting for ever and a
+// device may never end. False when it does not open.
+bool openForReading(QFile& file, QIODevice::OpenMode mode);
+
+// The most entries a file of the given length can hold when each takes at
+// least minimumBytes (-1 when the length is unknown, as for a pipe).
+int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes);
 
 // How a read of a snapshot file that met no error ends: cancelled, or a
 // success with its summary line ("Kestrel read ..." for verb "read").

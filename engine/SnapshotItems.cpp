@@ -26,6 +26,9 @@ void ItemWriter::grow(size_t needed) {
 }
 
 void ItemWriter::raw(std::string_view text) {
+    // An empty view may carry no pointer at all, which memcpy must not get.
+    if (text.empty())
+        return;
     std::memcpy(room(text.size()), text.data(), text.size());
     m_used += text.size();
 }
@@ -35,7 +38,9 @@ void ItemWriter::string(std::string_view utf8) {
     char* at = room(2 * utf8.size() + 2);
     char* const start = at;
     *at++ = '"';
-    for (;;) {
+    // An empty name (every padding record has one) is often a view with no
+    // pointer, which memchr and memcpy must not get.
+    while (!utf8.empty()) {
         const void* quote = std::memchr(utf8.data(), '"', utf8.size());
         const size_t run = quote ? size_t(static_cast<const char*>(quote) - utf8.data()) + 1 : utf8.size();
         std::memcpy(at, utf8.data(), run);
@@ -132,6 +137,7 @@ void ItemWriter::date(double oleDate) {
 // ---------------------------------------------------------------- reading
 
 static constexpr size_t BlockSize = 1 << 20;
+static constexpr size_t MaxBufferSize = size_t(64) << 20;
 
 ItemReader::ItemReader(QIODevice& device) : m_device(device) { m_buffer.resize(2 * BlockSize); }
 
@@ -145,9 +151,13 @@ bool ItemReader::fill() {
         m_end = kept;
     }
     // An item longer than the buffer (only a damaged file has one) makes
-    // room for itself.
-    if (m_buffer.size() - m_end < BlockSize)
+    // room for itself, up to a size no real item comes near: a file of one
+    // endless line must not take all the memory there is.
+    if (m_buffer.size() - m_end < BlockSize) {
+        if (m_buffer.size() >= MaxBufferSize)
+            raise(ErrorCode::OutOfStringSpace);
         m_buffer.resize(m_buffer.size() * 2);
+    }
     const qint64 n = m_device.read(m_buffer.data() + m_end, qint64(m_buffer.size() - m_end));
     if (n < 0)
         throw RuntimeError(ErrorCode::SystemError, m_device.errorString());
@@ -360,8 +370,11 @@ static bool parseNumber(std::string_view text, double& value) {
         value = 0; // an empty item reads as zero
         return true;
     }
-    if (text.front() == '+')
+    if (text.front() == '+') {
         text.remove_prefix(1);
+        if (text.empty())
+            return false;
+    }
     const char* first = text.data();
     const char* last = text.data() + text.size();
     // Numbers written by the old program may lack the zero before the point

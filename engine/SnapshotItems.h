@@ -65,7 +65,8 @@ struct Item {
 // never sits in memory as text. Line ends separate items like commas do; a
 // quoted item may run over line ends until its closing quote. Errors raise
 // RuntimeError: "Input past end of file" at the end, SystemError on a read
-// failure.
+// failure, "Out of string space" for an item or line of more than 64 MiB
+// (only a damaged file has one; the reader's memory stays bounded).
 class ItemReader {
 public:
     explicit ItemReader(QIODevice& device);

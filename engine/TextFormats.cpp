@@ -7,6 +7,11 @@
 namespace kestrel::engine {
 
 QString formatFixed(double value, int decimals) {
+    // A size beyond 2^63 bytes, or none at all, comes only from a damaged
+    // file; the locale's own formatting takes what the whole-number way
+    // below cannot.
+    if (!std::isfinite(value) || std::fabs(value) >= 9.0e18)
+        return QLocale().toString(value, 'f', decimals);
     const double scale = std::pow(10.0, decimals);
     const double scaled = std::round(std::fabs(value) * scale); // halves away from zero
     const double whole = std::floor(scaled / scale);

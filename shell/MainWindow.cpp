@@ -165,7 +165,12 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     updateActions();
 }
 
-MainWindow::~MainWindow() = default;
+MainWindow::~MainWindow() {
+    // Closing the frame in QWidget's destructor hides the snapshot windows,
+    // and the area then reports an activation: by that time this is no
+    // longer a MainWindow, so the area must not call it.
+    disconnect(m_mdi, nullptr, this, nullptr);
+}
 
 void MainWindow::createActions() {
     m_mnuFileNew = new QAction(QStringLiteral("&New Snapshot..."), this);
@@ -412,12 +417,12 @@ bool MainWindow::OpenSnapshot(const QString& path) {
         return false;
     }
     ShowSummary(outcome.summary);
-    if (outcome.imported) {
-        // The snapshot exists in the current format only in memory.
+    // The snapshot exists in the current format only in memory.
+    if (outcome.imported)
         window->setChanged(true);
-        if (outcome.message)
-            showMessage(*outcome.message);
-    }
+    // The import's notice, or the load's about a damaged or cut file.
+    if (outcome.message)
+        showMessage(*outcome.message);
     window->setNumber(outcome.number);
     window->setCaption(m_options.value(Key::Filename) != 0 ? path
                                                            : window->snapshot().header.title);

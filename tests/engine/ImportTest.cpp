@@ -11,9 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <vector>
 
 using namespace kestrel::engine;
+using kestrel::test::expectMessage;
 using kestrel::test::ringOf;
 
 namespace {
@@ -146,11 +148,51 @@ TEST_F(ImportTest, EntryLimitIs32767) {
     EXPECT_EQ(fits.entry(32767).nextSibling, 1);
     EXPECT_EQ(fits.entry(32766).nextSibling, 32767);
 
+    // One more is refused with a message that says why, also when the file
+    // is opened as a snapshot (whose load complains of a type mismatch).
     Snapshot tooMany;
     const ImportOutcome outcome = import(tooMany, "big.#01", flatFile(32768));
     EXPECT_FALSE(outcome.ok);
-    EXPECT_FALSE(outcome.message);
     EXPECT_EQ(outcome.error, ErrorCode::Overflow);
+    expectMessage(outcome.message, QStringLiteral("Entry Limit"),
+                  QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
+                  MessageIcon::Exclamation);
+
+    Snapshot opened;
+    const OpenOutcome open = OpenSnapshotFile(opened, m_dir.filePath("big.#01"), m_meter);
+    EXPECT_FALSE(open.ok);
+    EXPECT_TRUE(open.oldFormat);
+    ASSERT_TRUE(open.message);
+    EXPECT_EQ(open.message->title, QStringLiteral("Entry Limit"));
+}
+
+TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
+    // Within 16 of the entries the count stands, as the design has it.
+    Snapshot fits;
+    QByteArray bytes = flatFile(3);
+    bytes.replace("\n3\n", "\n19\n");
+    ASSERT_TRUE(import(fits, "fits.#01", bytes).ok);
+    EXPECT_EQ(fits.entry(0).count, 19);
+
+    Snapshot damaged;
+    bytes = flatFile(3);
+    bytes.replace("\n3\n", "\n2000000000\n");
+    const ImportOutcome outcome = import(damaged, "damaged.#01", bytes);
+    ASSERT_TRUE(outcome.ok);
+    EXPECT_EQ(damaged.entry(0).count, 16);
+    EXPECT_EQ(damaged.capacity(), 17);
+    expectMessage(outcome.message, QStringLiteral("Incomplete Snapshot"),
+                  QStringLiteral("The file ends before its last 1,999,999,981 entries"),
+                  MessageIcon::Information);
+
+    // Opened, the notice of the import and that of the damage come in one box.
+    Snapshot opened;
+    const OpenOutcome open = OpenSnapshotFile(opened, m_dir.filePath("damaged.#01"), m_meter);
+    ASSERT_TRUE(open.ok);
+    ASSERT_TRUE(open.message);
+    EXPECT_EQ(open.message->title, QStringLiteral("Snapshot Imported"));
+    EXPECT_TRUE(open.message->text.endsWith(
+        QStringLiteral("\n\nThe file ends before its last 1,999,999,981 entries")));
 }
 
 TEST_F(ImportTest, BadFilesFailSilently) {
@@ -172,6 +214,17 @@ TEST_F(ImportTest, BadFilesFailSilently) {
         EXPECT_FALSE(outcome.ok) << what;
         EXPECT_FALSE(outcome.message) << what;
     }
+    // Opened as a snapshot, a v2 file is described by the import's error and
+    // the entry it stopped at, not by the load's complaint about its lines.
+    Snapshot s;
+    const OpenOutcome open = OpenSnapshotFile(
+        s, write("bad.#01", OldHeader + R"(1,"\","a.txt",big,0,32,"",0,0,0)"), m_meter);
+    EXPECT_FALSE(open.ok);
+    EXPECT_TRUE(open.oldFormat);
+    EXPECT_EQ(open.failedEntry, 1);
+    ASSERT_TRUE(open.message);
+    EXPECT_EQ(open.message->title, QStringLiteral("Invalid Snapshot"));
+    EXPECT_EQ(open.message->text, QStringLiteral("Type mismatch"));
 }
 
 TEST_F(ImportTest, MissingFileAndCancel) {
@@ -181,6 +234,14 @@ TEST_F(ImportTest, MissingFileAndCancel) {
     EXPECT_FALSE(outcome.ok);
     ASSERT_TRUE(outcome.message);
     EXPECT_EQ(outcome.message->text, QStringLiteral("Unable to open Snapshot"));
+    // A pipe is no file to import: the import does not wait for a writer.
+    Snapshot pipe;
+    pipe.header.fileName = m_dir.filePath("pipe.#01");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe.header.fileName).constData(), 0600), 0);
+    const ImportOutcome fromPipe = ImportSnapshot(pipe, m_meter);
+    EXPECT_FALSE(fromPipe.ok);
+    ASSERT_TRUE(fromPipe.message);
+    EXPECT_EQ(fromPipe.message->text, QStringLiteral("Unable to open Snapshot"));
     EXPECT_EQ(outcome.message->title, QStringLiteral("Error"));
     EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
 

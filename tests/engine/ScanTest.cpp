@@ -12,14 +12,24 @@
 #include <QDir>
 #include <QFile>
 
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
 #include <dirent.h>
-#include <unistd.h>
+#include <fcntl.h>
+#include <functional>
+#include <grp.h>
 #include <set>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace kestrel::engine;
-using kestrel::test::TempTree;
+using kestrel::test::expectSoundSnapshot;
 using kestrel::test::indexOf;
 using kestrel::test::ringOf;
+using kestrel::test::TempTree;
 
 namespace {
 
@@ -51,32 +61,6 @@ std::vector<std::string> listed(const QString& folder) {
     return names;
 }
 
-// Checks the invariants every snapshot keeps: depth-first order, parents,
-// closed rings, subtree counts (entry 1 excepted: it holds the meter maximum).
-void expectSoundTree(const Snapshot& s) {
-    std::vector<int32_t> reached;
-    walkEntries(s, [&](int32_t i, int) { reached.push_back(i); });
-    ASSERT_EQ(int32_t(reached.size()), s.entryCount);
-    for (int32_t k = 0; k < s.entryCount; ++k)
-        EXPECT_EQ(reached[size_t(k)], k + 1) << "table order is depth-first order";
-    EXPECT_EQ(s.entry(0).count, s.entryCount);
-    for (int32_t i = 2; i <= s.entryCount; ++i) {
-        const SnapshotEntry& e = s.entry(i);
-        if (!e.isFolder())
-            continue;
-        int32_t beneath = 0;
-        for (int32_t j = i + 1; j <= s.entryCount; ++j) {
-            int32_t p = s.entry(j).parent;
-            while (p > i)
-                p = s.entry(p).parent;
-            if (p != i)
-                break;
-            ++beneath;
-        }
-        EXPECT_EQ(e.count, beneath) << s.name(i);
-    }
-}
-
 TEST(Scan, RecordsTheTreeDepthFirstInListingOrder) {
     TempTree t;
     t.file(QStringLiteral("a/x.txt"));
@@ -95,7 +79,7 @@ TEST(Scan, RecordsTheTreeDepthFirstInListingOrder) {
     EXPECT_EQ(snap.folderCount, 6);
     EXPECT_EQ(snap.entryCount, 10);
     EXPECT_EQ(snap.totalSize, 70003);
-    expectSoundTree(snap);
+    expectSoundSnapshot(snap);
 
     // Each folder's ring holds its items in the order the system lists them.
     for (const QString& folder : {QString(), QStringLiteral("a"), QStringLiteral("c")}) {
@@ -177,15 +161,28 @@ TEST(Scan, RecordsLinksAsFilesWithoutFollowingThem) {
     t.symlink(QStringLiteral("to-file"), QStringLiteral("target/inside.txt"));
     t.symlink(QStringLiteral("to-folder"), QStringLiteral("target"));
     t.symlink(QStringLiteral("dangling"), QStringLiteral("nowhere"));
+    auto expectLinks = [&](const Snapshot& snap, int32_t entries,
+                           std::initializer_list<const char*> links) {
+        EXPECT_EQ(snap.entryCount, entries);
+        for (const char* link : links) {
+            const SnapshotEntry& e = snap.entry(indexOf(snap, QString::fromLatin1(link)));
+            EXPECT_EQ(e.attributes, Attribute::ReparsePoint) << link;
+            EXPECT_FALSE(e.isFolder());
+        }
+        expectSoundSnapshot(snap);
+    };
     const Scan s = scan(t);
     ASSERT_TRUE(s.outcome.ok);
-    EXPECT_EQ(s.snapshot.entryCount, 5);
-    for (const char* link : {"to-file", "to-folder", "dangling"}) {
-        const SnapshotEntry& e = s.snapshot.entry(indexOf(s.snapshot, QString::fromLatin1(link)));
-        EXPECT_EQ(e.attributes, Attribute::ReparsePoint) << link;
-        EXPECT_FALSE(e.isFolder());
-    }
+    expectLinks(s.snapshot, 5, {"to-file", "to-folder", "dangling"});
     EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, QStringLiteral("to-folder"))).size, 6);
+
+    // Links that loop, and one back up the tree, are recorded and never entered.
+    t.symlink(QStringLiteral("loop-a"), QStringLiteral("loop-b"));
+    t.symlink(QStringLiteral("loop-b"), QStringLiteral("loop-a"));
+    t.symlink(QStringLiteral("target/up"), QStringLiteral(".."));
+    const Scan loops = scan(t);
+    ASSERT_TRUE(loops.outcome.ok);
+    expectLinks(loops.snapshot, 8, {"loop-a", "loop-b", "target/up", "dangling"});
 }
 
 TEST(Scan, AppliesTheProgramsSizeRule) {
@@ -239,6 +236,130 @@ TEST(Scan, OddNamesSurviveSaveAndLoad) {
     ::unlink((QFile::encodeName(t.root()) + "caf\xE9").constData());
 }
 
+// Names at the system's limits: 255 bytes (in one-byte and in multi-byte
+// characters), bytes that are not UTF-8 on a folder the scan must enter, and
+// paths past the 4,096 bytes the system takes whole.
+TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
+    TempTree t;
+    const std::string longAscii(255, 'n');
+    std::string longWide;
+    while (longWide.size() + 2 <= 255)
+        longWide += "\xC3\xA4"; // ä
+    t.file(QString::fromStdString(longAscii), "1");
+    t.file(QString::fromStdString(longWide), "22");
+    const QByteArray root = QFile::encodeName(t.root());
+    ASSERT_EQ(::mkdir((root + "bad\xFF\xFEname").constData(), 0755), 0);
+    ASSERT_EQ(::close(::open((root + "bad\xFF\xFEname/inside.txt").constData(), O_CREAT | O_WRONLY,
+                             0644)),
+              0);
+
+    // Twenty folders of 250 bytes: the deepest path passes 5,000 bytes.
+    int dir = ::open(root.constData(), O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(dir, 0);
+    for (int depth = 0; depth < 20; ++depth) {
+        const std::string name = std::to_string(depth) + std::string(248, 'd');
+        ASSERT_EQ(::mkdirat(dir, name.c_str(), 0755), 0);
+        const int next = ::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY);
+        ::close(dir);
+        ASSERT_GE(next, 0);
+        dir = next;
+    }
+    ASSERT_EQ(::close(::openat(dir, "deepest.txt", O_CREAT | O_WRONLY, 0644)), 0);
+    ::close(dir);
+
+    for (int threads : {0, 2}) {
+        const Scan s = scan(t, true, true, threads);
+        ASSERT_TRUE(s.outcome.ok);
+        const Snapshot& snap = s.snapshot;
+        expectSoundSnapshot(snap);
+        EXPECT_EQ(snap.entryCount, 2 + 2 + 20 + 1);
+        EXPECT_EQ(snap.name(indexOf(snap, QString::fromStdString(longAscii))).size(), 255u);
+        EXPECT_NE(indexOf(snap, QString::fromStdString(longWide)), 0);
+        // Read as Windows-1252, the folder's name still leads to its contents.
+        EXPECT_NE(indexOf(snap, QString::fromUtf8("bad\u00FF\u00FEname/inside.txt")), 0);
+        int32_t deepest = 0;
+        for (int32_t i = 1; i <= snap.entryCount; ++i)
+            if (snap.name(i) == "deepest.txt")
+                deepest = i;
+        ASSERT_NE(deepest, 0) << "the deepest folder was listed";
+        EXPECT_GT(snap.relativePath(deepest).toUtf8().size(), 5000);
+        EXPECT_EQ(snap.entry(deepest).attributes, Attribute::Normal);
+    }
+    // The tree cannot be removed by its long paths: take it down from the top.
+    std::system(("rm -rf '" + root + "'0ddd*").constData());
+    ::unlink((root + "bad\xFF\xFEname/inside.txt").constData());
+    ::rmdir((root + "bad\xFF\xFEname").constData());
+}
+
+// Changes the tree beside a scan until stopped: files created and deleted, a
+// folder with contents made and removed, a file replaced by a folder and back.
+class TreeChurn {
+public:
+    explicit TreeChurn(const QString& root) : m_root(QFile::encodeName(root).toStdString()) {
+        m_thread = std::thread([this] { run(); });
+    }
+    ~TreeChurn() {
+        m_stop = true;
+        m_thread.join();
+    }
+    int rounds() const { return m_rounds; }
+
+private:
+    void run() {
+        const std::string churn = m_root + "churn/";
+        for (int k = 0; !m_stop; ++k, ++m_rounds) {
+            const std::string file = churn + "f" + std::to_string(k % 40);
+            if (k % 2 == 0)
+                ::close(::open(file.c_str(), O_CREAT | O_WRONLY, 0644));
+            else
+                ::unlink(file.c_str());
+            const std::string folder = churn + "d" + std::to_string(k % 4);
+            if (::mkdir(folder.c_str(), 0755) == 0) {
+                for (int i = 0; i < 5; ++i)
+                    ::close(::open((folder + "/x" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY,
+                                   0644));
+            } else {
+                for (int i = 0; i < 5; ++i)
+                    ::unlink((folder + "/x" + std::to_string(i)).c_str());
+                ::rmdir(folder.c_str());
+            }
+            const std::string swap = churn + "swap";
+            if (::unlink(swap.c_str()) == 0) {
+                ::mkdir(swap.c_str(), 0755);
+                ::close(::open((swap + "/in").c_str(), O_CREAT | O_WRONLY, 0644));
+            } else {
+                ::unlink((swap + "/in").c_str());
+                ::rmdir(swap.c_str());
+                ::close(::open(swap.c_str(), O_CREAT | O_WRONLY, 0644));
+            }
+        }
+    }
+
+    std::string m_root;
+    std::atomic<bool> m_stop{false};
+    std::atomic<int> m_rounds{0};
+    std::thread m_thread;
+};
+
+TEST(Scan, TreeChangingDuringTheScanGivesASoundSnapshot) {
+    TempTree t;
+    for (int i = 0; i < 30; ++i)
+        t.file(QStringLiteral("stable/s%1/f").arg(i), "abc");
+    t.folder(QStringLiteral("churn"));
+    TreeChurn churn(t.root());
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE(round);
+        const Scan s = scan(t, true, true, round % 3);
+        // Nothing beyond what any scan may say: the tree is never empty.
+        ASSERT_TRUE(s.outcome.ok) << (s.outcome.message ? s.outcome.message->text.toStdString()
+                                                        : "");
+        EXPECT_FALSE(s.outcome.message);
+        expectSoundSnapshot(s.snapshot);
+        EXPECT_NE(indexOf(s.snapshot, QStringLiteral("stable/s29/f")), 0);
+    }
+    EXPECT_GT(churn.rounds(), 0);
+}
+
 TEST(Scan, GrowsTheTableInStepsAndKeepsEveryEntry) {
     TempTree t;
     for (int i = 0; i < 4200; ++i)
@@ -272,7 +393,28 @@ TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
         ASSERT_TRUE(parallel.outcome.ok);
         kestrel::test::expectSameSnapshot(single.snapshot, parallel.snapshot);
     }
-    expectSoundTree(single.snapshot);
+    expectSoundSnapshot(single.snapshot);
+}
+
+// Runs check in a child process that has given up root, so that folder
+// permissions apply; the child's exit status is check's result. False when
+// privileges cannot be dropped here.
+bool passesWithoutRoot(const std::function<bool()>& check, bool& passed) {
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0) {
+        constexpr uid_t Nobody = 65534;
+        if (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0)
+            ::_exit(3);
+        ::_exit(check() ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
+        return false;
+    passed = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return true;
 }
 
 // A folder that cannot be listed, locked or not there, gives one file
@@ -287,9 +429,33 @@ void expectOneNamelessEntry(const Snapshot& s, int32_t first) {
 }
 
 TEST(Scan, UnreadableFolderGivesOneEmptyEntry) {
-    if (kestrel::test::runningAsRoot())
-        GTEST_SKIP() << "permissions do not stop root from listing a folder";
     TempTree t;
+    if (kestrel::test::runningAsRoot()) {
+        // Root lists anything: scan as nobody, in a tree nobody may read
+        // apart from the locked folder.
+        t.file(QStringLiteral("locked/secret.txt"));
+        t.file(QStringLiteral("open.txt"));
+        t.chmod(QString(), 0755);
+        t.chmod(QStringLiteral("locked"), 0);
+        bool passed = false;
+        const bool ran = passesWithoutRoot(
+            [&] {
+                const Scan s = scan(t);
+                if (!s.outcome.ok || s.snapshot.entryCount != 3)
+                    return false;
+                const int32_t locked = indexOf(s.snapshot, QStringLiteral("locked"));
+                return hasContents(s.snapshot, locked) && s.snapshot.name(locked + 1).empty() &&
+                       s.snapshot.entry(locked + 1).attributes == 0 &&
+                       s.snapshot.entry(locked + 1).nextSibling == locked + 1 &&
+                       indexOf(s.snapshot, QStringLiteral("locked/secret.txt")) == 0;
+            },
+            passed);
+        t.chmod(QStringLiteral("locked"), 0700);
+        if (!ran)
+            GTEST_SKIP() << "cannot give up root here";
+        EXPECT_TRUE(passed);
+        return;
+    }
     t.file(QStringLiteral("locked/secret.txt"));
     t.file(QStringLiteral("open.txt"));
     t.chmod(QStringLiteral("locked"), 0);
@@ -396,7 +562,7 @@ TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
     EXPECT_FALSE(cancelled.outcome.message);
     // The walk stopped early, and every folder it recorded still closed its ring.
     EXPECT_LT(cancelled.snapshot.entryCount, 3 + 9 + 27 + 27);
-    expectSoundTree(cancelled.snapshot);
+    expectSoundSnapshot(cancelled.snapshot);
 
     // The next scan starts afresh even when it has no folder to count.
     TempTree flat;

@@ -1,10 +1,12 @@
 #include "engine/SnapshotFile.h"
+#include "TestSupport.h"
 #include "engine/OleDate.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -12,8 +14,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <iterator>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace kestrel::engine;
@@ -155,6 +162,55 @@ TEST_F(SnapshotFileTest, CapacityItemIsTheNextMultipleOf16AboveTheCount) {
     }
 }
 
+TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
+    // Up to 16 above the lines the capacity stands and saving pads to it.
+    for (int capacity : {4, 19}) {
+        Snapshot s;
+        const LoadOutcome r = loadBytes(s, exampleFile(capacity));
+        ASSERT_TRUE(r.ok) << capacity;
+        EXPECT_FALSE(r.message) << capacity;
+        EXPECT_EQ(s.entry(0).count, capacity);
+        EXPECT_EQ(s.capacity(), capacity + 1);
+    }
+
+    // A hundred-odd bytes that claim two thousand million entries: loaded
+    // with the capacity a save of its three lines writes, told once, and
+    // saved with no more padding than that.
+    const int capacities[] = {20, 2000000000, INT32_MAX};
+    const char* missing[] = {"1", "1,999,999,981", "2,147,483,628"};
+    for (size_t k = 0; k < std::size(capacities); ++k) {
+        Snapshot s;
+        const LoadOutcome r = loadBytes(s, exampleFile(capacities[k]));
+        ASSERT_TRUE(r.ok) << capacities[k];
+        kestrel::test::expectMessage(
+            r.message, QStringLiteral("Incomplete Snapshot"),
+            QStringLiteral("The file ends before its last %1 entries").arg(QLatin1String(missing[k])),
+            MessageIcon::Information);
+        EXPECT_EQ(s.entryCount, 3);
+        EXPECT_EQ(s.entry(0).count, 16);
+        EXPECT_EQ(s.capacity(), 17);
+        EXPECT_LT(s.memoryUsed(), size_t(4) << 20);
+        ASSERT_TRUE(save(s, path(QStringLiteral("fitted.#01"))).ok);
+        EXPECT_EQ(read(path(QStringLiteral("fitted.#01"))),
+                  exampleFile(32) + EmptyRecord.repeated(13));
+    }
+
+    // A file cut short after 50 of its 100 entries.
+    Snapshot whole;
+    for (int32_t i = 1; i <= 100; ++i)
+        whole.createEntry(32, 36950.5, i == 100 ? 1 : i + 1, "f" + std::to_string(i), 0, i, "");
+    whole.mutableEntry(0).count = 100;
+    ASSERT_TRUE(save(whole, path(QStringLiteral("whole.#01"))).ok);
+    const QList<QByteArray> lines = read(path(QStringLiteral("whole.#01"))).split('\n');
+    Snapshot cut;
+    const LoadOutcome r = loadBytes(cut, lines.mid(0, 52).join('\n') + '\n');
+    ASSERT_TRUE(r.ok);
+    ASSERT_TRUE(r.message);
+    EXPECT_EQ(r.message->text, QStringLiteral("The file ends before its last 46 entries"));
+    EXPECT_EQ(cut.entryCount, 50);
+    EXPECT_EQ(cut.entry(0).count, 64);
+}
+
 TEST_F(SnapshotFileTest, BadDataFails) {
     struct Case {
         const char* what;
@@ -194,11 +250,16 @@ TEST_F(SnapshotFileTest, BadDataFails) {
         EXPECT_EQ(r.message->icon, MessageIcon::Exclamation);
     }
 
-    // A file that cannot be opened fails quietly.
-    Snapshot s;
-    const LoadOutcome r = load(s, path(QStringLiteral("absent.#01")));
-    EXPECT_FALSE(r.ok);
-    EXPECT_FALSE(r.message);
+    // A file that cannot be opened fails quietly; a folder or a pipe is no
+    // file to read (the pipe would keep the load waiting for a writer).
+    ASSERT_EQ(::mkfifo(QFile::encodeName(path(QStringLiteral("pipe.#01"))).constData(), 0600), 0);
+    for (const char* name : {"absent.#01", "pipe.#01", "."}) {
+        Snapshot s;
+        const LoadOutcome r = load(s, path(QLatin1String(name)));
+        EXPECT_FALSE(r.ok) << name;
+        EXPECT_FALSE(r.message) << name;
+        EXPECT_FALSE(r.headerRead) << name;
+    }
 }
 
 TEST_F(SnapshotFileTest, AwkwardTextRoundTrips) {
@@ -292,6 +353,13 @@ TEST_F(SnapshotFileTest, SaveIntoReadOnlyFolderLeavesNothing) {
         QDir(locked).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden).isEmpty());
 }
 
+// A snapshot of n files in the root.
+void fill(Snapshot& s, int32_t n) {
+    for (int32_t i = 1; i <= n; ++i)
+        s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
+    s.mutableEntry(0).count = n;
+}
+
 // While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
 struct FileSizeLimit {
     explicit FileSizeLimit(rlim_t limit) : handler(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -315,9 +383,7 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
         const QString file = path(QStringLiteral("Data.#01"));
         write(file, exampleFile(16));
         Snapshot s;
-        for (int32_t i = 1; i <= n; ++i)
-            s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
-        s.mutableEntry(0).count = n;
+        fill(s, n);
         Outcome r;
         {
             FileSizeLimit full(limit);
@@ -333,6 +399,180 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
         EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
                   QStringList{QStringLiteral("Data.#01")});
     }
+}
+
+// Runs scenario in a child process with a file system of its own mounted on
+// folder: a tmpfs of the given size, read-only when asked, seen by nobody
+// else and gone with the child. The scenario's result travels back through
+// a pipe. False when this machine does not let the test mount one; a child
+// that fails otherwise fails the test.
+bool inOwnFileSystem(const QString& folder, const char* options, bool readOnly,
+                     const std::function<void()>& prepare,
+                     const std::function<QByteArray()>& scenario, QByteArray& result) {
+    int channel[2];
+    if (::pipe(channel) != 0)
+        return false;
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0) {
+        ::close(channel[0]);
+        const QByteArray where = QFile::encodeName(folder);
+        if (::unshare(CLONE_NEWNS) != 0 ||
+            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("tmpfs", where.constData(), "tmpfs", 0, options) != 0)
+            ::_exit(3);
+        prepare();
+        if (readOnly &&
+            ::mount("tmpfs", where.constData(), nullptr, MS_REMOUNT | MS_RDONLY, options) != 0)
+            ::_exit(3);
+        const QByteArray answer = scenario();
+        const bool written =
+            ::write(channel[1], answer.constData(), size_t(answer.size())) == answer.size();
+        ::_exit(written ? 0 : 1);
+    }
+    ::close(channel[1]);
+    char buffer[4096];
+    ssize_t n;
+    result.clear();
+    while ((n = ::read(channel[0], buffer, sizeof buffer)) > 0)
+        result.append(buffer, n);
+    ::close(channel[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    const bool mounted = !(WIFEXITED(status) && WEXITSTATUS(status) == 3);
+    EXPECT_TRUE(!mounted || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << "the child failed";
+    return mounted;
+}
+
+// What a failed save left: the message and the folder's contents, one per line.
+QByteArray describeSave(const Outcome& r, const QString& folder, const QString& file,
+                        const QByteArray& previous) {
+    QFile f(file);
+    const bool intact = f.open(QIODevice::ReadOnly) && f.readAll() == previous;
+    return QByteArray(r.ok ? "ok" : "failed") + '\n' +
+           (r.message ? r.message->title.toUtf8() + '\n' + r.message->text.toUtf8()
+                      : QByteArray("\n")) +
+           '\n' + (intact ? "intact" : "damaged") + '\n' +
+           QDir(folder).entryList(QDir::Files | QDir::Hidden).join(QLatin1Char(',')).toUtf8();
+}
+
+TEST_F(SnapshotFileTest, FullDiskKeepsThePreviousFile) {
+    const QString folder = path(QStringLiteral("small-disk"));
+    ASSERT_TRUE(QDir().mkdir(folder));
+    const QString file = folder + QStringLiteral("/Data.#01");
+    QByteArray result;
+    const bool ran = inOwnFileSystem(
+        folder, "size=256k", false,
+        [&] {
+            write(file, exampleFile(16));
+            // Fill the disk but for a few kilobytes.
+            QFile filler(folder + QStringLiteral("/filler"));
+            if (filler.open(QIODevice::WriteOnly))
+                while (filler.write(QByteArray(4096, 'x')) == 4096 && filler.flush()) {
+                }
+            filler.resize(filler.size() - 8192);
+        },
+        [&] {
+            Snapshot s;
+            fill(s, 20000);
+            return describeSave(save(s, file), folder, file, exampleFile(16));
+        },
+        result);
+    if (!ran)
+        GTEST_SKIP() << "cannot mount a small file system here";
+    EXPECT_EQ(result, QByteArray("failed\nInvalid Snapshot File\n") + std::strerror(ENOSPC) +
+                          "\nintact\nData.#01,filler");
+}
+
+TEST_F(SnapshotFileTest, ReadOnlyFolderKeepsThePreviousFile) {
+    const QString folder = path(QStringLiteral("read-only"));
+    ASSERT_TRUE(QDir().mkdir(folder));
+    const QString file = folder + QStringLiteral("/Data.#01");
+    QByteArray result;
+    const bool ran = inOwnFileSystem(
+        folder, "size=256k", true, [&] { write(file, exampleFile(16)); },
+        [&] {
+            Snapshot s;
+            fill(s, 10);
+            return describeSave(save(s, file), folder, file, exampleFile(16)) + '\n' +
+                   describeSave(save(s, folder + QStringLiteral("/New.#02")), folder, file,
+                                exampleFile(16));
+        },
+        result);
+    if (!ran)
+        GTEST_SKIP() << "cannot mount a read-only file system here";
+    const QList<QByteArray> lines = result.split('\n');
+    ASSERT_EQ(lines.size(), 10) << result.data();
+    // Replacing the file: Qt's own words for the file it may not replace.
+    EXPECT_EQ(lines[0], "failed");
+    EXPECT_EQ(lines[1], "Error Writing Snapshot");
+    EXPECT_TRUE(lines[2].contains("not writable")) << lines[2].data();
+    EXPECT_EQ(lines[3], "intact");
+    EXPECT_EQ(lines[4], "Data.#01");
+    // A new file: the system's.
+    EXPECT_EQ(lines[5], "failed");
+    EXPECT_EQ(lines[6], "Error Writing Snapshot");
+    EXPECT_EQ(lines[7], std::strerror(EROFS));
+    EXPECT_EQ(lines[8], "intact");
+    EXPECT_EQ(lines[9], "Data.#01");
+}
+
+// Stops the process at its first meter update during a save, once a block of
+// entry lines has gone to the disk, and tells the parent so.
+class StoppingView : public ProgressView {
+public:
+    explicit StoppingView(int signalFd) : m_fd(signalFd) {}
+    void meterStarted(int32_t, const QString&, bool) override {}
+    void meterShown() override {}
+    void meterValue(int32_t) override {
+        [[maybe_unused]] const auto n = ::write(m_fd, "w", 1);
+        for (;;)
+            ::pause();
+    }
+    void processEvents() override {}
+    void meterClosed() override {}
+
+private:
+    int m_fd;
+};
+
+TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
+    const QString file = path(QStringLiteral("Data.#01"));
+    write(file, exampleFile(16));
+    int channel[2];
+    ASSERT_EQ(::pipe(channel), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(channel[0]);
+        StoppingView view(channel[1]);
+        ProgressMeter meter(&view);
+        Snapshot s;
+        fill(s, 100000);
+        s.header.fileName = file;
+        SaveSnapshot(s, meter);
+        ::_exit(0);
+    }
+    ::close(channel[1]);
+    char signal = 0;
+    const bool midWrite = ::read(channel[0], &signal, 1) == 1;
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(channel[0]);
+    ASSERT_TRUE(midWrite);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(read(file), exampleFile(16));
+    // The half-written file lies beside it under another name, never in its place.
+    for (const QString& name : QDir(dir.path()).entryList(QDir::Files | QDir::Hidden)) {
+        if (name == QLatin1String("Data.#01"))
+            continue;
+        EXPECT_TRUE(name.startsWith(QLatin1String("Data.#01."))) << name.toStdString();
+        EXPECT_GT(QFileInfo(dir.filePath(name)).size(), 32768 * 10);
+    }
+    Snapshot s;
+    EXPECT_TRUE(load(s, file).ok);
 }
 
 TEST_F(SnapshotFileTest, FileFormValuesSurviveBitForBit) {

@@ -1,5 +1,7 @@
 #include "TestSupport.h"
 
+#include "engine/RingWalk.h"
+
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -85,6 +87,60 @@ void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b) {
         EXPECT_EQ(x.status, y.status);
         EXPECT_EQ(x.match, y.match);
     }
+}
+
+void expectSoundSnapshot(const engine::Snapshot& s) {
+    using engine::SnapshotEntry;
+    EXPECT_EQ(s.entryCount, s.fileCount + s.folderCount);
+    EXPECT_EQ(s.entry(0).count, s.entryCount);
+    ASSERT_LE(s.entryCount, s.capacity());
+    std::vector<int32_t> reached;
+    try {
+        engine::walkEntries(s, [&](int32_t i, int) { reached.push_back(i); });
+    } catch (const engine::RuntimeError& e) {
+        FAIL() << "a ring does not close: " << e.what();
+    }
+    ASSERT_EQ(int32_t(reached.size()), s.entryCount);
+    for (int32_t k = 0; k < s.entryCount; ++k)
+        ASSERT_EQ(reached[size_t(k)], k + 1) << "table order is depth-first order";
+    double total = 0;
+    int32_t files = 0;
+    for (int32_t i = 1; i <= s.entryCount; ++i) {
+        const SnapshotEntry& e = s.entry(i);
+        SCOPED_TRACE(testing::Message() << "entry " << i << " " << s.name(i));
+        EXPECT_TRUE(e.parent >= 0 && e.parent < i);
+        if (e.parent > 0) {
+            EXPECT_TRUE(s.entry(e.parent).isFolder());
+        }
+        if (!e.isFolder()) {
+            total += e.size;
+            ++files;
+            continue;
+        }
+        EXPECT_EQ(e.size, 0);
+        if (i == 1)
+            continue;
+        int32_t beneath = 0;
+        for (int32_t j = i + 1; j <= s.entryCount; ++j) {
+            int32_t p = s.entry(j).parent;
+            while (p > i)
+                p = s.entry(p).parent;
+            if (p != i)
+                break;
+            ++beneath;
+        }
+        EXPECT_EQ(e.count, beneath);
+    }
+    EXPECT_EQ(files, s.fileCount);
+    EXPECT_EQ(total, s.totalSize);
+}
+
+void expectMessage(const std::optional<engine::UserMessage>& message, const QString& title,
+                   const QString& text, engine::MessageIcon icon) {
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->title, title);
+    EXPECT_EQ(message->text, text);
+    EXPECT_EQ(message->icon, icon);
 }
 
 std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first) {

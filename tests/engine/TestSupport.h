@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,18 @@ private:
 // Every field of both snapshots' headers and entries 0..entryCount is equal
 // (the comparison fields included).
 void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b);
+
+// Checks the invariants every scanned snapshot keeps, whatever the tree did
+// meanwhile: the counters agree with the entries, each folder ring closes,
+// the walk through the rings meets the entries in table order (depth first),
+// every parent is a folder before its children, every folder's count is the
+// size of its subtree (entry 1 excepted: it holds the meter maximum), entry 0
+// counts them all and the total size is the files' sum.
+void expectSoundSnapshot(const engine::Snapshot& s);
+
+// The message is there, with this title, text and icon.
+void expectMessage(const std::optional<engine::UserMessage>& message, const QString& title,
+                   const QString& text, engine::MessageIcon icon);
 
 // The entries of the folder whose first entry is first, in ring order.
 std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first);

@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -48,6 +51,11 @@ TEST_F(TextFormats, FormatByteSize) {
         EXPECT_EQ(FormatByteSize(size, true), u(text)) << size;
     EXPECT_EQ(FormatByteSize(1500000000, false), u("1,500,000,000 bytes"));
     EXPECT_EQ(FormatByteSize(512, false), u("512 bytes"));
+    // Sizes only a damaged file holds still read as numbers.
+    EXPECT_EQ(FormatByteSize(1e20, false), u("100,000,000,000,000,000,000 bytes"));
+    EXPECT_EQ(FormatByteSize(-1e19, false), u("-10,000,000,000,000,000,000 bytes"));
+    EXPECT_FALSE(FormatByteSize(std::numeric_limits<double>::infinity(), true).isEmpty());
+    EXPECT_FALSE(FormatByteSize(std::nan(""), false).isEmpty());
 }
 
 TEST_F(TextFormats, CountsAndDurationsRoundHalvesAwayFromZero) {

@@ -224,7 +224,9 @@ private Q_SLOTS:
             {"cmdYes", 6}, {"cmdNo", 7}, {"cmdCancel", 2}, {"y", 6},     {"Y", 6},
             {"n", 7},      {"N", 7},     {"Escape", 2},    {"Enter", 6},
         };
-        for (const auto& [action, expected] : cases) {
+        for (const auto& [actionName, expected] : cases) {
+            // A copy: clang 14 cannot capture a structured binding.
+            const char* const action = actionName;
             const QString name = QLatin1String(action);
             whenShown([&] {
                 if (name.startsWith(u"cmd"))

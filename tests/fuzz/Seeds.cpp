@@ -1,0 +1,125 @@
+#include "Seeds.h"
+
+#include "TestSupport.h"
+
+#include "engine/Progress.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+#include "settings/IniFile.h"
+
+#include <QDir>
+#include <QFile>
+
+namespace kestrel::test {
+
+namespace {
+
+bool writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+bool saveSnapshot(engine::Snapshot& s, const QString& path) {
+    engine::ProgressMeter meter;
+    s.header.fileName = path;
+    return engine::SaveSnapshot(s, meter).ok;
+}
+
+bool snapshotSeeds(const QString& dir) {
+    using engine::Snapshot;
+    Snapshot tree;
+    tree.header.title = QStringLiteral("Snapshot #1 of /data, \"odd\" names");
+    tree.header.created = 45000.5;
+    tree.header.recurse = tree.header.hidden = tree.header.versions = true;
+    Node odd = Node::file("say \"hi\", then\nbreak.txt", 12, 44000.25);
+    Node tool = Node::file("tool.exe", 70000);
+    tool.version = "5.01.2600.00";
+    buildSnapshot(tree, {Node::dir("Docs", {Node::file("a.txt", 1234), odd, Node::dir("Empty"),
+                                            Node::dir("Sub", {tool})}),
+                         Node::file("Grüße €.txt", 5), Node::file("top.txt", 0)});
+    tree.header.rootFolder = QStringLiteral("/data/");
+    if (!saveSnapshot(tree, dir + QStringLiteral("/tree.#01")))
+        return false;
+
+    // Loaded and saved again: with the empty records of the capacity.
+    Snapshot again;
+    again.header.fileName = dir + QStringLiteral("/tree.#01");
+    engine::ProgressMeter meter;
+    if (!engine::LoadSnapshot(again, meter).ok ||
+        !saveSnapshot(again, dir + QStringLiteral("/padded.#02")))
+        return false;
+
+    Snapshot empty;
+    empty.header.title = QStringLiteral("Empty");
+    if (!saveSnapshot(empty, dir + QStringLiteral("/empty.#01")))
+        return false;
+
+    // As the Windows program wrote it: Windows-1252, backslashes.
+    return writeFile(dir + QStringLiteral("/windows.#01"),
+                     "Original Snapshot of C:\\Data\\ \xE4\r\n"
+                     "\"C:\\Data\\\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n"
+                     "16,36954.4270833333,3,1,\"Reports\",0,0,\"\"\r\n"
+                     "32,36950.5,2,0,\"a.txt\",1,1234,\"\"\r\n"
+                     "32,36950.5,1,0,\"b\xE4.txt\",0,99,\"\"\r\n");
+}
+
+bool versionTwoSeeds(const QString& dir) {
+    return writeFile(dir + QStringLiteral("/tree.dat"),
+                     "\"C:\\DATA\\;3\"\r\n5,36954.5\r\n#TRUE#,#FALSE#,#TRUE#\r\n9\r\n"
+                     "\"\\\",\"Docs\",-1,36950.5,16,\"\",0,6,0\r\n"
+                     "\"\",\"a.txt\",1234,36950.25,32,\"\",0,0,0\r\n"
+                     "\" \",\"Sub\",-1,36950.5,16,\"\",0,1,0\r\n"
+                     "\"\",\"c.txt\",7,36951.125,33,\"\",0,0,0\r\n"
+                     "\"\\Docs\\\",\"b.txt\",99,36950.5,32,\"1.00.0000\",0,0,0\r\n"
+                     "\" \",\"d.txt\",0,36950.5,32,\"\",0,0,0\r\n"
+                     "\" \",\"e.txt\",5,36950.5,32,\"\",0,0,0\r\n"
+                     "\"\\\",\"Empty\",-1,36950.5,16,\"\",0,0,0\r\n"
+                     "\"\\\",\"top.txt\",6,36950.5,32,\"\",0,0,0\r\n") &&
+           writeFile(dir + QStringLiteral("/flat.dat"),
+                     "\"/srv/;3\"\n1,45000\n#FALSE#,#TRUE#,#FALSE#\n2\n"
+                     "\"\\\",\"f1\",1,0,32,\"\",0,0,0\n\" \",\"f2\",2,0,32,\"\",0,0,0\n");
+}
+
+bool peSeeds(const QString& dir) {
+    const std::pair<const char*, Image> images[] = {
+        {"/pe32.dll", makeImage(false, (5u << 16) | 1, 2600u << 16)},
+        {"/pe32plus.exe", makeImage(true, (1u << 16) | 2, (3u << 16) | 4)},
+    };
+    for (const auto& [name, image] : images) {
+        const QByteArray bytes(reinterpret_cast<const char*>(image.bytes.data()),
+                               qsizetype(image.bytes.size()));
+        if (!writeFile(dir + QLatin1String(name), bytes))
+            return false;
+    }
+    return true;
+}
+
+bool iniSeeds(const QString& dir) {
+    const settings::IniFile ini(dir + QStringLiteral("/Kestrel.ini"));
+    if (!writeFile(ini.path(), "; kept as it is\r\n[Other]\r\nKey=\"quoted value\"\r\n"))
+        return false;
+    for (const auto& [key, value] : {std::pair{"Top", "1200"},
+                                     {"Left", "960"},
+                                     {"Height", "6000"},
+                                     {"Width", "8000"},
+                                     {"Window", "2"},
+                                     {"Folder", "/home/user/Data"}})
+        if (!ini.writeString(QStringLiteral("Main"), QLatin1String(key), QLatin1String(value)))
+            return false;
+    return true;
+}
+
+} // namespace
+
+bool writeSeeds(const QString& folder) {
+    const QString kinds[] = {QStringLiteral("snapshot"), QStringLiteral("v2"), QStringLiteral("pe"),
+                             QStringLiteral("ini")};
+    for (const QString& kind : kinds)
+        if (!QDir().mkpath(folder + QLatin1Char('/') + kind))
+            return false;
+    return snapshotSeeds(folder + QStringLiteral("/snapshot")) &&
+           versionTwoSeeds(folder + QStringLiteral("/v2")) &&
+           peSeeds(folder + QStringLiteral("/pe")) && iniSeeds(folder + QStringLiteral("/ini"));
+}
+
+} // namespace kestrel::test
