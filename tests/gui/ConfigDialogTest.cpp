@@ -326,7 +326,9 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(folder));
         QFile script(program);
         QVERIFY(script.open(QIODevice::WriteOnly));
-        script.write("#!/bin/sh\n{ for a in \"$@\"; do printf '%s\\n' \"$a\"; done; pwd -P; }"
+        // Each argument, and the working folder, ended by a NUL: a line break
+        // inside an argument stays inside it.
+        script.write("#!/bin/sh\n{ for a in \"$@\"; do printf '%s\\0' \"$a\"; done; pwd -P; }"
                      " > \"$0.tmp\" && mv \"$0.tmp\" \"$0.out\"\n");
         script.close();
         QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
@@ -340,7 +342,9 @@ private Q_SLOTS:
             ++launches;
             return launcher.StartProgram(launch.program, launch.arguments, launch.folder);
         };
-        const QString first = m_dir->filePath(u"with space/\"quoted\" name.txt"_s);
+        // Nothing reaches a shell: quotes, semicolons, line breaks and what a
+        // shell would run arrive as they are.
+        const QString first = m_dir->filePath(u"with space/\"quoted\"; $(touch pwned)\nname.txt"_s);
         const QString second = u"-n leading dash"_s;
         QVERIFY(!d.ExecuteCustom(QString(), second));
         QVERIFY(!d.ExecuteCustom(first, QString()));
@@ -352,8 +356,9 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(program + u".out"_s), 30000);
         QFile out(program + u".out"_s);
         QVERIFY(out.open(QIODevice::ReadOnly));
-        QCOMPARE(QString::fromUtf8(out.readAll()).split(u'\n', Qt::SkipEmptyParts),
-                 (QStringList{first, u"--then"_s, second, QDir(folder).canonicalPath()}));
+        QCOMPARE(QString::fromUtf8(out.readAll()).split(QChar(0), Qt::SkipEmptyParts),
+                 (QStringList{first, u"--then"_s, second, QDir(folder).canonicalPath() + u'\n'}));
+        QVERIFY(!QFile::exists(folder + u"/pwned"_s));
         QVERIFY(messages.isEmpty());
     }
 
@@ -377,11 +382,7 @@ private Q_SLOTS:
 };
 
 int main(int argc, char** argv) {
-    QTemporaryDir home;
-    useTemporaryHome(home.path());
-    QApplication application(argc, argv);
-    ConfigDialogTest test;
-    return QTest::qExec(&test, argc, argv);
+    return runWindowTest<ConfigDialogTest>(argc, argv);
 }
 
 #include "ConfigDialogTest.moc"

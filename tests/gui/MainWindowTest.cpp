@@ -430,6 +430,13 @@ private Q_SLOTS:
             (QStringList{error + u"No application is associated with this file type"_s,
                          error + u"Error 11 launching application"_s, error + u"File not found"_s,
                          u"No Help Available: "_s + folder + u"KestHelp.htm not found"_s}));
+
+        // Odd names reach the desktop as the one file they name.
+        const QString odd = u"-odd; $(touch pwned)\n\"name\".txt"_s;
+        writeFile(folder + odd, "x");
+        desktop.openWorks = true;
+        desktop.launcher.LaunchDocument(folder, QString(), odd, {});
+        QCOMPARE(desktop.opened.last().toLocalFile(), folder + odd);
     }
 };
 
