@@ -271,19 +271,8 @@ bool parseFields(const QString& text, bool inFolderOffered, std::vector<output::
 
 bool writeToStandardOutput(output::ExportLines& lines) {
     QFile out;
-    if (!out.open(stdout, QIODevice::WriteOnly))
-        return false;
-    QByteArray block;
-    for (int32_t row = 0; row < lines.rowCount(); ++row) {
-        lines.appendLine(row, block);
-        block.append(output::LineEnd);
-        if (block.size() >= (1 << 20)) {
-            if (out.write(block) != block.size())
-                return false;
-            block.clear();
-        }
-    }
-    return out.write(block) == block.size() && out.flush();
+    return out.open(stdout, QIODevice::WriteOnly) && output::writeExportLines(lines, out) &&
+           out.flush();
 }
 
 } // namespace

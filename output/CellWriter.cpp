@@ -4,7 +4,9 @@
 #include "engine/Snapshot.h"
 #include "engine/TextFormats.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <string_view>
 
 namespace kestrel::output {
@@ -14,6 +16,13 @@ using engine::SnapshotEntry;
 namespace {
 
 constexpr int SecondsPerDay = 86400;
+constexpr size_t AttributeValues = 65536;
+// How many rows ahead prefetch asks for an entry, and for its name.
+constexpr int32_t EntryLead = 16;
+constexpr int32_t NameLead = 8;
+// Days since 1970 whose date texts are kept in a table: 1900 to 2100.
+constexpr int64_t FirstCachedDay = -25567;
+constexpr int64_t CachedDays = 73414;
 // Sizes below this are whole numbers a double holds exactly.
 constexpr double LargestExactSize = 9007199254740992.0; // 2^53
 
@@ -24,13 +33,9 @@ bool isAscii(std::string_view text) {
     return true;
 }
 
-void appendBytes(QByteArray& out, std::string_view text) {
-    out.append(text.data(), qsizetype(text.size()));
-}
-
 // The digits of n, the separator between groups of three when it is not
 // empty.
-void appendGrouped(uint64_t n, const QByteArray& separator, QByteArray& out) {
+void appendGrouped(uint64_t n, const QByteArray& separator, LineBuffer& out) {
     char digits[20];
     int count = 0;
     do {
@@ -51,9 +56,9 @@ bool groupingMatchesLocale(const QByteArray& separator) {
     for (int digits = 1; digits <= 16; ++digits) {
         sample = sample * 10 + uint64_t(digits % 10);
         for (const uint64_t n : {sample, sample / 2, uint64_t(0)}) {
-            QByteArray fast;
+            LineBuffer fast;
             appendGrouped(n, separator, fast);
-            if (fast != engine::formatGrouped(double(n)).toUtf8())
+            if (fast.toByteArray() != engine::formatGrouped(double(n)).toUtf8())
                 return false;
         }
     }
@@ -62,9 +67,18 @@ bool groupingMatchesLocale(const QByteArray& separator) {
 
 } // namespace
 
+void LineBuffer::grow(size_t needed) {
+    m_bytes.resize(std::max({m_bytes.size() * 2, m_used + needed, size_t(4096)}));
+}
+
+void LineBuffer::erase(size_t index, size_t count) {
+    std::memmove(m_bytes.data() + index, m_bytes.data() + index + count, m_used - index - count);
+    m_used -= count;
+}
+
 CellWriter::CellWriter(const engine::Snapshot& snapshot, const engine::FileList& rows)
-    : m_snapshot(snapshot), m_rows(rows) {
-    const QLocale locale;
+    : m_snapshot(snapshot), m_rows(rows), m_timeFormat(engine::longTimeFormat()) {
+    const QLocale& locale = m_locale;
     // Locales with other digits, other group sizes or no grouping at all
     // are caught by the samples.
     for (const QByteArray& separator : {locale.groupSeparator().toUtf8(), QByteArray()}) {
@@ -78,19 +92,23 @@ CellWriter::CellWriter(const engine::Snapshot& snapshot, const engine::FileList&
 
 CellWriter::~CellWriter() = default;
 
-void CellWriter::append(int32_t row, int column, QByteArray& out) {
+void CellWriter::append(int32_t row, int column, LineBuffer& out) {
     const SnapshotEntry& e = m_snapshot.entries.get(m_rows.entryAt(row));
     switch (column) {
     case engine::NameColumn:
         appendName(e, row, out);
         return;
     case engine::InFolderColumn: {
-        const QString& folder = m_rows.inFolder(row);
-        if (&folder != m_folder) {
-            m_folder = &folder;
-            m_folderText = folder.toUtf8();
+        const uint32_t folder = m_rows.folderOf(row);
+        if (m_folders.empty()) {
+            m_folders.resize(m_rows.folderCount());
+            m_folderKnown.resize(m_rows.folderCount());
         }
-        out.append(m_folderText);
+        if (!m_folderKnown[folder]) {
+            m_folders[folder] = m_rows.inFolder(row).toUtf8();
+            m_folderKnown[folder] = true;
+        }
+        out.append(m_folders[folder]);
         return;
     }
     case engine::SizeColumn:
@@ -103,11 +121,16 @@ void CellWriter::append(int32_t row, int column, QByteArray& out) {
         appendModified(e.modified, out);
         return;
     case engine::AttributesColumn: {
-        auto found = m_attributes.find(e.attributes);
-        if (found == m_attributes.end())
-            found = m_attributes.emplace(e.attributes, engine::AttributeText(e.attributes).toUtf8())
-                        .first;
-        out.append(found->second);
+        const auto bits = uint16_t(e.attributes);
+        if (m_attributes.empty()) {
+            m_attributes.resize(AttributeValues);
+            m_attributesKnown.resize(AttributeValues);
+        }
+        if (!m_attributesKnown[bits]) {
+            m_attributes[bits] = engine::AttributeText(e.attributes).toUtf8();
+            m_attributesKnown[bits] = true;
+        }
+        out.append(m_attributes[bits]);
         return;
     }
     case engine::VersionColumn: {
@@ -115,12 +138,15 @@ void CellWriter::append(int32_t row, int column, QByteArray& out) {
         if (!isAscii(version))
             break;
         out.append(' ');
-        appendBytes(out, version);
+        out.append(version);
         return;
     }
     case engine::AttributesKeyColumn:
-        if (m_rows.options().keys)
-            out.append(QByteArray::number(e.attributes));
+        if (m_rows.options().keys) {
+            char digits[8];
+            const int length = std::snprintf(digits, sizeof digits, "%d", int(e.attributes));
+            out.append(digits, size_t(length));
+        }
         return;
     default:
         break;
@@ -128,21 +154,21 @@ void CellWriter::append(int32_t row, int column, QByteArray& out) {
     appendSlow(row, column, out);
 }
 
-void CellWriter::appendSlow(int32_t row, int column, QByteArray& out) {
+void CellWriter::appendSlow(int32_t row, int column, LineBuffer& out) {
     out.append(m_rows.cellText(row, column).toUtf8());
 }
 
-void CellWriter::appendName(const SnapshotEntry& e, int32_t row, QByteArray& out) {
+void CellWriter::appendName(const SnapshotEntry& e, int32_t row, LineBuffer& out) {
     const std::string_view name = m_snapshot.nameOf(e);
     // Other names go through QString, which replaces bytes that are not
     // UTF-8 as the grid shows them.
     if (isAscii(name))
-        appendBytes(out, name);
+        out.append(name);
     else
         appendSlow(row, engine::NameColumn, out);
 }
 
-void CellWriter::appendType(const SnapshotEntry& e, int32_t row, QByteArray& out) {
+void CellWriter::appendType(const SnapshotEntry& e, int32_t row, LineBuffer& out) {
     const std::string_view name = m_snapshot.nameOf(e);
     if (!isAscii(name)) {
         appendSlow(row, engine::TypeColumn, out);
@@ -155,9 +181,9 @@ void CellWriter::appendType(const SnapshotEntry& e, int32_t row, QByteArray& out
         out.append(c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c);
 }
 
-void CellWriter::appendSize(const SnapshotEntry& e, QByteArray& out) {
+void CellWriter::appendSize(const SnapshotEntry& e, LineBuffer& out) {
     if (e.isFolder()) {
-        out.append("<dir>");
+        out.append(std::string_view("<dir>"));
         return;
     }
     const double size = e.size;
@@ -168,35 +194,53 @@ void CellWriter::appendSize(const SnapshotEntry& e, QByteArray& out) {
     out.append(engine::sizeCellText(e).toUtf8());
 }
 
-void CellWriter::appendModified(double d, QByteArray& out) {
-    // The text depends on nothing but the day and the second of the day the
-    // date rounds to (as engine::datePartsFromOle rounds it).
-    if (!std::isfinite(d) || std::fabs(d) > 3.0e6) {
+void CellWriter::appendModified(double d, LineBuffer& out) {
+    // The text is the day's date text and the second's time text, each made
+    // once. A day on which the clocks change may show its local times
+    // otherwise: it takes the whole text from modifiedText.
+    const engine::DateParts p = engine::datePartsFromOle(d);
+    const int64_t day = engine::daysFromCivil(p.year, unsigned(p.month), unsigned(p.day));
+    Day* known = nullptr;
+    if (day >= FirstCachedDay && day < FirstCachedDay + CachedDays) {
+        if (m_dayTable.empty())
+            m_dayTable.resize(CachedDays);
+        known = &m_dayTable[size_t(day - FirstCachedDay)];
+    } else {
+        known = &m_otherDays[day];
+    }
+    if (!known->made) {
+        const QDate date(p.year, p.month, p.day);
+        known->regular = date.isValid() && QDateTime(date, QTime(0, 0)).offsetFromUtc() ==
+                                               QDateTime(date.addDays(1), QTime(0, 0)).offsetFromUtc();
+        known->text = engine::shortDateText(date).toUtf8();
+        known->made = true;
+    }
+    if (!known->regular) {
         out.append(engine::modifiedText(d).toUtf8());
         return;
     }
-    double whole = std::trunc(d);
-    int64_t seconds = std::llround(std::fabs(d - whole) * SecondsPerDay);
-    if (seconds >= SecondsPerDay) {
-        seconds -= SecondsPerDay;
-        whole += 1;
-    }
-    const auto day = int64_t(whole);
-    auto found = m_days.find(day);
-    if (found == m_days.end())
-        found = m_days.emplace(day, engine::shortDateText(d).toUtf8()).first;
-    out.append(found->second);
+    out.append(known->text);
     out.append(' ');
     if (m_times.empty()) {
         m_times.resize(SecondsPerDay);
         m_timeKnown.resize(SecondsPerDay);
     }
-    const auto second = size_t(seconds);
+    const auto second = size_t(p.hour * 3600 + p.minute * 60 + p.second);
     if (!m_timeKnown[second]) {
-        m_times[second] = engine::longTimeText(d).toUtf8();
+        // longTimeText, with the locale and its format looked up once.
+        m_times[second] = m_locale.toString(QTime(p.hour, p.minute, p.second), m_timeFormat).toUtf8();
         m_timeKnown[second] = true;
     }
     out.append(m_times[second]);
+}
+
+void CellWriter::prefetch(int32_t row) const {
+    // The entry a while ahead, and the name of one nearer, whose entry has
+    // arrived by now.
+    if (row + EntryLead < m_rows.rowCount())
+        __builtin_prefetch(&m_snapshot.entries.get(m_rows.entryAt(row + EntryLead)));
+    if (row + NameLead < m_rows.rowCount())
+        __builtin_prefetch(m_snapshot.nameOf(m_snapshot.entries.get(m_rows.entryAt(row + NameLead))).data());
 }
 
 } // namespace kestrel::output

@@ -3,14 +3,46 @@
 #include "engine/FileList.h"
 
 #include <QByteArray>
+#include <QLocale>
 #include <QString>
 
 #include <cstdint>
-#include <memory>
+#include <cstring>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
 namespace kestrel::output {
+
+// Bytes of lines being made: appending costs a copy and nothing else, which
+// counts when a million lines of short pieces are made.
+class LineBuffer {
+public:
+    void append(const char* data, size_t size) {
+        if (m_bytes.size() - m_used < size)
+            grow(size);
+        std::memcpy(m_bytes.data() + m_used, data, size);
+        m_used += size;
+    }
+    void append(std::string_view text) { append(text.data(), text.size()); }
+    void append(const QByteArray& bytes) { append(bytes.constData(), size_t(bytes.size())); }
+    void append(char c) { append(&c, 1); }
+
+    const char* data() const { return m_bytes.data(); }
+    size_t size() const { return m_used; }
+    char at(size_t index) const { return m_bytes[index]; }
+    // Takes out count bytes from index on.
+    void erase(size_t index, size_t count);
+    // Empty, its room kept.
+    void clear() { m_used = 0; }
+    QByteArray toByteArray() const { return QByteArray(data(), qsizetype(m_used)); }
+
+private:
+    void grow(size_t needed);
+
+    std::vector<char> m_bytes;
+    size_t m_used = 0;
+};
 
 // The cell texts of a file list as UTF-8, byte for byte what
 // FileList::cellText gives, made fast enough to export a million rows: ASCII
@@ -30,29 +62,42 @@ public:
     CellWriter& operator=(const CellWriter&) = delete;
 
     // Appends the text of a cell of columns Name to Version or a hidden key.
-    void append(int32_t row, int column, QByteArray& out);
+    void append(int32_t row, int column, LineBuffer& out);
+    // Asks for the memory of the entries and names of the rows after row
+    // ahead of their cells: rows sorted by name lie all over the snapshot.
+    void prefetch(int32_t row) const;
 
 private:
-    void appendName(const engine::SnapshotEntry& entry, int32_t row, QByteArray& out);
-    void appendType(const engine::SnapshotEntry& entry, int32_t row, QByteArray& out);
-    void appendSize(const engine::SnapshotEntry& entry, QByteArray& out);
-    void appendModified(double oleDate, QByteArray& out);
-    void appendSlow(int32_t row, int column, QByteArray& out);
+    void appendName(const engine::SnapshotEntry& entry, int32_t row, LineBuffer& out);
+    void appendType(const engine::SnapshotEntry& entry, int32_t row, LineBuffer& out);
+    void appendSize(const engine::SnapshotEntry& entry, LineBuffer& out);
+    void appendModified(double oleDate, LineBuffer& out);
+    void appendSlow(int32_t row, int column, LineBuffer& out);
 
     const engine::Snapshot& m_snapshot;
     const engine::FileList& m_rows;
+    const QLocale m_locale;
+    const QString m_timeFormat;
     // Sizes: grouped by hand with this separator (or none) when that gives
     // what the locale gives for every sample; otherwise formatted slowly.
     bool m_fastSizes = false;
     QByteArray m_groupSeparator;
-    // The date text of each day met, the time text of each second met.
-    std::unordered_map<int64_t, QByteArray> m_days;
+    // The date text of each day met, and whether the day has its local
+    // times unchanged by a clock change; the time text of each second met.
+    struct Day {
+        QByteArray text;
+        bool regular = false;
+        bool made = false;
+    };
+    std::vector<Day> m_dayTable;
+    std::unordered_map<int64_t, Day> m_otherDays;
     std::vector<QByteArray> m_times;
     std::vector<bool> m_timeKnown;
-    std::unordered_map<int, QByteArray> m_attributes;
-    // The In Folder text of the last row, identified by where its text lives.
-    const QString* m_folder = nullptr;
-    QByteArray m_folderText;
+    // By attribute bits, and by the list's folder number.
+    std::vector<QByteArray> m_attributes;
+    std::vector<bool> m_attributesKnown;
+    std::vector<QByteArray> m_folders;
+    std::vector<bool> m_folderKnown;
 };
 
 } // namespace kestrel::output

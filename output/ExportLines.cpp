@@ -15,7 +15,7 @@ namespace {
 // The export shares the snapshot writer's title for its failures.
 const QString WriteErrorTitle = QStringLiteral("Error Writing Snapshot");
 // Lines are gathered into blocks of about this size before they are written.
-constexpr qsizetype WriteBlock = 1 << 20;
+constexpr size_t WriteBlock = 1 << 20;
 
 QString fieldText(int column) {
     return QLatin1Char('[') + engine::gridHeaderText(column).trimmed() + QLatin1Char(']');
@@ -90,7 +90,9 @@ ExportLines::ExportLines(const ShownList& list, std::vector<ExportField> fields,
         m_cells = std::make_unique<CellWriter>(*list.snapshot, *list.rows);
 }
 
-void ExportLines::appendLine(int32_t row, QByteArray& out) {
+void ExportLines::appendLine(int32_t row, LineBuffer& out) {
+    if (m_cells)
+        m_cells->prefetch(row);
     bool first = true;
     for (const Written& field : m_written) {
         if (!first)
@@ -100,31 +102,48 @@ void ExportLines::appendLine(int32_t row, QByteArray& out) {
             out.append(field.text);
             continue;
         }
-        m_cell.clear();
-        m_cells->append(row, field.column, m_cell);
-        qsizetype blanks = 0;
-        while (blanks < m_cell.size() && m_cell.at(blanks) == ' ')
-            ++blanks;
         out.append(m_quote);
-        out.append(m_cell.constData() + blanks, m_cell.size() - blanks);
+        const size_t start = out.size();
+        m_cells->append(row, field.column, out);
+        // Written without its leading blanks (Version's text starts with one).
+        size_t blanks = 0;
+        while (start + blanks < out.size() && out.at(start + blanks) == ' ')
+            ++blanks;
+        if (blanks > 0)
+            out.erase(start, blanks);
         out.append(m_quote);
     }
 }
 
 QString ExportLines::line(int32_t row) {
-    QByteArray bytes;
+    LineBuffer bytes;
     appendLine(row, bytes);
-    return QString::fromUtf8(bytes);
+    return QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
 }
 
 QString ExportLines::preview() {
-    QByteArray text;
+    LineBuffer text;
     const int32_t rows = std::min(rowCount(), PreviewRows);
     for (int32_t row = 0; row < rows; ++row) {
         appendLine(row, text);
-        text.append(LineEnd);
+        text.append(std::string_view(LineEnd));
     }
-    return QString::fromUtf8(text);
+    return QString::fromUtf8(text.data(), qsizetype(text.size()));
+}
+
+bool writeExportLines(ExportLines& lines, QIODevice& device) {
+    LineBuffer block;
+    const int32_t rows = lines.rowCount();
+    for (int32_t row = 0; row < rows; ++row) {
+        lines.appendLine(row, block);
+        block.append(std::string_view(LineEnd));
+        if (block.size() >= WriteBlock || row + 1 == rows) {
+            if (device.write(block.data(), qint64(block.size())) != qint64(block.size()))
+                return false;
+            block.clear();
+        }
+    }
+    return true;
 }
 
 Outcome writeExportFile(const QString& path, ExportLines& lines) {
@@ -136,18 +155,9 @@ Outcome writeExportFile(const QString& path, ExportLines& lines) {
     };
     if (!file.open(QIODevice::WriteOnly))
         return failure();
-    QByteArray block;
-    block.reserve(WriteBlock + 4096);
-    const int32_t rows = lines.rowCount();
-    for (int32_t row = 0; row < rows; ++row) {
-        lines.appendLine(row, block);
-        block.append(LineEnd);
-        if (block.size() >= WriteBlock || row + 1 == rows) {
-            if (file.write(block) != block.size())
-                return failure(); // the temporary file goes; the old file stays
-            block.clear();
-        }
-    }
+    // The temporary file goes when writing fails; the old file stays.
+    if (!writeExportLines(lines, file))
+        return failure();
     if (!file.commit())
         return failure();
     return Outcome::success();

@@ -11,6 +11,8 @@
 
 #include <cstdint>
 #include <memory>
+
+class QIODevice;
 #include <vector>
 
 namespace kestrel::output {
@@ -77,7 +79,7 @@ public:
     ExportLines(const ShownList& list, std::vector<ExportField> fields, ExportChoices choices);
 
     int32_t rowCount() const { return m_list.rowCount(); }
-    void appendLine(int32_t row, QByteArray& out);
+    void appendLine(int32_t row, LineBuffer& out);
     QString line(int32_t row);
 
     // The preview: the first rows, at most ten, each followed by CR LF.
@@ -98,13 +100,16 @@ private:
     QByteArray m_quote;
     // Made when the list has rows.
     std::unique_ptr<CellWriter> m_cells;
-    QByteArray m_cell;
 };
 
 // The rows of the preview: all of them up to ten.
 inline constexpr int32_t PreviewRows = 10;
 // Each exported line ends with CR LF, as the export files always have.
 inline constexpr char LineEnd[] = "\r\n";
+
+// Writes every row of the list, each line followed by CR LF, to device;
+// false when the device did not take them all.
+bool writeExportLines(ExportLines& lines, QIODevice& device);
 
 // Writes every row of the list, in display order and without a heading
 // line, to path. The file is replaced only once it is complete, so a

@@ -117,8 +117,9 @@ ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
     layout->addWidget(m_txtPreview, 3, 0, 1, 3);
     layout->setColumnStretch(2, 1);
     layout->setRowStretch(3, 1);
-    m_lstField->setMinimumHeight(m_lstField->sizeHintForRow(0) * 8);
-    resize(620, 460);
+    // Room for the whole list: seven columns and eight custom entries.
+    m_lstField->setMinimumHeight(m_lstField->sizeHintForRow(0) * 15 + 2 * m_lstField->frameWidth() + 4);
+    resize(640, 520);
 
     // The first choices, kept from then on for the run.
     m_cboSepar->setCurrentIndex(CommaSeparator);
