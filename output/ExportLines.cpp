@@ -132,13 +132,26 @@ QString ExportLines::preview() {
 }
 
 bool writeExportLines(ExportLines& lines, QIODevice& device) {
+    // A short write is retried, so that a device out of room reports why.
+    const auto writeOut = [&device](const LineBuffer& block) {
+        const char* data = block.data();
+        qint64 left = qint64(block.size());
+        while (left > 0) {
+            const qint64 written = device.write(data, left);
+            if (written <= 0)
+                return false;
+            data += written;
+            left -= written;
+        }
+        return true;
+    };
     LineBuffer block;
     const int32_t rows = lines.rowCount();
     for (int32_t row = 0; row < rows; ++row) {
         lines.appendLine(row, block);
         block.append(std::string_view(LineEnd));
         if (block.size() >= WriteBlock || row + 1 == rows) {
-            if (device.write(block.data(), qint64(block.size())) != qint64(block.size()))
+            if (!writeOut(block))
                 return false;
             block.clear();
         }
