@@ -9,8 +9,9 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build="${KESTREL_BUILD_DIR:-$here/build}"
 
+# poppler-utils: the report tests read the printed PDF back with pdftotext.
 packages=(cmake ninja-build g++ pkg-config qt6-base-dev libgtest-dev
-          fonts-dejavu-core xvfb xauth)
+          fonts-dejavu-core xvfb xauth poppler-utils)
 
 install_missing() {
     local missing=()

@@ -15,7 +15,10 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalBlocker>
+#include <QStyle>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace kestrel::output {
 
@@ -118,7 +121,9 @@ ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
     layout->setColumnStretch(2, 1);
     layout->setRowStretch(3, 1);
     // Room for the whole list: seven columns and eight custom entries.
-    m_lstField->setMinimumHeight(m_lstField->sizeHintForRow(0) * 15 + 2 * m_lstField->frameWidth() + 4);
+    const int rowHeight = std::max(m_lstField->fontMetrics().height(),
+                                   style()->pixelMetric(QStyle::PM_IndicatorHeight)) + 3;
+    m_lstField->setMinimumHeight(rowHeight * 15 + 2 * m_lstField->frameWidth());
     resize(640, 520);
 
     // The first choices, kept from then on for the run.
@@ -153,6 +158,7 @@ ExportDialog::~ExportDialog() = default;
 
 void ExportDialog::setList(const ShownList& list) {
     m_list = &list;
+    setResult(QDialog::Rejected);
     m_fields = exportFields(list.inFolderOffered);
     loadFieldList();
     m_lstField->setCurrentRow(0);

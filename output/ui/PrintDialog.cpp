@@ -120,6 +120,7 @@ QString PrintDialog::deviceName() const {
 
 void PrintDialog::setList(const ShownList& list) {
     m_list = &list;
+    setResult(QDialog::Rejected);
     Form_Activate();
 }
 

@@ -31,6 +31,9 @@ struct Frame {
     QStringList messages;              // "title: text" of the same
     QString saveAnswer;                // what the save dialog returns
     QString proposedSave;              // what it proposed
+    QString exportAnswer;              // what the export's save dialog returns
+    QString proposedExport;            // what it proposed
+    QString exportFilter;              // and with which filter
     std::optional<QString> textAnswer; // what the input box returns
     QStringList textDefaults;          // the text each input box offered
     kestrel::views::SaveAnswer saveQuestionAnswer = kestrel::views::SaveAnswer::Cancel;
@@ -61,6 +64,11 @@ struct Frame {
         q.saveFileName = [this](const QString& proposed) {
             proposedSave = proposed;
             return saveAnswer;
+        };
+        q.exportFileName = [this](const QString& proposed, const QString& filter) {
+            proposedExport = proposed;
+            exportFilter = filter;
+            return exportAnswer;
         };
         q.text = [this](const QString&, const QString&, const QString& text) {
             textDefaults << text;

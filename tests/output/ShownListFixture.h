@@ -15,11 +15,7 @@
 #include <QGuiApplication>
 
 #include <memory>
-#include <ostream>
 #include <vector>
-
-// Test failures show QStrings as text.
-inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << text.toStdString() << '"'; }
 
 namespace kestrel::test {
 
