@@ -19,12 +19,20 @@ void printError(const QString& title, const QString& text) {
                  text.toLocal8Bit().constData());
 }
 
-void printMessage(const UserMessage& message) { printError(message.title, message.text); }
+void printMessage(const UserMessage& message) {
+    printError(message.title, message.text);
+}
 
 void printLine(FILE* stream, const QString& text) {
     const QByteArray bytes = text.toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
     std::fputc('\n', stream);
+}
+
+bool succeeded(const Outcome& outcome) {
+    if (!outcome.ok && outcome.message)
+        printMessage(*outcome.message);
+    return outcome.ok;
 }
 
 QString absoluteFolder(const QString& path) {
@@ -77,7 +85,8 @@ bool scanFolder(const QString& folder, Snapshot& snapshot, ProgressMeter& meter,
 
 bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& meter,
                       QString* summary) {
-    const OpenOutcome outcome = OpenSnapshotFile(snapshot, QFileInfo(path).absoluteFilePath(), meter);
+    const OpenOutcome outcome =
+        OpenSnapshotFile(snapshot, QFileInfo(path).absoluteFilePath(), meter);
     if (outcome.ok) {
         if (summary)
             *summary = outcome.summary;
@@ -88,9 +97,9 @@ bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& me
     else if (outcome.cancelled)
         printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
     else
-        printError(QStringLiteral("Invalid Snapshot"),
-                   outcome.error == ErrorCode::None ? QStringLiteral("Not a snapshot file")
-                                                    : errorText(outcome.error));
+        printError(QStringLiteral("Invalid Snapshot"), outcome.error == ErrorCode::None
+                                                           ? QStringLiteral("Not a snapshot file")
+                                                           : errorText(outcome.error));
     return false;
 }
 

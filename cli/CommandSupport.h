@@ -29,6 +29,9 @@ void printMessage(const engine::UserMessage& message);
 // The text in UTF-8 and a line end.
 void printLine(FILE* stream, const QString& text);
 
+// Whether an operation succeeded; when not, its message (if any) is printed.
+bool succeeded(const engine::Outcome& outcome);
+
 // A folder as the user named it, made absolute without resolving links.
 QString absoluteFolder(const QString& path);
 QString withSeparator(QString path);
@@ -48,8 +51,8 @@ bool scanFolder(const QString& folder, engine::Snapshot& snapshot, engine::Progr
                 QString* summary, const engine::ScanSettings& settings);
 // Opens a snapshot file of the current or the version-2 format. Failures
 // are printed.
-bool loadSnapshotFile(const QString& path, engine::Snapshot& snapshot,
-                      engine::ProgressMeter& meter, QString* summary);
+bool loadSnapshotFile(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
+                      QString* summary);
 // A snapshot file is loaded, a folder scanned (titled as the desktop
 // program titles a first snapshot of it).
 bool obtainSnapshot(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter);

@@ -145,11 +145,8 @@ int snapshotCommand(const QStringList& arguments) {
                                            : NewSnapshotTitle(folder, number, false);
     snapshot.header.fileName = path;
     const Outcome saved = SaveSnapshot(snapshot, meter);
-    if (!saved.ok) {
-        if (saved.message)
-            printMessage(*saved.message);
+    if (!succeeded(saved))
         return ExitTrouble;
-    }
     printLine(stderr, summary);
     printLine(stdout, path);
     return ExitOk;
@@ -233,11 +230,8 @@ int convertCommand(const QStringList& arguments) {
         return ExitTrouble;
     snapshot.header.fileName = QFileInfo(cl.parser.positionalArguments().at(1)).absoluteFilePath();
     const Outcome saved = SaveSnapshot(snapshot, meter);
-    if (!saved.ok) {
-        if (saved.message)
-            printMessage(*saved.message);
+    if (!succeeded(saved))
         return ExitTrouble;
-    }
     printLine(stderr, summary);
     printLine(stdout, snapshot.header.fileName);
     return ExitOk;
@@ -537,11 +531,8 @@ int compareCommand(const QStringList& arguments) {
         options.ignoreVersion = true;
 
     const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, options, meter);
-    if (!compared.ok) {
-        if (compared.message)
-            printMessage(*compared.message);
+    if (!succeeded(compared))
         return ExitTrouble;
-    }
     int added = 0, removed = 0, changed = 0;
     try {
         std::vector<Difference> differences = listDifferences(newer, older);

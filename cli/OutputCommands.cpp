@@ -97,7 +97,8 @@ std::optional<FolderFound> findFolder(const Snapshot& s, const QString& path) {
             return std::nullopt;
         int32_t index = found.tag;
         const QByteArray wanted = name.toUtf8();
-        if (s.locateEntry(index, std::string_view(wanted.constData(), size_t(wanted.size()))) == 0 ||
+        if (s.locateEntry(index, std::string_view(wanted.constData(), size_t(wanted.size()))) ==
+                0 ||
             !s.entries.get(index).isFolder())
             return std::nullopt;
         found.key += s.nameText(index) + QLatin1Char('/');
@@ -130,7 +131,8 @@ bool WindowlessView::openSnapshot(const QString& path, Snapshot& snapshot, Progr
         return false;
     // Damaged links are refused before anything walks them, as the window does.
     FolderIndex index;
-    const Outcome checked = FolderIndex::buildChecked(snapshot, QStringLiteral("Invalid Snapshot"), index);
+    const Outcome checked =
+        FolderIndex::buildChecked(snapshot, QStringLiteral("Invalid Snapshot"), index);
     if (!checked.ok && checked.message)
         printMessage(*checked.message);
     return checked.ok;
@@ -163,7 +165,8 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
 
     if (!openSnapshot(p.positionalArguments().at(0), m_snapshot, meter))
         return false;
-    CompareOptions options = p.isSet(o.useSettings) ? stored.compareOptions() : commandLineCompareOptions();
+    CompareOptions options =
+        p.isSet(o.useSettings) ? stored.compareOptions() : commandLineCompareOptions();
     if (comparing) {
         if (!openSnapshot(p.value(o.compare), m_other, meter))
             return false;
@@ -173,12 +176,10 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
         const int32_t top = m_snapshot.entryCount >= 1 ? 1 : 0;
         const int32_t otherTop = m_other.entryCount >= 1 ? 1 : 0;
         if (top > 0 && otherTop > 0) {
-            const Outcome compared = CompareSnapshot(m_snapshot, top, m_other, otherTop, true, options, meter);
-            if (!compared.ok) {
-                if (compared.message)
-                    printMessage(*compared.message);
+            const Outcome compared =
+                CompareSnapshot(m_snapshot, top, m_other, otherTop, true, options, meter);
+            if (!succeeded(compared))
                 return false;
-            }
         }
     }
 
@@ -240,7 +241,8 @@ bool WindowlessView::sortRows(const QString& text) {
 
 // --fields: names or numbers of the grid's columns and custom:TEXT entries,
 // in the order written, each checked.
-bool parseFields(const QString& text, bool inFolderOffered, std::vector<output::ExportField>& fields) {
+bool parseFields(const QString& text, bool inFolderOffered,
+                 std::vector<output::ExportField>& fields) {
     fields.clear();
     int custom = output::ExportField::FirstCustomField;
     std::vector<bool> taken(output::ExportField::FirstCustomField, false);
@@ -256,9 +258,10 @@ bool parseFields(const QString& text, bool inFolderOffered, std::vector<output::
         if (!number)
             column = int(ColumnWords.indexOf(part.trimmed().toLower()));
         if (column < 0 || column >= output::ExportField::FirstCustomField)
-            return usage(QStringLiteral("--fields: \"%1\" is not a column (name, folder, size, type, "
-                                        "modified, attributes, version, 0 to 6) nor custom:TEXT")
-                             .arg(part));
+            return usage(
+                QStringLiteral("--fields: \"%1\" is not a column (name, folder, size, type, "
+                               "modified, attributes, version, 0 to 6) nor custom:TEXT")
+                    .arg(part));
         if (column == InFolderColumn && !inFolderOffered)
             return usage(QStringLiteral("--fields: the folder column needs --subfolders"));
         if (taken[size_t(column)])
@@ -289,19 +292,21 @@ int exportCommand(const QStringList& arguments) {
         "leading blanks removed and is put in double quotes with --quotes; custom text is\n"
         "never quoted, and quotes or separators inside values are written as they are."));
     QCommandLineParser& p = cl.parser;
-    p.addPositionalArgument(QStringLiteral("SNAPSHOT"), QStringLiteral("A snapshot file or a folder."));
+    p.addPositionalArgument(QStringLiteral("SNAPSHOT"),
+                            QStringLiteral("A snapshot file or a folder."));
     const ViewOptions view;
     view.addTo(p);
     const QCommandLineOption fields(
         QStringLiteral("fields"),
-        QStringLiteral("The fields of a line, separated by commas: name, folder (needs\n"
-                       "--subfolders), size, type, modified, attributes, version, or the column\n"
-                       "numbers 0 to 6, and up to eight custom:TEXT entries written as they stand.\n"
-                       "Default: every column the Export dialog starts with, Name to Version."),
+        QStringLiteral(
+            "The fields of a line, separated by commas: name, folder (needs\n"
+            "--subfolders), size, type, modified, attributes, version, or the column\n"
+            "numbers 0 to 6, and up to eight custom:TEXT entries written as they stand.\n"
+            "Default: every column the Export dialog starts with, Name to Version."),
         QStringLiteral("LIST"));
-    const QCommandLineOption separator(QStringLiteral("separator"),
-                                       QStringLiteral("Between fields: none, comma, tab or space."),
-                                       QStringLiteral("none|comma|tab|space"), QStringLiteral("comma"));
+    const QCommandLineOption separator(
+        QStringLiteral("separator"), QStringLiteral("Between fields: none, comma, tab or space."),
+        QStringLiteral("none|comma|tab|space"), QStringLiteral("comma"));
     const QCommandLineOption quotes(QStringLiteral("quotes"),
                                     QStringLiteral("Put every grid value in double quotes."));
     const QCommandLineOption numeric(
@@ -338,14 +343,13 @@ int exportCommand(const QStringList& arguments) {
     choices.numericAttributes = p.isSet(numeric);
     output::ExportLines lines(shown.list(), std::move(chosen), choices);
     if (p.isSet(output)) {
-        const Outcome written = output::writeExportFile(QFileInfo(p.value(output)).absoluteFilePath(), lines);
-        if (!written.ok) {
-            if (written.message)
-                printMessage(*written.message);
+        const Outcome written =
+            output::writeExportFile(QFileInfo(p.value(output)).absoluteFilePath(), lines);
+        if (!succeeded(written))
             return ExitTrouble;
-        }
     } else if (!writeToStandardOutput(lines)) {
-        printError(QStringLiteral("Error Writing Snapshot"), QStringLiteral("Cannot write to standard output"));
+        printError(QStringLiteral("Error Writing Snapshot"),
+                   QStringLiteral("Cannot write to standard output"));
         return ExitTrouble;
     }
     return ExitOk;
@@ -359,7 +363,8 @@ int reportCommand(const QStringList& arguments) {
         "with margins of 10 points, as printing to a PDF file gives them, in the grid's font\n"
         "at 8.25 points. The file is written only once the report is complete."));
     QCommandLineParser& p = cl.parser;
-    p.addPositionalArgument(QStringLiteral("SNAPSHOT"), QStringLiteral("A snapshot file or a folder."));
+    p.addPositionalArgument(QStringLiteral("SNAPSHOT"),
+                            QStringLiteral("A snapshot file or a folder."));
     const ViewOptions view;
     view.addTo(p);
     const QCommandLineOption landscape(QStringLiteral("landscape"),
@@ -398,20 +403,18 @@ int reportCommand(const QStringList& arguments) {
     list.font.setPointSizeF(output::GridPointSize);
     const QScreen* screen = QGuiApplication::primaryScreen();
     const double dpi = screen ? screen->logicalDotsPerInchX() : 96.0;
-    list.columnTwips = output::shownColumnTwips(list.snapshot->header.versions, list.inFolderOffered,
-                                                list.font, dpi);
+    list.columnTwips = output::shownColumnTwips(list.snapshot->header.versions,
+                                                list.inFolderOffered, list.font, dpi);
 
     output::ReportSettings settings;
     settings.includeDifferences = p.isSet(differences);
-    const Outcome printed = output::writeReportPdf(
-        QFileInfo(p.value(pdf)).absoluteFilePath(), list, settings,
-        output::defaultPdfLayout(p.isSet(landscape) ? QPageLayout::Landscape : QPageLayout::Portrait),
-        output::PdfResolution, meter);
-    if (!printed.ok) {
-        if (printed.message)
-            printMessage(*printed.message);
+    const Outcome printed =
+        output::writeReportPdf(QFileInfo(p.value(pdf)).absoluteFilePath(), list, settings,
+                               output::defaultPdfLayout(p.isSet(landscape) ? QPageLayout::Landscape
+                                                                           : QPageLayout::Portrait),
+                               output::PdfResolution, meter);
+    if (!succeeded(printed))
         return ExitTrouble;
-    }
     return ExitOk;
 }
 

@@ -24,8 +24,7 @@ QByteArray pathSortKey(const QString& relativePath);
 
 // Sorts items by the keys, which are made once for each. Items with equal
 // keys keep their order.
-template <typename Item, typename KeyOf>
-void sortByPath(std::vector<Item>& items, KeyOf keyOf);
+template <typename Item, typename KeyOf> void sortByPath(std::vector<Item>& items, KeyOf keyOf);
 
 // Every entry of a snapshot, in path order. Raises "Subscript out of range"
 // for a damaged snapshot, as the walk of its rings does.
@@ -44,7 +43,8 @@ void kestrel::cli::sortByPath(std::vector<Item>& items, KeyOf keyOf) {
         keys.push_back(keyOf(item));
     std::vector<size_t> order(items.size());
     std::iota(order.begin(), order.end(), size_t(0));
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return keys[a] < keys[b]; });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return keys[a] < keys[b]; });
     std::vector<Item> sorted;
     sorted.reserve(items.size());
     for (const size_t i : order)

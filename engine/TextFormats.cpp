@@ -109,13 +109,21 @@ QString longTimeFormat() {
     return format.trimmed();
 }
 
-QString shortDateText(const QDate& date) { return QLocale().toString(date, QLocale::ShortFormat); }
+QString shortDateText(const QDate& date) {
+    return QLocale().toString(date, QLocale::ShortFormat);
+}
 
-QString longTimeText(const QTime& time) { return QLocale().toString(time, longTimeFormat()); }
+QString longTimeText(const QTime& time) {
+    return QLocale().toString(time, longTimeFormat());
+}
 
-QString shortDateText(double oleDate) { return shortDateText(dateTimeFromOle(oleDate).date()); }
+QString shortDateText(double oleDate) {
+    return shortDateText(dateTimeFromOle(oleDate).date());
+}
 
-QString longTimeText(double oleDate) { return longTimeText(dateTimeFromOle(oleDate).time()); }
+QString longTimeText(double oleDate) {
+    return longTimeText(dateTimeFromOle(oleDate).time());
+}
 
 QString longDateText(double oleDate) {
     return QLocale().toString(dateTimeFromOle(oleDate).date(), QLocale::LongFormat);

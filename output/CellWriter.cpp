@@ -210,8 +210,9 @@ void CellWriter::appendModified(double d, LineBuffer& out) {
     }
     if (!known->made) {
         const QDate date(p.year, p.month, p.day);
-        known->regular = date.isValid() && QDateTime(date, QTime(0, 0)).offsetFromUtc() ==
-                                               QDateTime(date.addDays(1), QTime(0, 0)).offsetFromUtc();
+        known->regular =
+            date.isValid() && QDateTime(date, QTime(0, 0)).offsetFromUtc() ==
+                                  QDateTime(date.addDays(1), QTime(0, 0)).offsetFromUtc();
         known->text = engine::shortDateText(date).toUtf8();
         known->made = true;
     }
@@ -228,7 +229,8 @@ void CellWriter::appendModified(double d, LineBuffer& out) {
     const auto second = size_t(p.hour * 3600 + p.minute * 60 + p.second);
     if (!m_timeKnown[second]) {
         // longTimeText, with the locale and its format looked up once.
-        m_times[second] = m_locale.toString(QTime(p.hour, p.minute, p.second), m_timeFormat).toUtf8();
+        m_times[second] =
+            m_locale.toString(QTime(p.hour, p.minute, p.second), m_timeFormat).toUtf8();
         m_timeKnown[second] = true;
     }
     out.append(m_times[second]);
@@ -240,7 +242,8 @@ void CellWriter::prefetch(int32_t row) const {
     if (row + EntryLead < m_rows.rowCount())
         __builtin_prefetch(&m_snapshot.entries.get(m_rows.entryAt(row + EntryLead)));
     if (row + NameLead < m_rows.rowCount())
-        __builtin_prefetch(m_snapshot.nameOf(m_snapshot.entries.get(m_rows.entryAt(row + NameLead))).data());
+        __builtin_prefetch(
+            m_snapshot.nameOf(m_snapshot.entries.get(m_rows.entryAt(row + NameLead))).data());
 }
 
 } // namespace kestrel::output

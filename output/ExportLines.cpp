@@ -48,7 +48,8 @@ int moveField(std::vector<ExportField>& fields, int index, int step) {
 }
 
 bool anyFieldChecked(const std::vector<ExportField>& fields) {
-    return std::any_of(fields.begin(), fields.end(), [](const ExportField& f) { return f.checked; });
+    return std::any_of(fields.begin(), fields.end(),
+                       [](const ExportField& f) { return f.checked; });
 }
 
 QStringList separatorNames() {
@@ -83,7 +84,8 @@ ExportLines::ExportLines(const ShownList& list, std::vector<ExportField> fields,
             m_written.push_back({-1, field.text.toUtf8()});
             continue;
         }
-        const bool numeric = field.number == engine::AttributesColumn && m_choices.numericAttributes;
+        const bool numeric =
+            field.number == engine::AttributesColumn && m_choices.numericAttributes;
         m_written.push_back({numeric ? int(engine::AttributesKeyColumn) : field.number, {}});
     }
     if (list.snapshot && list.rows)

@@ -40,7 +40,9 @@ std::vector<ExportField> exportFields(bool inFolderOffered);
 // Checking an entry numbered above 5 asks for a custom text: the custom
 // entries and, deliberately, the Version column too, whose written value
 // stays the grid's all the same.
-inline bool fieldPromptsForText(int number) { return number > 5; }
+inline bool fieldPromptsForText(int number) {
+    return number > 5;
+}
 
 // Moves the entry at index one place up (step -1, not from the first place)
 // or down (step 1, not from the last), with its text and number; the moved

@@ -121,7 +121,9 @@ void ReportDocument::addPiece(qreal x, const QString& text) {
     m_text += text;
 }
 
-void ReportDocument::endLine() { m_lineEnds.push_back(m_pieces.size()); }
+void ReportDocument::endLine() {
+    m_lineEnds.push_back(m_pieces.size());
+}
 
 void ReportDocument::clear() {
     m_text.clear();
@@ -136,8 +138,8 @@ class ReportComposer {
 public:
     ReportComposer(const ShownList& list, const ReportSettings& settings, QPaintDevice& device,
                    ReportDocument& document)
-        : m_list(list), m_settings(settings), m_document(document),
-          m_font(fontFor(list)), m_metrics(m_font, &device) {
+        : m_list(list), m_settings(settings), m_document(document), m_font(fontFor(list)),
+          m_metrics(m_font, &device) {
         m_document.clear();
         m_document.m_font = m_font;
         m_document.m_lineHeight = m_metrics.lineSpacing();
@@ -150,8 +152,8 @@ public:
         const double unitsPerTwip = device.logicalDpiX() / double(engine::TwipsPerInch);
         m_positions[0] = 0;
         for (int column = 1; column < int(m_positions.size()); ++column)
-            m_positions[size_t(column)] =
-                m_positions[size_t(column - 1)] + list.columnTwips[size_t(column - 1)] * unitsPerTwip;
+            m_positions[size_t(column)] = m_positions[size_t(column - 1)] +
+                                          list.columnTwips[size_t(column - 1)] * unitsPerTwip;
         m_twoBlanks = m_metrics.horizontalAdvance(QStringLiteral("  "));
     }
 
@@ -179,10 +181,11 @@ public:
             }
         }
         if (m_settings.includeDifferences) {
-            const QString difference = engine::WhatChanged(
-                *m_list.snapshot, m_list.other, -rows.entryAt(row), 0, 0, 0, {},
-                m_list.compareOptions);
-            m_document.addPiece(m_positions[engine::FillerColumn], difference + QStringLiteral("  "));
+            const QString difference =
+                engine::WhatChanged(*m_list.snapshot, m_list.other, -rows.entryAt(row), 0, 0, 0, {},
+                                    m_list.compareOptions);
+            m_document.addPiece(m_positions[engine::FillerColumn],
+                                difference + QStringLiteral("  "));
         }
         m_document.endLine();
     }

@@ -36,8 +36,8 @@ int shownColumnPixels(int column, bool versions, bool subFolders, const QFont& f
     if (column == engine::SizeColumn)
         return std::max(designed, fits(engine::formatGrouped(8888888888.0)));
     if (column == engine::ModifiedColumn)
-        return std::max(designed,
-                        fits(engine::modifiedText(engine::oleDateFromParts(2028, 12, 28, 22, 58, 58))));
+        return std::max(designed, fits(engine::modifiedText(
+                                      engine::oleDateFromParts(2028, 12, 28, 22, 58, 58))));
     return designed;
 }
 

@@ -327,9 +327,8 @@ output::ExportDialog& MainWindow::exportDialog() {
         m_export->chooseFile = [this](const QString& proposed, const QString& filter) {
             // A snapshot never saved proposes a bare name: it starts in the
             // folder the file dialogs last used.
-            const QString path = QFileInfo(proposed).isRelative()
-                                     ? QDir(lastFolder()).filePath(proposed)
-                                     : proposed;
+            const QString path =
+                QFileInfo(proposed).isRelative() ? QDir(lastFolder()).filePath(proposed) : proposed;
             return m_questions.exportFileName(path, filter);
         };
         m_export->askText = [this](const QString& prompt, const QString& caption,

@@ -14,6 +14,7 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScopedValueRollback>
 #include <QSignalBlocker>
 #include <QStyle>
 #include <QVBoxLayout>
@@ -26,19 +27,6 @@ namespace {
 
 constexpr int UpIndex = 0;
 constexpr int DownIndex = 2;
-
-// Sets a flag for as long as it lives.
-class FlagScope {
-public:
-    explicit FlagScope(bool& flag) : m_flag(flag), m_was(flag) { m_flag = true; }
-    ~FlagScope() { m_flag = m_was; }
-    FlagScope(const FlagScope&) = delete;
-    FlagScope& operator=(const FlagScope&) = delete;
-
-private:
-    bool& m_flag;
-    bool m_was;
-};
 
 } // namespace
 
@@ -122,7 +110,8 @@ ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
     layout->setRowStretch(3, 1);
     // Room for the whole list: seven columns and eight custom entries.
     const int rowHeight = std::max(m_lstField->fontMetrics().height(),
-                                   style()->pixelMetric(QStyle::PM_IndicatorHeight)) + 3;
+                                   style()->pixelMetric(QStyle::PM_IndicatorHeight)) +
+                          3;
     m_lstField->setMinimumHeight(rowHeight * 15 + 2 * m_lstField->frameWidth());
     resize(640, 520);
 
@@ -173,10 +162,12 @@ ExportChoices ExportDialog::choices() const {
     return choices;
 }
 
-QString ExportDialog::previewText() const { return m_txtPreview->toPlainText(); }
+QString ExportDialog::previewText() const {
+    return m_txtPreview->toPlainText();
+}
 
 void ExportDialog::loadFieldList() {
-    const FlagScope loading(m_loading);
+    const QScopedValueRollback loading(m_loading, true);
     const QSignalBlocker blocker(m_lstField);
     m_lstField->clear();
     for (const ExportField& field : m_fields) {
@@ -196,8 +187,8 @@ void ExportDialog::lstField_ItemCheck(QListWidgetItem* item) {
         return; // not a check: the text changed
     field.checked = checked;
     if (checked && fieldPromptsForText(field.number)) {
-        const std::optional<QString> text =
-            askText(QStringLiteral("Enter Custom Text:"), QStringLiteral("Custom Field"), field.text);
+        const std::optional<QString> text = askText(QStringLiteral("Enter Custom Text:"),
+                                                    QStringLiteral("Custom Field"), field.text);
         // An empty answer keeps the text; the entry stays checked either way.
         if (text && !text->isEmpty()) {
             field.text = *text;
@@ -219,7 +210,9 @@ void ExportDialog::cmdShift_Click(int index) {
     rebuildPreview();
 }
 
-void ExportDialog::choicesChanged() { rebuildPreview(); }
+void ExportDialog::choicesChanged() {
+    rebuildPreview();
+}
 
 void ExportDialog::rebuildPreview() {
     m_cmdOK->setEnabled(anyFieldChecked(m_fields));
@@ -250,6 +243,8 @@ void ExportDialog::cmdOK_Click() {
     accept();
 }
 
-void ExportDialog::cmdCancel_Click() { reject(); }
+void ExportDialog::cmdCancel_Click() {
+    reject();
+}
 
 } // namespace kestrel::output

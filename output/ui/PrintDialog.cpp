@@ -104,10 +104,13 @@ QRadioButton* PrintDialog::orientationButton(int index) const {
 }
 
 bool PrintDialog::printsToFile() const {
-    return m_printer->outputFormat() == QPrinter::PdfFormat && !m_printer->outputFileName().isEmpty();
+    return m_printer->outputFormat() == QPrinter::PdfFormat &&
+           !m_printer->outputFileName().isEmpty();
 }
 
-bool PrintDialog::hasDevice() const { return printsToFile() || !installedPrinters().isEmpty(); }
+bool PrintDialog::hasDevice() const {
+    return printsToFile() || !installedPrinters().isEmpty();
+}
 
 QString PrintDialog::deviceName() const {
     if (printsToFile())
@@ -160,7 +163,9 @@ void PrintDialog::cmdOK_Click() {
         accept();
 }
 
-void PrintDialog::cmdCancel_Click() { reject(); }
+void PrintDialog::cmdCancel_Click() {
+    reject();
+}
 
 bool PrintDialog::Print(bool includeDifferences) {
     if (!m_list || m_printing)
@@ -187,15 +192,16 @@ void PrintDialog::PrintPreview(const ShownList& list) {
     setList(list);
     QPrintPreviewDialog preview(m_printer.get(), parentWidget());
     const bool differences = m_chkDiffs->isChecked();
-    connect(&preview, &QPrintPreviewDialog::paintRequested, this, [this, differences](QPrinter* printer) {
-        if (!m_list)
-            return;
-        ReportSettings settings;
-        settings.includeDifferences = differences;
-        const engine::Outcome outcome = printReport(*m_list, settings, *printer, m_meter);
-        if (!outcome.ok && outcome.message)
-            printingError(*outcome.message);
-    });
+    connect(&preview, &QPrintPreviewDialog::paintRequested, this,
+            [this, differences](QPrinter* printer) {
+                if (!m_list)
+                    return;
+                ReportSettings settings;
+                settings.includeDifferences = differences;
+                const engine::Outcome outcome = printReport(*m_list, settings, *printer, m_meter);
+                if (!outcome.ok && outcome.message)
+                    printingError(*outcome.message);
+            });
     showPreview(preview);
     clearList();
 }

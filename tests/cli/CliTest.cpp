@@ -273,12 +273,18 @@ TEST_F(CliTest, ListAndCompareDoNotDependOnTheListingOrder) {
         EXPECT_TRUE(kestrel::engine::SaveSnapshot(s, meter).ok);
         return s.header.fileName;
     };
-    const Node inner = Node::dir("a", {Node::file("z", 1), Node::file("y", 2), Node::dir("x", {Node::file("deep", 3)})});
-    const Node innerReversed = Node::dir("a", {Node::dir("x", {Node::file("deep", 3)}), Node::file("y", 2), Node::file("z", 1)});
-    const QString one = save({Node::file("b", 4), inner, Node::file("a b", 5), Node::file("B", 6)}, QStringLiteral("one"));
-    const QString two = save({Node::file("B", 6), Node::file("a b", 5), innerReversed, Node::file("b", 4)}, QStringLiteral("two"));
+    const Node inner = Node::dir(
+        "a", {Node::file("z", 1), Node::file("y", 2), Node::dir("x", {Node::file("deep", 3)})});
+    const Node innerReversed = Node::dir(
+        "a", {Node::dir("x", {Node::file("deep", 3)}), Node::file("y", 2), Node::file("z", 1)});
+    const QString one = save({Node::file("b", 4), inner, Node::file("a b", 5), Node::file("B", 6)},
+                             QStringLiteral("one"));
+    const QString two =
+        save({Node::file("B", 6), Node::file("a b", 5), innerReversed, Node::file("b", 4)},
+             QStringLiteral("two"));
     const QString changed = save({Node::file("a b", 50), Node::file("new", 1),
-                                  Node::dir("a", {Node::file("y", 2), Node::dir("x"), Node::file("z", 1), Node::file("w", 1)})},
+                                  Node::dir("a", {Node::file("y", 2), Node::dir("x"),
+                                                  Node::file("z", 1), Node::file("w", 1)})},
                                  QStringLiteral("changed"));
 
     const CliRun listOne = cli({QStringLiteral("list"), one});
@@ -311,8 +317,11 @@ TEST_F(CliTest, ListAndCompareDoNotDependOnTheListingOrder) {
         });
         EXPECT_EQ(comparedPaths, sorted);
     }
-    const CliRun shown = cli({QStringLiteral("compare"), changed, one, QStringLiteral("--show"), QStringLiteral("all")});
-    EXPECT_EQ(shown.out, cli({QStringLiteral("compare"), changed, two, QStringLiteral("--show"), QStringLiteral("all")}).out);
+    const CliRun shown = cli(
+        {QStringLiteral("compare"), changed, one, QStringLiteral("--show"), QStringLiteral("all")});
+    EXPECT_EQ(shown.out, cli({QStringLiteral("compare"), changed, two, QStringLiteral("--show"),
+                              QStringLiteral("all")})
+                             .out);
     EXPECT_TRUE(shown.out.startsWith(QStringLiteral("B\t6\t")));
 }
 
@@ -329,15 +338,20 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
     t.touch(QStringLiteral("data/sub"), 1700000000);
     const QString data = t.root() + QStringLiteral("data");
     const QString snapshot = home() + QStringLiteral("/data.#01");
-    ASSERT_EQ(cli({QStringLiteral("snapshot"), data, QStringLiteral("--output"), snapshot}).status, 0);
+    ASSERT_EQ(cli({QStringLiteral("snapshot"), data, QStringLiteral("--output"), snapshot}).status,
+              0);
 
-    CliRun r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--fields"), QStringLiteral("name,size,type,attributes")});
+    CliRun r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--fields"),
+                    QStringLiteral("name,size,type,attributes")});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, QStringLiteral("A.bin,1,234,bin,Norm\r\nb.TXT,5,txt,Norm\r\nsub,<dir>,,Dir\r\n"));
+    EXPECT_EQ(r.out,
+              QStringLiteral("A.bin,1,234,bin,Norm\r\nb.TXT,5,txt,Norm\r\nsub,<dir>,,Dir\r\n"));
 
-    r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--quotes"), QStringLiteral("--separator"), QStringLiteral("tab"),
-             QStringLiteral("--fields"), QStringLiteral("custom:HOST,0,folder,size,attributes"), QStringLiteral("--subfolders"),
-             QStringLiteral("--numeric-attributes"), QStringLiteral("--sort"), QStringLiteral("size:desc")});
+    r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--quotes"),
+             QStringLiteral("--separator"), QStringLiteral("tab"), QStringLiteral("--fields"),
+             QStringLiteral("custom:HOST,0,folder,size,attributes"), QStringLiteral("--subfolders"),
+             QStringLiteral("--numeric-attributes"), QStringLiteral("--sort"),
+             QStringLiteral("size:desc")});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     // A folder's size key is 0: the smallest.
     EXPECT_EQ(r.out, QStringLiteral("HOST\t\"A.bin\"\t\"\"\t\"1,234\"\t\"128\"\r\n"
@@ -346,8 +360,9 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
                                     "HOST\t\"sub\"\t\"\"\t\"<dir>\"\t\"16\"\r\n"));
 
     // The default fields are the dialog's: every column, Version included.
-    r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--folder"), QStringLiteral("SUB"), QStringLiteral("--separator"),
-             QStringLiteral("none"), QStringLiteral("--output"), home() + QStringLiteral("/sub.txt")});
+    r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--folder"), QStringLiteral("SUB"),
+             QStringLiteral("--separator"), QStringLiteral("none"), QStringLiteral("--output"),
+             home() + QStringLiteral("/sub.txt")});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.isEmpty());
     QFile written(home() + QStringLiteral("/sub.txt"));
@@ -357,13 +372,19 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
     EXPECT_TRUE(line.endsWith("Norm\r\n")) << line.toStdString();
 
     const std::pair<QStringList, const char*> mistakes[] = {
-        {{QStringLiteral("--fields"), QStringLiteral("name,colour")}, "Usage: --fields: \"colour\" is not a column"},
-        {{QStringLiteral("--fields"), QStringLiteral("folder")}, "Usage: --fields: the folder column needs --subfolders"},
-        {{QStringLiteral("--fields"), QStringLiteral("name,0")}, "Usage: --fields: \"0\" is named twice"},
-        {{QStringLiteral("--folder"), QStringLiteral("nowhere")}, "Folder Not Found: nowhere is not a folder of the snapshot"},
-        {{QStringLiteral("--folder"), QStringLiteral("b.TXT")}, "Folder Not Found: b.TXT is not a folder of the snapshot"},
+        {{QStringLiteral("--fields"), QStringLiteral("name,colour")},
+         "Usage: --fields: \"colour\" is not a column"},
+        {{QStringLiteral("--fields"), QStringLiteral("folder")},
+         "Usage: --fields: the folder column needs --subfolders"},
+        {{QStringLiteral("--fields"), QStringLiteral("name,0")},
+         "Usage: --fields: \"0\" is named twice"},
+        {{QStringLiteral("--folder"), QStringLiteral("nowhere")},
+         "Folder Not Found: nowhere is not a folder of the snapshot"},
+        {{QStringLiteral("--folder"), QStringLiteral("b.TXT")},
+         "Folder Not Found: b.TXT is not a folder of the snapshot"},
         {{QStringLiteral("--show"), QStringLiteral("all")}, "Usage: --show needs --compare"},
-        {{QStringLiteral("--separator"), QStringLiteral("semicolon")}, "Usage: --separator takes none, comma, tab or space"},
+        {{QStringLiteral("--separator"), QStringLiteral("semicolon")},
+         "Usage: --separator takes none, comma, tab or space"},
         {{QStringLiteral("--sort"), QStringLiteral("colour")}, "Usage: --sort takes name"},
     };
     for (const auto& [options, error] : mistakes) {
@@ -384,13 +405,16 @@ TEST_F(CliTest, ReportPrintsAPdf) {
     for (TempTree* t : {&before, &after})
         t->touch(QStringLiteral("f.txt"), 1700000000);
     const QString pdf = home() + QStringLiteral("/report.pdf");
-    CliRun r = cli({QStringLiteral("report"), after.root(), QStringLiteral("--compare"), before.root(),
-                    QStringLiteral("--differences"), QStringLiteral("--landscape"), QStringLiteral("--pdf"), pdf});
+    CliRun r = cli({QStringLiteral("report"), after.root(), QStringLiteral("--compare"),
+                    before.root(), QStringLiteral("--differences"), QStringLiteral("--landscape"),
+                    QStringLiteral("--pdf"), pdf});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
     EXPECT_TRUE(QFile::exists(pdf));
 
-    EXPECT_EQ(cli({QStringLiteral("report"), after.root(), QStringLiteral("--differences"), QStringLiteral("--pdf"), pdf}).err.trimmed(),
+    EXPECT_EQ(cli({QStringLiteral("report"), after.root(), QStringLiteral("--differences"),
+                   QStringLiteral("--pdf"), pdf})
+                  .err.trimmed(),
               QStringLiteral("Usage: --differences needs --compare"));
     EXPECT_EQ(cli({QStringLiteral("report"), after.root()}).status, 2);
 
@@ -401,7 +425,8 @@ TEST_F(CliTest, ReportPrintsAPdf) {
     p.start(pdftotext, {QStringLiteral("-layout"), pdf, QStringLiteral("-")});
     ASSERT_TRUE(p.waitForFinished(60000));
     const QString text = QString::fromUtf8(p.readAllStandardOutput());
-    EXPECT_TRUE(text.startsWith(QStringLiteral("Kestrel v" KESTREL_VERSION " Directory Compare Program by Quillon Ltd")));
+    EXPECT_TRUE(text.startsWith(
+        QStringLiteral("Kestrel v" KESTREL_VERSION " Directory Compare Program by Quillon Ltd")));
     EXPECT_TRUE(text.contains(QStringLiteral("Compared with Snapshot #1 of ")));
     EXPECT_TRUE(text.contains(QStringLiteral("[was not in other Snapshot]")));
     EXPECT_TRUE(text.contains(QStringLiteral("[was 1")));

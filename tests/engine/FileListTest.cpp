@@ -150,10 +150,31 @@ TEST_F(FileListTest, SortsByTextWithTheKeysOrders) {
 // beginnings, differ only in case, repeat in other folders, and leave ASCII
 // (accents, a character beyond the 16-bit range, one that folds to two).
 TEST_F(FileListTest, SortEqualsAStableSortOfTheCaseFoldedTexts) {
-    const std::vector<std::string> names = {
-        "Report", "report", "REPORT.txt", "re", "r", "Réport", "rÉport", "Ärger", "arger",
-        "Straße", "STRASSE", "strasse", "\xF0\x9F\x90\xA6 bird", "\xEF\xBC\xA1 wide", "a b", "a",
-        "ab", "AB", "repo", "reportage", "Report 2", "report 10", "Zeta", "zeta", ""};
+    const std::vector<std::string> names = {"Report",
+                                            "report",
+                                            "REPORT.txt",
+                                            "re",
+                                            "r",
+                                            "Réport",
+                                            "rÉport",
+                                            "Ärger",
+                                            "arger",
+                                            "Straße",
+                                            "STRASSE",
+                                            "strasse",
+                                            "\xF0\x9F\x90\xA6 bird",
+                                            "\xEF\xBC\xA1 wide",
+                                            "a b",
+                                            "a",
+                                            "ab",
+                                            "AB",
+                                            "repo",
+                                            "reportage",
+                                            "Report 2",
+                                            "report 10",
+                                            "Zeta",
+                                            "zeta",
+                                            ""};
     std::vector<Node> top;
     for (size_t i = 0; i < names.size(); ++i)
         top.push_back(Node::file(names[i], double(i % 5), 45000 + double(i % 3)));
@@ -178,13 +199,15 @@ TEST_F(FileListTest, SortEqualsAStableSortOfTheCaseFoldedTexts) {
                 keys.push_back(list.cellText(r, column).toCaseFolded());
             }
             std::stable_sort(expected.begin(), expected.end(), [&](int32_t a, int32_t b) {
-                return descending ? keys[size_t(b)] < keys[size_t(a)] : keys[size_t(a)] < keys[size_t(b)];
+                return descending ? keys[size_t(b)] < keys[size_t(a)]
+                                  : keys[size_t(a)] < keys[size_t(b)];
             });
             QStringList wanted;
             for (const int32_t r : expected)
                 wanted << list.inFolder(r) + list.cellText(r, NameColumn);
             list.sortByText(column, descending);
-            EXPECT_EQ(rowsOf(list), wanted) << "column " << column << (descending ? " descending" : "");
+            EXPECT_EQ(rowsOf(list), wanted)
+                << "column " << column << (descending ? " descending" : "");
         }
     }
 }

@@ -35,12 +35,6 @@ namespace {
 
 const QDateTime Fixed(QDate(2024, 1, 1), QTime(12, 0));
 
-void setTime(const QString& path, const QDateTime& when) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadWrite));
-    QVERIFY(file.setFileTime(when, QFileDevice::FileModificationTime));
-}
-
 QByteArray readAll(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
@@ -263,9 +257,10 @@ private Q_SLOTS:
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"LC_ALL"_s, u"en_US.UTF-8"_s); // the locale the window test fixed
         cli.setProcessEnvironment(env);
-        QStringList arguments{u"export"_s, path(u"Work.#02"_s), u"--compare"_s, path(u"Work.#01"_s),
-                              u"--show"_s, u"diffs"_s, u"--subfolders"_s, u"--quotes"_s,
-                              u"--use-settings"_s, u"--output"_s, path(u"cli.txt"_s)};
+        QStringList arguments{u"export"_s,         path(u"Work.#02"_s), u"--compare"_s,
+                              path(u"Work.#01"_s), u"--show"_s,         u"diffs"_s,
+                              u"--subfolders"_s,   u"--quotes"_s,       u"--use-settings"_s,
+                              u"--output"_s,       path(u"cli.txt"_s)};
         if (newer->sortColumn() == 0)
             arguments << u"--sort"_s << u"none"_s;
         cli.start(QStringLiteral(KESTREL_CLI), arguments);
@@ -293,7 +288,9 @@ private Q_SLOTS:
             return true;
         };
         QStringList errors;
-        printer.printingError = [&](const engine::UserMessage& m) { errors << m.title + u": "_s + m.text; };
+        printer.printingError = [&](const engine::UserMessage& m) {
+            errors << m.title + u": "_s + m.text;
+        };
 
         frame.whileShown = [&](QDialog& dialog) -> int {
             // QCOMPARE returns from the check alone when it fails.
@@ -303,7 +300,8 @@ private Q_SLOTS:
                 QCOMPARE(print->windowTitle(), u"Print Snapshot"_s);
                 QCOMPARE(print->deviceLabel()->text(), u"No Printer Installed"_s);
                 QVERIFY(!print->okButton()->isEnabled());
-                QVERIFY(!print->differencesBox()->isChecked() && !print->differencesBox()->isEnabled());
+                QVERIFY(!print->differencesBox()->isChecked() &&
+                        !print->differencesBox()->isEnabled());
                 QVERIFY(print->orientationButton(PrintDialog::Portrait)->isChecked());
                 QVERIFY(!print->picture()->isHidden());
                 print->optOrient_Click(PrintDialog::Landscape);

@@ -8,6 +8,7 @@
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
 
+#include <QDateTime>
 #include <QDialog>
 #include <QFile>
 #include <QFileInfo>
@@ -22,6 +23,12 @@ inline void writeFile(const QString& path, const QByteArray& contents) {
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(contents);
+}
+
+inline void setTime(const QString& path, const QDateTime& when) {
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(when, QFileDevice::FileModificationTime));
 }
 
 struct Frame {

@@ -27,7 +27,8 @@ namespace {
 std::vector<ExportField> onlyFields(std::initializer_list<int> numbers) {
     std::vector<ExportField> fields;
     for (const int n : numbers)
-        fields.push_back({n, n >= ExportField::FirstCustomField ? QStringLiteral("Custom") : QString(), true});
+        fields.push_back(
+            {n, n >= ExportField::FirstCustomField ? QStringLiteral("Custom") : QString(), true});
     return fields;
 }
 
@@ -132,8 +133,10 @@ TEST_F(ExportLinesTest, CustomTextIsNeverQuotedAndNothingIsEscaped) {
 TEST_F(ExportLinesTest, NumericAttributesComeFromTheHiddenKeyColumn) {
     showTwoFiles();
     const auto attributes = [] { return onlyFields({engine::AttributesColumn}); };
-    EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, true)), QStringLiteral("\"128\""));
-    EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, false), 1), QStringLiteral("\"R/O\""));
+    EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, true)),
+              QStringLiteral("\"128\""));
+    EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, false), 1),
+              QStringLiteral("\"R/O\""));
     // The faster option leaves the key column empty, so the number too.
     engine::ListingOptions faster;
     faster.keys = false;
@@ -146,7 +149,8 @@ TEST_F(ExportLinesTest, GridValuesLoseTheirLeadingBlanks) {
     versioned.version = "1.02.03.04";
     f.show({versioned});
     EXPECT_EQ(f.rows->cellText(0, engine::VersionColumn), QStringLiteral(" 1.02.03.04"));
-    EXPECT_EQ(line(onlyFields({engine::NameColumn, engine::VersionColumn}), choose(QStringLiteral(";"), true)),
+    EXPECT_EQ(line(onlyFields({engine::NameColumn, engine::VersionColumn}),
+                   choose(QStringLiteral(";"), true)),
               QStringLiteral("\"indented\";\"1.02.03.04\""));
 }
 
@@ -164,7 +168,8 @@ TEST_F(ExportLinesTest, MovedEntriesWriteInTheirNewOrder) {
 TEST_F(ExportLinesTest, PreviewShowsTenRowsAndTheFileEveryRow) {
     std::vector<Node> files;
     for (int i = 0; i < 25; ++i)
-        files.push_back(Node::file(QStringLiteral("f%1").arg(i, 2, 10, QLatin1Char('0')).toStdString(), i));
+        files.push_back(
+            Node::file(QStringLiteral("f%1").arg(i, 2, 10, QLatin1Char('0')).toStdString(), i));
     f.show(files);
     f.rows->sortByText(engine::NameColumn, true); // the grid's order, whatever it is
     ExportLines lines(f.list, onlyFields({engine::NameColumn}), choose(QStringLiteral(","), false));
@@ -189,7 +194,8 @@ TEST_F(ExportLinesTest, PreviewShowsTenRowsAndTheFileEveryRow) {
 TEST_F(ExportLinesTest, AFileThatCannotBeWrittenIsReportedAndTheOldOneKept) {
     showTwoFiles();
     ExportLines lines(f.list, exportFields(false), ExportChoices{});
-    engine::Outcome written = writeExportFile(dir.filePath(QStringLiteral("missing/Work.txt")), lines);
+    engine::Outcome written =
+        writeExportFile(dir.filePath(QStringLiteral("missing/Work.txt")), lines);
     EXPECT_FALSE(written.ok);
     ASSERT_TRUE(written.message);
     EXPECT_EQ(written.message->title, QStringLiteral("Error Writing Snapshot"));
@@ -235,19 +241,25 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
     tzset();
 
     std::vector<Node> top;
-    const double sizes[] = {0, 7, 999, 1000, 123456, 1234567, 5000000000.0, 9007199254740993.0, 12.5};
-    const std::string names[] = {"plain.TXT", "Ärger.Dat", "noext", "a.b.C", " lead", "日本.文書", "x."};
-    const double dates[] = {
-        engine::oleDateFromParts(2024, 3, 31, 2, 30, 0),   // no such local time
-        engine::oleDateFromParts(2024, 10, 27, 2, 30, 0),  // twice that day
-        engine::oleDateFromParts(2024, 1, 1, 0, 0, 0),     engine::oleDateFromParts(2001, 7, 4, 23, 59, 59),
-        engine::oleDateFromParts(1850, 5, 6, 7, 8, 9),     engine::oleDateFromParts(2150, 2, 3, 4, 5, 6),
-        45000.99999999, 0, -1.25};
+    const double sizes[] = {0,   7, 999, 1000, 123456, 1234567, 5000000000.0, 9007199254740993.0,
+                            12.5};
+    const std::string names[] = {"plain.TXT", "Ärger.Dat", "noext", "a.b.C",
+                                 " lead",     "日本.文書", "x."};
+    const double dates[] = {engine::oleDateFromParts(2024, 3, 31, 2, 30, 0),  // no such local time
+                            engine::oleDateFromParts(2024, 10, 27, 2, 30, 0), // twice that day
+                            engine::oleDateFromParts(2024, 1, 1, 0, 0, 0),
+                            engine::oleDateFromParts(2001, 7, 4, 23, 59, 59),
+                            engine::oleDateFromParts(1850, 5, 6, 7, 8, 9),
+                            engine::oleDateFromParts(2150, 2, 3, 4, 5, 6),
+                            45000.99999999,
+                            0,
+                            -1.25};
     const int16_t attributes[] = {0, 1, 7, 33, 128, 2048, -1};
     int i = 0;
     for (const std::string& name : names)
         for (const double size : sizes) {
-            Node file = Node::file(name + std::to_string(i), size, dates[size_t(i) % std::size(dates)]);
+            Node file =
+                Node::file(name + std::to_string(i), size, dates[size_t(i) % std::size(dates)]);
             file.attributes = attributes[size_t(i) % std::size(attributes)];
             file.version = i % 3 == 0 ? "" : i % 3 == 1 ? "1.02.0003" : "5.ä";
             top.push_back(file);
@@ -257,11 +269,13 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
     ShownListFixture f;
     f.show(top);
 
-    for (const auto& [language, country] :
-         {std::pair{QLocale::English, QLocale::UnitedStates}, {QLocale::German, QLocale::Germany},
-          {QLocale::French, QLocale::France}, {QLocale::C, QLocale::AnyCountry},
-          {QLocale::Hindi, QLocale::India}, {QLocale::Arabic, QLocale::Egypt},
-          {QLocale::Swedish, QLocale::Sweden}}) {
+    for (const auto& [language, country] : {std::pair{QLocale::English, QLocale::UnitedStates},
+                                            {QLocale::German, QLocale::Germany},
+                                            {QLocale::French, QLocale::France},
+                                            {QLocale::C, QLocale::AnyCountry},
+                                            {QLocale::Hindi, QLocale::India},
+                                            {QLocale::Arabic, QLocale::Egypt},
+                                            {QLocale::Swedish, QLocale::Sweden}}) {
         QLocale::setDefault(QLocale(language, country));
         for (const bool keys : {true, false}) {
             engine::ListingOptions options;

@@ -76,8 +76,8 @@ protected:
     QString pdf(const QString& name, const ReportSettings& settings,
                 QPageLayout::Orientation orientation = QPageLayout::Portrait) {
         const QString path = dir.filePath(name);
-        const engine::Outcome written =
-            writeReportPdf(path, f.list, settings, defaultPdfLayout(orientation), PdfResolution, meter);
+        const engine::Outcome written = writeReportPdf(
+            path, f.list, settings, defaultPdfLayout(orientation), PdfResolution, meter);
         EXPECT_TRUE(written.ok);
         return path;
     }
@@ -99,7 +99,8 @@ TEST_F(ReportTest, TheHeaderNamesTheProgramTheSnapshotAndWhatItIsComparedWith) {
                            QStringLiteral("Work (created 3/5/24 9:30:00 AM)"), QString()}));
 
     ShownListFixture compared;
-    compared.showCompared({Node::file("a.txt", 2)}, {Node::file("a.txt", 1)}, engine::ShowMode::All);
+    compared.showCompared({Node::file("a.txt", 2)}, {Node::file("a.txt", 1)},
+                          engine::ShowMode::All);
     ReportSettings differences = plain;
     differences.includeDifferences = true;
     EXPECT_EQ(reportHeader(compared.list, differences),
@@ -134,7 +135,8 @@ TEST_F(ReportTest, FitTextCutsWithDotsAndKeepsOneOrTwoCharactersWithout) {
 
     const qreal two = metrics.horizontalAdvance(QStringLiteral("A r"));
     EXPECT_EQ(FitText(text, two - 0.01, metrics), QStringLiteral("A "));
-    EXPECT_EQ(FitText(text, metrics.horizontalAdvance(QStringLiteral("A")), metrics), QStringLiteral("A"));
+    EXPECT_EQ(FitText(text, metrics.horizontalAdvance(QStringLiteral("A")), metrics),
+              QStringLiteral("A"));
     EXPECT_EQ(FitText(text, 0.01, metrics), QString());
     // Three characters that fit become none and the dots.
     EXPECT_EQ(FitText(text, metrics.horizontalAdvance(QStringLiteral("A ra")) - 0.01, metrics),
@@ -174,14 +176,16 @@ TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
     const QFontMetricsF metrics(font, &device);
     EXPECT_EQ(document.textOf(pieces[1]), QStringLiteral("2,000"));
     EXPECT_NEAR(pieces[1].x + metrics.horizontalAdvance(QStringLiteral("2,000")),
-                position[engine::TypeColumn] - metrics.horizontalAdvance(QStringLiteral("  ")), 0.01);
+                position[engine::TypeColumn] - metrics.horizontalAdvance(QStringLiteral("  ")),
+                0.01);
     EXPECT_DOUBLE_EQ(pieces[2].x, position[engine::TypeColumn]);
     EXPECT_DOUBLE_EQ(pieces[3].x, position[engine::ModifiedColumn]);
     EXPECT_DOUBLE_EQ(pieces[4].x, position[engine::AttributesColumn]);
     EXPECT_DOUBLE_EQ(pieces[5].x, position[engine::FillerColumn]);
     EXPECT_TRUE(document.textOf(pieces[5]).startsWith(QStringLiteral("[was 1,000")));
     EXPECT_TRUE(document.textOf(pieces[5]).endsWith(QStringLiteral("]  ")));
-    EXPECT_TRUE(document.lineText(header + 1).endsWith(QStringLiteral(" [was not in other Snapshot]  ")));
+    EXPECT_TRUE(
+        document.lineText(header + 1).endsWith(QStringLiteral(" [was not in other Snapshot]  ")));
     EXPECT_EQ(document.lineText(document.lineCount() - 1), QStringLiteral("End of Report"));
     EXPECT_EQ(document.lineText(document.lineCount() - 2), QString());
 }
@@ -275,13 +279,15 @@ TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
     ReportSettings settings;
     settings.includeDifferences = true;
     settings.now = Now;
-    const QString text = pdfText(pdf(QStringLiteral("report.pdf"), settings, QPageLayout::Landscape));
+    const QString text =
+        pdfText(pdf(QStringLiteral("report.pdf"), settings, QPageLayout::Landscape));
     if (text.isEmpty())
         GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
     const QStringList lines = text.split(QLatin1Char('\n'));
     ASSERT_GE(lines.size(), 15);
     EXPECT_EQ(lines[0].trimmed(), versionLine());
-    EXPECT_EQ(lines[1].trimmed(), QStringLiteral("Report produced on Friday, June 7, 2024 at 8:09 AM"));
+    EXPECT_EQ(lines[1].trimmed(),
+              QStringLiteral("Report produced on Friday, June 7, 2024 at 8:09 AM"));
     EXPECT_EQ(lines[3].trimmed(), QStringLiteral("Work (created 3/5/24 9:30:00 AM)"));
     EXPECT_EQ(lines[5].trimmed(), QStringLiteral("/built/"));
     EXPECT_EQ(lines[6].trimmed(), QStringLiteral("Compared with Before (created 3/1/24)"));
@@ -289,18 +295,23 @@ TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
     EXPECT_EQ(lines[9].trimmed(), QStringLiteral("All Files/Dirs in this Snapshot"));
 
     const QString grownLine = lines[11].simplified();
-    EXPECT_TRUE(grownLine.startsWith(QStringLiteral("grown.bin 123,456 bin 2/3/24 2:05:06 PM Norm [was 1,000]")))
+    EXPECT_TRUE(grownLine.startsWith(
+        QStringLiteral("grown.bin 123,456 bin 2/3/24 2:05:06 PM Norm [was 1,000]")))
         << grownLine.toStdString();
     const QString longLine = lines[12].simplified();
     EXPECT_TRUE(longLine.startsWith(QStringLiteral("an exceedingly")));
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^an exceedingly [a-z ]*\\.\\.\\. 7 txt ")).match(longLine).hasMatch())
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^an exceedingly [a-z ]*\\.\\.\\. 7 txt "))
+                    .match(longLine)
+                    .hasMatch())
         << longLine.toStdString();
     EXPECT_TRUE(longLine.endsWith(QStringLiteral("[was not in other Snapshot]")));
     EXPECT_TRUE(lines[13].simplified().startsWith(QStringLiteral("ab 1 ")));
-    EXPECT_EQ(text.trimmed().section(QLatin1Char('\n'), -1).trimmed(), QStringLiteral("End of Report"));
+    EXPECT_EQ(text.trimmed().section(QLatin1Char('\n'), -1).trimmed(),
+              QStringLiteral("End of Report"));
     // The size stands right-aligned: its last digit ends where the next
     // line's does.
-    EXPECT_EQ(lines[11].indexOf(QStringLiteral("123,456")) + 7, lines[13].indexOf(QStringLiteral(" 1 ")) + 2);
+    EXPECT_EQ(lines[11].indexOf(QStringLiteral("123,456")) + 7,
+              lines[13].indexOf(QStringLiteral(" 1 ")) + 2);
 
     ShownListFixture empty;
     empty.show({});
