@@ -76,8 +76,15 @@ void LineBuffer::erase(size_t index, size_t count) {
     m_used -= count;
 }
 
+void TextTable::put(size_t key, const QByteArray& text) {
+    m_places[key] = uint64_t(m_bytes.size()) << 32 | uint64_t(text.size());
+    m_bytes.insert(m_bytes.end(), text.constData(), text.constData() + text.size());
+}
+
 CellWriter::CellWriter(const engine::Snapshot& snapshot, const engine::FileList& rows)
-    : m_snapshot(snapshot), m_rows(rows), m_timeFormat(engine::longTimeFormat()) {
+    : m_snapshot(snapshot), m_rows(rows), m_timeFormat(engine::longTimeFormat()),
+      m_days(CachedDays), m_regularDays(CachedDays), m_times(SecondsPerDay),
+      m_attributes(AttributeValues), m_folders(rows.folderCount()) {
     const QLocale& locale = m_locale;
     // Locales with other digits, other group sizes or no grouping at all
     // are caught by the samples.
@@ -100,15 +107,9 @@ void CellWriter::append(int32_t row, int column, LineBuffer& out) {
         return;
     case engine::InFolderColumn: {
         const uint32_t folder = m_rows.folderOf(row);
-        if (m_folders.empty()) {
-            m_folders.resize(m_rows.folderCount());
-            m_folderKnown.resize(m_rows.folderCount());
-        }
-        if (!m_folderKnown[folder]) {
-            m_folders[folder] = m_rows.inFolder(row).toUtf8();
-            m_folderKnown[folder] = true;
-        }
-        out.append(m_folders[folder]);
+        if (!m_folders.has(folder))
+            m_folders.put(folder, m_rows.inFolder(row).toUtf8());
+        out.append(m_folders.at(folder));
         return;
     }
     case engine::SizeColumn:
@@ -122,15 +123,9 @@ void CellWriter::append(int32_t row, int column, LineBuffer& out) {
         return;
     case engine::AttributesColumn: {
         const auto bits = uint16_t(e.attributes);
-        if (m_attributes.empty()) {
-            m_attributes.resize(AttributeValues);
-            m_attributesKnown.resize(AttributeValues);
-        }
-        if (!m_attributesKnown[bits]) {
-            m_attributes[bits] = engine::AttributeText(e.attributes).toUtf8();
-            m_attributesKnown[bits] = true;
-        }
-        out.append(m_attributes[bits]);
+        if (!m_attributes.has(bits))
+            m_attributes.put(bits, engine::AttributeText(e.attributes).toUtf8());
+        out.append(m_attributes.at(bits));
         return;
     }
     case engine::VersionColumn: {
@@ -197,43 +192,35 @@ void CellWriter::appendSize(const SnapshotEntry& e, LineBuffer& out) {
 void CellWriter::appendModified(double d, LineBuffer& out) {
     // The text is the day's date text and the second's time text, each made
     // once. A day on which the clocks change may show its local times
-    // otherwise: it takes the whole text from modifiedText.
+    // otherwise, and a day outside the years kept is rare: they take the
+    // whole text from modifiedText.
     const engine::DateParts p = engine::datePartsFromOle(d);
-    const int64_t day = engine::daysFromCivil(p.year, unsigned(p.month), unsigned(p.day));
-    Day* known = nullptr;
-    if (day >= FirstCachedDay && day < FirstCachedDay + CachedDays) {
-        if (m_dayTable.empty())
-            m_dayTable.resize(CachedDays);
-        known = &m_dayTable[size_t(day - FirstCachedDay)];
-    } else {
-        known = &m_otherDays[day];
-    }
-    if (!known->made) {
-        const QDate date(p.year, p.month, p.day);
-        known->regular =
-            date.isValid() && QDateTime(date, QTime(0, 0)).offsetFromUtc() ==
-                                  QDateTime(date.addDays(1), QTime(0, 0)).offsetFromUtc();
-        known->text = engine::shortDateText(date).toUtf8();
-        known->made = true;
-    }
-    if (!known->regular) {
+    const int64_t day =
+        engine::daysFromCivil(p.year, unsigned(p.month), unsigned(p.day)) - FirstCachedDay;
+    if (day < 0 || day >= CachedDays) {
         out.append(engine::modifiedText(d).toUtf8());
         return;
     }
-    out.append(known->text);
+    if (!m_days.has(size_t(day))) {
+        const QDate date(p.year, p.month, p.day);
+        m_regularDays[size_t(day)] =
+            date.isValid() && QDateTime(date, QTime(0, 0)).offsetFromUtc() ==
+                                  QDateTime(date.addDays(1), QTime(0, 0)).offsetFromUtc();
+        m_days.put(size_t(day), engine::shortDateText(date).toUtf8());
+    }
+    if (!m_regularDays[size_t(day)]) {
+        out.append(engine::modifiedText(d).toUtf8());
+        return;
+    }
+    out.append(m_days.at(size_t(day)));
     out.append(' ');
-    if (m_times.empty()) {
-        m_times.resize(SecondsPerDay);
-        m_timeKnown.resize(SecondsPerDay);
-    }
     const auto second = size_t(p.hour * 3600 + p.minute * 60 + p.second);
-    if (!m_timeKnown[second]) {
+    if (!m_times.has(second)) {
         // longTimeText, with the locale and its format looked up once.
-        m_times[second] =
-            m_locale.toString(QTime(p.hour, p.minute, p.second), m_timeFormat).toUtf8();
-        m_timeKnown[second] = true;
+        m_times.put(second,
+                    m_locale.toString(QTime(p.hour, p.minute, p.second), m_timeFormat).toUtf8());
     }
-    out.append(m_times[second]);
+    out.append(m_times.at(second));
 }
 
 void CellWriter::prefetch(int32_t row) const {

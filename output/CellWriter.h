@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace kestrel::output {
@@ -42,6 +41,24 @@ private:
 
     std::vector<char> m_bytes;
     size_t m_used = 0;
+};
+
+// Texts made once and kept by a number, back to back in one block: a
+// million lookups touch little memory.
+class TextTable {
+public:
+    explicit TextTable(size_t keys = 0) : m_places(keys, Unknown) {}
+    bool has(size_t key) const { return m_places[key] != Unknown; }
+    std::string_view at(size_t key) const {
+        const uint64_t place = m_places[key];
+        return {m_bytes.data() + (place >> 32), size_t(place & 0xFFFFFFFFu)};
+    }
+    void put(size_t key, const QByteArray& text);
+
+private:
+    static constexpr uint64_t Unknown = ~uint64_t(0);
+    std::vector<uint64_t> m_places; // start << 32 | length
+    std::vector<char> m_bytes;
 };
 
 // The cell texts of a file list as UTF-8, byte for byte what
@@ -82,22 +99,16 @@ private:
     // what the locale gives for every sample; otherwise formatted slowly.
     bool m_fastSizes = false;
     QByteArray m_groupSeparator;
-    // The date text of each day met, and whether the day has its local
-    // times unchanged by a clock change; the time text of each second met.
-    struct Day {
-        QByteArray text;
-        bool regular = false;
-        bool made = false;
-    };
-    std::vector<Day> m_dayTable;
-    std::unordered_map<int64_t, Day> m_otherDays;
-    std::vector<QByteArray> m_times;
-    std::vector<bool> m_timeKnown;
+    // The date text of each day met, by its number from the first kept
+    // (other days are rare and made each time), and whether the day has its
+    // local times unchanged by a clock change; the time text of each second
+    // met.
+    TextTable m_days;
+    std::vector<bool> m_regularDays;
+    TextTable m_times;
     // By attribute bits, and by the list's folder number.
-    std::vector<QByteArray> m_attributes;
-    std::vector<bool> m_attributesKnown;
-    std::vector<QByteArray> m_folders;
-    std::vector<bool> m_folderKnown;
+    TextTable m_attributes;
+    TextTable m_folders;
 };
 
 } // namespace kestrel::output

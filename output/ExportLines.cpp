@@ -1,5 +1,8 @@
 #include "ExportLines.h"
 
+#include "engine/FileWriting.h"
+
+#include <QFileDevice>
 #include <QSaveFile>
 
 #include <algorithm>
@@ -134,28 +137,20 @@ QString ExportLines::preview() {
 }
 
 bool writeExportLines(ExportLines& lines, QIODevice& device) {
-    // A short write is retried, so that a device out of room reports why.
-    const auto writeOut = [&device](const LineBuffer& block) {
-        const char* data = block.data();
-        qint64 left = qint64(block.size());
-        while (left > 0) {
-            const qint64 written = device.write(data, left);
-            if (written <= 0)
-                return false;
-            data += written;
-            left -= written;
-        }
-        return true;
-    };
+    // A file starts going to the disk while the rest is made.
+    auto* file = qobject_cast<QFileDevice*>(&device);
+    qint64 startedOut = 0;
     LineBuffer block;
     const int32_t rows = lines.rowCount();
     for (int32_t row = 0; row < rows; ++row) {
         lines.appendLine(row, block);
         block.append(std::string_view(LineEnd));
         if (block.size() >= WriteBlock || row + 1 == rows) {
-            if (!writeOut(block))
+            if (!engine::writeWhole(device, block.data(), qint64(block.size())))
                 return false;
             block.clear();
+            if (file)
+                engine::startWriteBack(*file, startedOut);
         }
     }
     return true;
