@@ -46,36 +46,36 @@ bool usage(const QString& text) {
 struct ViewOptions {
     QCommandLineOption compare{
         QStringLiteral("compare"),
-        QStringLiteral("Compare with OTHER (a snapshot file or a folder) both ways, as a second\n"
+        QStringLiteral("Compare with OTHER (a snapshot file or a folder) both ways, as a second "
                        "snapshot window does, and list SNAPSHOT's side."),
         QStringLiteral("OTHER")};
     QCommandLineOption show{
         QStringLiteral("show"),
-        QStringLiteral("With --compare: what the list shows, as the show selector: all (the\n"
+        QStringLiteral("With --compare: what the list shows, as the show selector: all (the "
                        "default), only (only in SNAPSHOT), both, changed or diffs."),
         QStringLiteral("MODE")};
     QCommandLineOption folder{
         QStringLiteral("folder"),
-        QStringLiteral("The folder to list: a path below the snapshot's root, without regard\n"
+        QStringLiteral("The folder to list: a path below the snapshot's root, without regard "
                        "to case (default /, the top)."),
         QStringLiteral("PATH"), QStringLiteral("/")};
     QCommandLineOption subFolders{
         QStringLiteral("subfolders"),
-        QStringLiteral("List the files of every sub-folder too, with the In Folder column\n"
-                       "(View > Files in Sub-Folders; the window's limit of 30,000 entries\n"
+        QStringLiteral("List the files of every sub-folder too, with the In Folder column "
+                       "(View > Files in Sub-Folders; the window's limit of 30,000 entries "
                        "does not apply here).")};
     QCommandLineOption sort{
         QStringLiteral("sort"),
-        QStringLiteral("Sort by a column: name, folder, size, type, modified, attributes,\n"
-                       "version, or none (the order of the snapshot file); :desc reverses.\n"
+        QStringLiteral("Sort by a column: name, folder, size, type, modified, attributes, "
+                       "version, or none (the order of the snapshot file); :desc reverses. "
                        "Default: name, as a click on the Name heading sorts."),
         QStringLiteral("COLUMN[:desc]"), QStringLiteral("name")};
     QCommandLineOption useSettings{
         QStringLiteral("use-settings"),
-        QStringLiteral("Take the options stored by Kestrel's options dialog, as the window does:\n"
-                       "what the comparison ignores, whether empty folders are listed and\n"
-                       "whether the sort keys are kept (\"Optimise for speed and capacity\").\n"
-                       "Without it the comparison counts every attribute but the normal bit\n"
+        QStringLiteral("Take the options stored by Kestrel's options dialog, as the window does: "
+                       "what the comparison ignores, whether empty folders are listed and "
+                       "whether the sort keys are kept (\"Optimise for speed and capacity\"). "
+                       "Without it the comparison counts every attribute but the normal bit "
                        "and ignores nothing else, as kestrel-cli compare does.")};
 
     void addTo(QCommandLineParser& parser) const {
@@ -280,10 +280,6 @@ bool writeToStandardOutput(output::ExportLines& lines) {
 
 } // namespace
 
-bool commandNeedsGui(const QStringList& arguments) {
-    return arguments.size() >= 2 && arguments.at(1) == QLatin1String("report");
-}
-
 int exportCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
         "Writes the file list of a folder of SNAPSHOT (a snapshot file, or a folder scanned\n"
@@ -298,11 +294,10 @@ int exportCommand(const QStringList& arguments) {
     view.addTo(p);
     const QCommandLineOption fields(
         QStringLiteral("fields"),
-        QStringLiteral(
-            "The fields of a line, separated by commas: name, folder (needs\n"
-            "--subfolders), size, type, modified, attributes, version, or the column\n"
-            "numbers 0 to 6, and up to eight custom:TEXT entries written as they stand.\n"
-            "Default: every column the Export dialog starts with, Name to Version."),
+        QStringLiteral("The fields of a line, separated by commas: name, folder (needs "
+                       "--subfolders), size, type, modified, attributes, version, or the column "
+                       "numbers 0 to 6, and up to eight custom:TEXT entries written as they stand. "
+                       "Default: every column the Export dialog starts with, Name to Version."),
         QStringLiteral("LIST"));
     const QCommandLineOption separator(
         QStringLiteral("separator"), QStringLiteral("Between fields: none, comma, tab or space."),
@@ -311,10 +306,10 @@ int exportCommand(const QStringList& arguments) {
                                     QStringLiteral("Put every grid value in double quotes."));
     const QCommandLineOption numeric(
         QStringLiteral("numeric-attributes"),
-        QStringLiteral("Write the attributes as their number (empty when the sort keys are not\n"
+        QStringLiteral("Write the attributes as their number (empty when the sort keys are not "
                        "kept, see --use-settings)."));
     const QCommandLineOption output(QStringLiteral("output"),
-                                    QStringLiteral("Write to FILE, replaced only once complete\n"
+                                    QStringLiteral("Write to FILE, replaced only once complete "
                                                    "(default: standard output)."),
                                     QStringLiteral("FILE"));
     p.addOptions({fields, separator, quotes, numeric, output});
@@ -371,8 +366,8 @@ int reportCommand(const QStringList& arguments) {
                                        QStringLiteral("Landscape pages (default: portrait)."));
     const QCommandLineOption differences(
         QStringLiteral("differences"),
-        QStringLiteral("With --compare: the status panels, the snapshot compared with and the\n"
-                       "show choice in the header, and each row's difference (may need\n"
+        QStringLiteral("With --compare: the status panels, the snapshot compared with and the "
+                       "show choice in the header, and each row's difference (may need "
                        "--landscape)."));
     const QCommandLineOption pdf(QStringLiteral("pdf"), QStringLiteral("The PDF file to write."),
                                  QStringLiteral("FILE"));

@@ -12,8 +12,4 @@ int exportCommand(const QStringList& arguments);
 // file. Needs a QGuiApplication (on the offscreen platform: no display).
 int reportCommand(const QStringList& arguments);
 
-// Whether a command line runs a command that paints, and so needs a
-// QGuiApplication rather than a QCoreApplication.
-bool commandNeedsGui(const QStringList& arguments);
-
 } // namespace kestrel::cli

@@ -3,7 +3,9 @@
 #include <QByteArray>
 #include <QString>
 
+#include <algorithm>
 #include <cstdint>
+#include <numeric>
 #include <vector>
 
 namespace kestrel::engine {
@@ -24,19 +26,8 @@ QByteArray pathSortKey(const QString& relativePath);
 
 // Sorts items by the keys, which are made once for each. Items with equal
 // keys keep their order.
-template <typename Item, typename KeyOf> void sortByPath(std::vector<Item>& items, KeyOf keyOf);
-
-// Every entry of a snapshot, in path order. Raises "Subscript out of range"
-// for a damaged snapshot, as the walk of its rings does.
-std::vector<int32_t> entriesInPathOrder(const engine::Snapshot& snapshot);
-
-} // namespace kestrel::cli
-
-#include <algorithm>
-#include <numeric>
-
 template <typename Item, typename KeyOf>
-void kestrel::cli::sortByPath(std::vector<Item>& items, KeyOf keyOf) {
+void sortByPath(std::vector<Item>& items, KeyOf keyOf) {
     std::vector<QByteArray> keys;
     keys.reserve(items.size());
     for (const Item& item : items)
@@ -51,3 +42,9 @@ void kestrel::cli::sortByPath(std::vector<Item>& items, KeyOf keyOf) {
         sorted.push_back(std::move(items[i]));
     items = std::move(sorted);
 }
+
+// Every entry of a snapshot, in path order. Raises "Subscript out of range"
+// for a damaged snapshot, as the walk of its rings does.
+std::vector<int32_t> entriesInPathOrder(const engine::Snapshot& snapshot);
+
+} // namespace kestrel::cli

@@ -1,5 +1,4 @@
 #include "Commands.h"
-#include "OutputCommands.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>

@@ -171,6 +171,8 @@ bool PrintDialog::Print(bool includeDifferences) {
     if (!m_list || m_printing)
         return false;
     m_printing = true;
+    // The job is known by the snapshot's title in the printer's queue.
+    m_printer->setDocName(m_list->title);
     ReportSettings settings;
     settings.includeDifferences = includeDifferences;
     engine::Outcome outcome;
