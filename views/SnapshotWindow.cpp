@@ -7,7 +7,6 @@
 #include "SplitterBar.h"
 
 #include "engine/Compare.h"
-#include "engine/OleDate.h"
 #include "engine/Progress.h"
 #include "engine/RingWalk.h"
 #include "engine/SnapshotFile.h"
