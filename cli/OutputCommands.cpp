@@ -78,7 +78,10 @@ struct ViewOptions {
                        "Without it the comparison counts every attribute but the normal bit "
                        "and ignores nothing else, as kestrel-cli compare does.")};
 
+    // The SNAPSHOT argument and the options.
     void addTo(QCommandLineParser& parser) const {
+        parser.addPositionalArgument(QStringLiteral("SNAPSHOT"),
+                                     QStringLiteral("A snapshot file or a folder."));
         parser.addOptions({compare, show, folder, subFolders, sort, useSettings});
     }
 };
@@ -288,8 +291,6 @@ int exportCommand(const QStringList& arguments) {
         "leading blanks removed and is put in double quotes with --quotes; custom text is\n"
         "never quoted, and quotes or separators inside values are written as they are."));
     QCommandLineParser& p = cl.parser;
-    p.addPositionalArgument(QStringLiteral("SNAPSHOT"),
-                            QStringLiteral("A snapshot file or a folder."));
     const ViewOptions view;
     view.addTo(p);
     const QCommandLineOption fields(
@@ -358,8 +359,6 @@ int reportCommand(const QStringList& arguments) {
         "with margins of 10 points, as printing to a PDF file gives them, in the grid's font\n"
         "at 8.25 points. The file is written only once the report is complete."));
     QCommandLineParser& p = cl.parser;
-    p.addPositionalArgument(QStringLiteral("SNAPSHOT"),
-                            QStringLiteral("A snapshot file or a folder."));
     const ViewOptions view;
     view.addTo(p);
     const QCommandLineOption landscape(QStringLiteral("landscape"),
