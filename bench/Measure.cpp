@@ -64,6 +64,8 @@ Sample runCommand(const QStringList& command, bool childReportsTime, const QStri
     Sample s;
     s.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     s.peakKb = double(usage.ru_maxrss);
+    s.cpuSeconds = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                   double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     s.seconds = wall;
     if (childReportsTime) {
         long long entries = 0;
@@ -86,6 +88,7 @@ static Sample median(const std::vector<Sample>& samples) {
     Sample m = samples.front();
     m.seconds = middle([](const Sample& s) { return s.seconds; });
     m.peakKb = middle([](const Sample& s) { return s.peakKb; });
+    m.cpuSeconds = middle([](const Sample& s) { return s.cpuSeconds; });
     return m;
 }
 

@@ -13,6 +13,7 @@ struct Sample {
     bool ok = false;
     double seconds = 0; // the child's own figure, or the wall time of the whole run
     double peakKb = 0;  // the child's peak resident memory
+    double cpuSeconds = 0; // the child's user and system time: what a busy machine cannot inflate
     int64_t entries = 0;
 };
 

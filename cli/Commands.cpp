@@ -1,5 +1,8 @@
 #include "Commands.h"
 
+#include "CommandSupport.h"
+#include "OutputCommands.h"
+#include "PathOrder.h"
 #include "TerminalProgress.h"
 
 #include "engine/Compare.h"
@@ -31,169 +34,6 @@ namespace kestrel::cli {
 using namespace engine;
 
 namespace {
-
-constexpr int ExitOk = 0;
-constexpr int ExitDifferences = 1;
-constexpr int ExitTrouble = 2;
-
-void printError(const QString& title, const QString& text) {
-    std::fprintf(stderr, "%s: %s\n", title.toLocal8Bit().constData(),
-                 text.toLocal8Bit().constData());
-}
-
-// A message box as one line: its paragraphs joined by a blank.
-void printMessage(const UserMessage& message) {
-    QString text = message.text;
-    text.replace(QStringLiteral("\n\n"), QStringLiteral(" "));
-    printError(message.title, text);
-}
-
-void printLine(FILE* stream, const QString& text) {
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fputc('\n', stream);
-}
-
-// A folder as the user named it, made absolute without resolving links.
-QString absoluteFolder(const QString& path) {
-    return QDir::cleanPath(QDir::current().absoluteFilePath(path));
-}
-
-QString withSeparator(QString path) {
-    if (!path.endsWith(QLatin1Char('/')))
-        path += QLatin1Char('/');
-    return path;
-}
-
-// A parser with the options every command shares.
-struct CommandLine {
-    QCommandLineParser parser;
-    explicit CommandLine(const QString& description) {
-        parser.setApplicationDescription(description);
-        parser.addHelpOption();
-        parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    }
-    // Parses; on an error prints it and returns false (exit status 2).
-    bool parse(const QStringList& arguments, int positionals, const QString& usage) {
-        if (!parser.parse(arguments)) {
-            printError(QStringLiteral("Usage"), parser.errorText());
-            return false;
-        }
-        if (parser.isSet(QStringLiteral("help"))) {
-            std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
-            std::exit(ExitOk);
-        }
-        if (parser.positionalArguments().size() != positionals) {
-            printError(QStringLiteral("Usage"), usage);
-            return false;
-        }
-        return true;
-    }
-};
-
-// Scans a folder as a folder given on Kestrel's command line is scanned:
-// sub-folders and hidden items, no versions.
-bool scanFolder(const QString& folder, Snapshot& snapshot, ProgressMeter& meter, QString* summary,
-                const ScanSettings& settings = {}) {
-    snapshot.header.rootFolder = withSeparator(absoluteFolder(folder));
-    const Outcome outcome = CreateSnapshot(snapshot, settings, meter);
-    if (!outcome.ok) {
-        if (outcome.message)
-            printMessage(*outcome.message);
-        else if (outcome.cancelled)
-            printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
-        return false;
-    }
-    if (summary)
-        *summary = outcome.summary;
-    return true;
-}
-
-const QString InvalidSnapshot = QStringLiteral("Invalid Snapshot");
-
-// What keeps a path from being read as a snapshot file before any reader
-// looks at it: it is missing, a folder, not a plain file (a pipe would keep
-// the reader waiting) or empty. Prints that and returns false.
-bool checkSnapshotPath(const QString& path) {
-    struct stat st;
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0) {
-        printError(QStringLiteral("Error"),
-                   QStringLiteral("Unable to open Snapshot (%1: %2)")
-                       .arg(path, QString::fromLocal8Bit(std::strerror(errno))));
-        return false;
-    }
-    if (S_ISDIR(st.st_mode)) {
-        printError(InvalidSnapshot,
-                   QStringLiteral("%1 is a folder, not a snapshot file").arg(path));
-        return false;
-    }
-    if (!S_ISREG(st.st_mode)) {
-        printError(InvalidSnapshot,
-                   QStringLiteral("%1 is a device, pipe or socket, not a snapshot file").arg(path));
-        return false;
-    }
-    if (st.st_size == 0) {
-        printError(InvalidSnapshot, QStringLiteral("%1 is empty, not a snapshot file").arg(path));
-        return false;
-    }
-    return true;
-}
-
-// The message of a failed open, with what the user needs to find the fault:
-// where the reading stopped, or that the file is no snapshot at all.
-void printOpenFailure(const QString& path, const OpenOutcome& outcome) {
-    if (outcome.cancelled && !outcome.message) {
-        printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
-        return;
-    }
-    UserMessage message = outcome.message.value_or(
-        UserMessage{InvalidSnapshot, errorText(outcome.error), MessageIcon::Exclamation});
-    if (message.title == QLatin1String("Error")) {
-        // The reader could not open the file: say why.
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly))
-            message.text += QStringLiteral(" (%1: %2)").arg(path, file.errorString());
-    } else if (message.title == InvalidSnapshot) {
-        if (!outcome.versions) // neither format's header could be read
-            message.text =
-                QStringLiteral("%1 is not a Kestrel snapshot file (%2 in its first lines)")
-                    .arg(path, message.text);
-        else if (outcome.failedEntry > 0)
-            message.text += QStringLiteral(" in entry %1 of %2").arg(outcome.failedEntry).arg(path);
-        else
-            message.text += QStringLiteral(" in the first lines of %1").arg(path);
-    }
-    printMessage(message);
-}
-
-// Opens a snapshot file of the current or the version-2 format. A notice
-// that comes with success (an imported or a cut file) goes to standard error.
-bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& meter,
-                      QString* summary) {
-    const QString absolute = QFileInfo(path).absoluteFilePath();
-    if (!checkSnapshotPath(absolute))
-        return false;
-    const OpenOutcome outcome = OpenSnapshotFile(snapshot, absolute, meter);
-    if (outcome.ok) {
-        if (outcome.message)
-            printMessage(*outcome.message);
-        if (summary)
-            *summary = outcome.summary;
-        return true;
-    }
-    printOpenFailure(absolute, outcome);
-    return false;
-}
-
-// A snapshot file is loaded, a folder scanned.
-bool obtainSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
-    if (QFileInfo(path).isDir()) {
-        snapshot.header.recurse = true;
-        snapshot.header.hidden = true;
-        return scanFolder(path, snapshot, meter, nullptr);
-    }
-    return loadSnapshotFile(path, snapshot, meter, nullptr);
-}
 
 // Control characters and the backslash in a path, escaped so that each entry
 // stays one tab-separated line.
@@ -308,11 +148,8 @@ int snapshotCommand(const QStringList& arguments) {
                                            : NewSnapshotTitle(folder, number, false);
     snapshot.header.fileName = path;
     const Outcome saved = SaveSnapshot(snapshot, meter);
-    if (!saved.ok) {
-        if (saved.message)
-            printMessage(*saved.message);
+    if (!succeeded(saved))
         return ExitTrouble;
-    }
     printLine(stderr, summary);
     printLine(stdout, path);
     return ExitOk;
@@ -321,9 +158,12 @@ int snapshotCommand(const QStringList& arguments) {
 int listCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
         "Lists every entry of a snapshot file, or of a folder scanned without saving, one per\n"
-        "line in table order: path below the root (folders end with /), size, modified\n"
-        "(local yyyy-MM-dd hh:mm:ss), attributes and version, separated by tabs. Tabs, line\n"
-        "breaks and backslashes in names are written as \\t, \\n, \\r and \\\\."));
+        "line: path below the root (folders end with /), size, modified (local yyyy-MM-dd\n"
+        "hh:mm:ss), attributes and version, separated by tabs. Tabs, line breaks and\n"
+        "backslashes in names are written as \\t, \\n, \\r and \\\\.\n"
+        "Entries come in path order, whatever order the file system listed them in: name by\n"
+        "name from the top, names compared byte by byte (UTF-8, as LC_ALL=C sort does), each\n"
+        "folder followed by its contents."));
     cl.parser.addPositionalArgument(QStringLiteral("SNAPSHOT|FOLDER"),
                                     QStringLiteral("A snapshot file or a folder."));
     if (!cl.parse(arguments, 1, QStringLiteral("kestrel-cli list SNAPSHOT|FOLDER")))
@@ -336,13 +176,13 @@ int listCommand(const QStringList& arguments) {
     QTextStream out(stdout);
     out.setEncoding(QStringConverter::Utf8);
     try {
-        walkEntries(snapshot, [&](int32_t i, int) {
+        for (const int32_t i : entriesInPathOrder(snapshot)) {
             const SnapshotEntry& e = snapshot.entry(i);
             const std::string_view version = snapshot.versionOf(e);
             out << escapedPath(snapshot.relativePath(i)) << '\t' << plainNumber(e.size) << '\t'
                 << isoDateTime(e.modified) << '\t' << AttributeText(e.attributes) << '\t'
                 << QString::fromUtf8(version.data(), qsizetype(version.size())) << '\n';
-        });
+        }
     } catch (const RuntimeError& e) {
         out.flush();
         printError(QStringLiteral("Invalid Snapshot"), e.text());
@@ -393,11 +233,8 @@ int convertCommand(const QStringList& arguments) {
         return ExitTrouble;
     snapshot.header.fileName = QFileInfo(cl.parser.positionalArguments().at(1)).absoluteFilePath();
     const Outcome saved = SaveSnapshot(snapshot, meter);
-    if (!saved.ok) {
-        if (saved.message)
-            printMessage(*saved.message);
+    if (!succeeded(saved))
         return ExitTrouble;
-    }
     printLine(stderr, summary);
     printLine(stdout, snapshot.header.fileName);
     return ExitOk;
@@ -593,10 +430,13 @@ private:
 int compareCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
         "Compares two snapshots, each a snapshot file (current or version-2 format) or a folder\n"
-        "scanned without saving, both ways. Lists every difference folder by folder from the top:\n"
-        "+ and the path of an entry only in NEW, - and the path of an entry only in OLD, ~, the\n"
-        "path and what the file was in OLD for a changed file; everything inside a folder that is\n"
-        "only on one side is listed too. Paths are relative to the root; folders end with /.\n"
+        "scanned without saving, both ways. Lists every difference: + and the path of an entry\n"
+        "only in NEW, - and the path of an entry only in OLD, ~, the path and what the file was\n"
+        "in OLD for a changed file; everything inside a folder that is only on one side is\n"
+        "listed too. Paths are relative to the root; folders end with /. Lines come in path\n"
+        "order, whatever order the file systems listed the folders in: name by name from the\n"
+        "top, names compared byte by byte (UTF-8, as LC_ALL=C sort does), each folder followed\n"
+        "by its contents; the summary line goes to standard error.\n"
         "Nothing is ignored unless asked; versions are compared only when both snapshots\n"
         "recorded them. Exit status: 0 no differences, 1 differences, 2 trouble."));
     QCommandLineParser& p = cl.parser;
@@ -637,10 +477,9 @@ int compareCommand(const QStringList& arguments) {
     if (!cl.parse(arguments, 2, QStringLiteral("kestrel-cli compare OLD NEW [options]")))
         return ExitTrouble;
 
-    CompareOptions options;
     // The normal bit changes whenever any other bit does, so comparing it
     // would report what --ignore-attributes asked to leave out.
-    options.attributeCompareMask = uint16_t(~Attribute::Normal);
+    CompareOptions options = commandLineCompareOptions();
     if (p.isSet(useSettings)) {
         settings::Options stored;
         settings::SettingsStore().getSettings(stored);
@@ -695,27 +534,27 @@ int compareCommand(const QStringList& arguments) {
         options.ignoreVersion = true;
 
     const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, options, meter);
-    if (!compared.ok) {
-        if (compared.message)
-            printMessage(*compared.message);
+    if (!succeeded(compared))
         return ExitTrouble;
-    }
     int added = 0, removed = 0, changed = 0;
     try {
-        const std::vector<Difference> differences = listDifferences(newer, older);
+        std::vector<Difference> differences = listDifferences(newer, older);
         CompareReport report(reportFormat, newer, older, options);
-        for (const Difference& d : differences) {
+        for (const Difference& d : differences)
             (d.kind == Difference::OnlyInNew ? added : d.kind == Difference::OnlyInOld ? removed : changed)++;
-            if (showMode == ShowMode::None)
+        if (showMode == ShowMode::None) {
+            // By path, an entry only in OLD among NEW's; kinds break the tie
+            // of a name that is on both sides.
+            sortByPath(differences, [&](const Difference& d) {
+                const Snapshot& side = d.kind == Difference::OnlyInOld ? older : newer;
+                return pathSortKey(side.relativePath(d.index)) + '\0' + char(d.kind);
+            });
+            for (const Difference& d : differences)
                 report.difference(d);
-        }
-        if (showMode != ShowMode::None) {
-            const int32_t top = newer.entryCount >= 1 ? 1 : 0;
-            if (top)
-                walkFrom(newer, top, [&](int32_t i, int) {
-                    if (rowShown(newer.entries.get(i), showMode))
-                        report.listed(i);
-                });
+        } else {
+            for (const int32_t i : entriesInPathOrder(newer))
+                if (rowShown(newer.entries.get(i), showMode))
+                    report.listed(i);
         }
     } catch (const RuntimeError& e) {
         printError(QStringLiteral("Comparing Snapshots"), e.text());
@@ -737,6 +576,8 @@ const char* const kUsage =
     "  info SNAPSHOT         describe a snapshot file\n"
     "  convert SNAPSHOT OUT  save a snapshot file again in the current format\n"
     "  compare OLD NEW       list what changed between two snapshots or folders\n"
+    "  export SNAPSHOT       write the file list of a folder as the Export dialog does\n"
+    "  report SNAPSHOT       print the file list of a folder to a PDF file\n"
     "\n"
     "kestrel-cli COMMAND --help describes a command. Exit status: 0 success, 2 trouble\n"
     "(compare: 0 no differences, 1 differences, 2 trouble).\n";
@@ -770,6 +611,10 @@ int run(const QStringList& arguments) {
         return convertCommand(rest);
     if (command == QLatin1String("compare"))
         return compareCommand(rest);
+    if (command == QLatin1String("export"))
+        return exportCommand(rest);
+    if (command == QLatin1String("report"))
+        return reportCommand(rest);
     printError(QStringLiteral("Usage"), QStringLiteral("unknown command \"%1\"").arg(command));
     std::fputs(kUsage, stderr);
     return ExitTrouble;

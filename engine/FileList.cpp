@@ -205,21 +205,61 @@ Highlight FileList::highlight(int32_t row, int column) const {
 
 void FileList::sortByText(int column, bool descending) {
     const size_t n = m_rows.size();
-    std::vector<QString> keys(n);
-    for (size_t r = 0; r < n; ++r)
-        keys[r] = cellText(int32_t(r), column).toCaseFolded();
-    std::vector<uint32_t> order(n);
-    std::iota(order.begin(), order.end(), 0u);
-    if (descending)
-        std::stable_sort(order.begin(), order.end(),
-                         [&](uint32_t a, uint32_t b) { return keys[b] < keys[a]; });
-    else
-        std::stable_sort(order.begin(), order.end(),
-                         [&](uint32_t a, uint32_t b) { return keys[a] < keys[b]; });
+    // Each row's case-folded text, back to back in one block, and its first
+    // four UTF-16 units packed into a number whose order is theirs: most
+    // rows are told apart by that number alone, without reaching for their
+    // texts.
+    std::vector<char16_t> units;
+    units.reserve(n * 24);
+    std::vector<size_t> starts(n + 1);
+    struct Key {
+        uint64_t prefix;
+        uint32_t row;
+    };
+    std::vector<Key> keys(n);
+    for (size_t r = 0; r < n; ++r) {
+        starts[r] = units.size();
+        appendSortText(int32_t(r), column, units);
+        uint64_t prefix = 0;
+        for (size_t i = 0; i < 4; ++i) {
+            const size_t at = starts[r] + i;
+            prefix = (prefix << 16) | (at < units.size() ? units[at] : 0u);
+        }
+        keys[r] = {prefix, uint32_t(r)};
+    }
+    starts[n] = units.size();
+    const auto text = [&](uint32_t row) {
+        return QStringView(units.data() + starts[row], qsizetype(starts[row + 1] - starts[row]));
+    };
+    // Rows with equal texts keep their order, in either direction.
+    const auto before = [&](const Key& a, const Key& b) {
+        if (a.prefix != b.prefix)
+            return descending ? b.prefix < a.prefix : a.prefix < b.prefix;
+        const int order = QtPrivate::compareStrings(text(a.row), text(b.row));
+        if (order != 0)
+            return descending ? order > 0 : order < 0;
+        return a.row < b.row;
+    };
+    std::sort(keys.begin(), keys.end(), before);
     std::vector<Row> sorted(n);
     for (size_t r = 0; r < n; ++r)
-        sorted[r] = m_rows[order[r]];
+        sorted[r] = m_rows[keys[r].row];
     m_rows = std::move(sorted);
+}
+
+void FileList::appendSortText(int32_t row, int column, std::vector<char16_t>& out) const {
+    if (column == NameColumn) {
+        // An ASCII name folds to its lower case, without a detour through
+        // two strings.
+        const std::string_view name = m_snapshot.nameOf(m_snapshot.entries.get(entryAt(row)));
+        if (std::all_of(name.begin(), name.end(), [](char c) { return (unsigned char)c < 0x80; })) {
+            for (const char c : name)
+                out.push_back(char16_t(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c));
+            return;
+        }
+    }
+    const QString folded = cellText(row, column).toCaseFolded();
+    out.insert(out.end(), folded.utf16(), folded.utf16() + folded.size());
 }
 
 size_t FileList::memoryUsed() const {

@@ -97,6 +97,10 @@ public:
     int32_t rowCount() const { return int32_t(m_rows.size()); }
     int32_t entryAt(int32_t row) const { return m_rows[size_t(row)].entry; }
     const QString& inFolder(int32_t row) const { return m_folders[m_rows[size_t(row)].folder]; }
+    // The In Folder texts are kept once per listed folder: the number of
+    // the one a row has, below folderCount().
+    uint32_t folderOf(int32_t row) const { return m_rows[size_t(row)].folder; }
+    uint32_t folderCount() const { return uint32_t(m_folders.size()); }
     const ListingCounters& counters() const { return m_counters; }
 
     QString cellText(int32_t row, int column) const;
@@ -110,6 +114,9 @@ public:
     size_t memoryUsed() const;
 
 private:
+    // The case-folded text a sort compares, appended as UTF-16.
+    void appendSortText(int32_t row, int column, std::vector<char16_t>& out) const;
+
     struct Row {
         int32_t entry;
         uint32_t folder; // index of its In Folder text

@@ -1,6 +1,7 @@
 #include "SnapshotFile.h"
 
 #include "Checked.h"
+#include "FileWriting.h"
 #include "OleDate.h"
 #include "Progress.h"
 #include "Snapshot.h"
@@ -36,21 +37,6 @@ void writeTitle(ItemWriter& w, const QString& title) {
     w.endLine();
 }
 
-// Asks the system to start writing what was written so far to the disk, so
-// that the wait for it all at the end (when the file is committed) is short:
-// the disk works while the rest of the file is made.
-void startWriteBack(QSaveFile& file, qint64& started) {
-#ifdef __linux__
-    const qint64 written = file.pos();
-    if (written - started >= (qint64(8) << 20)) {
-        ::sync_file_range(file.handle(), started, written - started, SYNC_FILE_RANGE_WRITE);
-        started = written;
-    }
-#else
-    Q_UNUSED(file);
-    Q_UNUSED(started);
-#endif
-}
 
 // Entry lines are made in blocks of this many, several at once.
 constexpr int32_t EntriesPerBlock = 1 << 15;
@@ -161,15 +147,8 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         // succeeds or fails with the system's reason (disk full, file too large).
         qint64 startedOut = 0; // bytes handed to the disk so far
         auto writeOut = [&](ItemWriter& w) {
-            const char* data = w.data();
-            qint64 left = qint64(w.size());
-            while (left > 0) {
-                const qint64 written = file.write(data, left);
-                if (written <= 0)
-                    return false;
-                data += written;
-                left -= written;
-            }
+            if (!writeWhole(file, w.data(), qint64(w.size())))
+                return false;
             w.clear();
             startWriteBack(file, startedOut);
             return true;

@@ -108,20 +108,26 @@ QString SummaryLine(const QString& verb, double startSeconds, double nowSeconds,
     return line;
 }
 
-// The locale's long time format less its time-zone field: a time of day in a
-// snapshot has no zone.
-static QString longTimeFormat() {
+QString longTimeFormat() {
     QString format = QLocale().timeFormat(QLocale::LongFormat);
     format.remove(QLatin1Char('t'));
     return format.trimmed();
 }
 
+QString shortDateText(const QDate& date) {
+    return QLocale().toString(date, QLocale::ShortFormat);
+}
+
+QString longTimeText(const QTime& time) {
+    return QLocale().toString(time, longTimeFormat());
+}
+
 QString shortDateText(double oleDate) {
-    return QLocale().toString(dateTimeFromOle(oleDate).date(), QLocale::ShortFormat);
+    return shortDateText(dateTimeFromOle(oleDate).date());
 }
 
 QString longTimeText(double oleDate) {
-    return QLocale().toString(dateTimeFromOle(oleDate).time(), longTimeFormat());
+    return longTimeText(dateTimeFromOle(oleDate).time());
 }
 
 QString longDateText(double oleDate) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QLocale>
 #include <QString>
 
@@ -54,5 +55,12 @@ QString generalDateText(double oleDate);
 // "Short Date", a blank and "Long Time": how file lists and difference texts
 // show a modified time.
 QString modifiedText(double oleDate);
+// The same texts of a calendar date and a time of day: what the texts of a
+// date are made of, for callers that keep them per day and per second.
+QString shortDateText(const QDate& date);
+QString longTimeText(const QTime& time);
+// The format of "Long Time": the default locale's long time format without
+// its time-zone field (a time of day in a snapshot has no zone).
+QString longTimeFormat();
 
 } // namespace kestrel::engine

@@ -21,6 +21,7 @@
 #include <QFileInfo>
 #include <QMimeData>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QInputDialog>
 #include <QLabel>
 #include <QMdiArea>
@@ -115,6 +116,10 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     m_questions.saveFileName = [this](const QString& proposedPath) {
         return QFileDialog::getSaveFileName(this, QStringLiteral("Save Snapshot As"), proposedPath,
                                             engine::snapshotFileFilters().join(u";;"));
+    };
+    m_questions.exportFileName = [this](const QString& proposedPath, const QString& filter) {
+        return QFileDialog::getSaveFileName(this, QStringLiteral("Export Current List"),
+                                            proposedPath, filter);
     };
     m_questions.text = [this](const QString& prompt, const QString& caption,
                               const QString& text) -> std::optional<QString> {
@@ -236,16 +241,14 @@ void MainWindow::createToolbar() {
         m_toolbar->addAction(s->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Repeat"));
     m_tbCompare = m_toolbar->addAction(s->standardIcon(QStyle::SP_FileDialogContentsView),
                                        QStringLiteral("Compare"));
-    // Print belongs to the print dialog, which is not part of this build:
-    // the button is there but stays disabled until it arrives.
     m_tbPrint = m_toolbar->addAction(printerIcon(this), QStringLiteral("Print"));
-    m_tbPrint->setEnabled(false);
 
     m_tbNew->setToolTip(QStringLiteral("Take a new snapshot of a folder"));
     m_tbOpen->setToolTip(QStringLiteral("Open a saved snapshot"));
     m_tbSaveAs->setToolTip(QStringLiteral("Save the active snapshot"));
     m_tbRepeat->setToolTip(QStringLiteral("Take the snapshot of the same folder again"));
     m_tbCompare->setToolTip(QStringLiteral("Compare the two snapshots"));
+    m_tbPrint->setToolTip(QStringLiteral("Print the list of the active snapshot"));
     connect(m_toolbar, &QToolBar::actionTriggered, this, &MainWindow::toolbarActionTriggered);
 }
 
@@ -279,8 +282,8 @@ void MainWindow::Toolbar1_ButtonClick(const QString& caption) {
             window->mnuFileRepeat_Click();
         else if (caption == QLatin1String("Compare"))
             window->mnuCompareNow_Click();
-        // "Print" reaches the report once it exists; until then its button
-        // is disabled.
+        else if (caption == QLatin1String("Print"))
+            window->mnuFilePrint_Click();
     }
 }
 
@@ -327,6 +330,58 @@ void MainWindow::optionsClosed() {
         return;
     for (SnapshotWindow* window : snapshotWindows())
         window->refreshFolder();
+}
+
+output::ExportDialog& MainWindow::exportDialog() {
+    if (!m_export) {
+        m_export = new output::ExportDialog(this);
+        m_export->chooseFile = [this](const QString& proposed, const QString& filter) {
+            // A snapshot never saved proposes a bare name: it starts in the
+            // folder the file dialogs last used.
+            const QString path =
+                QFileInfo(proposed).isRelative() ? QDir(lastFolder()).filePath(proposed) : proposed;
+            return m_questions.exportFileName(path, filter);
+        };
+        m_export->askText = [this](const QString& prompt, const QString& caption,
+                                   const QString& text) { return askText(prompt, caption, text); };
+        m_export->message = [this](const UserMessage& message) { showMessage(message); };
+    }
+    return *m_export;
+}
+
+output::PrintDialog& MainWindow::printDialog() {
+    if (!m_print)
+        m_print = new output::PrintDialog(m_meter, this);
+    return *m_print;
+}
+
+void MainWindow::showExport(const output::ShownList& list) {
+    if (busy())
+        return;
+    output::ExportDialog& dialog = exportDialog();
+    dialog.setList(list);
+    execDialog(dialog);
+    dialog.clearList();
+}
+
+void MainWindow::showPrint(const output::ShownList& list) {
+    if (busy())
+        return;
+    output::PrintDialog& dialog = printDialog();
+    dialog.setList(list);
+    {
+        // The report runs under the meter, which lets events through.
+        views::OperationScope operation(*this);
+        execDialog(dialog);
+    }
+    dialog.clearList();
+}
+
+void MainWindow::showPrintPreview(const output::ShownList& list) {
+    if (busy())
+        return;
+    views::OperationScope operation(*this);
+    printDialog().PrintPreview(list);
 }
 
 bool MainWindow::ExecuteCustom(const QString& first, const QString& second) {
@@ -549,6 +604,7 @@ void MainWindow::updateActions() {
     m_tbNew->setEnabled(enabled("mnuFileNew", enabling.newSnapshot));
     m_tbOpen->setEnabled(enabled("mnuFileOpen", enabling.open));
     m_tbSaveAs->setEnabled(active != nullptr);
+    m_tbPrint->setEnabled(active != nullptr);
     m_tbRepeat->setEnabled(enabled("mnuFileRepeat", false));
     m_tbCompare->setEnabled(enabled("mnuCompareNow", false));
 }

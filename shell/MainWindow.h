@@ -3,6 +3,8 @@
 #include "Launcher.h"
 
 #include "engine/Progress.h"
+#include "output/ui/ExportDialog.h"
+#include "output/ui/PrintDialog.h"
 #include "settings/IniFile.h"
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
@@ -45,6 +47,9 @@ struct UserQuestions {
     std::function<void(const engine::UserMessage& message)> message;
     // The save dialog with the snapshot filters; empty when cancelled.
     std::function<QString(const QString& proposedPath)> saveFileName;
+    // The export's save dialog with its filters, proposing a file; empty
+    // when cancelled.
+    std::function<QString(const QString& proposedPath, const QString& filter)> exportFileName;
     // An input box; nothing when cancelled.
     std::function<std::optional<QString>(const QString& prompt, const QString& caption,
                                          const QString& text)>
@@ -134,6 +139,10 @@ public:
     NewSnapshotDialog& newSnapshotDialog() { return *m_newDialog; }
     RecentSnapshotsDialog& recentDialog() { return *m_recent; }
     MeterWindow& meterWindow() { return *m_meterWindow; }
+    // frmExport and frmPrint, made the first time they are wanted and kept
+    // for the run; their questions go through questions().
+    output::ExportDialog& exportDialog();
+    output::PrintDialog& printDialog();
     Launcher& launcher() { return m_launcher; }
     QToolBar* toolbar() const { return m_toolbar; }
     // The toolbar button with the given caption, or null.
@@ -151,6 +160,9 @@ public:
     void commandsChanged() override { updateActions(); }
     void LaunchDocument(const QString& folder, const QString& name) override;
     void showCompareOptions(const QString& current, const QString& other) override;
+    void showExport(const output::ShownList& list) override;
+    void showPrint(const output::ShownList& list) override;
+    void showPrintPreview(const output::ShownList& list) override;
     bool ExecuteCustom(const QString& first, const QString& second) override;
     void AddRecent(const QString& path) override;
     QString lastFolder() const override;
@@ -221,6 +233,8 @@ private:
     RecentSnapshotsDialog* m_recent = nullptr;
     QPointer<SavePrompt> m_savePrompt;
     AboutBox* m_about = nullptr;
+    output::ExportDialog* m_export = nullptr;
+    output::PrintDialog* m_print = nullptr;
 
     QAction* m_mnuFileNew = nullptr;
     QAction* m_mnuFileOpen = nullptr;

@@ -2,6 +2,7 @@
 
 #include "AboutBox.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QGridLayout>
@@ -56,6 +57,10 @@ QString MeterWindow::captionText() const {
 }
 
 void MeterWindow::meterShown() {
+    // An operation started from a modal dialog (printing) would leave the
+    // meter blocked behind that dialog, Cancel unclickable: the meter is
+    // modal itself then, above it.
+    setWindowModality(QApplication::activeModalWidget() ? Qt::ApplicationModal : Qt::NonModal);
     if (m_frame) {
         const QRect area = m_frame->frameGeometry();
         move(area.center() - rect().center());

@@ -16,6 +16,10 @@ namespace kestrel::settings {
 class Options;
 }
 
+namespace kestrel::output {
+struct ShownList;
+}
+
 namespace kestrel::views {
 
 class SnapshotWindow;
@@ -86,6 +90,12 @@ public:
     virtual bool ExecuteCustom(const QString& first, const QString& second) = 0;
     // Tiles the snapshot windows one above the other.
     virtual void tileHorizontally() = 0;
+    // The export dialog, the print dialog and the print preview, modal over
+    // the main window, for the list a snapshot window shows; the list is
+    // read only while they are up.
+    virtual void showExport(const output::ShownList& list) = 0;
+    virtual void showPrint(const output::ShownList& list) = 0;
+    virtual void showPrintPreview(const output::ShownList& list) = 0;
 
     // Creates, scans and shows a new snapshot window; false when the scan
     // failed or was cancelled (the failure has been shown).

@@ -7,7 +7,6 @@
 #include "SplitterBar.h"
 
 #include "engine/Compare.h"
-#include "engine/OleDate.h"
 #include "engine/Progress.h"
 #include "engine/RingWalk.h"
 #include "engine/SnapshotFile.h"
@@ -43,9 +42,6 @@ namespace {
 // The window's size when it first appears, in twips.
 constexpr int DesignedWidth = 9600;
 constexpr int DesignedHeight = 4800;
-// The grid's font: small enough that the designed column widths hold their
-// texts.
-constexpr double GridPointSize = 8.25;
 
 // The caption of the option that disables sorting by the key columns, as
 // the options dialog shows it: without its accelerator marker.
@@ -123,7 +119,8 @@ void SnapshotWindow::createControls() {
     m_grdFiles = new QTableView(this);
     m_grdFiles->setObjectName(QStringLiteral("grdFiles"));
     QFont gridFont = m_grdFiles->font();
-    gridFont.setPointSizeF(GridPointSize);
+    // Small enough that the designed column widths hold their texts.
+    gridFont.setPointSizeF(output::GridPointSize);
     m_grdFiles->setFont(gridFont);
     m_grdFiles->setModel(m_gridModel);
     m_grdFiles->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -205,11 +202,13 @@ void SnapshotWindow::createMenus() {
     addCommand(file, QStringLiteral("mnuFileProps"), QStringLiteral("Snapshot &Title..."),
                &SnapshotWindow::mnuFileProps_Click);
     file->addSeparator();
-    // Export and print arrive with their dialogs.
-    addCommand(file, QStringLiteral("mnuFileExport"), QStringLiteral("&Export Current List..."), nullptr)
-        ->setEnabled(false);
-    addCommand(file, QStringLiteral("mnuFilePrint"), QStringLiteral("&Print..."), nullptr)
-        ->setEnabled(false);
+    addCommand(file, QStringLiteral("mnuFileExport"), QStringLiteral("&Export Current List..."),
+               &SnapshotWindow::mnuFileExport_Click);
+    addCommand(file, QStringLiteral("mnuFilePrint"), QStringLiteral("&Print..."),
+               &SnapshotWindow::mnuFilePrint_Click)
+        ->setShortcut(QKeySequence::Print);
+    addCommand(file, QStringLiteral("mnuFilePrintPreview"), QStringLiteral("Print Pre&view..."),
+               &SnapshotWindow::mnuFilePrintPreview_Click);
     file->addSeparator();
     addCommand(file, QStringLiteral("mnuFileConfig"), QStringLiteral("Kestrel &Configuration..."),
                &SnapshotWindow::mnuFileConfig_Click);
@@ -510,28 +509,62 @@ void SnapshotWindow::mnuCompareNow_Click() {
 void SnapshotWindow::applyColumnWidths() {
     const double dpi = m_grdFiles->logicalDpiX();
     const bool versions = m_snapshot.header.versions;
-    // The widest usual texts of the value columns: a late date with
-    // two-digit parts, a size in the gigabytes, a folder's attributes. A
-    // locale whose dates are longer than the designed column widens it
-    // rather than cutting every date short.
-    const QFontMetrics metrics(m_grdFiles->font());
-    const int padding = metrics.horizontalAdvance(QLatin1Char('0')) * 2;
-    const auto fits = [&](const QString& sample) { return metrics.horizontalAdvance(sample) + padding; };
-    const double sampleDate = engine::oleDateFromParts(2028, 12, 28, 22, 58, 58);
     for (int column = 0; column < engine::GridColumnCount; ++column) {
         if (column == engine::FillerColumn)
             continue; // it stretches over what is left
-        const int twips = engine::gridColumnTwips(column, versions, m_subFolders);
-        m_grdFiles->setColumnHidden(column, twips == 0);
-        if (twips == 0)
-            continue;
-        int width = engine::pixelsFromTwips(twips, dpi);
-        if (column == engine::SizeColumn)
-            width = std::max(width, fits(engine::formatGrouped(8888888888.0)));
-        else if (column == engine::ModifiedColumn)
-            width = std::max(width, fits(engine::modifiedText(sampleDate)));
-        m_grdFiles->setColumnWidth(column, width);
+        const int width =
+            output::shownColumnPixels(column, versions, m_subFolders, m_grdFiles->font(), dpi);
+        m_grdFiles->setColumnHidden(column, width == 0);
+        if (width > 0)
+            m_grdFiles->setColumnWidth(column, width);
     }
+}
+
+output::ShownList SnapshotWindow::shownList() const {
+    output::ShownList list;
+    list.snapshot = &m_snapshot;
+    list.rows = &m_gridModel->rows();
+    list.other = m_pair ? &m_pair->snapshot() : nullptr;
+    list.compareOptions = m_host.options().compareOptions();
+    list.showMode = m_showMode;
+    list.inFolderOffered = m_subFolders;
+    // The widths as the grid has them now, dragged by the user or not.
+    const double dpi = m_grdFiles->logicalDpiX();
+    for (int column = 0; column < output::ShownColumnCount; ++column)
+        list.columnTwips[size_t(column)] =
+            m_grdFiles->isColumnHidden(column)
+                ? 0
+                : engine::twipsFromPixels(m_grdFiles->columnWidth(column), dpi);
+    list.font = m_grdFiles->font();
+    list.folderPanel = m_sbrStatus->panelText(1);
+    list.changesPanel = m_sbrStatus->panelText(2);
+    list.showText = m_cboShow->currentText();
+    list.title = m_snapshot.header.title;
+    list.created = m_snapshot.header.created;
+    if (m_pair) {
+        list.otherTitle = m_pair->snapshot().header.title;
+        list.otherCreated = m_pair->snapshot().header.created;
+    }
+    list.fileName = m_snapshot.header.fileName;
+    return list;
+}
+
+void SnapshotWindow::mnuFileExport_Click() {
+    if (m_host.busy())
+        return;
+    m_host.showExport(shownList());
+}
+
+void SnapshotWindow::mnuFilePrint_Click() {
+    if (m_host.busy())
+        return;
+    m_host.showPrint(shownList());
+}
+
+void SnapshotWindow::mnuFilePrintPreview_Click() {
+    if (m_host.busy())
+        return;
+    m_host.showPrintPreview(shownList());
 }
 
 void SnapshotWindow::RefreshScreen(int32_t tag, const QString& key) {

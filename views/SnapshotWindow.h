@@ -6,6 +6,7 @@
 #include "engine/FolderIndex.h"
 #include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
+#include "output/ShownList.h"
 
 #include <QList>
 #include <QPointer>
@@ -87,6 +88,10 @@ public:
     void mnuFileBranch_Click();
     void mnuFileProps_Click();
     void mnuFileConfig_Click();
+    // Export, print and preview the file list as the window shows it now.
+    void mnuFileExport_Click();
+    void mnuFilePrint_Click();
+    void mnuFilePrintPreview_Click();
     void mnuCompareNow_Click();
     void mnuCompareRoot_Click();
     void mnuViewBytes_Click();
@@ -145,6 +150,10 @@ public:
     void grdFiles_Scroll();
     int topRow() const;
     bool showsSubFolders() const { return m_subFolders; }
+    // What export and report read: the grid's rows in display order at the
+    // widths shown, the status panels, the show selector and the two
+    // snapshots' titles. It borrows the window's snapshot and rows.
+    output::ShownList shownList() const;
 
     // The show selector.
     QComboBox* showSelector() const { return m_cboShow; }

@@ -1,12 +1,18 @@
 #include "TestSupport.h"
 
+#include "engine/Progress.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 
+using kestrel::test::Node;
 using kestrel::test::TempTree;
 
 namespace {
@@ -326,6 +332,180 @@ TEST_F(CliTest, CompareTakesStoredOptionsOnlyWhenAsked) {
     EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root()}).status, 1);
     EXPECT_EQ(cli({QStringLiteral("compare"), before.root(), after.root(), QStringLiteral("--use-settings")}).status,
               0);
+}
+
+// The same tree listed by file systems in two orders, saved as two snapshot
+// files: list prints them alike, and compare against a third, changed one
+// gives one text whichever of the two it starts from. Lines come in path
+// order: a folder, then what is in it, then the next name ("a b" after "a/").
+TEST_F(CliTest, ListAndCompareDoNotDependOnTheListingOrder) {
+    const auto save = [this](const std::vector<Node>& top, const QString& name) {
+        kestrel::engine::Snapshot s;
+        kestrel::test::buildSnapshot(s, top);
+        s.header.title = name;
+        s.header.fileName = home() + QLatin1Char('/') + name + QStringLiteral(".#01");
+        kestrel::engine::ProgressMeter meter;
+        EXPECT_TRUE(kestrel::engine::SaveSnapshot(s, meter).ok);
+        return s.header.fileName;
+    };
+    const Node inner = Node::dir(
+        "a", {Node::file("z", 1), Node::file("y", 2), Node::dir("x", {Node::file("deep", 3)})});
+    const Node innerReversed = Node::dir(
+        "a", {Node::dir("x", {Node::file("deep", 3)}), Node::file("y", 2), Node::file("z", 1)});
+    const QString one = save({Node::file("b", 4), inner, Node::file("a b", 5), Node::file("B", 6)},
+                             QStringLiteral("one"));
+    const QString two =
+        save({Node::file("B", 6), Node::file("a b", 5), innerReversed, Node::file("b", 4)},
+             QStringLiteral("two"));
+    const QString changed = save({Node::file("a b", 50), Node::file("new", 1),
+                                  Node::dir("a", {Node::file("y", 2), Node::dir("x"),
+                                                  Node::file("z", 1), Node::file("w", 1)})},
+                                 QStringLiteral("changed"));
+
+    const CliRun listOne = cli({QStringLiteral("list"), one});
+    const CliRun listTwo = cli({QStringLiteral("list"), two});
+    ASSERT_EQ(listOne.status, 0) << listOne.err.toStdString();
+    EXPECT_EQ(listOne.out, listTwo.out);
+    QStringList paths;
+    for (const QString& line : listOne.lines())
+        paths << line.section(QLatin1Char('\t'), 0, 0);
+    EXPECT_EQ(paths, (QStringList{"B", "a/", "a/x/", "a/x/deep", "a/y", "a/z", "a b", "b"}));
+
+    for (const QStringList& order : {QStringList{one, changed}, QStringList{changed, one}}) {
+        const CliRun fromOne = cli(QStringList{QStringLiteral("compare")} + order);
+        QStringList swapped = order;
+        swapped.replaceInStrings(one, two);
+        const CliRun fromTwo = cli(QStringList{QStringLiteral("compare")} + swapped);
+        EXPECT_EQ(fromOne.status, 1);
+        EXPECT_EQ(fromOne.out, fromTwo.out);
+        EXPECT_EQ(fromOne.err, fromTwo.err);
+        EXPECT_FALSE(fromOne.err.isEmpty()); // the summary stays on standard error
+        QStringList comparedPaths;
+        for (const QString& line : fromOne.lines())
+            comparedPaths << line.section(QLatin1Char('\t'), 1, 1);
+        QStringList sorted = comparedPaths;
+        std::sort(sorted.begin(), sorted.end(), [](const QString& x, const QString& y) {
+            QByteArray a = x.toUtf8(), b = y.toUtf8();
+            a.replace('/', '\0');
+            b.replace('/', '\0');
+            return a < b;
+        });
+        EXPECT_EQ(comparedPaths, sorted);
+    }
+    const CliRun shown = cli(
+        {QStringLiteral("compare"), changed, one, QStringLiteral("--show"), QStringLiteral("all")});
+    EXPECT_EQ(shown.out, cli({QStringLiteral("compare"), changed, two, QStringLiteral("--show"),
+                              QStringLiteral("all")})
+                             .out);
+    EXPECT_TRUE(shown.out.startsWith(QStringLiteral("B\t6\t")));
+}
+
+// export writes the Export dialog's lines for a view: its columns, separator,
+// quoting and custom text, name order unless told otherwise, the In Folder
+// column with sub-folders; mistakes are told as "Title: text" with status 2.
+TEST_F(CliTest, ExportWritesTheListOfAFolder) {
+    TempTree t;
+    t.file(QStringLiteral("data/b.TXT"), "12345");
+    t.file(QStringLiteral("data/A.bin"), QByteArray(1234, 'a'));
+    t.file(QStringLiteral("data/sub/c"), "c");
+    for (const char* f : {"data/b.TXT", "data/A.bin", "data/sub/c"})
+        t.touch(QLatin1String(f), 1700000000);
+    t.touch(QStringLiteral("data/sub"), 1700000000);
+    const QString data = t.root() + QStringLiteral("data");
+    const QString snapshot = home() + QStringLiteral("/data.#01");
+    ASSERT_EQ(cli({QStringLiteral("snapshot"), data, QStringLiteral("--output"), snapshot}).status,
+              0);
+
+    CliRun r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--fields"),
+                    QStringLiteral("name,size,type,attributes")});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out,
+              QStringLiteral("A.bin,1,234,bin,Norm\r\nb.TXT,5,txt,Norm\r\nsub,<dir>,,Dir\r\n"));
+
+    r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--quotes"),
+             QStringLiteral("--separator"), QStringLiteral("tab"), QStringLiteral("--fields"),
+             QStringLiteral("custom:HOST,0,folder,size,attributes"), QStringLiteral("--subfolders"),
+             QStringLiteral("--numeric-attributes"), QStringLiteral("--sort"),
+             QStringLiteral("size:desc")});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    // A folder's size key is 0: the smallest.
+    EXPECT_EQ(r.out, QStringLiteral("HOST\t\"A.bin\"\t\"\"\t\"1,234\"\t\"128\"\r\n"
+                                    "HOST\t\"b.TXT\"\t\"\"\t\"5\"\t\"128\"\r\n"
+                                    "HOST\t\"c\"\t\"sub/\"\t\"1\"\t\"128\"\r\n"
+                                    "HOST\t\"sub\"\t\"\"\t\"<dir>\"\t\"16\"\r\n"));
+
+    // The default fields are the dialog's: every column, Version included.
+    r = cli({QStringLiteral("export"), snapshot, QStringLiteral("--folder"), QStringLiteral("SUB"),
+             QStringLiteral("--separator"), QStringLiteral("none"), QStringLiteral("--output"),
+             home() + QStringLiteral("/sub.txt")});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.isEmpty());
+    QFile written(home() + QStringLiteral("/sub.txt"));
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    const QByteArray line = written.readAll();
+    EXPECT_TRUE(line.startsWith("c1")) << line.toStdString();
+    EXPECT_TRUE(line.endsWith("Norm\r\n")) << line.toStdString();
+
+    const std::pair<QStringList, const char*> mistakes[] = {
+        {{QStringLiteral("--fields"), QStringLiteral("name,colour")},
+         "Usage: --fields: \"colour\" is not a column"},
+        {{QStringLiteral("--fields"), QStringLiteral("folder")},
+         "Usage: --fields: the folder column needs --subfolders"},
+        {{QStringLiteral("--fields"), QStringLiteral("name,0")},
+         "Usage: --fields: \"0\" is named twice"},
+        {{QStringLiteral("--folder"), QStringLiteral("nowhere")},
+         "Folder Not Found: nowhere is not a folder of the snapshot"},
+        {{QStringLiteral("--folder"), QStringLiteral("b.TXT")},
+         "Folder Not Found: b.TXT is not a folder of the snapshot"},
+        {{QStringLiteral("--show"), QStringLiteral("all")}, "Usage: --show needs --compare"},
+        {{QStringLiteral("--separator"), QStringLiteral("semicolon")},
+         "Usage: --separator takes none, comma, tab or space"},
+        {{QStringLiteral("--sort"), QStringLiteral("colour")}, "Usage: --sort takes name"},
+    };
+    for (const auto& [options, error] : mistakes) {
+        r = cli(QStringList{QStringLiteral("export"), snapshot} + options);
+        EXPECT_EQ(r.status, 2) << error;
+        EXPECT_TRUE(r.err.startsWith(QLatin1String(error))) << r.err.toStdString();
+        EXPECT_TRUE(r.out.isEmpty());
+    }
+}
+
+// report writes the printed report as a PDF; without a comparison there are
+// no differences to print.
+TEST_F(CliTest, ReportPrintsAPdf) {
+    TempTree before, after;
+    before.file(QStringLiteral("f.txt"), "1");
+    after.file(QStringLiteral("f.txt"), "12");
+    after.file(QStringLiteral("g.txt"), "1");
+    for (TempTree* t : {&before, &after})
+        t->touch(QStringLiteral("f.txt"), 1700000000);
+    const QString pdf = home() + QStringLiteral("/report.pdf");
+    CliRun r = cli({QStringLiteral("report"), after.root(), QStringLiteral("--compare"),
+                    before.root(), QStringLiteral("--differences"), QStringLiteral("--landscape"),
+                    QStringLiteral("--pdf"), pdf});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
+    EXPECT_TRUE(QFile::exists(pdf));
+
+    EXPECT_EQ(cli({QStringLiteral("report"), after.root(), QStringLiteral("--differences"),
+                   QStringLiteral("--pdf"), pdf})
+                  .err.trimmed(),
+              QStringLiteral("Usage: --differences needs --compare"));
+    EXPECT_EQ(cli({QStringLiteral("report"), after.root()}).status, 2);
+
+    const QString pdftotext = QStandardPaths::findExecutable(QStringLiteral("pdftotext"));
+    if (pdftotext.isEmpty())
+        GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
+    QProcess p;
+    p.start(pdftotext, {QStringLiteral("-layout"), pdf, QStringLiteral("-")});
+    ASSERT_TRUE(p.waitForFinished(60000));
+    const QString text = QString::fromUtf8(p.readAllStandardOutput());
+    EXPECT_TRUE(text.startsWith(
+        QStringLiteral("Kestrel v" KESTREL_VERSION " Directory Compare Program by Quillon Ltd")));
+    EXPECT_TRUE(text.contains(QStringLiteral("Compared with Snapshot #1 of ")));
+    EXPECT_TRUE(text.contains(QStringLiteral("[was not in other Snapshot]")));
+    EXPECT_TRUE(text.contains(QStringLiteral("[was 1")));
+    EXPECT_TRUE(text.trimmed().endsWith(QStringLiteral("End of Report")));
 }
 
 } // namespace

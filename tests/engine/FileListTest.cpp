@@ -145,6 +145,73 @@ TEST_F(FileListTest, SortsByTextWithTheKeysOrders) {
     EXPECT_FALSE(sortNeedsKeys(NameColumn) || sortNeedsKeys(TypeColumn));
 }
 
+// The sort against the plain one it stands for: a stable sort of the rows by
+// their case-folded cell texts, in either direction. Names share long
+// beginnings, differ only in case, repeat in other folders, and leave ASCII
+// (accents, a character beyond the 16-bit range, one that folds to two).
+TEST_F(FileListTest, SortEqualsAStableSortOfTheCaseFoldedTexts) {
+    const std::vector<std::string> names = {"Report",
+                                            "report",
+                                            "REPORT.txt",
+                                            "re",
+                                            "r",
+                                            "Réport",
+                                            "rÉport",
+                                            "Ärger",
+                                            "arger",
+                                            "Straße",
+                                            "STRASSE",
+                                            "strasse",
+                                            "\xF0\x9F\x90\xA6 bird",
+                                            "\xEF\xBC\xA1 wide",
+                                            "a b",
+                                            "a",
+                                            "ab",
+                                            "AB",
+                                            "repo",
+                                            "reportage",
+                                            "Report 2",
+                                            "report 10",
+                                            "Zeta",
+                                            "zeta",
+                                            ""};
+    std::vector<Node> top;
+    for (size_t i = 0; i < names.size(); ++i)
+        top.push_back(Node::file(names[i], double(i % 5), 45000 + double(i % 3)));
+    std::vector<Node> inner;
+    for (size_t i = 0; i < names.size(); i += 2)
+        inner.push_back(Node::file(names[i], 1));
+    top.push_back(Node::dir("sub", inner));
+    Snapshot s;
+    buildSnapshot(s, top);
+    ListingOptions withSubFolders;
+    withSubFolders.subFolders = true;
+
+    for (const int column : {int(NameColumn), int(TypeColumn), sortKeyColumn(SizeColumn),
+                             sortKeyColumn(ModifiedColumn)}) {
+        for (const bool descending : {false, true}) {
+            FileList list(s);
+            list.list(1, withSubFolders);
+            std::vector<int32_t> expected;
+            std::vector<QString> keys;
+            for (int32_t r = 0; r < list.rowCount(); ++r) {
+                expected.push_back(r);
+                keys.push_back(list.cellText(r, column).toCaseFolded());
+            }
+            std::stable_sort(expected.begin(), expected.end(), [&](int32_t a, int32_t b) {
+                return descending ? keys[size_t(b)] < keys[size_t(a)]
+                                  : keys[size_t(a)] < keys[size_t(b)];
+            });
+            QStringList wanted;
+            for (const int32_t r : expected)
+                wanted << list.inFolder(r) + list.cellText(r, NameColumn);
+            list.sortByText(column, descending);
+            EXPECT_EQ(rowsOf(list), wanted)
+                << "column " << column << (descending ? " descending" : "");
+        }
+    }
+}
+
 // After a comparison each show mode keeps its entries, unmatched rows are
 // highlighted whole and changed files cell by cell, and the counts feed the
 // change summary.

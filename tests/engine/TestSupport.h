@@ -11,8 +11,14 @@
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
+
+// Test failures show QStrings as text.
+inline void PrintTo(const QString& text, std::ostream* os) {
+    *os << '"' << text.toStdString() << '"';
+}
 
 namespace kestrel::test {
 

@@ -45,12 +45,6 @@ namespace {
 
 const QDateTime Fixed(QDate(2024, 1, 1), QTime(12, 0));
 
-void setTime(const QString& path, const QDateTime& when) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadWrite));
-    QVERIFY(file.setFileTime(when, QFileDevice::FileModificationTime));
-}
-
 // The names of the tree's nodes just under the top.
 QStringList topFolders(const SnapshotWindow& w) {
     const views::FolderTreeModel& tree = w.treeModel();

@@ -8,6 +8,7 @@
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
 
+#include <QDateTime>
 #include <QDialog>
 #include <QFile>
 #include <QFileInfo>
@@ -24,6 +25,12 @@ inline void writeFile(const QString& path, const QByteArray& contents) {
     file.write(contents);
 }
 
+inline void setTime(const QString& path, const QDateTime& when) {
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(when, QFileDevice::FileModificationTime));
+}
+
 struct Frame {
     std::unique_ptr<kestrel::shell::MainWindow> window;
     QStringList dialogs;               // class names of the dialogs shown
@@ -31,6 +38,9 @@ struct Frame {
     QStringList messages;              // "title: text" of the same
     QString saveAnswer;                // what the save dialog returns
     QString proposedSave;              // what it proposed
+    QString exportAnswer;              // what the export's save dialog returns
+    QString proposedExport;            // what it proposed
+    QString exportFilter;              // and with which filter
     std::optional<QString> textAnswer; // what the input box returns
     QStringList textDefaults;          // the text each input box offered
     kestrel::views::SaveAnswer saveQuestionAnswer = kestrel::views::SaveAnswer::Cancel;
@@ -61,6 +71,11 @@ struct Frame {
         q.saveFileName = [this](const QString& proposed) {
             proposedSave = proposed;
             return saveAnswer;
+        };
+        q.exportFileName = [this](const QString& proposed, const QString& filter) {
+            proposedExport = proposed;
+            exportFilter = filter;
+            return exportAnswer;
         };
         q.text = [this](const QString&, const QString&, const QString& text) {
             textDefaults << text;

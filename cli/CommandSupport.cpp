@@ -1,0 +1,190 @@
+#include "CommandSupport.h"
+
+#include "engine/OpenSnapshot.h"
+#include "engine/Scan.h"
+#include "engine/Snapshot.h"
+#include "engine/SnapshotFile.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+
+namespace kestrel::cli {
+
+using namespace engine;
+
+void printError(const QString& title, const QString& text) {
+    std::fprintf(stderr, "%s: %s\n", title.toLocal8Bit().constData(),
+                 text.toLocal8Bit().constData());
+}
+
+// A message box as one line: its paragraphs joined by a blank.
+void printMessage(const UserMessage& message) {
+    QString text = message.text;
+    text.replace(QStringLiteral("\n\n"), QStringLiteral(" "));
+    printError(message.title, text);
+}
+
+void printLine(FILE* stream, const QString& text) {
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
+    std::fputc('\n', stream);
+}
+
+bool succeeded(const Outcome& outcome) {
+    if (!outcome.ok && outcome.message)
+        printMessage(*outcome.message);
+    return outcome.ok;
+}
+
+QString absoluteFolder(const QString& path) {
+    return QDir::cleanPath(QDir::current().absoluteFilePath(path));
+}
+
+QString withSeparator(QString path) {
+    if (!path.endsWith(QLatin1Char('/')))
+        path += QLatin1Char('/');
+    return path;
+}
+
+CommandLine::CommandLine(const QString& description) {
+    parser.setApplicationDescription(description);
+    parser.addHelpOption();
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+}
+
+bool CommandLine::parse(const QStringList& arguments, int positionals, const QString& usage) {
+    if (!parser.parse(arguments)) {
+        printError(QStringLiteral("Usage"), parser.errorText());
+        return false;
+    }
+    if (parser.isSet(QStringLiteral("help"))) {
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
+        std::exit(ExitOk);
+    }
+    if (parser.positionalArguments().size() != positionals) {
+        printError(QStringLiteral("Usage"), usage);
+        return false;
+    }
+    return true;
+}
+
+bool scanFolder(const QString& folder, Snapshot& snapshot, ProgressMeter& meter, QString* summary,
+                const ScanSettings& settings) {
+    snapshot.header.rootFolder = withSeparator(absoluteFolder(folder));
+    const Outcome outcome = CreateSnapshot(snapshot, settings, meter);
+    if (!outcome.ok) {
+        if (outcome.message)
+            printMessage(*outcome.message);
+        else if (outcome.cancelled)
+            printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
+        return false;
+    }
+    if (summary)
+        *summary = outcome.summary;
+    return true;
+}
+
+namespace {
+
+const QString InvalidSnapshot = QStringLiteral("Invalid Snapshot");
+
+// What keeps a path from being read as a snapshot file before any reader
+// looks at it: it is missing, a folder, not a plain file (a pipe would keep
+// the reader waiting) or empty. Prints that and returns false.
+bool checkSnapshotPath(const QString& path) {
+    struct stat st;
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0) {
+        printError(QStringLiteral("Error"),
+                   QStringLiteral("Unable to open Snapshot (%1: %2)")
+                       .arg(path, QString::fromLocal8Bit(std::strerror(errno))));
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        printError(InvalidSnapshot,
+                   QStringLiteral("%1 is a folder, not a snapshot file").arg(path));
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        printError(InvalidSnapshot,
+                   QStringLiteral("%1 is a device, pipe or socket, not a snapshot file").arg(path));
+        return false;
+    }
+    if (st.st_size == 0) {
+        printError(InvalidSnapshot, QStringLiteral("%1 is empty, not a snapshot file").arg(path));
+        return false;
+    }
+    return true;
+}
+
+// The message of a failed open, with what the user needs to find the fault:
+// where the reading stopped, or that the file is no snapshot at all.
+void printOpenFailure(const QString& path, const OpenOutcome& outcome) {
+    if (outcome.cancelled && !outcome.message) {
+        printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
+        return;
+    }
+    UserMessage message = outcome.message.value_or(
+        UserMessage{InvalidSnapshot, errorText(outcome.error), MessageIcon::Exclamation});
+    if (message.title == QLatin1String("Error")) {
+        // The reader could not open the file: say why.
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            message.text += QStringLiteral(" (%1: %2)").arg(path, file.errorString());
+    } else if (message.title == InvalidSnapshot) {
+        if (!outcome.versions) // neither format's header could be read
+            message.text =
+                QStringLiteral("%1 is not a Kestrel snapshot file (%2 in its first lines)")
+                    .arg(path, message.text);
+        else if (outcome.failedEntry > 0)
+            message.text += QStringLiteral(" in entry %1 of %2").arg(outcome.failedEntry).arg(path);
+        else
+            message.text += QStringLiteral(" in the first lines of %1").arg(path);
+    }
+    printMessage(message);
+}
+
+} // namespace
+
+bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& meter,
+                      QString* summary) {
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    if (!checkSnapshotPath(absolute))
+        return false;
+    const OpenOutcome outcome = OpenSnapshotFile(snapshot, absolute, meter);
+    if (outcome.ok) {
+        // A notice that comes with success (an imported or a cut file).
+        if (outcome.message)
+            printMessage(*outcome.message);
+        if (summary)
+            *summary = outcome.summary;
+        return true;
+    }
+    printOpenFailure(absolute, outcome);
+    return false;
+}
+
+bool obtainSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
+    if (QFileInfo(path).isDir()) {
+        snapshot.header.recurse = true;
+        snapshot.header.hidden = true;
+        if (!scanFolder(path, snapshot, meter, nullptr, ScanSettings{}))
+            return false;
+        snapshot.header.title = NewSnapshotTitle(absoluteFolder(path), 1, false);
+        return true;
+    }
+    return loadSnapshotFile(path, snapshot, meter, nullptr);
+}
+
+CompareOptions commandLineCompareOptions() {
+    CompareOptions options;
+    options.attributeCompareMask = uint16_t(~Attribute::Normal);
+    return options;
+}
+
+} // namespace kestrel::cli

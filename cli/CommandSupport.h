@@ -1,0 +1,65 @@
+#pragma once
+
+#include "engine/CompareOptions.h"
+#include "engine/Errors.h"
+
+#include <QCommandLineParser>
+#include <QString>
+#include <QStringList>
+
+#include <cstdio>
+
+namespace kestrel::engine {
+class ProgressMeter;
+class Snapshot;
+struct ScanSettings;
+} // namespace kestrel::engine
+
+// What the commands of kestrel-cli share: exit statuses, error lines, the
+// option parser and the ways to come by a snapshot.
+namespace kestrel::cli {
+
+inline constexpr int ExitOk = 0;
+inline constexpr int ExitDifferences = 1;
+inline constexpr int ExitTrouble = 2;
+
+// "Title: text" on standard error.
+void printError(const QString& title, const QString& text);
+void printMessage(const engine::UserMessage& message);
+// The text in UTF-8 and a line end.
+void printLine(FILE* stream, const QString& text);
+
+// Whether an operation succeeded; when not, its message (if any) is printed.
+bool succeeded(const engine::Outcome& outcome);
+
+// A folder as the user named it, made absolute without resolving links.
+QString absoluteFolder(const QString& path);
+QString withSeparator(QString path);
+
+// A parser with the options every command shares.
+struct CommandLine {
+    QCommandLineParser parser;
+    explicit CommandLine(const QString& description);
+    // Parses; on an error prints it and returns false (exit status 2). With
+    // --help prints the help and ends the program.
+    bool parse(const QStringList& arguments, int positionals, const QString& usage);
+};
+
+// Scans a folder as a folder given on Kestrel's command line is scanned:
+// sub-folders and hidden items, no versions. Failures are printed.
+bool scanFolder(const QString& folder, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
+                QString* summary, const engine::ScanSettings& settings);
+// Opens a snapshot file of the current or the version-2 format. Failures
+// are printed.
+bool loadSnapshotFile(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
+                      QString* summary);
+// A snapshot file is loaded, a folder scanned (titled as the desktop
+// program titles a first snapshot of it).
+bool obtainSnapshot(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter);
+
+// How the command line compares unless told otherwise: nothing ignored,
+// every attribute but the normal bit, which only says that no other bit
+// is set.
+engine::CompareOptions commandLineCompareOptions();
+
+} // namespace kestrel::cli

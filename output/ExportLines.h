@@ -1,0 +1,123 @@
+#pragma once
+
+#include "CellWriter.h"
+#include "ShownList.h"
+
+#include "engine/Errors.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <memory>
+
+class QIODevice;
+#include <vector>
+
+namespace kestrel::output {
+
+// One entry of the export's field list. Its number is a column of the grid
+// (Name 0 to Version 6) or, from 7 to 14, a custom field whose text is
+// written as it stands.
+struct ExportField {
+    int number = 0;
+    QString text; // "[Name]", "Custom" or the custom text entered
+    bool checked = false;
+
+    bool isCustom() const { return number >= FirstCustomField; }
+
+    static constexpr int FirstCustomField = 7;
+    static constexpr int LastCustomField = 14;
+};
+
+// The field list as the dialog starts it for a list: the grid's columns
+// Name to Version, each "[" + its trimmed heading + "]" and checked (In
+// Folder only when the list offers it), then eight unchecked "Custom"
+// entries.
+std::vector<ExportField> exportFields(bool inFolderOffered);
+
+// Checking an entry numbered above 5 asks for a custom text: the custom
+// entries and, deliberately, the Version column too, whose written value
+// stays the grid's all the same.
+inline bool fieldPromptsForText(int number) {
+    return number > 5;
+}
+
+// Moves the entry at index one place up (step -1, not from the first place)
+// or down (step 1, not from the last), with its text and number; the moved
+// entry ends up checked, whatever it was. Returns where the entry is now
+// (index itself when it could not move).
+int moveField(std::vector<ExportField>& fields, int index, int step);
+
+bool anyFieldChecked(const std::vector<ExportField>& fields);
+
+// The separators the dialog offers, in its list's order, and the text each
+// writes between two fields: "(none)" nothing, "Comma" ",", "Tab" one TAB,
+// "Space" one blank.
+QStringList separatorNames();
+QString separatorText(int position);
+// The position of "Comma", the dialog's first choice.
+inline constexpr int CommaSeparator = 1;
+
+// How the values are written, kept by the dialog for the run.
+struct ExportChoices {
+    QString separator = QStringLiteral(",");
+    // Grid values are enclosed in double quotes; custom text never is.
+    bool quotes = true;
+    // The Attributes field writes the attributes as a number (the hidden
+    // key column, which is empty while the faster option is on).
+    bool numericAttributes = false;
+};
+
+// The line builder: one line per row of a shown list, with the checked
+// fields from top to bottom, the separator between them and none before the
+// first or after the last. A grid value is the cell's text less its leading
+// blanks, in quotes when asked; embedded quotes and separators are written
+// as they are, without escaping. Lines are UTF-8, without their line end.
+class ExportLines {
+public:
+    // list must outlive the builder.
+    ExportLines(const ShownList& list, std::vector<ExportField> fields, ExportChoices choices);
+
+    int32_t rowCount() const { return m_list.rowCount(); }
+    void appendLine(int32_t row, LineBuffer& out);
+    QString line(int32_t row);
+
+    // The preview: the first rows, at most ten, each followed by CR LF.
+    QString preview();
+
+private:
+    // A checked field: the grid column it reads, or -1 and the custom text.
+    struct Written {
+        int column;
+        QByteArray text;
+    };
+
+    const ShownList& m_list;
+    std::vector<ExportField> m_fields;
+    std::vector<Written> m_written;
+    ExportChoices m_choices;
+    QByteArray m_separator;
+    QByteArray m_quote;
+    // Made when the list has rows.
+    std::unique_ptr<CellWriter> m_cells;
+};
+
+// The rows of the preview: all of them up to ten.
+inline constexpr int32_t PreviewRows = 10;
+// Each exported line ends with CR LF, as the export files always have.
+inline constexpr char LineEnd[] = "\r\n";
+
+// Writes every row of the list, each line followed by CR LF, to device;
+// false when the device did not take them all.
+bool writeExportLines(ExportLines& lines, QIODevice& device);
+
+// Writes every row of the list, in display order and without a heading
+// line, to path. The file is replaced only once it is complete, so a
+// failure (no room left, say) leaves an existing file as it was. A file
+// that cannot be opened or written gives "Error Writing Snapshot" with the
+// system's description.
+engine::Outcome writeExportFile(const QString& path, ExportLines& lines);
+
+} // namespace kestrel::output

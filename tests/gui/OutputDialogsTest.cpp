@@ -1,0 +1,392 @@
+// The export and print dialogs driven from a snapshot window as a user drives
+// them: the export's choices, rules and file, the same lines from kestrel-cli,
+// the print dialog without a printer and with a PDF file for its device, the
+// toolbar's Print and the preview. With KESTREL_SCREENSHOTS set to a folder,
+// both dialogs are saved there as pictures.
+
+#include "TemporaryHome.h"
+#include "TestFrame.h"
+
+#include "output/ui/ExportDialog.h"
+#include "output/ui/PrintDialog.h"
+#include "views/FileGridModel.h"
+#include "views/SnapshotWindow.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QListWidget>
+#include <QPrintPreviewDialog>
+#include <QPrintPreviewWidget>
+#include <QPrinter>
+#include <QProcess>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QStandardPaths>
+
+using namespace kestrel;
+using namespace Qt::StringLiterals;
+using output::ExportDialog;
+using output::PrintDialog;
+using views::SnapshotWindow;
+
+namespace {
+
+const QDateTime Fixed(QDate(2024, 1, 1), QTime(12, 0));
+
+QByteArray readAll(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
+}
+
+// Saves a picture of a dialog when KESTREL_SCREENSHOTS names a folder.
+void keepPicture(QWidget& dialog, const QString& name) {
+    const QString folder = qEnvironmentVariable("KESTREL_SCREENSHOTS");
+    if (folder.isEmpty())
+        return;
+    dialog.show();
+    dialog.adjustSize();
+    QDir().mkpath(folder);
+    dialog.grab().save(folder + u'/' + name);
+    dialog.hide();
+}
+
+} // namespace
+
+class OutputDialogsTest : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+    QString m_tree;
+
+    QString iniPath() const { return m_dir->filePath(u"Kestrel.ini"_s); }
+    QString path(const QString& name) const { return m_dir->filePath(name); }
+
+    // A window over the tree, its snapshot saved as Work.#01.
+    SnapshotWindow* openSaved(Frame& frame) {
+        if (!frame->NewSnapshot(m_tree, true, true, false, 1))
+            return nullptr;
+        SnapshotWindow* window = frame->activeSnapshotWindow();
+        frame.saveAnswer = path(u"Work.#01"_s);
+        window->mnuFileSaveAs_Click();
+        return window;
+    }
+
+private Q_SLOTS:
+    void init() {
+        QSettings(u"Kestrel"_s, u"Kestrel"_s).clear();
+        m_dir = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_dir->isValid());
+        m_tree = m_dir->filePath(u"Work"_s);
+        QVERIFY(QDir().mkpath(m_tree + u"/sub"_s));
+        for (int i = 0; i < 25; ++i) {
+            const QString file = m_tree + u"/file%1.txt"_s.arg(i, 2, 10, QLatin1Char('0'));
+            writeFile(file, QByteArray(i * 100, 'x'));
+            setTime(file, Fixed.addSecs(i));
+        }
+        writeFile(m_tree + u"/sub/inner.dat"_s, "inner");
+        setTime(m_tree + u"/sub/inner.dat"_s, Fixed);
+    }
+
+    // 26 rows (25 files and a folder): ten in the preview, every one in the
+    // file, in the grid's order, without a heading line; the file proposed
+    // is named after the snapshot's; the choices stay for the next export.
+    void exportWritesEveryRowAndKeepsTheChoices() {
+        Frame frame(iniPath());
+        frame->show();
+        SnapshotWindow* window = openSaved(frame);
+        QVERIFY(window);
+        QVERIFY(window->action(u"mnuFileExport"_s)->isEnabled());
+        window->SortSequence(SnapshotWindow::SortBySize + 0); // size ascending
+        window->SortSequence(SnapshotWindow::SortBySize);     // and descending
+        QCOMPARE(window->gridModel().rowCount(), 26);
+
+        frame.exportAnswer = path(u"out.txt"_s);
+        QString preview;
+        frame.whileShown = [&](QDialog& dialog) -> int {
+            // QCOMPARE returns from the check alone when it fails.
+            [&] {
+                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
+                if (!exporter)
+                    return;
+                keepPicture(*exporter, u"export-dialog.png"_s);
+                QCOMPARE(exporter->windowTitle(), u"Export File List"_s);
+                QCOMPARE(exporter->separatorList()->currentText(), u"Comma"_s);
+                QVERIFY(exporter->quotesBox()->isChecked());
+                QCOMPARE(exporter->fieldList()->count(), 14); // no In Folder without sub-folders
+                exporter->separatorList()->setCurrentIndex(2);
+                exporter->quotesBox()->setChecked(false);
+                // Only the name.
+                for (int row = 1; row < 6; ++row)
+                    exporter->fieldList()->item(row)->setCheckState(Qt::Unchecked);
+                preview = exporter->previewText();
+                exporter->cmdOK_Click();
+            }();
+            return dialog.result();
+        };
+        window->mnuFileExport_Click();
+        QCOMPARE(frame.dialogs.last(), u"kestrel::output::ExportDialog"_s);
+        QCOMPARE(frame.proposedExport, path(u"Work.txt"_s));
+        QCOMPARE(frame.exportFilter,
+                 u"Text Files (*.txt);;Comma-Separated Files (*.csv);;All Files (*)"_s);
+        QCOMPARE(preview.split(u'\n', Qt::SkipEmptyParts).size(), 10);
+        QVERIFY2(preview.startsWith(u"file24.txt\nfile23.txt\n"_s), qPrintable(preview));
+        const QByteArray written = readAll(path(u"out.txt"_s));
+        QCOMPARE(written.count("\r\n"), 26);
+        QVERIFY(written.startsWith("file24.txt\r\nfile23.txt\r\n"));
+        QVERIFY(written.endsWith("file00.txt\r\nsub\r\n"));
+
+        // Next time: the separator and quoting as left, the fields afresh.
+        frame.whileShown = [&](QDialog& dialog) -> int {
+            // QCOMPARE returns from the check alone when it fails.
+            [&] {
+                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
+                QCOMPARE(exporter->separatorList()->currentText(), u"Tab"_s);
+                QVERIFY(!exporter->quotesBox()->isChecked());
+                QCOMPARE(exporter->fieldList()->item(1)->checkState(), Qt::Checked);
+                // A cancelled save dialog writes nothing and leaves the dialog up.
+                frame.exportAnswer.clear();
+                exporter->cmdOK_Click();
+                QVERIFY(exporter->result() != QDialog::Accepted);
+            }();
+            return int(QDialog::Rejected);
+        };
+        QVERIFY(QFile::remove(path(u"out.txt"_s)));
+        window->mnuFileExport_Click();
+        QVERIFY(!QFile::exists(path(u"out.txt"_s)));
+    }
+
+    // Checking Version or a custom entry asks for a text, which renames the
+    // entry; OK needs a checked entry; moving an entry checks it; a file
+    // that cannot be opened is "Error Writing Snapshot".
+    void theFieldListsRules() {
+        Frame frame(iniPath());
+        frame->show();
+        SnapshotWindow* window = openSaved(frame);
+        QVERIFY(window);
+        QStringList asked;
+        std::optional<QString> answer = u"Release"_s;
+        frame->questions().text = [&](const QString& prompt, const QString& title,
+                                      const QString& text) {
+            asked << prompt + u'|' + title + u'|' + text;
+            return answer;
+        };
+        frame.exportAnswer = path(u"missing/out.txt"_s);
+        frame.whileShown = [&](QDialog& dialog) -> int {
+            // QCOMPARE returns from the check alone when it fails.
+            [&] {
+                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
+                QListWidget* list = exporter->fieldList();
+                list->item(5)->setCheckState(Qt::Unchecked); // [Version]
+                list->item(5)->setCheckState(Qt::Checked);
+                QCOMPARE(asked, (QStringList{u"Enter Custom Text:|Custom Field|[Version]"_s}));
+                QCOMPARE(list->item(5)->text(), u"Release"_s);
+                // Attributes asks nothing; an empty answer keeps the text.
+                list->item(4)->setCheckState(Qt::Unchecked);
+                list->item(4)->setCheckState(Qt::Checked);
+                answer = QString();
+                list->item(6)->setCheckState(Qt::Checked);
+                QCOMPARE(asked.size(), 2);
+                QCOMPARE(list->item(6)->text(), u"Custom"_s);
+                QCOMPARE(list->item(6)->checkState(), Qt::Checked);
+                // The written value of the Version entry is still the grid's.
+                QVERIFY2(exporter->previewText().startsWith(u"\"file00.txt\",\"0\",\"txt\","_s),
+                         qPrintable(exporter->previewText()));
+
+                for (int row = 0; row < list->count(); ++row)
+                    list->item(row)->setCheckState(Qt::Unchecked);
+                QVERIFY(!exporter->okButton()->isEnabled());
+                // The preview keeps a line per row, empty now.
+                QCOMPARE(exporter->previewText(), QString(10, u'\n'));
+                // An unchecked custom entry moved up is checked, with no question.
+                list->setCurrentRow(7);
+                exporter->cmdShift_Click(0);
+                QCOMPARE(list->currentRow(), 6);
+                QCOMPARE(list->item(6)->checkState(), Qt::Checked);
+                QCOMPARE(exporter->fields()[6].number, 8);
+                QCOMPARE(asked.size(), 2);
+                QVERIFY(exporter->okButton()->isEnabled());
+                exporter->cmdShift_Click(2);
+                QCOMPARE(list->currentRow(), 7);
+
+                exporter->cmdOK_Click();
+            }();
+            return dialog.result();
+        };
+        window->mnuFileExport_Click();
+        QCOMPARE(frame.titles, QStringList{u"Error Writing Snapshot"_s});
+        QVERIFY(!QFile::exists(path(u"missing/out.txt"_s)));
+    }
+
+    // kestrel-cli export of the same view writes the same file: a compared
+    // pair, files of sub-folders, the dialog's first choices.
+    void theCommandLineWritesWhatTheDialogWrites() {
+        Frame frame(iniPath());
+        frame->show();
+        SnapshotWindow* older = openSaved(frame);
+        QVERIFY(older);
+        writeFile(m_tree + u"/file03.txt"_s, "grown");
+        writeFile(m_tree + u"/sub/new.bin"_s, "new");
+        QVERIFY(QFile::remove(m_tree + u"/file04.txt"_s));
+        older->mnuFileRepeat_Click();
+        SnapshotWindow* newer = frame->activeSnapshotWindow();
+        QVERIFY(newer && newer != older && newer->compared());
+        frame.saveAnswer = path(u"Work.#02"_s);
+        newer->mnuFileSaveAs_Click();
+        newer->action(u"mnuViewSubs"_s)->trigger();
+        QVERIFY(newer->showsSubFolders());
+        newer->setShowPosition(4); // all differences
+
+        frame.exportAnswer = path(u"dialog.txt"_s);
+        frame.whileShown = [&](QDialog& dialog) -> int {
+            // QCOMPARE returns from the check alone when it fails.
+            [&] {
+                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
+                QCOMPARE(exporter->fieldList()->count(), 15);
+                exporter->cmdOK_Click();
+            }();
+            return dialog.result();
+        };
+        newer->mnuFileExport_Click();
+        const QByteArray fromDialog = readAll(path(u"dialog.txt"_s));
+        QVERIFY(fromDialog.contains("\"new.bin\",\"sub/\""));
+
+        QProcess cli;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"LC_ALL"_s, u"en_US.UTF-8"_s); // the locale the window test fixed
+        cli.setProcessEnvironment(env);
+        QStringList arguments{u"export"_s,         path(u"Work.#02"_s), u"--compare"_s,
+                              path(u"Work.#01"_s), u"--show"_s,         u"diffs"_s,
+                              u"--subfolders"_s,   u"--quotes"_s,       u"--use-settings"_s,
+                              u"--output"_s,       path(u"cli.txt"_s)};
+        if (newer->sortColumn() == 0)
+            arguments << u"--sort"_s << u"none"_s;
+        cli.start(QStringLiteral(KESTREL_CLI), arguments);
+        QVERIFY(cli.waitForFinished(60000));
+        QCOMPARE(cli.exitCode(), 0);
+        QCOMPARE(readAll(path(u"cli.txt"_s)), fromDialog);
+    }
+
+    // Without a printer there is nothing to print on; a PDF file chosen in
+    // the print dialog is a device of its own. The differences box follows
+    // the window's comparison; the picture shows for portrait only.
+    void thePrintDialogsDevicesAndDifferences() {
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(!frame->toolbarButton(u"Print"_s)->isEnabled());
+        SnapshotWindow* window = openSaved(frame);
+        QVERIFY(window);
+        QVERIFY(frame->toolbarButton(u"Print"_s)->isEnabled());
+        PrintDialog& printer = frame->printDialog();
+        printer.installedPrinters = [] { return QStringList(); };
+        const QString pdf = path(u"Work.pdf"_s);
+        printer.choosePrinter = [&](QPrinter& device) {
+            device.setOutputFormat(QPrinter::PdfFormat);
+            device.setOutputFileName(pdf);
+            return true;
+        };
+        QStringList errors;
+        printer.printingError = [&](const engine::UserMessage& m) {
+            errors << m.title + u": "_s + m.text;
+        };
+
+        frame.whileShown = [&](QDialog& dialog) -> int {
+            // QCOMPARE returns from the check alone when it fails.
+            [&] {
+                auto* print = qobject_cast<PrintDialog*>(&dialog);
+                keepPicture(*print, u"print-dialog.png"_s);
+                QCOMPARE(print->windowTitle(), u"Print Snapshot"_s);
+                QCOMPARE(print->deviceLabel()->text(), u"No Printer Installed"_s);
+                QVERIFY(!print->okButton()->isEnabled());
+                QVERIFY(!print->differencesBox()->isChecked() &&
+                        !print->differencesBox()->isEnabled());
+                QVERIFY(print->orientationButton(PrintDialog::Portrait)->isChecked());
+                QVERIFY(!print->picture()->isHidden());
+                print->optOrient_Click(PrintDialog::Landscape);
+                QVERIFY(print->picture()->isHidden());
+                QCOMPARE(print->printer().pageLayout().orientation(), QPageLayout::Landscape);
+                print->optOrient_Click(PrintDialog::Portrait);
+
+                print->cmdPrinter_Click();
+                QCOMPARE(print->deviceLabel()->text(), QDir::toNativeSeparators(pdf));
+                QVERIFY(print->okButton()->isEnabled());
+                print->cmdOK_Click();
+            }();
+            return dialog.result();
+        };
+        frame->Toolbar1_ButtonClick(u"Print"_s);
+        QCOMPARE(frame.dialogs.last(), u"kestrel::output::PrintDialog"_s);
+        QVERIFY(errors.isEmpty());
+        QVERIFY(QFile::exists(pdf));
+
+        // A file that cannot be written: "Printing Error", the dialog stays.
+        const QString nowhere = path(u"missing/Work.pdf"_s);
+        printer.choosePrinter = [&](QPrinter& device) {
+            device.setOutputFileName(nowhere);
+            return true;
+        };
+        frame.whileShown = [&](QDialog& dialog) -> int {
+            // QCOMPARE returns from the check alone when it fails.
+            [&] {
+                auto* print = qobject_cast<PrintDialog*>(&dialog);
+                print->cmdPrinter_Click();
+                print->cmdOK_Click();
+            }();
+            return dialog.result();
+        };
+        window->mnuFilePrint_Click();
+        QCOMPARE(errors.size(), 1);
+        QVERIFY(errors.first().startsWith(u"Printing Error: "_s));
+        QVERIFY(!QFile::exists(nowhere));
+
+        // A compared window holds differences to print, except in the show
+        // mode of entries only in this snapshot.
+        writeFile(m_tree + u"/file03.txt"_s, "grown");
+        window->mnuFileRepeat_Click();
+        SnapshotWindow* newer = frame->activeSnapshotWindow();
+        QVERIFY(newer->compared());
+        bool ticked = false, enabled = false;
+        frame.whileShown = [&](QDialog& dialog) -> int {
+            // QCOMPARE returns from the check alone when it fails.
+            [&] {
+                auto* print = qobject_cast<PrintDialog*>(&dialog);
+                ticked = print->differencesBox()->isChecked();
+                enabled = print->differencesBox()->isEnabled();
+            }();
+            return int(QDialog::Rejected);
+        };
+        newer->mnuFilePrint_Click();
+        QVERIFY(ticked && enabled);
+        newer->setShowPosition(1);
+        newer->mnuFilePrint_Click();
+        QVERIFY(!ticked && !enabled);
+        for (SnapshotWindow* w : frame->snapshotWindows())
+            w->setChanged(false);
+    }
+
+    // Print Preview paints the same report into Qt's preview.
+    void previewShowsTheReport() {
+        Frame frame(iniPath());
+        frame->show();
+        SnapshotWindow* window = openSaved(frame);
+        QVERIFY(window);
+        QVERIFY(window->action(u"mnuFilePrintPreview"_s)->isEnabled());
+        int pages = 0;
+        frame->printDialog().showPreview = [&](QPrintPreviewDialog& preview) {
+            auto* widget = preview.findChild<QPrintPreviewWidget*>();
+            QVERIFY(widget);
+            widget->updatePreview();
+            pages = widget->pageCount();
+        };
+        window->mnuFilePrintPreview_Click();
+        QCOMPARE(pages, 1);
+    }
+};
+
+int main(int argc, char** argv) {
+    return runWindowTest<OutputDialogsTest>(argc, argv);
+}
+
+#include "OutputDialogsTest.moc"

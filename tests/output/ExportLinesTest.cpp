@@ -1,0 +1,303 @@
+// The export's lines: the field list and its moves, separators, quoting,
+// custom text, numeric attributes, the preview and the file written, and the
+// fast cell texts checked against the grid's own in several locales.
+
+#include "ShownListFixture.h"
+
+#include "engine/TextFormats.h"
+#include "output/CellWriter.h"
+#include "output/ExportLines.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <csignal>
+#include <ctime>
+#include <sys/resource.h>
+
+using namespace kestrel;
+using namespace kestrel::output;
+using kestrel::test::Node;
+using kestrel::test::ShownListFixture;
+
+namespace {
+
+std::vector<ExportField> onlyFields(std::initializer_list<int> numbers) {
+    std::vector<ExportField> fields;
+    for (const int n : numbers)
+        fields.push_back(
+            {n, n >= ExportField::FirstCustomField ? QStringLiteral("Custom") : QString(), true});
+    return fields;
+}
+
+ExportChoices choose(const QString& separator, bool quotes, bool numeric = false) {
+    return ExportChoices{separator, quotes, numeric};
+}
+
+QStringList textsOf(const std::vector<ExportField>& fields) {
+    QStringList texts;
+    for (const ExportField& f : fields)
+        texts << f.text + (f.checked ? QStringLiteral("+") : QString());
+    return texts;
+}
+
+QByteArray readAll(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
+}
+
+class ExportLinesTest : public testing::Test {
+protected:
+    ShownListFixture f;
+    QTemporaryDir dir;
+
+    // Two files: "a.txt" of 1,234 bytes and a read-only "B.Doc" of 5 bytes.
+    void showTwoFiles() {
+        Node a = Node::file("a.txt", 1234, engine::oleDateFromParts(2023, 1, 2, 13, 4, 5));
+        Node b = Node::file("B.Doc", 5, engine::oleDateFromParts(2022, 12, 31, 0, 0, 0));
+        b.attributes = 1;
+        f.show({a, b});
+    }
+    QString line(std::vector<ExportField> fields, const ExportChoices& choices, int32_t row = 0) {
+        ExportLines lines(f.list, std::move(fields), choices);
+        return lines.line(row);
+    }
+};
+
+TEST_F(ExportLinesTest, TheFieldListOffersTheColumnsThenEightCustomEntries) {
+    EXPECT_EQ(textsOf(exportFields(false)),
+              (QStringList{"[Name]+", "[Size]+", "[Type]+", "[Modified]+", "[Attributes]+",
+                           "[Version]+", "Custom", "Custom", "Custom", "Custom", "Custom", "Custom",
+                           "Custom", "Custom"}));
+    const std::vector<ExportField> withFolders = exportFields(true);
+    ASSERT_EQ(withFolders.size(), 15u);
+    EXPECT_EQ(withFolders[1].text, QStringLiteral("[In Folder]"));
+    for (size_t i = 0; i < withFolders.size(); ++i)
+        EXPECT_EQ(withFolders[i].number, int(i));
+    // Version prompts for custom text as the custom entries do; Attributes does not.
+    EXPECT_FALSE(fieldPromptsForText(5));
+    EXPECT_TRUE(fieldPromptsForText(6));
+    EXPECT_TRUE(fieldPromptsForText(14));
+}
+
+TEST_F(ExportLinesTest, MovingAnEntryChecksItAndStopsAtEitherEnd) {
+    std::vector<ExportField> fields = exportFields(false);
+    EXPECT_EQ(moveField(fields, 0, -1), 0);
+    EXPECT_EQ(moveField(fields, 13, 1), 13);
+    EXPECT_EQ(textsOf(fields), textsOf(exportFields(false)));
+
+    // The first custom entry, unchecked, one place up: checked now.
+    EXPECT_EQ(moveField(fields, 6, -1), 5);
+    EXPECT_EQ(fields[5].number, 7);
+    EXPECT_EQ(fields[5].text, QStringLiteral("Custom"));
+    EXPECT_TRUE(fields[5].checked);
+    EXPECT_EQ(fields[6].number, 6);
+    // Down again, and the entry it passes keeps its state.
+    EXPECT_EQ(moveField(fields, 5, 1), 6);
+    EXPECT_EQ(fields[5].number, 6);
+    EXPECT_TRUE(fields[6].checked);
+}
+
+TEST_F(ExportLinesTest, SeparatorsAndQuotesStandBetweenTheValuesOnly) {
+    showTwoFiles();
+    const auto nameSize = [] { return onlyFields({engine::NameColumn, engine::SizeColumn}); };
+    EXPECT_EQ(line(nameSize(), choose(QString(), true)), QStringLiteral("\"a.txt\"\"1,234\""));
+    EXPECT_EQ(line(nameSize(), choose(separatorText(2), false)), QStringLiteral("a.txt\t1,234"));
+    EXPECT_EQ(line(nameSize(), choose(separatorText(3), false)), QStringLiteral("a.txt 1,234"));
+    EXPECT_EQ(separatorNames(), (QStringList{"(none)", "Comma", "Tab", "Space"}));
+    EXPECT_EQ(separatorText(0), QString());
+    EXPECT_EQ(separatorText(CommaSeparator), QStringLiteral(","));
+
+    // Every column the dialog starts with: the version is empty, the type in
+    // lower case, the attributes as letters.
+    const QString expected = QStringLiteral("\"B.Doc\",\"5\",\"doc\",\"") +
+                             engine::modifiedText(f.snapshot.entry(2).modified) +
+                             QStringLiteral("\",\"R/O\",\"\"");
+    EXPECT_EQ(line(exportFields(false), ExportChoices{}, 1), expected);
+}
+
+TEST_F(ExportLinesTest, CustomTextIsNeverQuotedAndNothingIsEscaped) {
+    f.show({Node::file("say \"hi\", ok", 7)});
+    std::vector<ExportField> fields = onlyFields({7, engine::NameColumn, 8});
+    fields[0].text = QStringLiteral("X");
+    fields[2].text = QStringLiteral(" two words");
+    EXPECT_EQ(line(fields, choose(QStringLiteral(","), true)),
+              QStringLiteral("X,\"say \"hi\", ok\", two words"));
+    // Unchecked entries write nothing, not even a separator.
+    fields[1].checked = false;
+    EXPECT_EQ(line(fields, choose(QStringLiteral(","), true)), QStringLiteral("X, two words"));
+}
+
+TEST_F(ExportLinesTest, NumericAttributesComeFromTheHiddenKeyColumn) {
+    showTwoFiles();
+    const auto attributes = [] { return onlyFields({engine::AttributesColumn}); };
+    EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, true)),
+              QStringLiteral("\"128\""));
+    EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, false), 1),
+              QStringLiteral("\"R/O\""));
+    // The faster option leaves the key column empty, so the number too.
+    engine::ListingOptions faster;
+    faster.keys = false;
+    f.rows->list(1, faster);
+    EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, true)), QStringLiteral("\"\""));
+}
+
+TEST_F(ExportLinesTest, GridValuesLoseTheirLeadingBlanks) {
+    Node versioned = Node::file("  indented", 1);
+    versioned.version = "1.02.03.04";
+    f.show({versioned});
+    EXPECT_EQ(f.rows->cellText(0, engine::VersionColumn), QStringLiteral(" 1.02.03.04"));
+    EXPECT_EQ(line(onlyFields({engine::NameColumn, engine::VersionColumn}),
+                   choose(QStringLiteral(";"), true)),
+              QStringLiteral("\"indented\";\"1.02.03.04\""));
+}
+
+TEST_F(ExportLinesTest, MovedEntriesWriteInTheirNewOrder) {
+    showTwoFiles();
+    std::vector<ExportField> fields = exportFields(false);
+    moveField(fields, 1, -1); // Size above Name
+    for (ExportField& field : fields)
+        field.checked = field.number == engine::NameColumn || field.number == engine::SizeColumn;
+    EXPECT_EQ(line(fields, choose(QStringLiteral(","), false)), QStringLiteral("1,234,a.txt"));
+}
+
+// A grid of 25 rows previews 10 and writes 25, in the grid's order, each
+// line ending in CR LF and no heading line; an empty grid writes an empty file.
+TEST_F(ExportLinesTest, PreviewShowsTenRowsAndTheFileEveryRow) {
+    std::vector<Node> files;
+    for (int i = 0; i < 25; ++i)
+        files.push_back(
+            Node::file(QStringLiteral("f%1").arg(i, 2, 10, QLatin1Char('0')).toStdString(), i));
+    f.show(files);
+    f.rows->sortByText(engine::NameColumn, true); // the grid's order, whatever it is
+    ExportLines lines(f.list, onlyFields({engine::NameColumn}), choose(QStringLiteral(","), false));
+    const QString preview = lines.preview();
+    EXPECT_EQ(preview.count(QStringLiteral("\r\n")), 10);
+    EXPECT_TRUE(preview.startsWith(QStringLiteral("f24\r\nf23\r\n")));
+
+    const QString path = dir.filePath(QStringLiteral("Work.txt"));
+    ASSERT_TRUE(writeExportFile(path, lines).ok);
+    const QByteArray written = readAll(path);
+    EXPECT_EQ(written.count("\r\n"), 25);
+    EXPECT_TRUE(written.startsWith("f24\r\nf23\r\n"));
+    EXPECT_TRUE(written.endsWith("f00\r\n"));
+
+    f.rows->list(0, {});
+    ExportLines none(f.list, onlyFields({engine::NameColumn}), ExportChoices{});
+    EXPECT_EQ(none.preview(), QString());
+    ASSERT_TRUE(writeExportFile(path, none).ok);
+    EXPECT_EQ(readAll(path), QByteArray());
+}
+
+TEST_F(ExportLinesTest, AFileThatCannotBeWrittenIsReportedAndTheOldOneKept) {
+    showTwoFiles();
+    ExportLines lines(f.list, exportFields(false), ExportChoices{});
+    engine::Outcome written =
+        writeExportFile(dir.filePath(QStringLiteral("missing/Work.txt")), lines);
+    EXPECT_FALSE(written.ok);
+    ASSERT_TRUE(written.message);
+    EXPECT_EQ(written.message->title, QStringLiteral("Error Writing Snapshot"));
+    EXPECT_FALSE(written.message->text.isEmpty());
+
+    // No room left after the file was opened: the system's text, and the
+    // file that was there before stays whole.
+    std::vector<Node> many;
+    for (int i = 0; i < 3000; ++i)
+        many.push_back(Node::file("file number " + std::to_string(i), i));
+    ShownListFixture big;
+    big.show(many);
+    const QString path = dir.filePath(QStringLiteral("Kept.txt"));
+    {
+        QFile old(path);
+        ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+        old.write("the old export\r\n");
+    }
+    ExportLines large(big.list, exportFields(false), ExportChoices{});
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    const rlimit lowered{16 * 1024, old.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &lowered), 0);
+    written = writeExportFile(path, large);
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_FALSE(written.ok);
+    ASSERT_TRUE(written.message);
+    EXPECT_EQ(written.message->title, QStringLiteral("Error Writing Snapshot"));
+    EXPECT_TRUE(written.message->text.contains(QStringLiteral("too large"), Qt::CaseInsensitive))
+        << written.message->text.toStdString();
+    EXPECT_EQ(readAll(path), QByteArray("the old export\r\n"));
+}
+
+// The short cuts of the cell writer against the grid's own texts, cell by
+// cell, in locales with other digits, separators, date orders and no
+// grouping at all, and on the days the clocks change.
+TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
+    const char* const oldZone = std::getenv("TZ");
+    const std::string zone = oldZone ? oldZone : "";
+    qputenv("TZ", "Europe/Berlin");
+    tzset();
+
+    std::vector<Node> top;
+    const double sizes[] = {0,   7, 999, 1000, 123456, 1234567, 5000000000.0, 9007199254740993.0,
+                            12.5};
+    const std::string names[] = {"plain.TXT", "Ärger.Dat", "noext", "a.b.C",
+                                 " lead",     "日本.文書", "x."};
+    const double dates[] = {engine::oleDateFromParts(2024, 3, 31, 2, 30, 0),  // no such local time
+                            engine::oleDateFromParts(2024, 10, 27, 2, 30, 0), // twice that day
+                            engine::oleDateFromParts(2024, 1, 1, 0, 0, 0),
+                            engine::oleDateFromParts(2001, 7, 4, 23, 59, 59),
+                            engine::oleDateFromParts(1850, 5, 6, 7, 8, 9),
+                            engine::oleDateFromParts(2150, 2, 3, 4, 5, 6),
+                            45000.99999999,
+                            0,
+                            -1.25};
+    const int16_t attributes[] = {0, 1, 7, 33, 128, 2048, -1};
+    int i = 0;
+    for (const std::string& name : names)
+        for (const double size : sizes) {
+            Node file =
+                Node::file(name + std::to_string(i), size, dates[size_t(i) % std::size(dates)]);
+            file.attributes = attributes[size_t(i) % std::size(attributes)];
+            file.version = i % 3 == 0 ? "" : i % 3 == 1 ? "1.02.0003" : "5.ä";
+            top.push_back(file);
+            ++i;
+        }
+    top.push_back(Node::dir("Folder.X", {Node::file("inner", 1)}));
+    ShownListFixture f;
+    f.show(top);
+
+    for (const auto& [language, country] : {std::pair{QLocale::English, QLocale::UnitedStates},
+                                            {QLocale::German, QLocale::Germany},
+                                            {QLocale::French, QLocale::France},
+                                            {QLocale::C, QLocale::AnyCountry},
+                                            {QLocale::Hindi, QLocale::India},
+                                            {QLocale::Arabic, QLocale::Egypt},
+                                            {QLocale::Swedish, QLocale::Sweden}}) {
+        QLocale::setDefault(QLocale(language, country));
+        for (const bool keys : {true, false}) {
+            engine::ListingOptions options;
+            options.subFolders = true;
+            options.keys = keys;
+            f.rows->list(1, options);
+            CellWriter writer(f.snapshot, *f.rows);
+            for (int32_t row = 0; row < f.rows->rowCount(); ++row)
+                for (const int column : {0, 1, 2, 3, 4, 5, 6, 11}) {
+                    LineBuffer fast;
+                    writer.append(row, column, fast);
+                    EXPECT_EQ(fast.toByteArray(), f.rows->cellText(row, column).toUtf8())
+                        << QLocale().name().toStdString() << " row " << row << " column " << column;
+                }
+        }
+    }
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    if (oldZone)
+        qputenv("TZ", zone.c_str());
+    else
+        qunsetenv("TZ");
+    tzset();
+}
+
+} // namespace

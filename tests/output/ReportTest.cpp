@@ -1,0 +1,326 @@
+// The printed report: its header, FitText's cuts, the columns at the grid's
+// widths, the differences, pages, a cancelled report that prints nothing,
+// and the PDF read back with pdftotext as a reader would see it.
+
+#include "ShownListFixture.h"
+
+#include "engine/TextFormats.h"
+#include "engine/Twips.h"
+#include "output/Report.h"
+
+#include <gtest/gtest.h>
+
+#include <QBuffer>
+#include <QFile>
+#include <QPdfWriter>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+using namespace kestrel;
+using namespace kestrel::output;
+using kestrel::test::Node;
+using kestrel::test::ShownListFixture;
+
+namespace {
+
+const double Now = engine::oleDateFromParts(2024, 6, 7, 8, 9, 10);
+
+// A meter whose Cancel is pressed once the report has reached a row.
+class CancelAt : public engine::ProgressView {
+public:
+    explicit CancelAt(int32_t row) : m_row(row) {}
+    void meterStarted(int32_t, const QString& caption, bool cancellable) override {
+        m_caption = caption;
+        m_cancellable = cancellable;
+    }
+    void meterShown() override {}
+    void meterValue(int32_t value) override { m_values.push_back(value); }
+    void processEvents() override {
+        if (meter && !m_values.empty() && m_values.back() >= m_row)
+            meter->cancel();
+    }
+    void meterClosed() override { m_closed = true; }
+
+    engine::ProgressMeter* meter = nullptr;
+    int32_t m_row;
+    QString m_caption;
+    bool m_cancellable = false;
+    bool m_closed = false;
+    std::vector<int32_t> m_values;
+};
+
+// The text pdftotext reads from a PDF, its pages separated by form feeds;
+// empty when pdftotext is not installed.
+QString pdfText(const QString& path) {
+    const QString tool = QStandardPaths::findExecutable(QStringLiteral("pdftotext"));
+    if (tool.isEmpty())
+        return {};
+    QProcess p;
+    p.start(tool, {QStringLiteral("-layout"), path, QStringLiteral("-")});
+    p.waitForFinished(60000);
+    // The PDF's fonts join "fi" and "fl" into one glyph, which reads back as
+    // a ligature character.
+    return QString::fromUtf8(p.readAllStandardOutput())
+        .replace(QChar(0xFB01), QStringLiteral("fi"))
+        .replace(QChar(0xFB02), QStringLiteral("fl"));
+}
+
+class ReportTest : public testing::Test {
+protected:
+    ShownListFixture f;
+    QTemporaryDir dir;
+    engine::ProgressMeter meter;
+
+    QString pdf(const QString& name, const ReportSettings& settings,
+                QPageLayout::Orientation orientation = QPageLayout::Portrait) {
+        const QString path = dir.filePath(name);
+        const engine::Outcome written = writeReportPdf(
+            path, f.list, settings, defaultPdfLayout(orientation), PdfResolution, meter);
+        EXPECT_TRUE(written.ok);
+        return path;
+    }
+};
+
+TEST_F(ReportTest, TheHeaderNamesTheProgramTheSnapshotAndWhatItIsComparedWith) {
+    EXPECT_EQ(versionLine(), QStringLiteral("Kestrel v" KESTREL_VERSION
+                                            " Directory Compare Program by Quillon Ltd"));
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^Kestrel v\\d+\\.\\d+\\.\\d+ Directory"))
+                    .match(versionLine())
+                    .hasMatch());
+
+    f.show({Node::file("a.txt", 1)});
+    ReportSettings plain;
+    plain.now = Now;
+    const QString produced = QStringLiteral("Report produced on Friday, June 7, 2024 at 8:09 AM");
+    EXPECT_EQ(reportHeader(f.list, plain),
+              (QStringList{versionLine(), produced, QString(),
+                           QStringLiteral("Work (created 3/5/24 9:30:00 AM)"), QString()}));
+
+    ShownListFixture compared;
+    compared.showCompared({Node::file("a.txt", 2)}, {Node::file("a.txt", 1)},
+                          engine::ShowMode::All);
+    ReportSettings differences = plain;
+    differences.includeDifferences = true;
+    EXPECT_EQ(reportHeader(compared.list, differences),
+              (QStringList{versionLine(), produced, QString(),
+                           QStringLiteral("Work (created 3/5/24 9:30:00 AM)"), QString(),
+                           QStringLiteral("/built/"),
+                           QStringLiteral("Compared with Before (created 3/1/24)"),
+                           QStringLiteral("1 file changed"), QString(),
+                           QStringLiteral("All Files/Dirs in this Snapshot"), QString()}));
+}
+
+TEST_F(ReportTest, FitTextCutsWithDotsAndKeepsOneOrTwoCharactersWithout) {
+    QBuffer buffer;
+    QPdfWriter device(&buffer);
+    QFont font = QGuiApplication::font();
+    font.setPointSizeF(GridPointSize);
+    const QFontMetricsF metrics(font, &device);
+    const QString text = QStringLiteral("A rather long file name.txt");
+    const qreal wide = metrics.horizontalAdvance(text);
+
+    EXPECT_EQ(FitText(text, wide, metrics), text);
+    EXPECT_EQ(FitText(text, 0, metrics), text); // no width: nothing is cut
+    const qreal half = wide / 2;
+    const QString cut = FitText(text, half, metrics);
+    ASSERT_TRUE(cut.endsWith(QStringLiteral("..."))) << cut.toStdString();
+    const QString kept = cut.chopped(3);
+    EXPECT_TRUE(text.startsWith(kept));
+    // What fitted was kept less two characters, and one more would not fit.
+    const QString fitted = text.left(kept.size() + 2);
+    EXPECT_LE(metrics.horizontalAdvance(fitted), half);
+    EXPECT_GT(metrics.horizontalAdvance(text.left(fitted.size() + 1)), half);
+
+    const qreal two = metrics.horizontalAdvance(QStringLiteral("A r"));
+    EXPECT_EQ(FitText(text, two - 0.01, metrics), QStringLiteral("A "));
+    EXPECT_EQ(FitText(text, metrics.horizontalAdvance(QStringLiteral("A")), metrics),
+              QStringLiteral("A"));
+    EXPECT_EQ(FitText(text, 0.01, metrics), QString());
+    // Three characters that fit become none and the dots.
+    EXPECT_EQ(FitText(text, metrics.horizontalAdvance(QStringLiteral("A ra")) - 0.01, metrics),
+              QStringLiteral("A..."));
+}
+
+// Each printed column starts at the sum of the grid's widths before it; the
+// size ends two blanks short of its column; a hidden column is not printed;
+// the difference text stands at the filler's position.
+TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
+    Node changed = Node::file("grown.bin", 2000);
+    Node before = Node::file("grown.bin", 1000);
+    f.showCompared({changed, Node::file("new.txt", 5)}, {before}, engine::ShowMode::All);
+    f.list.columnTwips[engine::ModifiedColumn] = 2400; // a column the user widened
+    QBuffer buffer;
+    QPdfWriter device(&buffer);
+    ReportDocument document;
+    ReportSettings settings;
+    settings.includeDifferences = true;
+    settings.now = Now;
+    ASSERT_TRUE(composeReport(f.list, settings, device, meter, document).ok);
+
+    const double unit = device.logicalDpiX() / double(engine::TwipsPerInch);
+    std::vector<qreal> position{0};
+    for (const int twips : f.list.columnTwips)
+        position.push_back(position.back() + twips * unit);
+    const int header = int(reportHeader(f.list, settings).size());
+    const auto [first, end] = document.line(header);
+    std::vector<ReportDocument::Piece> pieces(first, end);
+    // Name, Size, Type, Modified, Attributes and the difference: In Folder
+    // and Version are hidden.
+    ASSERT_EQ(pieces.size(), 6u) << document.lineText(header).toStdString();
+    EXPECT_EQ(document.textOf(pieces[0]), QStringLiteral("grown.bin"));
+    EXPECT_DOUBLE_EQ(pieces[0].x, position[engine::NameColumn]);
+    QFont font = f.list.font;
+    font.setPointSizeF(GridPointSize);
+    const QFontMetricsF metrics(font, &device);
+    EXPECT_EQ(document.textOf(pieces[1]), QStringLiteral("2,000"));
+    EXPECT_NEAR(pieces[1].x + metrics.horizontalAdvance(QStringLiteral("2,000")),
+                position[engine::TypeColumn] - metrics.horizontalAdvance(QStringLiteral("  ")),
+                0.01);
+    EXPECT_DOUBLE_EQ(pieces[2].x, position[engine::TypeColumn]);
+    EXPECT_DOUBLE_EQ(pieces[3].x, position[engine::ModifiedColumn]);
+    EXPECT_DOUBLE_EQ(pieces[4].x, position[engine::AttributesColumn]);
+    EXPECT_DOUBLE_EQ(pieces[5].x, position[engine::FillerColumn]);
+    EXPECT_TRUE(document.textOf(pieces[5]).startsWith(QStringLiteral("[was 1,000")));
+    EXPECT_TRUE(document.textOf(pieces[5]).endsWith(QStringLiteral("]  ")));
+    EXPECT_TRUE(
+        document.lineText(header + 1).endsWith(QStringLiteral(" [was not in other Snapshot]  ")));
+    EXPECT_EQ(document.lineText(document.lineCount() - 1), QStringLiteral("End of Report"));
+    EXPECT_EQ(document.lineText(document.lineCount() - 2), QString());
+}
+
+TEST_F(ReportTest, PagesBreakWhereTheNextLineWouldNotFit) {
+    std::vector<Node> files;
+    for (int i = 0; i < 250; ++i)
+        files.push_back(Node::file("f" + std::to_string(1000 + i), i));
+    f.show(files);
+    QBuffer buffer;
+    QPdfWriter device(&buffer);
+    ReportDocument document;
+    ASSERT_TRUE(composeReport(f.list, {}, device, meter, document).ok);
+    EXPECT_EQ(document.linesPerPage(), int(device.height() / document.lineHeight()));
+    EXPECT_EQ(document.lineCount(), 5 + 250 + 2);
+    EXPECT_EQ(document.pageCount(),
+              (document.lineCount() + document.linesPerPage() - 1) / document.linesPerPage());
+    EXPECT_GT(document.pageCount(), 1);
+
+    const QString text = pdfText(pdf(QStringLiteral("pages.pdf"), {}));
+    if (text.isEmpty())
+        GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
+    EXPECT_EQ(text.count(QLatin1Char('\f')), document.pageCount());
+    // No header is repeated on the pages after the first.
+    EXPECT_EQ(text.count(versionLine()), 1);
+}
+
+// Cancelling the meter after 2,000 rows abandons the report: the device is
+// never painted on, and no file is written or replaced.
+TEST_F(ReportTest, CancelledReportPrintsNothing) {
+    std::vector<Node> files;
+    for (int i = 0; i < 4500; ++i)
+        files.push_back(Node::file("f" + std::to_string(i), i));
+    f.show(files);
+    CancelAt view(2000);
+    engine::ProgressMeter cancelling(&view);
+    view.meter = &cancelling;
+
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    {
+        QPdfWriter device(&buffer);
+        const engine::Outcome printed = printReport(f.list, {}, device, cancelling);
+        EXPECT_FALSE(printed.ok);
+        EXPECT_TRUE(printed.cancelled);
+        EXPECT_FALSE(printed.message);
+    }
+    EXPECT_EQ(buffer.size(), 0);
+    EXPECT_EQ(view.m_caption, QStringLiteral("Printing Snapshot"));
+    EXPECT_TRUE(view.m_cancellable);
+    EXPECT_EQ(view.m_values, (std::vector<int32_t>{2000}));
+    EXPECT_TRUE(view.m_closed);
+
+    const QString path = dir.filePath(QStringLiteral("kept.pdf"));
+    {
+        QFile old(path);
+        ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+        old.write("old");
+    }
+    EXPECT_TRUE(writeReportPdf(path, f.list, {}, defaultPdfLayout(QPageLayout::Portrait),
+                               PdfResolution, cancelling)
+                    .cancelled);
+    QFile kept(path);
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll(), QByteArray("old"));
+    EXPECT_FALSE(writeReportPdf(dir.filePath(QStringLiteral("new.pdf")), f.list, {},
+                                defaultPdfLayout(QPageLayout::Portrait), PdfResolution, cancelling)
+                     .ok);
+    EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("new.pdf"))));
+}
+
+TEST_F(ReportTest, AFileThatCannotBeWrittenIsAPrintingError) {
+    f.show({Node::file("a", 1)});
+    const engine::Outcome written =
+        writeReportPdf(dir.filePath(QStringLiteral("missing/report.pdf")), f.list, {},
+                       defaultPdfLayout(QPageLayout::Portrait), PdfResolution, meter);
+    EXPECT_FALSE(written.ok);
+    ASSERT_TRUE(written.message);
+    EXPECT_EQ(written.message->title, QStringLiteral("Printing Error"));
+    EXPECT_FALSE(written.message->text.isEmpty());
+}
+
+// The PDF as a reader sees it: header, columns, cut names, differences and
+// the last line; an empty list prints the header and "End of Report" only.
+TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
+    Node grown = Node::file("grown.bin", 123456, engine::oleDateFromParts(2024, 2, 3, 14, 5, 6));
+    Node before = Node::file("grown.bin", 1000, engine::oleDateFromParts(2024, 2, 3, 14, 5, 6));
+    const std::string longName = "an exceedingly long file name that cannot fit.txt";
+    f.showCompared({grown, Node::file(longName, 7), Node::file("ab", 1)}, {before},
+                   engine::ShowMode::All);
+    ReportSettings settings;
+    settings.includeDifferences = true;
+    settings.now = Now;
+    const QString text =
+        pdfText(pdf(QStringLiteral("report.pdf"), settings, QPageLayout::Landscape));
+    if (text.isEmpty())
+        GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
+    const QStringList lines = text.split(QLatin1Char('\n'));
+    ASSERT_GE(lines.size(), 15);
+    EXPECT_EQ(lines[0].trimmed(), versionLine());
+    EXPECT_EQ(lines[1].trimmed(),
+              QStringLiteral("Report produced on Friday, June 7, 2024 at 8:09 AM"));
+    EXPECT_EQ(lines[3].trimmed(), QStringLiteral("Work (created 3/5/24 9:30:00 AM)"));
+    EXPECT_EQ(lines[5].trimmed(), QStringLiteral("/built/"));
+    EXPECT_EQ(lines[6].trimmed(), QStringLiteral("Compared with Before (created 3/1/24)"));
+    EXPECT_EQ(lines[7].trimmed(), QStringLiteral("2 extra files, 1 file changed"));
+    EXPECT_EQ(lines[9].trimmed(), QStringLiteral("All Files/Dirs in this Snapshot"));
+
+    const QString grownLine = lines[11].simplified();
+    EXPECT_TRUE(grownLine.startsWith(
+        QStringLiteral("grown.bin 123,456 bin 2/3/24 2:05:06 PM Norm [was 1,000]")))
+        << grownLine.toStdString();
+    const QString longLine = lines[12].simplified();
+    EXPECT_TRUE(longLine.startsWith(QStringLiteral("an exceedingly")));
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^an exceedingly [a-z ]*\\.\\.\\. 7 txt "))
+                    .match(longLine)
+                    .hasMatch())
+        << longLine.toStdString();
+    EXPECT_TRUE(longLine.endsWith(QStringLiteral("[was not in other Snapshot]")));
+    EXPECT_TRUE(lines[13].simplified().startsWith(QStringLiteral("ab 1 ")));
+    EXPECT_EQ(text.trimmed().section(QLatin1Char('\n'), -1).trimmed(),
+              QStringLiteral("End of Report"));
+    // The size stands right-aligned: its last digit ends where the next
+    // line's does.
+    EXPECT_EQ(lines[11].indexOf(QStringLiteral("123,456")) + 7,
+              lines[13].indexOf(QStringLiteral(" 1 ")) + 2);
+
+    ShownListFixture empty;
+    empty.show({});
+    f.list = empty.list;
+    settings.includeDifferences = false;
+    const QString none = pdfText(pdf(QStringLiteral("empty.pdf"), settings));
+    const QStringList noneLines = none.trimmed().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    EXPECT_EQ(noneLines.size(), 4) << none.toStdString();
+    EXPECT_EQ(noneLines.last().trimmed(), QStringLiteral("End of Report"));
+}
+
+} // namespace
