@@ -18,6 +18,9 @@ namespace kestrel::output {
 class LineBuffer {
 public:
     void append(const char* data, size_t size) {
+        // An empty piece may come with no storage at all.
+        if (size == 0)
+            return;
         if (m_bytes.size() - m_used < size)
             grow(size);
         std::memcpy(m_bytes.data() + m_used, data, size);
