@@ -92,7 +92,8 @@ static Sample median(const std::vector<Sample>& samples) {
     return m;
 }
 
-std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int runs) {
+std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int runs,
+                                       const std::function<bool()>& beforeEach) {
     std::vector<std::vector<Sample>> samples(commands.size());
     std::vector<bool> failed(commands.size(), false);
     for (int run = 0; run < runs; ++run) {
@@ -100,6 +101,10 @@ std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int
         for (size_t k = 0; k < commands.size(); ++k) {
             if (failed[k])
                 continue;
+            if (beforeEach && !beforeEach()) {
+                failed[k] = true;
+                continue;
+            }
             const Sample s = runCommand(commands[k].argv, commands[k].childReportsTime, commands[k].outputFile);
             if (!s.ok)
                 failed[k] = true;

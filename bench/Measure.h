@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace kestrel::bench {
@@ -36,7 +37,10 @@ struct Command {
 // The median of runs runs of every command, the commands taking turns run
 // by run, so that a machine that slows down or speeds up meanwhile weighs on
 // all of them alike. A command that fails once gives a sample that is not ok.
-std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int runs);
+// beforeEach, when given, runs before every run of every command (to empty
+// the caches); its failure fails the sample.
+std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int runs,
+                                       const std::function<bool()>& beforeEach = {});
 
 // Runs command for its effect; throws when it fails.
 void runOnce(const QStringList& command);

@@ -3,6 +3,7 @@
 // figures. Every measured operation runs in a child process of its own, so
 // that its time and its peak memory are its own.
 
+#include "ColdCache.h"
 #include "Measure.h"
 #include "TreeGenerator.h"
 #include "Variants.h"
@@ -132,6 +133,7 @@ int child(const QStringList& args) {
 constexpr int64_t ReportRows = 30000;
 
 struct Config {
+    bool cold = false;
     QString dir;
     int64_t entries = 1000000;
     uint64_t seed = 1;
@@ -415,6 +417,70 @@ int drive(const Config& c) {
     return 0;
 }
 
+// The scan a user meets most: the first one of a disk nothing has read
+// lately. Every run starts with the system's caches emptied.
+int driveCold(const Config& c) {
+    const QString tree = ensureTree(c, c.entries);
+    QString why;
+    std::unique_ptr<ColdCache> cold = ColdCache::prepare(
+        c.dir, tree, c.entries,
+        [&](const QString& path) { generateTreeOnDisk(path, TreeShape{c.entries, c.seed}); }, why);
+    if (!cold) {
+        std::printf("Kestrel bench, cold cache: cannot empty the system's caches here (%s); skipped.\n",
+                    qPrintable(why));
+        return 0;
+    }
+    const QString coldTree = cold->treePath();
+    const QString work = c.dir + QStringLiteral("/work");
+    QDir().mkpath(work);
+    const QString cli = sibling(QStringLiteral("kestrel-cli"));
+    const QString barewalk = sibling(QStringLiteral("kestrel-barewalk"));
+    const QString find = QStandardPaths::findExecutable(QStringLiteral("find"));
+    auto tool = [](QStringList argv) { return Command{std::move(argv), false, QStringLiteral("/dev/null")}; };
+    struct Operation {
+        QString name;
+        Command command;
+    };
+    std::vector<Operation> operations = {
+        {QStringLiteral("scan and save (kestrel-cli snapshot)"),
+         tool({cli, QStringLiteral("snapshot"), coldTree, QStringLiteral("--output"), work + QStringLiteral("/cold.#01")})},
+    };
+    for (const char* threads : {"2", "8", "32"})
+        operations.push_back({QStringLiteral("bare walk, %1 threads").arg(QLatin1String(threads)),
+                              tool({barewalk, QStringLiteral("-t"), QLatin1String(threads), coldTree})});
+    if (!find.isEmpty())
+        operations.push_back({QStringLiteral("GNU find -printf"),
+                              tool({find, coldTree, QStringLiteral("-printf"), QStringLiteral("%y %s %T@ %m %p\\n")})});
+    std::vector<Command> commands;
+    for (const Operation& o : operations)
+        commands.push_back(o.command);
+    const int runs = std::max(3, c.runs);
+    const std::vector<Sample> samples = measureInterleaved(commands, runs, [&] { return cold->empty(); });
+
+    std::printf("Kestrel bench, cold cache: %s, %lld entries, caches emptied before every run (%s),\n"
+                "median of %d runs taken in turns\n\n",
+                qPrintable(coldTree), static_cast<long long>(c.entries), qPrintable(cold->method()), runs);
+    double fastestWalk = 0;
+    for (size_t k = 0; k < operations.size(); ++k) {
+        const Sample& s = samples[k];
+        if (!s.ok) {
+            std::printf("  %-38s %10s\n", qPrintable(operations[k].name), "n/a");
+            continue;
+        }
+        std::printf("  %-38s %9.3f s %9.3f s processor\n", qPrintable(operations[k].name), s.seconds,
+                    s.cpuSeconds);
+        if (operations[k].name.startsWith(QLatin1String("bare walk")) &&
+            (fastestWalk == 0 || s.seconds < fastestWalk))
+            fastestWalk = s.seconds;
+    }
+    if (samples[0].ok && fastestWalk > 0) {
+        const double ratio = samples[0].seconds / fastestWalk;
+        std::printf("\n  Targets:\n    %-45s %8.3f x        (at most 1.2) %s\n",
+                    "cold scan and save / fastest bare walk", ratio, ratio <= 1.2 ? "met" : "MISSED");
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char* argv[]) {
@@ -439,7 +505,12 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption noBig(QStringLiteral("no-scaling"), QStringLiteral("Skip the scaling measurements."));
     const QCommandLineOption quick(QStringLiteral("quick"),
                                    QStringLiteral("A small tree, one run, no scaling: checks that the bench works."));
-    p.addOptions({dir, entries, seed, runs, json, noBig, quick});
+    const QCommandLineOption cold(
+        QStringLiteral("cold"),
+        QStringLiteral("Measure the first scan of a tree nothing has read lately: scan and save, bare "
+                       "walks of 2, 8 and 32 threads and find, each after the system's caches are "
+                       "emptied (needs root; says so and skips otherwise)."));
+    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold});
     p.process(app);
 
     Config c;
@@ -454,8 +525,9 @@ int main(int argc, char* argv[]) {
         c.runs = 1;
         c.tenMillion = c.scaleScan = false;
     }
+    c.cold = p.isSet(cold);
     try {
-        return drive(c);
+        return c.cold ? driveCold(c) : drive(c);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "kestrel-bench: %s\n", e.what());
         return 2;

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sys/resource.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -21,6 +22,23 @@ namespace {
 // Listings the walk has not consumed yet are capped, so workers running ahead
 // never hold much more of the tree in memory than the walk needs next.
 constexpr size_t MaxBufferedItems = 1 << 18;
+
+// A listing that had to wait for the device this many times asks for
+// another worker. Waiting for the device puts a thread to sleep of its own
+// accord; a busy processor only takes it off, which does not count.
+constexpr long DeviceWaits = 2;
+// Listings judged together before workers are added.
+constexpr int GrowthWindow = 32;
+
+// The times this thread went to sleep of its own accord so far.
+long voluntarySleeps() {
+#ifdef RUSAGE_THREAD
+    rusage usage{};
+    if (::getrusage(RUSAGE_THREAD, &usage) == 0)
+        return usage.ru_nvcsw;
+#endif
+    return 0;
+}
 
 // The attribute bits of an item from its lstat mode, with the Windows values
 // snapshots store: folders 16, symbolic links 1024 (never followed), anything
@@ -202,11 +220,14 @@ private:
 
 } // namespace
 
-DirectoryReader::DirectoryReader(ListingRules rules, int workers) : m_rules(std::move(rules)) {
+DirectoryReader::DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits)
+    : m_rules(std::move(rules)), m_assumeDeviceWaits(assumeDeviceWaits) {
     // The walk lists folders too while it waits, so one thread per core
-    // besides it keeps every core busy.
-    if (workers < 0)
+    // besides it keeps every core busy; more come while listings wait.
+    if (workers < 0) {
         workers = int(std::max(2u, std::thread::hardware_concurrency()) - 1);
+        m_growing = true;
+    }
     m_threaded = workers > 0;
     for (int i = 0; i < workers; ++i)
         m_threads.emplace_back([this] { work(); });
@@ -356,9 +377,34 @@ void DirectoryReader::listPending(FolderTask& task, std::unique_lock<std::mutex>
     m_pending.erase(&task);
     task.state = FolderTask::Claimed;
     lock.unlock();
+    const long sleepsBefore = m_growing ? voluntarySleeps() : 0;
     list(task);
+    const long sleeps = m_assumeDeviceWaits ? DeviceWaits
+                        : m_growing         ? voluntarySleeps() - sleepsBefore
+                                            : 0;
     lock.lock();
     finish(task);
+    if (m_growing)
+        considerAnotherWorker(sleeps);
+}
+
+void DirectoryReader::considerAnotherWorker(long deviceWaits) {
+    // Judged over windows of listings: a tree in memory has a listing wait
+    // now and then (a page fault, a busy lock), a tree on a cold device has
+    // most of them wait.
+    ++m_windowListings;
+    if (deviceWaits >= DeviceWaits)
+        ++m_windowWaiting;
+    if (m_windowListings < GrowthWindow)
+        return;
+    const bool waiting = m_windowWaiting * 4 >= m_windowListings;
+    m_windowListings = m_windowWaiting = 0;
+    if (!waiting || m_stopping || m_idleWorkers > 0 || m_pending.empty())
+        return;
+    // Twice as many each time: a cold device is reached within a few windows.
+    const int add = std::min(int(m_threads.size()), MaxWorkers - int(m_threads.size()));
+    for (int i = 0; i < add; ++i)
+        m_threads.emplace_back([this] { work(); });
 }
 
 } // namespace kestrel::engine

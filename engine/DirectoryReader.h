@@ -73,9 +73,20 @@ struct FolderTask {
 // list the folders it will need next, nearest first, so the system calls of
 // several folders overlap while the walk itself stays in exact depth-first,
 // file-system order. With no workers the caller lists each folder itself.
+//
+// A tree whose folders and inodes are not in memory (a disk nobody read
+// lately, a network share) keeps each listing waiting on the device, which
+// answers several requests at once as fast as one. When listings wait for the
+// device, the reader adds workers, up to MaxWorkers, so that more requests
+// are in flight; a tree in memory never waits and keeps one worker per core.
 class DirectoryReader {
 public:
-    DirectoryReader(ListingRules rules, int workers);
+    static constexpr int MaxWorkers = 32;
+
+    // workers: listing threads besides the caller's; -1 for one per core
+    // and more while listings wait on the device, 0 for the caller alone.
+    // assumeDeviceWaits counts every listing as one that waited (tests).
+    DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits = false);
     ~DirectoryReader();
 
     DirectoryReader(const DirectoryReader&) = delete;
@@ -131,6 +142,9 @@ private:
     void listPending(FolderTask& task, std::unique_lock<std::mutex>& lock);
     void finish(FolderTask& task);
     void work();
+    // After a listing that waited for the device deviceWaits times: adds a
+    // worker while listings wait and folders are queued for none free.
+    void considerAnotherWorker(long deviceWaits);
 
     ListingRules m_rules;
     std::unique_ptr<FolderTask> m_root;
@@ -145,6 +159,10 @@ private:
     const FolderTask* m_awaited = nullptr;
     bool m_stopping = false;
     bool m_threaded = false;
+    bool m_growing = false; // workers are added while listings wait
+    bool m_assumeDeviceWaits = false;
+    int m_windowListings = 0; // listings since workers were last considered
+    int m_windowWaiting = 0;  // of those, the ones that waited for the device
     std::vector<std::thread> m_threads;
 };
 

@@ -215,7 +215,7 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
             rules.versionFolderText = storedText(folder + Separator);
         }
         {
-            DirectoryReader reader(rules, settings.listingThreads);
+            DirectoryReader reader(rules, settings.listingThreads, settings.assumeDeviceWaits);
             TreeWalk walk(snapshot, reader, meter);
             walk.run(reader.root(QFile::encodeName(root).toStdString()));
         }

@@ -21,10 +21,15 @@ struct ScanSettings {
     // header asks for versions.
     QString versionFolder;
     // Threads that list folders ahead of the walk, which lists folders too
-    // while it waits; -1 gives one per core besides the caller's, 0 lists
-    // everything on the caller's thread. The result is the same entry for
-    // entry whatever the number.
+    // while it waits; -1 gives one per core besides the caller's and more
+    // while listings wait for the device, 0 lists everything on the
+    // caller's thread. The result is the same entry for entry whatever the
+    // number.
     int listingThreads = -1;
+    // With -1: every listing counts as having waited for the device, so
+    // that threads are added as on a cold disk (for tests, with a tree in
+    // memory).
+    bool assumeDeviceWaits = false;
 };
 
 // CreateSnapshot: scans the tree (TakeSnapshot) and on success sets the

@@ -387,12 +387,18 @@ TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
         }
     const Scan single = scan(t, true, true, 0);
     ASSERT_TRUE(single.outcome.ok);
-    for (int threads : {1, 2, 4}) {
+    for (int threads : {1, 2, 4, 8, 32}) {
         SCOPED_TRACE(threads);
         const Scan parallel = scan(t, true, true, threads);
         ASSERT_TRUE(parallel.outcome.ok);
         kestrel::test::expectSameSnapshot(single.snapshot, parallel.snapshot);
     }
+    // Workers added during the scan, as on a disk whose listings wait.
+    ScanSettings growing;
+    growing.assumeDeviceWaits = true;
+    const Scan grown = scan(t, true, true, -1, nullptr, growing);
+    ASSERT_TRUE(grown.outcome.ok);
+    kestrel::test::expectSameSnapshot(single.snapshot, grown.snapshot);
     expectSoundSnapshot(single.snapshot);
 }
 
