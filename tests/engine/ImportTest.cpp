@@ -23,33 +23,14 @@ namespace {
 // A v2 file: the marked root, number and creation time, the three flags, the
 // entry count, then one line per entry: folder path, name, size, modified,
 // attributes, version, an unused number, count, an unused number.
-const QByteArray OldHeader = R"("C:\DATA\;3"
-5,36954.5
-#TRUE#,#FALSE#,#TRUE#
-)";
-
-// Docs holds a.txt, Sub (holding c.txt), b.txt, d.txt and e.txt; Empty and
-// top.txt sit beside Docs. Paths use every form: explicit, empty (inside the
-// entry before) and a blank (same folder as the entry before).
-const QByteArray OldTree = OldHeader + R"(9
-"\","Docs",-1,36950.5,16,"",0,6,0
-"","a.txt",1234,36950.25,32,"",0,0,0
-" ","Sub",-1,36950.5,16,"",0,1,0
-"","c.txt",7,36951.125,33,"",0,0,0
-"\Docs\","b.txt",99,36950.5,32,"1.00.0000",0,0,0
-" ","d.txt",0,36950.5,32,"",0,0,0
-" ","e.txt",5,36950.5,32,"",0,0,0
-"\","Empty",-1,36950.5,16,"",0,0,0
-"\","top.txt",6,36950.5,32,"",0,0,0
-)";
+const QByteArray OldHeader = kestrel::test::VersionTwoHeader;
+const QByteArray OldTree = kestrel::test::versionTwoTree();
 
 class ImportTest : public ::testing::Test {
 protected:
     QString write(const QString& name, const QByteArray& bytes) {
         const QString path = m_dir.filePath(name);
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
+        EXPECT_TRUE(kestrel::test::writeBytes(path, bytes));
         return path;
     }
     ImportOutcome import(Snapshot& s, const QString& name, const QByteArray& bytes) {
@@ -128,18 +109,8 @@ TEST_F(ImportTest, SavedImportLoadsAsTheSameTree) {
     EXPECT_EQ(loaded.header.rootFolder, imported.header.rootFolder);
     EXPECT_EQ(loaded.header.title, imported.header.title);
     EXPECT_EQ(loaded.fileCount, imported.fileCount);
-    for (int32_t i = 1; i <= 9; ++i) {
-        const SnapshotEntry& a = imported.entry(i);
-        const SnapshotEntry& b = loaded.entry(i);
-        EXPECT_EQ(loaded.name(i), imported.name(i));
-        EXPECT_EQ(loaded.version(i), imported.version(i));
-        EXPECT_EQ(b.parent, a.parent) << i;
-        EXPECT_EQ(b.nextSibling, a.nextSibling) << i;
-        EXPECT_EQ(b.count, a.count) << i;
-        EXPECT_EQ(b.size, a.size) << i;
-        EXPECT_EQ(b.modified, a.modified) << i;
-        EXPECT_EQ(b.attributes, a.attributes) << i;
-    }
+    for (int32_t i = 1; i <= 9; ++i)
+        EXPECT_EQ(kestrel::test::fieldsOf(loaded, i), kestrel::test::fieldsOf(imported, i)) << i;
 }
 
 TEST_F(ImportTest, EntryLimitIs32767) {
@@ -154,9 +125,10 @@ TEST_F(ImportTest, EntryLimitIs32767) {
     const ImportOutcome outcome = import(tooMany, "big.#01", flatFile(32768));
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.error, ErrorCode::Overflow);
-    expectMessage(outcome.message, QStringLiteral("Entry Limit"),
-                  QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
-                  MessageIcon::Exclamation);
+    expectMessage(
+        outcome.message, QStringLiteral("Entry Limit"),
+        QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
+        MessageIcon::Exclamation);
 
     Snapshot opened;
     const OpenOutcome open = OpenSnapshotFile(opened, m_dir.filePath("big.#01"), m_meter);
@@ -268,12 +240,7 @@ TEST_F(ImportTest, MissingFileAndCancel) {
 }
 
 TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
-    const QString current =
-        write("Data.#02", "Original Snapshot of C:\\Data\\\r\n"
-                          "\"C:\\Data\\\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n"
-                          "16,36954.4270833333,3,1,\"Reports\",0,0,\"\"\r\n"
-                          "32,36950.5,2,0,\"a.txt\",1,1234,\"\"\r\n"
-                          "32,36950.5,1,0,\"b.txt\",0,99,\"\"\r\n");
+    const QString current = write("Data.#02", kestrel::test::exampleSnapshotFile());
     Snapshot loaded;
     const OpenOutcome load = OpenSnapshotFile(loaded, current, m_meter);
     ASSERT_TRUE(load.ok);

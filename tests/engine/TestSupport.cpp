@@ -153,6 +153,12 @@ std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first) {
     return members;
 }
 
+EntryFields fieldsOf(const engine::Snapshot& s, int32_t index) {
+    const engine::SnapshotEntry& e = s.entry(index);
+    return EntryFields(e.attributes, e.modified, e.nextSibling, e.count, std::string(s.name(index)),
+                       e.parent, e.size, std::string(s.version(index)));
+}
+
 int32_t indexOf(const engine::Snapshot& s, const QString& relativePath) {
     for (int32_t i = 1; i <= s.entryCount; ++i) {
         QString p = s.relativePath(i);
@@ -193,6 +199,35 @@ static int32_t addRing(engine::Snapshot& s, const std::vector<Node>& nodes, int3
 void buildSnapshot(engine::Snapshot& snapshot, const std::vector<Node>& top) {
     snapshot.header.rootFolder = QStringLiteral("/built/");
     addRing(snapshot, top, 0);
+}
+
+QByteArray exampleSnapshotFile(int capacity) {
+    return "Original Snapshot of C:\\Data\\\r\n"
+           "\"C:\\Data\\\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#," +
+           QByteArray::number(capacity) +
+           "\r\n"
+           "16,36954.4270833333,3,1,\"Reports\",0,0,\"\"\r\n"
+           "32,36950.5,2,0,\"a.txt\",1,1234,\"\"\r\n"
+           "32,36950.5,1,0,\"b.txt\",0,99,\"\"\r\n";
+}
+
+QByteArray versionTwoTree() {
+    return VersionTwoHeader + QByteArray(R"(9
+"\","Docs",-1,36950.5,16,"",0,6,0
+"","a.txt",1234,36950.25,32,"",0,0,0
+" ","Sub",-1,36950.5,16,"",0,1,0
+"","c.txt",7,36951.125,33,"",0,0,0
+"\Docs\","b.txt",99,36950.5,32,"1.00.0000",0,0,0
+" ","d.txt",0,36950.5,32,"",0,0,0
+" ","e.txt",5,36950.5,32,"",0,0,0
+"\","Empty",-1,36950.5,16,"",0,0,0
+"\","top.txt",6,36950.5,32,"",0,0,0
+)");
+}
+
+bool writeBytes(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
 void put16(std::vector<uint8_t>& b, size_t at, uint16_t v) {
