@@ -369,22 +369,7 @@ TEST_F(CompareTest, MeterTakesItsMaximumFromEntryOne) {
     buildSnapshot(older, {Node::dir("d", {Node::file("a")})});
     buildSnapshot(newer, {Node::dir("d", {Node::file("a")})});
     newer.mutableEntry(1).count = 77;
-    struct View : ProgressView {
-        int32_t maximum = 0;
-        QString caption;
-        bool cancellable = true;
-        void meterStarted(int32_t m, const QString& c, bool can) override {
-            if (!maximum) {
-                maximum = m;
-                caption = c;
-                cancellable = can;
-            }
-        }
-        void meterShown() override {}
-        void meterValue(int32_t) override {}
-        void processEvents() override {}
-        void meterClosed() override {}
-    } view;
+    kestrel::test::RecordingView view;
     ProgressMeter meter(&view);
     ASSERT_TRUE(CompareSnapshot(newer, 1, older, 1, false, {}, meter).ok);
     EXPECT_EQ(view.maximum, 77);

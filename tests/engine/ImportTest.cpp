@@ -218,16 +218,9 @@ TEST_F(ImportTest, MissingFileAndCancel) {
     EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
 
     // Cancel pressed when the meter first moves (the folder at entry 10).
-    struct CancellingView : ProgressView {
-        ProgressMeter* meter = nullptr;
-        void meterStarted(int32_t, const QString&, bool) override {}
-        void meterShown() override {}
-        void meterValue(int32_t) override {}
-        void processEvents() override { meter->cancel(); }
-        void meterClosed() override {}
-    } view;
+    kestrel::test::RecordingView view;
     ProgressMeter meter(&view);
-    view.meter = &meter;
+    view.onEvents = [&] { meter.cancel(); };
     QByteArray bytes = flatFile(12);
     bytes.replace("\"f10\",1,0,32", "\"f10\",-1,0,16");
     Snapshot s;

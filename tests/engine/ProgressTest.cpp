@@ -1,3 +1,5 @@
+#include "TestSupport.h"
+
 #include "engine/Progress.h"
 
 #include <gtest/gtest.h>
@@ -8,22 +10,7 @@ using namespace kestrel::engine;
 
 namespace {
 
-class RecordingView : public ProgressView {
-public:
-    int shown = 0, events = 0, closed = 0;
-    int32_t startedMaximum = 0;
-    QString startedCaption;
-    std::vector<int32_t> values;
-
-    void meterStarted(int32_t maximum, const QString& caption, bool) override {
-        startedMaximum = maximum;
-        startedCaption = caption;
-    }
-    void meterShown() override { ++shown; }
-    void meterValue(int32_t value) override { values.push_back(value); }
-    void processEvents() override { ++events; }
-    void meterClosed() override { ++closed; }
-};
+using kestrel::test::RecordingView;
 
 class ProgressTest : public ::testing::Test {
 protected:
@@ -99,8 +86,8 @@ TEST_F(ProgressTest, InitialiseWithoutMaximumKeepsRangeCaptionAndCancel) {
         EXPECT_EQ(meter.maximum(), 50);
         EXPECT_EQ(meter.caption(), QStringLiteral("Loading Snapshot"));
         EXPECT_TRUE(meter.cancelled());
-        EXPECT_EQ(view.startedMaximum, 50); // the view is told what the meter keeps
-        EXPECT_EQ(view.startedCaption, QStringLiteral("Loading Snapshot"));
+        EXPECT_EQ(view.maximum, 50); // the view is told what the meter keeps
+        EXPECT_EQ(view.caption, QStringLiteral("Loading Snapshot"));
     }
 
     meter.initialise(20, QStringLiteral("Saving Snapshot"), false);

@@ -504,28 +504,7 @@ TEST(Scan, MissingOrVanishedFolderGivesOneNamelessEntry) {
     EXPECT_TRUE(item.attributes == 0 && item.size == 0 && !item.folder);
 }
 
-// Records what the meter does and cancels on request.
-class CancellingView : public ProgressView {
-public:
-    ProgressMeter* meter = nullptr;
-    int cancelAtValue = -1;
-    int started = 0, values = 0, closed = 0;
-    int32_t maximum = 0;
-    QString caption;
-    void meterStarted(int32_t max, const QString& c, bool) override {
-        ++started;
-        maximum = max;
-        caption = c;
-    }
-    void meterShown() override {}
-    void meterValue(int32_t value) override {
-        ++values;
-        if (value == cancelAtValue)
-            meter->cancel();
-    }
-    void processEvents() override {}
-    void meterClosed() override { ++closed; }
-};
+using kestrel::test::RecordingView;
 
 TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
     TempTree t;
@@ -536,26 +515,28 @@ TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
 
     for (int level = 0; level <= 2; ++level) {
         SCOPED_TRACE(level);
-        CancellingView view;
+        RecordingView view;
         ProgressMeter meter(&view);
-        view.meter = &meter;
         ScanSettings settings;
         settings.meterLevel = level;
         const Scan s = scan(t, true, true, -1, &meter, settings);
         ASSERT_TRUE(s.outcome.ok);
         const int expectedMaximum = level == 0 ? 3 : level == 1 ? 12 : 39;
         EXPECT_EQ(view.maximum, expectedMaximum);
-        EXPECT_EQ(view.values, expectedMaximum); // every folder down to the level ticks once
+        EXPECT_EQ(int(view.values.size()),
+                  expectedMaximum); // every folder down to the level ticks once
         EXPECT_EQ(view.caption, QStringLiteral("Scanning Directory"));
         EXPECT_EQ(s.snapshot.meterDepth, level + 1);
         EXPECT_EQ(s.snapshot.entry(1).count, expectedMaximum);
         EXPECT_EQ(view.closed, 1);
     }
 
-    CancellingView view;
+    RecordingView view;
     ProgressMeter meter(&view);
-    view.meter = &meter;
-    view.cancelAtValue = 2;
+    view.onValue = [&](int32_t value) {
+        if (value == 2)
+            meter.cancel();
+    };
     const Scan cancelled = scan(t, true, true, -1, &meter);
     EXPECT_FALSE(cancelled.outcome.ok);
     EXPECT_TRUE(cancelled.outcome.cancelled);
@@ -567,7 +548,7 @@ TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
     // The next scan starts afresh even when it has no folder to count.
     TempTree flat;
     flat.file(QStringLiteral("only.txt"));
-    view.cancelAtValue = -1;
+    view.onValue = nullptr;
     const Scan after = scan(flat, true, true, -1, &meter);
     EXPECT_TRUE(after.outcome.ok);
     EXPECT_EQ(after.snapshot.entryCount, 1);

@@ -35,18 +35,6 @@ constexpr auto exampleFile = &kestrel::test::exampleSnapshotFile;
 const QByteArray PlainHeader =
     "Title\r\n\"/data/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n";
 
-// Asks for cancel whenever the meter lets events run, as a click on Cancel would.
-class CancellingView : public ProgressView {
-public:
-    ProgressMeter* meter = nullptr;
-    int closed = 0;
-    void meterStarted(int32_t, const QString&, bool) override {}
-    void meterShown() override {}
-    void meterValue(int32_t) override {}
-    void processEvents() override { meter->cancel(); }
-    void meterClosed() override { ++closed; }
-};
-
 class SnapshotFileTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
@@ -293,9 +281,10 @@ TEST_F(SnapshotFileTest, Cancel) {
         file += "16,1," + QByteArray::number(i == 25 ? 1 : i + 1) + ",0,\"d\",0,0,\"\"\r\n";
     write(path(QStringLiteral("c.#01")), file);
 
-    CancellingView view;
+    // Cancel is asked for whenever the meter lets events run.
+    kestrel::test::RecordingView view;
     ProgressMeter meter(&view);
-    view.meter = &meter;
+    view.onEvents = [&] { meter.cancel(); };
     Snapshot s;
     s.header.fileName = path(QStringLiteral("c.#01"));
     const LoadOutcome r = LoadSnapshot(s, meter);
@@ -479,25 +468,6 @@ TEST_F(SnapshotFileTest, ReadOnlyFolderKeepsThePreviousFile) {
     }
 }
 
-// Stops the process at its first meter update during a save, once a block of
-// entry lines has gone to the disk, and tells the parent so.
-class StoppingView : public ProgressView {
-public:
-    explicit StoppingView(int signalFd) : m_fd(signalFd) {}
-    void meterStarted(int32_t, const QString&, bool) override {}
-    void meterShown() override {}
-    void meterValue(int32_t) override {
-        [[maybe_unused]] const auto n = ::write(m_fd, "w", 1);
-        for (;;)
-            ::pause();
-    }
-    void processEvents() override {}
-    void meterClosed() override {}
-
-private:
-    int m_fd;
-};
-
 TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
     const QString file = path(QStringLiteral("Data.#01"));
     write(file, exampleFile(16));
@@ -507,7 +477,14 @@ TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
     ASSERT_GE(child, 0);
     if (child == 0) {
         ::close(channel[0]);
-        StoppingView view(channel[1]);
+        // Stopped at the first meter update, once a block of entry lines
+        // has gone to the disk, and the parent told so.
+        kestrel::test::RecordingView view;
+        view.onValue = [&](int32_t) {
+            [[maybe_unused]] const auto n = ::write(channel[1], "w", 1);
+            for (;;)
+                ::pause();
+        };
         ProgressMeter meter(&view);
         Snapshot s;
         fill(s, 100000);

@@ -54,10 +54,7 @@ void TempTree::chmod(const QString& path, int mode) {
 }
 
 std::string TempTree::bytes(const QString& path) const {
-    QFile f(root() + path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return f.readAll().toStdString();
+    return readBytes(root() + path).toStdString();
 }
 
 void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b) {
@@ -228,6 +225,11 @@ QByteArray versionTwoTree() {
 bool writeBytes(const QString& path, const QByteArray& bytes) {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+QByteArray readBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 void put16(std::vector<uint8_t>& b, size_t at, uint16_t v) {

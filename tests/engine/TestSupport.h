@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -22,6 +23,37 @@ inline void PrintTo(const QString& text, std::ostream* os) {
 }
 
 namespace kestrel::test {
+
+// A meter's view that records what the meter tells it; onValue and onEvents
+// are the test's own reactions (a click on Cancel, say).
+struct RecordingView : engine::ProgressView {
+    int started = 0, shown = 0, events = 0, closed = 0;
+    int32_t maximum = 0; // what the last start said
+    QString caption;
+    bool cancellable = false;
+    std::vector<int32_t> values;
+    std::function<void(int32_t)> onValue;
+    std::function<void()> onEvents;
+
+    void meterStarted(int32_t m, const QString& c, bool can) override {
+        ++started;
+        maximum = m;
+        caption = c;
+        cancellable = can;
+    }
+    void meterShown() override { ++shown; }
+    void meterValue(int32_t value) override {
+        values.push_back(value);
+        if (onValue)
+            onValue(value);
+    }
+    void processEvents() override {
+        ++events;
+        if (onEvents)
+            onEvents();
+    }
+    void meterClosed() override { ++closed; }
+};
 
 // A folder tree built in a temporary folder for one test.
 class TempTree {
@@ -121,6 +153,8 @@ QByteArray versionTwoTree();
 
 // Writes bytes to a file; false when it cannot.
 bool writeBytes(const QString& path, const QByteArray& bytes);
+// A file's bytes, empty when it cannot be read.
+QByteArray readBytes(const QString& path);
 
 // Minimal PE images with a version resource, for the version reader and the
 // scan of a version folder.

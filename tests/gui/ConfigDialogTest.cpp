@@ -11,21 +11,6 @@
 #include "settings/ui/ConfigDialog.h"
 #include "shell/Launcher.h"
 
-#include <QApplication>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDir>
-#include <QFile>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QRadioButton>
-#include <QSettings>
-#include <QSignalSpy>
-#include <QTabWidget>
-#include <QTemporaryDir>
-#include <QTest>
-
 #include <map>
 #include <utility>
 
@@ -50,13 +35,6 @@ const std::map<Key, const char*> BoundControls = {
     {Key::Limit, "cboLimit"},     {Key::Changed, "cboChanged"},   {Key::Deleted, "cboDeleted"},
     {Key::Meter, "cboMeter"},     {Key::Shell, "optShell1"},
 };
-
-template <typename T> T* control(QWidget& dialog, const char* name) {
-    auto* widget = dialog.findChild<T*>(QLatin1String(name));
-    if (!widget)
-        qFatal("no control %s", name);
-    return widget;
-}
 
 // What a control shows: a box or button 0 or 1, a list its position.
 int shown(QWidget& dialog, const char* name) {

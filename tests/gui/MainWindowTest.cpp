@@ -17,19 +17,6 @@
 #include "views/FileGridModel.h"
 #include "views/SnapshotWindow.h"
 
-#include <QAbstractButton>
-#include <QAbstractItemModelTester>
-#include <QAction>
-#include <QDragEnterEvent>
-#include <QDropEvent>
-#include <QMimeData>
-#include <QApplication>
-#include <QLineEdit>
-#include <QRegularExpression>
-#include <QSettings>
-#include <QToolBar>
-#include <QtTest>
-
 using namespace kestrel;
 using namespace Qt::StringLiterals;
 using settings::Key;

@@ -5,14 +5,6 @@
 
 #include "shell/MeterWindow.h"
 
-#include <QApplication>
-#include <QMainWindow>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QTemporaryDir>
-#include <QTimer>
-#include <QtTest>
-
 using kestrel::engine::ProgressMeter;
 using kestrel::shell::MeterWindow;
 

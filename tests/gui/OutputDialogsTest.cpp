@@ -12,18 +12,7 @@
 #include "views/FileGridModel.h"
 #include "views/SnapshotWindow.h"
 
-#include <QAction>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QLabel>
-#include <QListWidget>
-#include <QPrintPreviewDialog>
-#include <QPrintPreviewWidget>
-#include <QPrinter>
-#include <QProcess>
-#include <QPushButton>
-#include <QRadioButton>
-#include <QStandardPaths>
+#include <QtPrintSupport>
 
 using namespace kestrel;
 using namespace Qt::StringLiterals;

@@ -8,12 +8,7 @@
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
 
-#include <QDateTime>
-#include <QDialog>
-#include <QFile>
-#include <QFileInfo>
-#include <QUrl>
-#include <QtTest>
+#include "TemporaryHome.h"
 
 #include <functional>
 #include <memory>
@@ -23,6 +18,11 @@ inline void writeFile(const QString& path, const QByteArray& contents) {
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(contents);
+}
+
+inline QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
 }
 
 inline void setTime(const QString& path, const QDateTime& when) {
@@ -99,4 +99,14 @@ struct Frame {
              }});
     }
     kestrel::shell::MainWindow* operator->() const { return window.get(); }
+
+    // While a dialog of type D is up, check runs on it (a failed QCOMPARE
+    // returns from check alone) and the dialog answers its own result.
+    template <typename D> void whileShowing(std::function<void(D&)> check) {
+        whileShown = [check](QDialog& dialog) {
+            if (auto* shown = qobject_cast<D*>(&dialog))
+                check(*shown);
+            return dialog.result();
+        };
+    }
 };

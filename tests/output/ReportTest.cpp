@@ -27,30 +27,6 @@ namespace {
 
 const double Now = engine::oleDateFromParts(2024, 6, 7, 8, 9, 10);
 
-// A meter whose Cancel is pressed once the report has reached a row.
-class CancelAt : public engine::ProgressView {
-public:
-    explicit CancelAt(int32_t row) : m_row(row) {}
-    void meterStarted(int32_t, const QString& caption, bool cancellable) override {
-        m_caption = caption;
-        m_cancellable = cancellable;
-    }
-    void meterShown() override {}
-    void meterValue(int32_t value) override { m_values.push_back(value); }
-    void processEvents() override {
-        if (meter && !m_values.empty() && m_values.back() >= m_row)
-            meter->cancel();
-    }
-    void meterClosed() override { m_closed = true; }
-
-    engine::ProgressMeter* meter = nullptr;
-    int32_t m_row;
-    QString m_caption;
-    bool m_cancellable = false;
-    bool m_closed = false;
-    std::vector<int32_t> m_values;
-};
-
 // The text pdftotext reads from a PDF, its pages separated by form feeds;
 // empty when pdftotext is not installed.
 QString pdfText(const QString& path) {
@@ -220,9 +196,12 @@ TEST_F(ReportTest, CancelledReportPrintsNothing) {
     for (int i = 0; i < 4500; ++i)
         files.push_back(Node::file("f" + std::to_string(i), i));
     f.show(files);
-    CancelAt view(2000);
+    kestrel::test::RecordingView view;
     engine::ProgressMeter cancelling(&view);
-    view.meter = &cancelling;
+    view.onEvents = [&] {
+        if (!view.values.empty() && view.values.back() >= 2000)
+            cancelling.cancel();
+    };
 
     QBuffer buffer;
     buffer.open(QIODevice::WriteOnly);
@@ -234,10 +213,10 @@ TEST_F(ReportTest, CancelledReportPrintsNothing) {
         EXPECT_FALSE(printed.message);
     }
     EXPECT_EQ(buffer.size(), 0);
-    EXPECT_EQ(view.m_caption, QStringLiteral("Printing Snapshot"));
-    EXPECT_TRUE(view.m_cancellable);
-    EXPECT_EQ(view.m_values, (std::vector<int32_t>{2000}));
-    EXPECT_TRUE(view.m_closed);
+    EXPECT_EQ(view.caption, QStringLiteral("Printing Snapshot"));
+    EXPECT_TRUE(view.cancellable);
+    EXPECT_EQ(view.values, (std::vector<int32_t>{2000}));
+    EXPECT_EQ(view.closed, 1);
 
     const QString path = dir.filePath(QStringLiteral("kept.pdf"));
     {
