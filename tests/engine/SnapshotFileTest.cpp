@@ -302,21 +302,7 @@ void fill(Snapshot& s, int32_t n) {
     s.mutableEntry(0).count = n;
 }
 
-// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
-struct FileSizeLimit {
-    explicit FileSizeLimit(rlim_t limit) : handler(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &old);
-        const rlimit lowered{limit, old.rlim_max};
-        ok = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &old);
-        std::signal(SIGXFSZ, handler);
-    }
-    void (*handler)(int);
-    rlimit old{};
-    bool ok = false;
-};
+using kestrel::test::FileSizeLimit;
 
 TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
     // A small snapshot fails only when the file is committed, a large one while writing.
@@ -329,7 +315,7 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
         Outcome r;
         {
             FileSizeLimit full(limit);
-            ASSERT_TRUE(full.ok);
+            ASSERT_TRUE(full.ok());
             r = save(s, file);
         }
         EXPECT_FALSE(r.ok) << n;

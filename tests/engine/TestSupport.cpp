@@ -8,8 +8,10 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utime.h>
@@ -225,6 +227,22 @@ QByteArray versionTwoTree() {
 bool writeBytes(const QString& path, const QByteArray& bytes) {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+FileSizeLimit::FileSizeLimit(uint64_t limit) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    m_old = old.rlim_cur;
+    const rlimit lowered{rlim_t(limit), old.rlim_max};
+    m_ok = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
+}
+
+FileSizeLimit::~FileSizeLimit() {
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    old.rlim_cur = rlim_t(m_old);
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, m_handler);
 }
 
 QByteArray readBytes(const QString& path) {

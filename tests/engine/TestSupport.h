@@ -156,6 +156,19 @@ bool writeBytes(const QString& path, const QByteArray& bytes);
 // A file's bytes, empty when it cannot be read.
 QByteArray readBytes(const QString& path);
 
+// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(uint64_t limit);
+    ~FileSizeLimit();
+    bool ok() const { return m_ok; }
+
+private:
+    void (*m_handler)(int);
+    uint64_t m_old = 0;
+    bool m_ok = false;
+};
+
 // Minimal PE images with a version resource, for the version reader and the
 // scan of a version folder.
 void put16(std::vector<uint8_t>& b, size_t at, uint16_t v);

@@ -59,35 +59,6 @@ protected:
     }
 };
 
-TEST_F(ReportTest, TheHeaderNamesTheProgramTheSnapshotAndWhatItIsComparedWith) {
-    EXPECT_EQ(versionLine(), QStringLiteral("Kestrel v" KESTREL_VERSION
-                                            " Directory Compare Program by Quillon Ltd"));
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^Kestrel v\\d+\\.\\d+\\.\\d+ Directory"))
-                    .match(versionLine())
-                    .hasMatch());
-
-    f.show({Node::file("a.txt", 1)});
-    ReportSettings plain;
-    plain.now = Now;
-    const QString produced = QStringLiteral("Report produced on Friday, June 7, 2024 at 8:09 AM");
-    EXPECT_EQ(reportHeader(f.list, plain),
-              (QStringList{versionLine(), produced, QString(),
-                           QStringLiteral("Work (created 3/5/24 9:30:00 AM)"), QString()}));
-
-    ShownListFixture compared;
-    compared.showCompared({Node::file("a.txt", 2)}, {Node::file("a.txt", 1)},
-                          engine::ShowMode::All);
-    ReportSettings differences = plain;
-    differences.includeDifferences = true;
-    EXPECT_EQ(reportHeader(compared.list, differences),
-              (QStringList{versionLine(), produced, QString(),
-                           QStringLiteral("Work (created 3/5/24 9:30:00 AM)"), QString(),
-                           QStringLiteral("/built/"),
-                           QStringLiteral("Compared with Before (created 3/1/24)"),
-                           QStringLiteral("1 file changed"), QString(),
-                           QStringLiteral("All Files/Dirs in this Snapshot"), QString()}));
-}
-
 TEST_F(ReportTest, FitTextCutsWithDotsAndKeepsOneOrTwoCharactersWithout) {
     QBuffer buffer;
     QPdfWriter device(&buffer);
@@ -236,19 +207,9 @@ TEST_F(ReportTest, CancelledReportPrintsNothing) {
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("new.pdf"))));
 }
 
-TEST_F(ReportTest, AFileThatCannotBeWrittenIsAPrintingError) {
-    f.show({Node::file("a", 1)});
-    const engine::Outcome written =
-        writeReportPdf(dir.filePath(QStringLiteral("missing/report.pdf")), f.list, {},
-                       defaultPdfLayout(QPageLayout::Portrait), PdfResolution, meter);
-    EXPECT_FALSE(written.ok);
-    ASSERT_TRUE(written.message);
-    EXPECT_EQ(written.message->title, QStringLiteral("Printing Error"));
-    EXPECT_FALSE(written.message->text.isEmpty());
-}
-
 // The PDF as a reader sees it: header, columns, cut names, differences and
 // the last line; an empty list prints the header and "End of Report" only.
+// (The print dialog's tests see a file that cannot be written.)
 TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
     Node grown = Node::file("grown.bin", 123456, engine::oleDateFromParts(2024, 2, 3, 14, 5, 6));
     Node before = Node::file("grown.bin", 1000, engine::oleDateFromParts(2024, 2, 3, 14, 5, 6));
@@ -264,7 +225,8 @@ TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
         GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
     const QStringList lines = text.split(QLatin1Char('\n'));
     ASSERT_GE(lines.size(), 15);
-    EXPECT_EQ(lines[0].trimmed(), versionLine());
+    EXPECT_EQ(lines[0].trimmed(), QStringLiteral("Kestrel v" KESTREL_VERSION
+                                                 " Directory Compare Program by Quillon Ltd"));
     EXPECT_EQ(lines[1].trimmed(),
               QStringLiteral("Report produced on Friday, June 7, 2024 at 8:09 AM"));
     EXPECT_EQ(lines[3].trimmed(), QStringLiteral("Work (created 3/5/24 9:30:00 AM)"));
@@ -298,7 +260,8 @@ TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
     settings.includeDifferences = false;
     const QString none = pdfText(pdf(QStringLiteral("empty.pdf"), settings));
     const QStringList noneLines = none.trimmed().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    EXPECT_EQ(noneLines.size(), 4) << none.toStdString();
+    ASSERT_EQ(noneLines.size(), 4) << none.toStdString();
+    EXPECT_EQ(noneLines[2].trimmed(), QStringLiteral("Work (created 3/5/24 9:30:00 AM)"));
     EXPECT_EQ(noneLines.last().trimmed(), QStringLiteral("End of Report"));
 }
 
