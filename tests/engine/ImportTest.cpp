@@ -119,8 +119,8 @@ TEST_F(ImportTest, EntryLimitIs32767) {
     EXPECT_EQ(fits.entry(32767).nextSibling, 1);
     EXPECT_EQ(fits.entry(32766).nextSibling, 32767);
 
-    // One more is refused with a message that says why, also when the file
-    // is opened as a snapshot (whose load complains of a type mismatch).
+    // One more is refused with a message that says why (kestrel-cli's tests
+    // see it through the opening of a file).
     Snapshot tooMany;
     const ImportOutcome outcome = import(tooMany, "big.#01", flatFile(32768));
     EXPECT_FALSE(outcome.ok);
@@ -129,13 +129,6 @@ TEST_F(ImportTest, EntryLimitIs32767) {
         outcome.message, QStringLiteral("Entry Limit"),
         QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
         MessageIcon::Exclamation);
-
-    Snapshot opened;
-    const OpenOutcome open = OpenSnapshotFile(opened, m_dir.filePath("big.#01"), m_meter);
-    EXPECT_FALSE(open.ok);
-    EXPECT_TRUE(open.oldFormat);
-    ASSERT_TRUE(open.message);
-    EXPECT_EQ(open.message->title, QStringLiteral("Entry Limit"));
 }
 
 TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
@@ -232,16 +225,18 @@ TEST_F(ImportTest, MissingFileAndCancel) {
     EXPECT_EQ(s.entryCount, 10);
 }
 
+// What the windows and the command line learn from opening a file: the
+// number in its name and whether it recorded versions. (Their own tests see
+// the import's notice, and the messages of a file that is no snapshot or
+// not there.)
 TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
-    const QString current = write("Data.#02", kestrel::test::exampleSnapshotFile());
     Snapshot loaded;
-    const OpenOutcome load = OpenSnapshotFile(loaded, current, m_meter);
+    const OpenOutcome load =
+        OpenSnapshotFile(loaded, write("Data.#02", kestrel::test::exampleSnapshotFile()), m_meter);
     ASSERT_TRUE(load.ok);
-    EXPECT_FALSE(load.imported);
-    EXPECT_FALSE(load.message);
+    EXPECT_FALSE(load.imported || load.message);
     EXPECT_EQ(load.versions, false);
     EXPECT_EQ(load.number, 2);
-    EXPECT_TRUE(load.summary.startsWith("Kestrel read "));
     EXPECT_EQ(loaded.header.title, QStringLiteral("Original Snapshot of C:\\Data\\"));
 
     const QString old = write("Data.#03", OldTree);
@@ -249,14 +244,10 @@ TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
     const OpenOutcome import = OpenSnapshotFile(imported, old, m_meter);
     ASSERT_TRUE(import.ok);
     EXPECT_TRUE(import.imported);
-    EXPECT_EQ(import.number, 3);
     EXPECT_EQ(import.versions, true);
-    EXPECT_TRUE(import.summary.startsWith("Kestrel imported "));
+    EXPECT_EQ(import.number, 3);
     ASSERT_TRUE(import.message); // the notice, not the load's complaint
     EXPECT_EQ(import.message->title, QStringLiteral("Snapshot Imported"));
-    EXPECT_EQ(import.message->text,
-              QStringLiteral("File was created with Kestrel v2 and has been converted to v3"));
-    EXPECT_EQ(import.message->icon, MessageIcon::Information);
     // Nothing the failed load read survives the import.
     EXPECT_EQ(imported.header.title, old);
     EXPECT_EQ(imported.fileCount, 6);
@@ -264,18 +255,10 @@ TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
 
     Snapshot garbage;
     const OpenOutcome bad = OpenSnapshotFile(garbage, write("junk.xx", "hello\r\n"), m_meter);
-    EXPECT_FALSE(bad.ok);
-    EXPECT_FALSE(bad.imported);
+    EXPECT_FALSE(bad.ok || bad.imported);
     EXPECT_EQ(bad.number, 0);
-    ASSERT_TRUE(bad.message);
-    EXPECT_EQ(bad.message->title, QStringLiteral("Invalid Snapshot"));
-
     Snapshot absent;
-    const OpenOutcome none = OpenSnapshotFile(absent, m_dir.filePath("none.#01"), m_meter);
-    EXPECT_FALSE(none.ok);
-    ASSERT_TRUE(none.message);
-    EXPECT_EQ(none.message->text, QStringLiteral("Unable to open Snapshot"));
-    EXPECT_FALSE(none.versions);
+    EXPECT_FALSE(OpenSnapshotFile(absent, m_dir.filePath("none.#01"), m_meter).versions);
 }
 
 } // namespace
