@@ -203,10 +203,9 @@ TEST_F(SnapshotFileTest, BadDataFails) {
             EXPECT_FALSE(r.message) << c.what;
             continue;
         }
-        ASSERT_TRUE(r.message) << c.what;
-        EXPECT_EQ(r.message->title, QStringLiteral("Invalid Snapshot")) << c.what;
-        EXPECT_EQ(r.message->text, QString::fromLatin1(c.message)) << c.what;
-        EXPECT_EQ(r.message->icon, MessageIcon::Exclamation);
+        SCOPED_TRACE(c.what);
+        kestrel::test::expectMessage(r.message, QStringLiteral("Invalid Snapshot"),
+                                     QString::fromLatin1(c.message), MessageIcon::Exclamation);
     }
 
     // A file that cannot be opened fails quietly; a folder or a pipe is no
