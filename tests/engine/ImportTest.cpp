@@ -77,9 +77,7 @@ TEST_F(ImportTest, PathsParentsAndRings) {
     Snapshot s;
     ASSERT_TRUE(import(s, "old.#01", OldTree).ok);
     EXPECT_EQ(s.entry(0).count, 9);
-    EXPECT_EQ(s.fileCount, 6);
-    EXPECT_EQ(s.folderCount, 3);
-    EXPECT_EQ(s.totalSize, 1234 + 7 + 99 + 0 + 5 + 6);
+    EXPECT_EQ(kestrel::test::countsOf(s), std::tuple(9, 6, 3, 1234 + 7 + 99 + 0 + 5 + 6.0));
 
     const std::vector<int32_t> parents{0, 0, 1, 1, 3, 1, 1, 1, 0, 0};
     for (int32_t i = 1; i <= 9; ++i)

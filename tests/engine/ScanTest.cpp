@@ -75,10 +75,7 @@ TEST(Scan, RecordsTheTreeDepthFirstInListingOrder) {
     const Scan s = scan(t);
     ASSERT_TRUE(s.outcome.ok);
     const Snapshot& snap = s.snapshot;
-    EXPECT_EQ(snap.fileCount, 4);
-    EXPECT_EQ(snap.folderCount, 6);
-    EXPECT_EQ(snap.entryCount, 10);
-    EXPECT_EQ(snap.totalSize, 70003);
+    EXPECT_EQ(kestrel::test::countsOf(snap), std::tuple(10, 4, 6, 70003.0));
     expectSoundSnapshot(snap);
 
     // Each folder's ring holds its items in the order the system lists them.
@@ -291,62 +288,42 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
     ::rmdir((root + "bad\xFF\xFEname").constData());
 }
 
-// Changes the tree beside a scan until stopped: files created and deleted, a
-// folder with contents made and removed, a file replaced by a folder and back.
-class TreeChurn {
-public:
-    explicit TreeChurn(const QString& root) : m_root(QFile::encodeName(root).toStdString()) {
-        m_thread = std::thread([this] { run(); });
-    }
-    ~TreeChurn() {
-        m_stop = true;
-        m_thread.join();
-    }
-    int rounds() const { return m_rounds; }
-
-private:
-    void run() {
-        const std::string churn = m_root + "churn/";
-        for (int k = 0; !m_stop; ++k, ++m_rounds) {
-            const std::string file = churn + "f" + std::to_string(k % 40);
-            if (k % 2 == 0)
-                ::close(::open(file.c_str(), O_CREAT | O_WRONLY, 0644));
-            else
-                ::unlink(file.c_str());
-            const std::string folder = churn + "d" + std::to_string(k % 4);
-            if (::mkdir(folder.c_str(), 0755) == 0) {
-                for (int i = 0; i < 5; ++i)
-                    ::close(::open((folder + "/x" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY,
-                                   0644));
-            } else {
-                for (int i = 0; i < 5; ++i)
-                    ::unlink((folder + "/x" + std::to_string(i)).c_str());
-                ::rmdir(folder.c_str());
-            }
-            const std::string swap = churn + "swap";
-            if (::unlink(swap.c_str()) == 0) {
-                ::mkdir(swap.c_str(), 0755);
-                ::close(::open((swap + "/in").c_str(), O_CREAT | O_WRONLY, 0644));
-            } else {
-                ::unlink((swap + "/in").c_str());
-                ::rmdir(swap.c_str());
-                ::close(::open(swap.c_str(), O_CREAT | O_WRONLY, 0644));
-            }
-        }
-    }
-
-    std::string m_root;
-    std::atomic<bool> m_stop{false};
-    std::atomic<int> m_rounds{0};
-    std::thread m_thread;
-};
-
+// While the scans run, another thread changes the tree: files created and
+// deleted, a folder with contents made and removed, a file replaced by a
+// folder and back.
 TEST(Scan, TreeChangingDuringTheScanGivesASoundSnapshot) {
     TempTree t;
     for (int i = 0; i < 30; ++i)
         t.file(QStringLiteral("stable/s%1/f").arg(i), "abc");
     t.folder(QStringLiteral("churn"));
-    TreeChurn churn(t.root());
+    const std::string churn = QFile::encodeName(t.root()).toStdString() + "churn/";
+    const auto touch = [](const std::string& file) {
+        ::close(::open(file.c_str(), O_CREAT | O_WRONLY, 0644));
+    };
+    // Stopped and joined when the test ends, however it ends.
+    std::atomic<int> rounds{0};
+    std::jthread changer([&](std::stop_token stop) {
+        for (int k = 0; !stop.stop_requested(); ++k, ++rounds) {
+            const std::string file = churn + "f" + std::to_string(k % 40);
+            k % 2 == 0 ? touch(file) : void(::unlink(file.c_str()));
+            const std::string folder = churn + "d" + std::to_string(k % 4);
+            const bool made = ::mkdir(folder.c_str(), 0755) == 0;
+            for (int i = 0; i < 5; ++i)
+                made ? touch(folder + "/x" + std::to_string(i))
+                     : void(::unlink((folder + "/x" + std::to_string(i)).c_str()));
+            if (!made)
+                ::rmdir(folder.c_str());
+            const std::string swap = churn + "swap";
+            if (::unlink(swap.c_str()) == 0) {
+                ::mkdir(swap.c_str(), 0755);
+                touch(swap + "/in");
+            } else {
+                ::unlink((swap + "/in").c_str());
+                ::rmdir(swap.c_str());
+                touch(swap);
+            }
+        }
+    });
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE(round);
         const Scan s = scan(t, true, true, round % 3);
@@ -357,7 +334,7 @@ TEST(Scan, TreeChangingDuringTheScanGivesASoundSnapshot) {
         expectSoundSnapshot(s.snapshot);
         EXPECT_NE(indexOf(s.snapshot, QStringLiteral("stable/s29/f")), 0);
     }
-    EXPECT_GT(churn.rounds(), 0);
+    EXPECT_GT(rounds, 0);
 }
 
 TEST(Scan, GrowsTheTableInStepsAndKeepsEveryEntry) {

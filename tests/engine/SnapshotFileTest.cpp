@@ -24,6 +24,7 @@
 #include <unistd.h>
 
 using namespace kestrel::engine;
+using kestrel::test::readBytes;
 
 namespace {
 
@@ -42,13 +43,7 @@ protected:
     QString path(const QString& name) const { return dir.filePath(name); }
 
     static void write(const QString& file, const QByteArray& bytes) {
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        ASSERT_EQ(f.write(bytes), bytes.size());
-    }
-    static QByteArray read(const QString& file) {
-        QFile f(file);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+        ASSERT_TRUE(kestrel::test::writeBytes(file, bytes));
     }
     static LoadOutcome load(Snapshot& s, const QString& file) {
         s.header.fileName = file;
@@ -79,10 +74,7 @@ TEST_F(SnapshotFileTest, LoadsTheWindowsExample) {
     EXPECT_TRUE(s.header.recurse && !s.header.hidden && !s.header.versions);
     EXPECT_EQ(s.entry(0).count, 16);
     EXPECT_EQ(s.capacity(), 17); // indices 0..capacity + 1
-    EXPECT_EQ(s.entryCount, 3);
-    EXPECT_EQ(s.fileCount, 2);
-    EXPECT_EQ(s.folderCount, 1);
-    EXPECT_EQ(s.totalSize, 1333);
+    EXPECT_EQ(kestrel::test::countsOf(s), std::tuple(3, 2, 1, 1333.0));
     EXPECT_TRUE(r.summary.startsWith(QStringLiteral("Kestrel read 2 files and 1 folders in ")))
         << r.summary.toStdString();
 
@@ -95,7 +87,8 @@ TEST_F(SnapshotFileTest, LoadsTheWindowsExample) {
     // Saved again, the file carries the capacity's worth of records: the three
     // real ones, then empty ones up to 16.
     ASSERT_TRUE(save(s, path(QStringLiteral("out.#02"))).ok);
-    EXPECT_EQ(read(path(QStringLiteral("out.#02"))), exampleFile(32) + EmptyRecord.repeated(13));
+    EXPECT_EQ(readBytes(path(QStringLiteral("out.#02"))),
+              exampleFile(32) + EmptyRecord.repeated(13));
     EXPECT_EQ(s.entryCount, 16);
 }
 
@@ -108,7 +101,7 @@ TEST_F(SnapshotFileTest, CapacityItemIsTheNextMultipleOf16AboveTheCount) {
         const QString file = path(QStringLiteral("n%1.#01").arg(n));
         ASSERT_TRUE(save(s, file).ok);
 
-        const QList<QByteArray> lines = read(file).split('\n');
+        const QList<QByteArray> lines = readBytes(file).split('\n');
         ASSERT_EQ(lines.size(), n + 3) << n; // title, header, entries, nothing after the last CR LF
         const int expected = n + 16 - n % 16;
         EXPECT_TRUE(lines[1].endsWith("," + QByteArray::number(expected) + "\r"))
@@ -150,7 +143,7 @@ TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
         EXPECT_EQ(s.capacity(), 17);
         EXPECT_LT(s.memoryUsed(), size_t(4) << 20);
         ASSERT_TRUE(save(s, path(QStringLiteral("fitted.#01"))).ok);
-        EXPECT_EQ(read(path(QStringLiteral("fitted.#01"))),
+        EXPECT_EQ(readBytes(path(QStringLiteral("fitted.#01"))),
                   exampleFile(32) + EmptyRecord.repeated(13));
     }
 
@@ -160,7 +153,7 @@ TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
         whole.createEntry(32, 36950.5, i == 100 ? 1 : i + 1, "f" + std::to_string(i), 0, i, "");
     whole.mutableEntry(0).count = 100;
     ASSERT_TRUE(save(whole, path(QStringLiteral("whole.#01"))).ok);
-    const QList<QByteArray> lines = read(path(QStringLiteral("whole.#01"))).split('\n');
+    const QList<QByteArray> lines = readBytes(path(QStringLiteral("whole.#01"))).split('\n');
     Snapshot cut;
     const LoadOutcome r = loadBytes(cut, lines.mid(0, 52).join('\n') + '\n');
     ASSERT_TRUE(r.ok);
@@ -234,7 +227,7 @@ TEST_F(SnapshotFileTest, AwkwardTextRoundTrips) {
     s.mutableEntry(0).count = n;
     const QString file = path(QStringLiteral("names.#01"));
     ASSERT_TRUE(save(s, file).ok);
-    EXPECT_TRUE(read(file).contains(",\"say \"\"hi\"\".txt\","));
+    EXPECT_TRUE(readBytes(file).contains(",\"say \"\"hi\"\".txt\","));
 
     Snapshot back;
     const LoadOutcome r = load(back, file);
@@ -264,14 +257,9 @@ TEST_F(SnapshotFileTest, ReadsOldFilesLeniently) {
     EXPECT_EQ(s.header.created, oleDateFromParts(2001, 3, 4, 10, 15, 0));
     EXPECT_TRUE(s.header.recurse && !s.header.hidden && s.header.versions);
     ASSERT_EQ(s.entryCount, 2);
-    EXPECT_EQ(s.nameText(1), QString::fromUtf8("ä€.txt"));
-    EXPECT_EQ(s.entry(1).modified, 0.5);
-    EXPECT_EQ(s.entry(1).size, -0.5);
-    EXPECT_EQ(s.version(1), "");
-    EXPECT_EQ(s.name(2), "b, c");
-    EXPECT_EQ(s.entry(2).modified, 36950.5);
-    EXPECT_EQ(s.entry(2).size, 99);
-    EXPECT_EQ(s.version(2), "1.00.0000");
+    using Fields = kestrel::test::EntryFields;
+    EXPECT_EQ(kestrel::test::fieldsOf(s, 1), Fields(32, 0.5, 2, 0, "ä€.txt", 0, -0.5, ""));
+    EXPECT_EQ(kestrel::test::fieldsOf(s, 2), Fields(32, 36950.5, 1, 0, "b, c", 0, 99, "1.00.0000"));
 }
 
 TEST_F(SnapshotFileTest, Cancel) {
@@ -303,6 +291,18 @@ void fill(Snapshot& s, int32_t n) {
 
 using kestrel::test::FileSizeLimit;
 
+// What a failed save left: the message and the folder's contents, one per line.
+QByteArray describeSave(const Outcome& r, const QString& folder, const QString& file,
+                        const QByteArray& previous) {
+    QFile f(file);
+    const bool intact = f.open(QIODevice::ReadOnly) && f.readAll() == previous;
+    return QByteArray(r.ok ? "ok" : "failed") + '\n' +
+           (r.message ? r.message->title.toUtf8() + '\n' + r.message->text.toUtf8()
+                      : QByteArray("\n")) +
+           '\n' + (intact ? "intact" : "damaged") + '\n' +
+           QDir(folder).entryList(QDir::Files | QDir::Hidden).join(QLatin1Char(',')).toUtf8();
+}
+
 TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
     // A small snapshot fails only when the file is committed, a large one while writing.
     const std::pair<int32_t, rlim_t> cases[] = {{3, 64}, {20000, 64 * 1024}};
@@ -317,14 +317,11 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
             ASSERT_TRUE(full.ok());
             r = save(s, file);
         }
-        EXPECT_FALSE(r.ok) << n;
-        ASSERT_TRUE(r.message) << n;
-        EXPECT_EQ(r.message->title, QStringLiteral("Invalid Snapshot File"));
         // The system's own words, not a generic text.
-        EXPECT_EQ(r.message->text, QString::fromLocal8Bit(std::strerror(EFBIG))) << n;
-        EXPECT_EQ(read(file), exampleFile(16)) << n;
-        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
-                  QStringList{QStringLiteral("Data.#01")});
+        EXPECT_EQ(describeSave(r, dir.path(), file, exampleFile(16)),
+                  QByteArray("failed\nInvalid Snapshot File\n") + std::strerror(EFBIG) +
+                      "\nintact\nData.#01")
+            << n;
     }
 }
 
@@ -370,18 +367,6 @@ bool inOwnFileSystem(const QString& folder, const char* options, bool readOnly,
     const bool mounted = !(WIFEXITED(status) && WEXITSTATUS(status) == 3);
     EXPECT_TRUE(!mounted || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << "the child failed";
     return mounted;
-}
-
-// What a failed save left: the message and the folder's contents, one per line.
-QByteArray describeSave(const Outcome& r, const QString& folder, const QString& file,
-                        const QByteArray& previous) {
-    QFile f(file);
-    const bool intact = f.open(QIODevice::ReadOnly) && f.readAll() == previous;
-    return QByteArray(r.ok ? "ok" : "failed") + '\n' +
-           (r.message ? r.message->title.toUtf8() + '\n' + r.message->text.toUtf8()
-                      : QByteArray("\n")) +
-           '\n' + (intact ? "intact" : "damaged") + '\n' +
-           QDir(folder).entryList(QDir::Files | QDir::Hidden).join(QLatin1Char(',')).toUtf8();
 }
 
 TEST_F(SnapshotFileTest, FullDiskKeepsThePreviousFile) {
@@ -486,7 +471,7 @@ TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
     ::close(channel[0]);
     ASSERT_TRUE(midWrite);
     EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(read(file), exampleFile(16));
+    EXPECT_EQ(readBytes(file), exampleFile(16));
     // The half-written file lies beside it under another name, never in its place.
     for (const QString& name : QDir(dir.path()).entryList(QDir::Files | QDir::Hidden)) {
         if (name == QLatin1String("Data.#01"))

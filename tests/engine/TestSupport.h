@@ -101,6 +101,11 @@ using EntryFields =
     std::tuple<int16_t, double, int32_t, int32_t, std::string, int32_t, double, std::string>;
 EntryFields fieldsOf(const engine::Snapshot& s, int32_t index);
 
+// The entry, file and folder counts and the total size.
+inline std::tuple<int32_t, int32_t, int32_t, double> countsOf(const engine::Snapshot& s) {
+    return {s.entryCount, s.fileCount, s.folderCount, s.totalSize};
+}
+
 // The index of the entry at a relative path ("a/b/c.txt"), or 0.
 int32_t indexOf(const engine::Snapshot& s, const QString& relativePath);
 
