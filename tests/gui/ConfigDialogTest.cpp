@@ -295,14 +295,12 @@ private Q_SLOTS:
         const QString folder = m_dir->filePath(u"diff tools"_s);
         const QString program = folder + u"/record"_s;
         QVERIFY(QDir().mkpath(folder));
-        QFile script(program);
-        QVERIFY(script.open(QIODevice::WriteOnly));
         // Each argument, and the working folder, ended by a NUL: a line break
         // inside an argument stays inside it.
-        script.write("#!/bin/sh\n{ for a in \"$@\"; do printf '%s\\0' \"$a\"; done; pwd -P; }"
-                     " > \"$0.tmp\" && mv \"$0.tmp\" \"$0.out\"\n");
-        script.close();
-        QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        writeFile(program, "#!/bin/sh\n{ for a in \"$@\"; do printf '%s\\0' \"$a\"; done; pwd -P; }"
+                           " > \"$0.tmp\" && mv \"$0.tmp\" \"$0.out\"\n");
+        QVERIFY(
+            QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
 
         QStringList messages;
         shell::Launcher launcher(
@@ -325,10 +323,9 @@ private Q_SLOTS:
         c<QLineEdit>("txtParams")->setText(u"%1 --then %2"_s); // edited, not saved
         QVERIFY(d.ExecuteCustom(first, second));
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(program + u".out"_s), 30000);
-        QFile out(program + u".out"_s);
-        QVERIFY(out.open(QIODevice::ReadOnly));
-        QCOMPARE(QString::fromUtf8(out.readAll()).split(QChar(0), Qt::SkipEmptyParts),
-                 (QStringList{first, u"--then"_s, second, QDir(folder).canonicalPath() + u'\n'}));
+        QCOMPARE(
+            QString::fromUtf8(readFile(program + u".out"_s)).split(QChar(0), Qt::SkipEmptyParts),
+            (QStringList{first, u"--then"_s, second, QDir(folder).canonicalPath() + u'\n'}));
         QVERIFY(!QFile::exists(folder + u"/pwned"_s));
         QVERIFY(messages.isEmpty());
     }
