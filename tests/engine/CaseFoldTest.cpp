@@ -113,8 +113,9 @@ TEST(CaseFoldHash, DifferentNamesHashApart) {
                            "readme.txu", "Straße", "1234567ä", "1234567å"};
     for (std::string_view x : names)
         for (std::string_view y : names)
-            if (x.data() != y.data())
+            if (x.data() != y.data()) {
                 EXPECT_NE(nameHash(x), nameHash(y)) << x << " / " << y;
+            }
     EXPECT_NE(nameHash(std::string_view("a\0", 2)), nameHash("a"));
 }
 
