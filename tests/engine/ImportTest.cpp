@@ -225,8 +225,7 @@ TEST_F(ImportTest, MissingFileAndCancel) {
 
 // What the windows and the command line learn from opening a file: the
 // number in its name and whether it recorded versions. (Their own tests see
-// the import's notice, and the messages of a file that is no snapshot or
-// not there.)
+// the import's notice and the message of a file that is no snapshot.)
 TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
     Snapshot loaded;
     const OpenOutcome load =
@@ -256,7 +255,10 @@ TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
     EXPECT_FALSE(bad.ok || bad.imported);
     EXPECT_EQ(bad.number, 0);
     Snapshot absent;
-    EXPECT_FALSE(OpenSnapshotFile(absent, m_dir.filePath("none.#01"), m_meter).versions);
+    const OpenOutcome none = OpenSnapshotFile(absent, m_dir.filePath("none.#01"), m_meter);
+    ASSERT_TRUE(none.message);
+    EXPECT_EQ(none.message->text, QStringLiteral("Unable to open Snapshot"));
+    EXPECT_FALSE(none.versions);
 }
 
 } // namespace

@@ -144,7 +144,8 @@ private Q_SLOTS:
         QCOMPARE(newer->grid()->horizontalHeader()->length(), newer->grid()->viewport()->width());
         for (const char* button : {"New", "Open", "Repeat"})
             QVERIFY(!frame->toolbarButton(QLatin1String(button))->isEnabled());
-        QVERIFY(frame->toolbarButton(u"Compare"_s)->isEnabled());
+        QVERIFY(frame->toolbarButton(u"Compare"_s)->isEnabled() &&
+                frame->toolbarButton(u"Save As"_s)->isEnabled());
 
         // Names sorted, an unmatched row in the "No Match" colour as its
         // text, changed values on the "Changed" colour.
@@ -163,6 +164,11 @@ private Q_SLOTS:
         QVERIFY(!tree.indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole).isValid());
         QCOMPARE(colourOf(older->treeModel().indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole)),
                  cyan);
+        // A file of another date: its Modified cell.
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        QCOMPARE(colourOf(cell(*newer, u"b.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole)),
+                 cyan);
+        QVERIFY(newer->selectFolder(u"/"_s));
 
         // Another colour takes effect with the next listing.
         frame->options().setValue(Key::Changed, 6);

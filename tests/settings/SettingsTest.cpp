@@ -77,7 +77,8 @@ TEST_F(StoreTest, FirstRunGivesTheDefaults) {
 }
 
 // What the options dialog's tests leave out: a tolerance computed while
-// "Date" was on stays for the comparison after it goes off, a colour list
+// "Date" was on stays for the comparison after it goes off, the daylight
+// saving box reaches the comparison, a colour list
 // refuses a position it does not have, and "Synch" tells the windows once
 // per change.
 TEST(OptionsTest, DerivedValuesAndSignals) {
@@ -88,6 +89,8 @@ TEST(OptionsTest, DerivedValuesAndSignals) {
     options.setValue(Key::Date, 0);
     options.setValue(Key::Weeks, 1);
     EXPECT_DOUBLE_EQ(options.compareOptions().dateTolerance, 31 * 365 + 7200 / 86400.0);
+    options.setValue(Key::Dst, 1);
+    EXPECT_TRUE(options.compareOptions().ignoreDst && !options.compareOptions().ignoreVersion);
 
     ASSERT_TRUE(options.setValue(Key::Changed, 6));
     EXPECT_FALSE(options.setValue(Key::Changed, 7));
