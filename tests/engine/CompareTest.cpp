@@ -174,24 +174,14 @@ TEST_F(CompareTest, DateToleranceIsStrictAndClockChangesCanBeIgnored) {
 }
 
 TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
-    Node roBefore = Node::file("ro", 5);
-    roBefore.attributes = 128;
-    Node roAfter = Node::file("ro", 5);
-    roAfter.attributes = 1; // made read-only
-    Node arcBefore = Node::file("arc", 5);
-    arcBefore.attributes = 33;
-    Node arcAfter = Node::file("arc", 5);
-    arcAfter.attributes = 1; // archive bit cleared
-    Node verBefore = Node::file("v.dll", 7);
-    verBefore.version = "1.00.0000";
-    Node verAfter = Node::file("v.dll", 7);
-    verAfter.version = "1.01.0000";
-    Node caseBefore = Node::file("c.dll");
-    caseBefore.version = "1.0a";
-    Node caseAfter = Node::file("c.dll");
-    caseAfter.version = "1.0A";
-    buildSnapshot(older, {roBefore, arcBefore, verBefore, caseBefore, Node::file("sized", 1)});
-    buildSnapshot(newer, {roAfter, arcAfter, verAfter, caseAfter, Node::file("sized", 2)});
+    // ro is made read-only, arc loses its archive bit, c.dll's version
+    // changes only in case.
+    buildSnapshot(older, {Node::file("ro", 5, 45000, 128), Node::file("arc", 5, 45000, 33),
+                          Node::file("v.dll", 7, 45000, 0, "1.00.0000"),
+                          Node::file("c.dll", 0, 45000, 0, "1.0a"), Node::file("sized", 1)});
+    buildSnapshot(newer, {Node::file("ro", 5, 45000, 1), Node::file("arc", 5, 45000, 1),
+                          Node::file("v.dll", 7, 45000, 0, "1.01.0000"),
+                          Node::file("c.dll", 0, 45000, 0, "1.0A"), Node::file("sized", 2)});
 
     ASSERT_TRUE(compare().ok);
     EXPECT_EQ(inNew("ro").status, Change::Attributes);
@@ -228,13 +218,10 @@ TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
 }
 
 TEST_F(CompareTest, WhatChangedListsEveryDifferenceInOrder) {
-    Node before = Node::file("f", 1000, oleDateFromParts(2001, 3, 4, 10, 15, 0));
-    before.attributes = 33;
-    before.version = "1.00.0000";
-    Node after = Node::file("f", 1234, oleDateFromParts(2001, 3, 5, 10, 15, 0));
-    after.version = "2.00.0000";
-    buildSnapshot(older, {before});
-    buildSnapshot(newer, {after});
+    buildSnapshot(
+        older, {Node::file("f", 1000, oleDateFromParts(2001, 3, 4, 10, 15, 0), 33, "1.00.0000")});
+    buildSnapshot(newer,
+                  {Node::file("f", 1234, oleDateFromParts(2001, 3, 5, 10, 15, 0), 0, "2.00.0000")});
     ASSERT_TRUE(compare().ok);
     EXPECT_EQ(inNew("f").status, Change::Size + Change::Date + Change::Attributes + Change::Version);
     EXPECT_EQ(WhatChanged(newer, older, 1, {}),
@@ -369,22 +356,7 @@ TEST_F(CompareTest, MeterTakesItsMaximumFromEntryOne) {
     buildSnapshot(older, {Node::dir("d", {Node::file("a")})});
     buildSnapshot(newer, {Node::dir("d", {Node::file("a")})});
     newer.mutableEntry(1).count = 77;
-    struct View : ProgressView {
-        int32_t maximum = 0;
-        QString caption;
-        bool cancellable = true;
-        void meterStarted(int32_t m, const QString& c, bool can) override {
-            if (!maximum) {
-                maximum = m;
-                caption = c;
-                cancellable = can;
-            }
-        }
-        void meterShown() override {}
-        void meterValue(int32_t) override {}
-        void processEvents() override {}
-        void meterClosed() override {}
-    } view;
+    kestrel::test::RecordingView view;
     ProgressMeter meter(&view);
     ASSERT_TRUE(CompareSnapshot(newer, 1, older, 1, false, {}, meter).ok);
     EXPECT_EQ(view.maximum, 77);

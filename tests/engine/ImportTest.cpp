@@ -23,33 +23,14 @@ namespace {
 // A v2 file: the marked root, number and creation time, the three flags, the
 // entry count, then one line per entry: folder path, name, size, modified,
 // attributes, version, an unused number, count, an unused number.
-const QByteArray OldHeader = R"("C:\DATA\;3"
-5,36954.5
-#TRUE#,#FALSE#,#TRUE#
-)";
-
-// Docs holds a.txt, Sub (holding c.txt), b.txt, d.txt and e.txt; Empty and
-// top.txt sit beside Docs. Paths use every form: explicit, empty (inside the
-// entry before) and a blank (same folder as the entry before).
-const QByteArray OldTree = OldHeader + R"(9
-"\","Docs",-1,36950.5,16,"",0,6,0
-"","a.txt",1234,36950.25,32,"",0,0,0
-" ","Sub",-1,36950.5,16,"",0,1,0
-"","c.txt",7,36951.125,33,"",0,0,0
-"\Docs\","b.txt",99,36950.5,32,"1.00.0000",0,0,0
-" ","d.txt",0,36950.5,32,"",0,0,0
-" ","e.txt",5,36950.5,32,"",0,0,0
-"\","Empty",-1,36950.5,16,"",0,0,0
-"\","top.txt",6,36950.5,32,"",0,0,0
-)";
+const QByteArray OldHeader = kestrel::test::VersionTwoHeader;
+const QByteArray OldTree = kestrel::test::versionTwoTree();
 
 class ImportTest : public ::testing::Test {
 protected:
     QString write(const QString& name, const QByteArray& bytes) {
         const QString path = m_dir.filePath(name);
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
+        EXPECT_TRUE(kestrel::test::writeBytes(path, bytes));
         return path;
     }
     ImportOutcome import(Snapshot& s, const QString& name, const QByteArray& bytes) {
@@ -96,9 +77,7 @@ TEST_F(ImportTest, PathsParentsAndRings) {
     Snapshot s;
     ASSERT_TRUE(import(s, "old.#01", OldTree).ok);
     EXPECT_EQ(s.entry(0).count, 9);
-    EXPECT_EQ(s.fileCount, 6);
-    EXPECT_EQ(s.folderCount, 3);
-    EXPECT_EQ(s.totalSize, 1234 + 7 + 99 + 0 + 5 + 6);
+    EXPECT_EQ(kestrel::test::countsOf(s), std::tuple(9, 6, 3, 1234 + 7 + 99 + 0 + 5 + 6.0));
 
     const std::vector<int32_t> parents{0, 0, 1, 1, 3, 1, 1, 1, 0, 0};
     for (int32_t i = 1; i <= 9; ++i)
@@ -128,18 +107,8 @@ TEST_F(ImportTest, SavedImportLoadsAsTheSameTree) {
     EXPECT_EQ(loaded.header.rootFolder, imported.header.rootFolder);
     EXPECT_EQ(loaded.header.title, imported.header.title);
     EXPECT_EQ(loaded.fileCount, imported.fileCount);
-    for (int32_t i = 1; i <= 9; ++i) {
-        const SnapshotEntry& a = imported.entry(i);
-        const SnapshotEntry& b = loaded.entry(i);
-        EXPECT_EQ(loaded.name(i), imported.name(i));
-        EXPECT_EQ(loaded.version(i), imported.version(i));
-        EXPECT_EQ(b.parent, a.parent) << i;
-        EXPECT_EQ(b.nextSibling, a.nextSibling) << i;
-        EXPECT_EQ(b.count, a.count) << i;
-        EXPECT_EQ(b.size, a.size) << i;
-        EXPECT_EQ(b.modified, a.modified) << i;
-        EXPECT_EQ(b.attributes, a.attributes) << i;
-    }
+    for (int32_t i = 1; i <= 9; ++i)
+        EXPECT_EQ(kestrel::test::fieldsOf(loaded, i), kestrel::test::fieldsOf(imported, i)) << i;
 }
 
 TEST_F(ImportTest, EntryLimitIs32767) {
@@ -148,22 +117,16 @@ TEST_F(ImportTest, EntryLimitIs32767) {
     EXPECT_EQ(fits.entry(32767).nextSibling, 1);
     EXPECT_EQ(fits.entry(32766).nextSibling, 32767);
 
-    // One more is refused with a message that says why, also when the file
-    // is opened as a snapshot (whose load complains of a type mismatch).
+    // One more is refused with a message that says why (kestrel-cli's tests
+    // see it through the opening of a file).
     Snapshot tooMany;
     const ImportOutcome outcome = import(tooMany, "big.#01", flatFile(32768));
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.error, ErrorCode::Overflow);
-    expectMessage(outcome.message, QStringLiteral("Entry Limit"),
-                  QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
-                  MessageIcon::Exclamation);
-
-    Snapshot opened;
-    const OpenOutcome open = OpenSnapshotFile(opened, m_dir.filePath("big.#01"), m_meter);
-    EXPECT_FALSE(open.ok);
-    EXPECT_TRUE(open.oldFormat);
-    ASSERT_TRUE(open.message);
-    EXPECT_EQ(open.message->title, QStringLiteral("Entry Limit"));
+    expectMessage(
+        outcome.message, QStringLiteral("Entry Limit"),
+        QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
+        MessageIcon::Exclamation);
 }
 
 TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
@@ -246,16 +209,9 @@ TEST_F(ImportTest, MissingFileAndCancel) {
     EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
 
     // Cancel pressed when the meter first moves (the folder at entry 10).
-    struct CancellingView : ProgressView {
-        ProgressMeter* meter = nullptr;
-        void meterStarted(int32_t, const QString&, bool) override {}
-        void meterShown() override {}
-        void meterValue(int32_t) override {}
-        void processEvents() override { meter->cancel(); }
-        void meterClosed() override {}
-    } view;
+    kestrel::test::RecordingView view;
     ProgressMeter meter(&view);
-    view.meter = &meter;
+    view.onEvents = [&] { meter.cancel(); };
     QByteArray bytes = flatFile(12);
     bytes.replace("\"f10\",1,0,32", "\"f10\",-1,0,16");
     Snapshot s;
@@ -267,21 +223,17 @@ TEST_F(ImportTest, MissingFileAndCancel) {
     EXPECT_EQ(s.entryCount, 10);
 }
 
+// What the windows and the command line learn from opening a file: the
+// number in its name and whether it recorded versions. (Their own tests see
+// the import's notice and the message of a file that is no snapshot.)
 TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
-    const QString current =
-        write("Data.#02", "Original Snapshot of C:\\Data\\\r\n"
-                          "\"C:\\Data\\\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n"
-                          "16,36954.4270833333,3,1,\"Reports\",0,0,\"\"\r\n"
-                          "32,36950.5,2,0,\"a.txt\",1,1234,\"\"\r\n"
-                          "32,36950.5,1,0,\"b.txt\",0,99,\"\"\r\n");
     Snapshot loaded;
-    const OpenOutcome load = OpenSnapshotFile(loaded, current, m_meter);
+    const OpenOutcome load =
+        OpenSnapshotFile(loaded, write("Data.#02", kestrel::test::exampleSnapshotFile()), m_meter);
     ASSERT_TRUE(load.ok);
-    EXPECT_FALSE(load.imported);
-    EXPECT_FALSE(load.message);
+    EXPECT_FALSE(load.imported || load.message);
     EXPECT_EQ(load.versions, false);
     EXPECT_EQ(load.number, 2);
-    EXPECT_TRUE(load.summary.startsWith("Kestrel read "));
     EXPECT_EQ(loaded.header.title, QStringLiteral("Original Snapshot of C:\\Data\\"));
 
     const QString old = write("Data.#03", OldTree);
@@ -289,14 +241,10 @@ TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
     const OpenOutcome import = OpenSnapshotFile(imported, old, m_meter);
     ASSERT_TRUE(import.ok);
     EXPECT_TRUE(import.imported);
-    EXPECT_EQ(import.number, 3);
     EXPECT_EQ(import.versions, true);
-    EXPECT_TRUE(import.summary.startsWith("Kestrel imported "));
+    EXPECT_EQ(import.number, 3);
     ASSERT_TRUE(import.message); // the notice, not the load's complaint
     EXPECT_EQ(import.message->title, QStringLiteral("Snapshot Imported"));
-    EXPECT_EQ(import.message->text,
-              QStringLiteral("File was created with Kestrel v2 and has been converted to v3"));
-    EXPECT_EQ(import.message->icon, MessageIcon::Information);
     // Nothing the failed load read survives the import.
     EXPECT_EQ(imported.header.title, old);
     EXPECT_EQ(imported.fileCount, 6);
@@ -304,15 +252,10 @@ TEST_F(ImportTest, OpenSnapshotFileLoadsOrImports) {
 
     Snapshot garbage;
     const OpenOutcome bad = OpenSnapshotFile(garbage, write("junk.xx", "hello\r\n"), m_meter);
-    EXPECT_FALSE(bad.ok);
-    EXPECT_FALSE(bad.imported);
+    EXPECT_FALSE(bad.ok || bad.imported);
     EXPECT_EQ(bad.number, 0);
-    ASSERT_TRUE(bad.message);
-    EXPECT_EQ(bad.message->title, QStringLiteral("Invalid Snapshot"));
-
     Snapshot absent;
     const OpenOutcome none = OpenSnapshotFile(absent, m_dir.filePath("none.#01"), m_meter);
-    EXPECT_FALSE(none.ok);
     ASSERT_TRUE(none.message);
     EXPECT_EQ(none.message->text, QStringLiteral("Unable to open Snapshot"));
     EXPECT_FALSE(none.versions);

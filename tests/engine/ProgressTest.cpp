@@ -1,3 +1,5 @@
+#include "TestSupport.h"
+
 #include "engine/Progress.h"
 
 #include <gtest/gtest.h>
@@ -8,23 +10,7 @@ using namespace kestrel::engine;
 
 namespace {
 
-class RecordingView : public ProgressView {
-public:
-    int started = 0, shown = 0, events = 0, closed = 0;
-    int32_t startedMaximum = 0;
-    QString startedCaption;
-    std::vector<int32_t> values;
-
-    void meterStarted(int32_t maximum, const QString& caption, bool) override {
-        ++started;
-        startedMaximum = maximum;
-        startedCaption = caption;
-    }
-    void meterShown() override { ++shown; }
-    void meterValue(int32_t value) override { values.push_back(value); }
-    void processEvents() override { ++events; }
-    void meterClosed() override { ++closed; }
-};
+using kestrel::test::RecordingView;
 
 class ProgressTest : public ::testing::Test {
 protected:
@@ -34,38 +20,41 @@ protected:
 };
 
 TEST_F(ProgressTest, ShowsOnlyAfterMoreThanOneSecond) {
-    struct Case {
-        double elapsed;
-        bool shown;
-    };
-    const Case cases[] = {
-        {0.5, false},  {1.0, false}, {1.00000001, false}, // the same as 1.0 in single precision
-        {1.001, true}, {60, true},
-    };
-    for (const Case& c : cases) {
+    // 1.00000001 is the same as 1.0 in single precision.
+    for (const double elapsed : {0.5, 1.0, 1.00000001, 1.001, 60.0}) {
         RecordingView v;
         ProgressMeter m(&v, [this] { return now; });
         now = 36000;
         m.initialise(10, QStringLiteral("Scanning"), true);
-        now += c.elapsed;
+        now += elapsed;
         m.update(1);
-        EXPECT_EQ(m.shown(), c.shown) << c.elapsed;
-        EXPECT_EQ(v.shown, c.shown ? 1 : 0) << c.elapsed;
-        EXPECT_EQ(v.events, 1) << c.elapsed; // events run on every update
+        const bool shown = elapsed > 1.0001;
+        EXPECT_EQ(m.shown(), shown) << elapsed;
+        EXPECT_EQ(v.shown, shown ? 1 : 0) << elapsed;
+        EXPECT_EQ(v.events, 1) << elapsed; // events run on every update
     }
 }
 
-TEST_F(ProgressTest, ShowsOnceForTheWholeOperation) {
-    meter.initialise(100, QStringLiteral("Scanning"), true);
-    for (int i = 1; i <= 50; ++i) {
+// Each initialise starts the second afresh; once shown, the meter stays
+// shown, and is told so once, until it is closed.
+TEST_F(ProgressTest, ShowsOnceFromTheLastInitialiseUntilClosed) {
+    meter.initialise(10, QStringLiteral("First"), true);
+    now += 0.8;
+    meter.initialise(10, QStringLiteral("Second"), true);
+    now += 0.7; // 1.5 s since the first, 0.7 s since the second
+    meter.update(1);
+    EXPECT_FALSE(meter.shown());
+    for (int i = 2; i <= 20; ++i) {
         now += 0.1;
         meter.update(i);
     }
+    meter.initialise(100, QStringLiteral("Third"), true);
+    meter.update(21);
     EXPECT_TRUE(meter.shown());
     EXPECT_EQ(view.shown, 1);
-    EXPECT_EQ(view.events, 50);
-    EXPECT_EQ(meter.value(), 50);
-
+    EXPECT_EQ(view.events, 21);
+    EXPECT_EQ(meter.value(), 21);
+    EXPECT_EQ(view.closed, 0);
     meter.close();
     EXPECT_FALSE(meter.shown());
     EXPECT_EQ(view.closed, 1);
@@ -82,23 +71,31 @@ TEST_F(ProgressTest, NeverShowsAcrossMidnight) {
     EXPECT_EQ(view.shown, 0);
 }
 
+// A maximum of 0 or less keeps the range, the caption and a cancel already
+// pressed; each initialise decides anew whether Cancel counts.
 TEST_F(ProgressTest, InitialiseWithoutMaximumKeepsRangeCaptionAndCancel) {
+    meter.initialise(10, QStringLiteral("Saving Snapshot"), false);
+    meter.cancel();
+    EXPECT_FALSE(meter.cancelled());
+
     meter.initialise(50, QStringLiteral("Loading Snapshot"), true);
     meter.cancel();
     ASSERT_TRUE(meter.cancelled());
-
     for (int32_t maximum : {0, -5}) {
         meter.initialise(maximum, QStringLiteral("Other"), true);
         EXPECT_EQ(meter.maximum(), 50);
         EXPECT_EQ(meter.caption(), QStringLiteral("Loading Snapshot"));
         EXPECT_TRUE(meter.cancelled());
-        EXPECT_EQ(view.startedMaximum, 50); // the view is told what the meter keeps
-        EXPECT_EQ(view.startedCaption, QStringLiteral("Loading Snapshot"));
+        EXPECT_EQ(view.maximum, 50); // the view is told what the meter keeps
+        EXPECT_EQ(view.caption, QStringLiteral("Loading Snapshot"));
     }
 
     meter.initialise(20, QStringLiteral("Saving Snapshot"), false);
     EXPECT_EQ(meter.maximum(), 20);
-    EXPECT_EQ(meter.caption(), QStringLiteral("Saving Snapshot"));
+    EXPECT_FALSE(meter.cancelled());
+    meter.initialise(10, QStringLiteral("Loading Snapshot"), true);
+    meter.initialise(0, QString(), false);
+    meter.cancel();
     EXPECT_FALSE(meter.cancelled());
 }
 
@@ -109,42 +106,6 @@ TEST_F(ProgressTest, ValueAboveMaximumIsIgnored) {
     EXPECT_EQ(view.values, (std::vector<int32_t>{4, 10, -1}));
     EXPECT_EQ(meter.value(), -1);
     EXPECT_EQ(view.events, 5);
-}
-
-TEST_F(ProgressTest, CancelOnlyWhenCancellable) {
-    meter.initialise(10, QStringLiteral("Saving Snapshot"), false);
-    meter.cancel();
-    EXPECT_FALSE(meter.cancelled());
-
-    meter.initialise(10, QStringLiteral("Loading Snapshot"), true);
-    meter.cancel();
-    EXPECT_TRUE(meter.cancelled());
-
-    // Each initialise decides anew, even one that keeps the range.
-    meter.initialise(10, QStringLiteral("Loading Snapshot"), true);
-    meter.initialise(0, QString(), false);
-    meter.cancel();
-    EXPECT_FALSE(meter.cancelled());
-}
-
-TEST_F(ProgressTest, InitialiseRestartsTheTiming) {
-    meter.initialise(10, QStringLiteral("First"), true);
-    now += 0.8;
-    meter.initialise(10, QStringLiteral("Second"), true);
-    now += 0.7; // 1.5 s since the first, 0.7 s since the second
-    meter.update(1);
-    EXPECT_FALSE(meter.shown());
-    now += 0.4;
-    meter.update(2);
-    EXPECT_TRUE(meter.shown());
-    EXPECT_EQ(view.shown, 1);
-
-    // A shown meter stays shown through a new initialise.
-    meter.initialise(10, QStringLiteral("Third"), true);
-    meter.update(3);
-    EXPECT_TRUE(meter.shown());
-    EXPECT_EQ(view.shown, 1);
-    EXPECT_EQ(view.closed, 0);
 }
 
 } // namespace

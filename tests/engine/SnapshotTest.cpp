@@ -49,34 +49,26 @@ TEST(SnapshotTable, GrowsInStepsOf4096KeepingEntries) {
         }
     }
     EXPECT_EQ(s.capacity(), 8192);
-    EXPECT_EQ(s.entryCount, 4097);
     for (int32_t i = 1; i <= 4097; ++i) {
         const SnapshotEntry& e = s.entry(i);
-        ASSERT_EQ(s.name(i), std::to_string(i));
-        ASSERT_EQ(e.modified, i * 0.5);
-        ASSERT_EQ(e.nextSibling, i + 1);
-        ASSERT_EQ(e.parent, i / 2);
-        ASSERT_EQ(e.size, i * 3.0);
-        ASSERT_EQ(e.attributes, FileAttr);
+        ASSERT_TRUE(s.name(i) == std::to_string(i) && e.modified == i * 0.5 &&
+                    e.nextSibling == i + 1 && e.parent == i / 2 && e.size == i * 3.0 &&
+                    e.attributes == FileAttr)
+            << i;
         ASSERT_EQ(s.version(i), i % 100 == 0 ? "1.02.03.04" : "");
     }
     // Never-written slots inside the capacity read as empty records.
     EXPECT_EQ(s.entry(8192).nextSibling, 0);
     EXPECT_EQ(s.name(8192), "");
-}
 
-TEST(SnapshotTable, CreateEntryKeepsComparisonFieldsOfTheSlot) {
-    Snapshot s;
-    s.createEntry(FileAttr, 1, 1, "old", 0, 10, "");
-    SnapshotEntry& e = s.mutableEntry(1);
-    e.status = 8;
-    e.count = 5;
-    e.match = -7;
+    // Making an entry again keeps the comparison fields of its slot.
+    SnapshotEntry& first = s.mutableEntry(1);
+    first.status = 8;
+    first.count = 5;
+    first.match = -7;
     s.entryCount = 0;
     s.createEntry(FolderAttr, 2, 1, "new", 0, 0, "v");
-    EXPECT_EQ(s.entry(1).status, 8);
-    EXPECT_EQ(s.entry(1).count, 5);
-    EXPECT_EQ(s.entry(1).match, -7);
+    EXPECT_TRUE(s.entry(1).status == 8 && s.entry(1).count == 5 && s.entry(1).match == -7);
     EXPECT_EQ(s.name(1), "new");
     EXPECT_EQ(s.entry(1).attributes, FolderAttr);
 }
@@ -94,46 +86,33 @@ TEST(SnapshotTable, AccessOutsideTheTableRaises) {
     EXPECT_EQ(raised([&] { s.name(INT32_MIN); }), OutOfRange);
 }
 
-TEST(LocateEntry, RingOfOne) {
-    Snapshot s = ringOf({"Only"});
-    int32_t index = 1;
-    EXPECT_EQ(s.locateEntry(index, "ONLY"), 1);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(s.locateEntry(index, "other"), 0);
-    EXPECT_EQ(index, 1);
-}
-
-TEST(LocateEntry, MatchesWholeNamesIgnoringCase) {
-    Snapshot s = ringOf({"a.txt", "Readme.TXT", "b"});
-    struct Case {
+// Whole names without regard to case, the first match in ring order after
+// the given entry, which is visited last; without a match the index is left
+// at the ring's start.
+TEST(LocateEntry, WalksTheRingFromTheGivenEntry) {
+    const struct {
+        std::initializer_list<const char*> ring;
         int32_t given;
         const char* name;
-        int32_t found;
-        int32_t indexAfter;
+        int32_t found, indexAfter;
+    } cases[] = {
+        {{"Only"}, 1, "ONLY", 1, 1},
+        {{"Only"}, 1, "other", 0, 1},
+        {{"a.txt", "Readme.TXT", "b"}, 1, "README.txt", 2, 2},
+        {{"a.txt", "Readme.TXT", "b"}, 2, "readme.txt", 2, 2},
+        {{"a.txt", "Readme.TXT", "b"}, 3, "A.TXT", 1, 1},
+        {{"a.txt", "Readme.TXT", "b"}, 1, "Readme", 0, 2},
+        {{"a.txt", "Readme.TXT", "b"}, 3, "Readme.TXT2", 0, 1},
+        {{"a.txt", "Readme.TXT", "b"}, 2, "", 0, 3},
+        {{"README", "x", "readme"}, 1, "Readme", 3, 3},
+        {{"README", "x", "readme"}, 2, "Readme", 3, 3},
+        {{"README", "x", "readme"}, 3, "Readme", 1, 1},
     };
-    const Case cases[] = {
-        {1, "README.txt", 2, 2},
-        {2, "readme.txt", 2, 2}, // the given entry is visited last
-        {3, "A.TXT", 1, 1},
-        {1, "Readme", 0, 2}, // no match: the index is left at the ring start
-        {3, "Readme.TXT2", 0, 1},
-        {2, "", 0, 3},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        const Snapshot s = ringOf(c.ring);
         int32_t index = c.given;
         EXPECT_EQ(s.locateEntry(index, c.name), c.found) << c.given << " " << c.name;
         EXPECT_EQ(index, c.indexAfter) << c.given << " " << c.name;
-    }
-}
-
-TEST(LocateEntry, FirstMatchInRingOrderFromTheGivenEntry) {
-    // README and readme both match; which is found depends on where the walk starts.
-    Snapshot s = ringOf({"README", "x", "readme"});
-    const std::pair<int32_t, int32_t> cases[] = {{1, 3}, {2, 3}, {3, 1}};
-    for (auto [given, found] : cases) {
-        int32_t index = given;
-        EXPECT_EQ(s.locateEntry(index, "Readme"), found) << "from " << given;
-        EXPECT_EQ(index, found);
     }
 }
 
@@ -144,14 +123,11 @@ TEST(LocateEntry, DamagedRingsRaiseInsteadOfHanging) {
     int32_t index = 4;
     EXPECT_EQ(raised([&] { s.locateEntry(index, "missing"); }), OutOfRange);
 
-    // A link out of the table.
+    // A link out of the table, and a start outside it.
     s.mutableEntry(3).nextSibling = s.capacity() + 1;
-    index = 1;
-    EXPECT_EQ(raised([&] { s.locateEntry(index, "missing"); }), OutOfRange);
-
-    for (int32_t bad : {-1, s.capacity() + 1}) {
-        index = bad;
-        EXPECT_EQ(raised([&] { s.locateEntry(index, "a"); }), OutOfRange);
+    for (int32_t start : {1, -1, s.capacity() + 1}) {
+        index = start;
+        EXPECT_EQ(raised([&] { s.locateEntry(index, "missing"); }), OutOfRange) << start;
     }
 }
 
@@ -161,21 +137,16 @@ TEST(EntryPath, BuiltFromTheParentChain) {
     s.createEntry(FolderAttr, 0, 2, "Sub", 1, 0, "");
     s.createEntry(FileAttr, 0, 3, "file.txt", 2, 0, "");
     s.createEntry(FileAttr, 0, 1, "Grüße.txt", 0, 0, "");
-    struct Case {
-        int32_t index;
-        const char* entryPath;
-        const char* relativePath;
-    };
-    const Case cases[] = {
+    const std::tuple<int32_t, const char*, const char*> cases[] = {
         {0, "/", ""},
         {1, "/Top/", "Top/"},
         {2, "/Top/Sub/", "Top/Sub/"},
         {3, "/Top/Sub/file.txt/", "Top/Sub/file.txt"},
         {4, "/Grüße.txt/", "Grüße.txt"},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(s.entryPath(c.index), QString::fromUtf8(c.entryPath)) << c.index;
-        EXPECT_EQ(s.relativePath(c.index), QString::fromUtf8(c.relativePath)) << c.index;
+    for (const auto& [index, entryPath, relativePath] : cases) {
+        EXPECT_EQ(s.entryPath(index), QString::fromUtf8(entryPath)) << index;
+        EXPECT_EQ(s.relativePath(index), QString::fromUtf8(relativePath)) << index;
     }
 
     // A parent chain that loops must not hang.

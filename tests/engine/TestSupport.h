@@ -10,9 +10,11 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 // Test failures show QStrings as text.
@@ -21,6 +23,37 @@ inline void PrintTo(const QString& text, std::ostream* os) {
 }
 
 namespace kestrel::test {
+
+// A meter's view that records what the meter tells it; onValue and onEvents
+// are the test's own reactions (a click on Cancel, say).
+struct RecordingView : engine::ProgressView {
+    int started = 0, shown = 0, events = 0, closed = 0;
+    int32_t maximum = 0; // what the last start said
+    QString caption;
+    bool cancellable = false;
+    std::vector<int32_t> values;
+    std::function<void(int32_t)> onValue;
+    std::function<void()> onEvents;
+
+    void meterStarted(int32_t m, const QString& c, bool can) override {
+        ++started;
+        maximum = m;
+        caption = c;
+        cancellable = can;
+    }
+    void meterShown() override { ++shown; }
+    void meterValue(int32_t value) override {
+        values.push_back(value);
+        if (onValue)
+            onValue(value);
+    }
+    void processEvents() override {
+        ++events;
+        if (onEvents)
+            onEvents();
+    }
+    void meterClosed() override { ++closed; }
+};
 
 // A folder tree built in a temporary folder for one test.
 class TempTree {
@@ -62,6 +95,17 @@ void expectMessage(const std::optional<engine::UserMessage>& message, const QStr
 // The entries of the folder whose first entry is first, in ring order.
 std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first);
 
+// An entry's eight fields in the file's order: attributes, modified, next
+// sibling, count, name, parent, size, version.
+using EntryFields =
+    std::tuple<int16_t, double, int32_t, int32_t, std::string, int32_t, double, std::string>;
+EntryFields fieldsOf(const engine::Snapshot& s, int32_t index);
+
+// The entry, file and folder counts and the total size.
+inline std::tuple<int32_t, int32_t, int32_t, double> countsOf(const engine::Snapshot& s) {
+    return {s.entryCount, s.fileCount, s.folderCount, s.totalSize};
+}
+
 // The index of the entry at a relative path ("a/b/c.txt"), or 0.
 int32_t indexOf(const engine::Snapshot& s, const QString& relativePath);
 
@@ -77,11 +121,14 @@ struct Node {
     int16_t attributes = 0; // 0: 128 for a file, 16 for a folder
     std::string version;
 
-    static Node file(std::string name, double size = 0, double modified = 45000) {
+    static Node file(std::string name, double size = 0, double modified = 45000,
+                     int16_t attributes = 0, std::string version = {}) {
         Node n;
         n.name = std::move(name);
         n.size = size;
         n.modified = modified;
+        n.attributes = attributes;
+        n.version = std::move(version);
         return n;
     }
     static Node dir(std::string name, std::vector<Node> children = {}) {
@@ -96,6 +143,36 @@ struct Node {
 // A snapshot laid out as a scan lays it out, with each folder's entries in
 // the order given: what a file system that lists them so would give.
 void buildSnapshot(engine::Snapshot& snapshot, const std::vector<Node>& top);
+
+// A snapshot file as the Windows program wrote it, with the given capacity
+// item: a root C:\Data\ holding the folder Reports (with a.txt) and the
+// file b.txt.
+QByteArray exampleSnapshotFile(int capacity = 16);
+
+// A version-2 file of a root C:\DATA\ (number 5, sub-folders and versions
+// recorded): Docs holds a.txt, Sub (holding c.txt), b.txt, d.txt and e.txt;
+// Empty and top.txt sit beside Docs. Its paths take every form: explicit,
+// empty (inside the entry before) and a blank (the folder of the entry before).
+inline constexpr char VersionTwoHeader[] = "\"C:\\DATA\\;3\"\n5,36954.5\n#TRUE#,#FALSE#,#TRUE#\n";
+QByteArray versionTwoTree();
+
+// Writes bytes to a file; false when it cannot.
+bool writeBytes(const QString& path, const QByteArray& bytes);
+// A file's bytes, empty when it cannot be read.
+QByteArray readBytes(const QString& path);
+
+// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(uint64_t limit);
+    ~FileSizeLimit();
+    bool ok() const { return m_ok; }
+
+private:
+    void (*m_handler)(int);
+    uint64_t m_old = 0;
+    bool m_ok = false;
+};
 
 // Minimal PE images with a version resource, for the version reader and the
 // scan of a version folder.

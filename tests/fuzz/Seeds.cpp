@@ -14,11 +14,6 @@ namespace kestrel::test {
 
 namespace {
 
-bool writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
 bool saveSnapshot(engine::Snapshot& s, const QString& path) {
     engine::ProgressMeter meter;
     s.header.fileName = path;
@@ -55,29 +50,15 @@ bool snapshotSeeds(const QString& dir) {
         return false;
 
     // As the Windows program wrote it: Windows-1252, backslashes.
-    return writeFile(dir + QStringLiteral("/windows.#01"),
-                     "Original Snapshot of C:\\Data\\ \xE4\r\n"
-                     "\"C:\\Data\\\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n"
-                     "16,36954.4270833333,3,1,\"Reports\",0,0,\"\"\r\n"
-                     "32,36950.5,2,0,\"a.txt\",1,1234,\"\"\r\n"
-                     "32,36950.5,1,0,\"b\xE4.txt\",0,99,\"\"\r\n");
+    return writeBytes(dir + QStringLiteral("/windows.#01"),
+                      exampleSnapshotFile(16).replace("b.txt", "b\xE4.txt"));
 }
 
 bool versionTwoSeeds(const QString& dir) {
-    return writeFile(dir + QStringLiteral("/tree.dat"),
-                     "\"C:\\DATA\\;3\"\r\n5,36954.5\r\n#TRUE#,#FALSE#,#TRUE#\r\n9\r\n"
-                     "\"\\\",\"Docs\",-1,36950.5,16,\"\",0,6,0\r\n"
-                     "\"\",\"a.txt\",1234,36950.25,32,\"\",0,0,0\r\n"
-                     "\" \",\"Sub\",-1,36950.5,16,\"\",0,1,0\r\n"
-                     "\"\",\"c.txt\",7,36951.125,33,\"\",0,0,0\r\n"
-                     "\"\\Docs\\\",\"b.txt\",99,36950.5,32,\"1.00.0000\",0,0,0\r\n"
-                     "\" \",\"d.txt\",0,36950.5,32,\"\",0,0,0\r\n"
-                     "\" \",\"e.txt\",5,36950.5,32,\"\",0,0,0\r\n"
-                     "\"\\\",\"Empty\",-1,36950.5,16,\"\",0,0,0\r\n"
-                     "\"\\\",\"top.txt\",6,36950.5,32,\"\",0,0,0\r\n") &&
-           writeFile(dir + QStringLiteral("/flat.dat"),
-                     "\"/srv/;3\"\n1,45000\n#FALSE#,#TRUE#,#FALSE#\n2\n"
-                     "\"\\\",\"f1\",1,0,32,\"\",0,0,0\n\" \",\"f2\",2,0,32,\"\",0,0,0\n");
+    return writeBytes(dir + QStringLiteral("/tree.dat"), versionTwoTree()) &&
+           writeBytes(dir + QStringLiteral("/flat.dat"),
+                      "\"/srv/;3\"\n1,45000\n#FALSE#,#TRUE#,#FALSE#\n2\n"
+                      "\"\\\",\"f1\",1,0,32,\"\",0,0,0\n\" \",\"f2\",2,0,32,\"\",0,0,0\n");
 }
 
 bool peSeeds(const QString& dir) {
@@ -88,7 +69,7 @@ bool peSeeds(const QString& dir) {
     for (const auto& [name, image] : images) {
         const QByteArray bytes(reinterpret_cast<const char*>(image.bytes.data()),
                                qsizetype(image.bytes.size()));
-        if (!writeFile(dir + QLatin1String(name), bytes))
+        if (!writeBytes(dir + QLatin1String(name), bytes))
             return false;
     }
     return true;
@@ -96,7 +77,7 @@ bool peSeeds(const QString& dir) {
 
 bool iniSeeds(const QString& dir) {
     const settings::IniFile ini(dir + QStringLiteral("/Kestrel.ini"));
-    if (!writeFile(ini.path(), "; kept as it is\r\n[Other]\r\nKey=\"quoted value\"\r\n"))
+    if (!writeBytes(ini.path(), "; kept as it is\r\n[Other]\r\nKey=\"quoted value\"\r\n"))
         return false;
     for (const auto& [key, value] : {std::pair{"Top", "1200"},
                                      {"Left", "960"},

@@ -11,20 +11,6 @@
 #include "shell/RecentSnapshots.h"
 #include "shell/SavePrompt.h"
 
-#include <QApplication>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QFileSystemModel>
-#include <QLabel>
-#include <QListWidget>
-#include <QPushButton>
-#include <QSettings>
-#include <QSortFilterProxyModel>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTimer>
-#include <QTreeView>
-
 using namespace kestrel;
 using namespace Qt::StringLiterals;
 
@@ -33,13 +19,6 @@ namespace {
 // Runs action once the modal loop that follows has started.
 void whenShown(std::function<void()> action) {
     QTimer::singleShot(0, qApp, std::move(action));
-}
-
-template <typename T> T* control(QWidget& dialog, const char* name) {
-    auto* widget = dialog.findChild<T*>(QLatin1String(name));
-    if (!widget)
-        qFatal("no control %s", name);
-    return widget;
 }
 
 // The row of a folder in one of the new-snapshot dialog's folder lists.

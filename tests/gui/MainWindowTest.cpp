@@ -17,19 +17,6 @@
 #include "views/FileGridModel.h"
 #include "views/SnapshotWindow.h"
 
-#include <QAbstractButton>
-#include <QAbstractItemModelTester>
-#include <QAction>
-#include <QDragEnterEvent>
-#include <QDropEvent>
-#include <QMimeData>
-#include <QApplication>
-#include <QLineEdit>
-#include <QRegularExpression>
-#include <QSettings>
-#include <QToolBar>
-#include <QtTest>
-
 using namespace kestrel;
 using namespace Qt::StringLiterals;
 using settings::Key;
@@ -92,14 +79,12 @@ private Q_SLOTS:
 
     void startUpWithArgument() {
         // A folder is scanned with its sub-folders and hidden files.
-        for (const bool naming : {false, true}) {
+        {
             Frame frame(iniPath());
-            frame->options().setValue(Key::Naming, naming ? 1 : 0);
             shell::StartUp(*frame.window, m_tree);
             QCOMPARE(frame->snapshotWindows().size(), 1);
             SnapshotWindow* window = frame->snapshotWindows().first();
-            QCOMPARE(window->caption(),
-                     (naming ? u"Original Snapshot of "_s : u"Snapshot #1 of "_s) + m_tree);
+            QCOMPARE(window->caption(), u"Snapshot #1 of "_s + m_tree);
             QVERIFY(window->changed());
             const engine::SnapshotHeader& header = window->snapshot().header;
             QVERIFY(header.recurse && header.hidden && !header.versions);
@@ -138,7 +123,7 @@ private Q_SLOTS:
         }
     }
 
-    // The summary line and the listing of a new window.
+    // The summary line of a new window; a failed scan adds none.
     void newSnapshotWindow() {
         Frame frame(iniPath());
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
@@ -146,15 +131,6 @@ private Q_SLOTS:
             u"^Kestrel found 3 files and 1 folders in \\d+\\.\\d\\d seconds \\([\\d,]+/sec\\)$"_s);
         QVERIFY2(line.match(frame->summaryText()).hasMatch(), qPrintable(frame->summaryText()));
 
-        // The top folder is listed with its files and its sub-folder.
-        const views::FileGridModel& model = frame->activeSnapshotWindow()->gridModel();
-        QStringList rows;
-        for (int r = 0; r < model.rowCount(); ++r)
-            rows << model.index(r, 0).data().toString() + u'=' + model.index(r, 2).data().toString();
-        rows.sort();
-        QCOMPARE(rows, (QStringList{u"a.txt=5"_s, u"sub=<dir>"_s}));
-
-        // A failed scan adds no window.
         const QString empty = m_dir->filePath(u"empty"_s);
         QVERIFY(QDir().mkpath(empty));
         QVERIFY(!frame->NewSnapshot(empty, true, true, false, 2));
@@ -244,6 +220,8 @@ private Q_SLOTS:
                  frame.saveAnswer);
     }
 
+    // New, Open and Repeat while fewer than two windows are open (the
+    // snapshot window's tests see them off with two), Save As with one.
     void commandsFollowTheWindowsAndWaitWhileBusy() {
         Frame frame(iniPath());
         frame->show();
@@ -252,21 +230,12 @@ private Q_SLOTS:
         };
         QVERIFY(enabled("New") && enabled("Open"));
         QVERIFY(!enabled("Save As") && !enabled("Repeat"));
-
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
         QVERIFY(enabled("New") && enabled("Open") && enabled("Save As") && enabled("Repeat"));
 
-        frame->Toolbar1_ButtonClick(u"Repeat"_s);
-        QCOMPARE(frame->activeSnapshotWindow()->number(), int16_t(2));
-        QVERIFY(!enabled("New") && !enabled("Open") && !enabled("Repeat"));
-        QVERIFY(enabled("Save As"));
-
-        frame.saveQuestionAnswer = views::SaveAnswer::No;
-        frame->activeSnapshotWindow()->parentWidget()->close();
-        QTRY_VERIFY(enabled("New") && enabled("Repeat"));
-
         // While an operation runs under the meter, events get through;
         // commands arriving then are ignored.
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
         QVERIFY(frame->snapshotWindows().first()->parentWidget()->close());
         frame->operationStarted();
         frame->mnuFileNew_Click();
@@ -314,20 +283,6 @@ private Q_SLOTS:
         QTRY_COMPARE(frame->snapshotWindows().size(), 2);
         QCOMPARE(frame->activeSnapshotWindow()->snapshot().header.fileName, saved);
         QVERIFY(!drag(QUrl::fromLocalFile(m_tree))); // two windows are open
-    }
-
-    // Installed, the help page lives in share/kestrel beside bin/.
-    void helpIsFoundWhereItIsInstalled() {
-        const QString prefix = m_dir->filePath(u"usr"_s);
-        QVERIFY(QDir().mkpath(prefix + u"/bin"_s));
-        QVERIFY(QDir().mkpath(prefix + u"/share/kestrel"_s));
-        Desktop desktop;
-        desktop.launcher.setProgramFolder(prefix + u"/bin"_s);
-        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/bin/KestHelp.htm"_s); // none anywhere
-        writeFile(prefix + u"/share/kestrel/KestHelp.htm"_s, "<html></html>");
-        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/share/kestrel/KestHelp.htm"_s);
-        writeFile(prefix + u"/bin/KestHelp.htm"_s, "<html></html>");
-        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/bin/KestHelp.htm"_s); // beside comes first
     }
 
     void placementInTwips() {
@@ -400,8 +355,9 @@ private Q_SLOTS:
     }
 
     // The launcher: a document goes to its association, an executable is
-    // started directly; help opens the page beside the program, at its top,
-    // and complains only when the desktop's launcher cannot start.
+    // started directly; help opens the page beside the program (installed,
+    // the one in share/kestrel beside bin/), at its top, and complains only
+    // when the desktop's launcher cannot start.
     void launcher() {
         const QString folder = m_dir->path() + u'/';
         writeFile(folder + u"notes.txt"_s, "x");
@@ -437,6 +393,16 @@ private Q_SLOTS:
         desktop.openWorks = true;
         desktop.launcher.LaunchDocument(folder, QString(), odd, {});
         QCOMPARE(desktop.opened.last().toLocalFile(), folder + odd);
+
+        const QString prefix = m_dir->filePath(u"usr"_s);
+        QVERIFY(QDir().mkpath(prefix + u"/bin"_s) && QDir().mkpath(prefix + u"/share/kestrel"_s));
+        desktop.launcher.setProgramFolder(prefix + u"/bin"_s);
+        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/bin/KestHelp.htm"_s); // none anywhere
+        writeFile(prefix + u"/share/kestrel/KestHelp.htm"_s, "<html></html>");
+        QCOMPARE(desktop.launcher.helpPath(), prefix + u"/share/kestrel/KestHelp.htm"_s);
+        writeFile(prefix + u"/bin/KestHelp.htm"_s, "<html></html>");
+        QCOMPARE(desktop.launcher.helpPath(),
+                 prefix + u"/bin/KestHelp.htm"_s); // beside comes first
     }
 };
 

@@ -1,8 +1,7 @@
 // The export and print dialogs driven from a snapshot window as a user drives
 // them: the export's choices, rules and file, the same lines from kestrel-cli,
 // the print dialog without a printer and with a PDF file for its device, the
-// toolbar's Print and the preview. With KESTREL_SCREENSHOTS set to a folder,
-// both dialogs are saved there as pictures.
+// toolbar's Print and the preview.
 
 #include "TemporaryHome.h"
 #include "TestFrame.h"
@@ -12,18 +11,7 @@
 #include "views/FileGridModel.h"
 #include "views/SnapshotWindow.h"
 
-#include <QAction>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QLabel>
-#include <QListWidget>
-#include <QPrintPreviewDialog>
-#include <QPrintPreviewWidget>
-#include <QPrinter>
-#include <QProcess>
-#include <QPushButton>
-#include <QRadioButton>
-#include <QStandardPaths>
+#include <QtPrintSupport>
 
 using namespace kestrel;
 using namespace Qt::StringLiterals;
@@ -34,23 +22,6 @@ using views::SnapshotWindow;
 namespace {
 
 const QDateTime Fixed(QDate(2024, 1, 1), QTime(12, 0));
-
-QByteArray readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
-}
-
-// Saves a picture of a dialog when KESTREL_SCREENSHOTS names a folder.
-void keepPicture(QWidget& dialog, const QString& name) {
-    const QString folder = qEnvironmentVariable("KESTREL_SCREENSHOTS");
-    if (folder.isEmpty())
-        return;
-    dialog.show();
-    dialog.adjustSize();
-    QDir().mkpath(folder);
-    dialog.grab().save(folder + u'/' + name);
-    dialog.hide();
-}
 
 } // namespace
 
@@ -64,8 +35,9 @@ private:
     QString iniPath() const { return m_dir->filePath(u"Kestrel.ini"_s); }
     QString path(const QString& name) const { return m_dir->filePath(name); }
 
-    // A window over the tree, its snapshot saved as Work.#01.
+    // A window over the tree in a shown frame, its snapshot saved as Work.#01.
     SnapshotWindow* openSaved(Frame& frame) {
+        frame->show();
         if (!frame->NewSnapshot(m_tree, true, true, false, 1))
             return nullptr;
         SnapshotWindow* window = frame->activeSnapshotWindow();
@@ -95,7 +67,6 @@ private Q_SLOTS:
     // is named after the snapshot's; the choices stay for the next export.
     void exportWritesEveryRowAndKeepsTheChoices() {
         Frame frame(iniPath());
-        frame->show();
         SnapshotWindow* window = openSaved(frame);
         QVERIFY(window);
         QVERIFY(window->action(u"mnuFileExport"_s)->isEnabled());
@@ -105,27 +76,19 @@ private Q_SLOTS:
 
         frame.exportAnswer = path(u"out.txt"_s);
         QString preview;
-        frame.whileShown = [&](QDialog& dialog) -> int {
-            // QCOMPARE returns from the check alone when it fails.
-            [&] {
-                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
-                if (!exporter)
-                    return;
-                keepPicture(*exporter, u"export-dialog.png"_s);
-                QCOMPARE(exporter->windowTitle(), u"Export File List"_s);
-                QCOMPARE(exporter->separatorList()->currentText(), u"Comma"_s);
-                QVERIFY(exporter->quotesBox()->isChecked());
-                QCOMPARE(exporter->fieldList()->count(), 14); // no In Folder without sub-folders
-                exporter->separatorList()->setCurrentIndex(2);
-                exporter->quotesBox()->setChecked(false);
-                // Only the name.
-                for (int row = 1; row < 6; ++row)
-                    exporter->fieldList()->item(row)->setCheckState(Qt::Unchecked);
-                preview = exporter->previewText();
-                exporter->cmdOK_Click();
-            }();
-            return dialog.result();
-        };
+        frame.whileShowing<ExportDialog>([&](ExportDialog& exporter) {
+            QCOMPARE(exporter.windowTitle(), u"Export File List"_s);
+            QCOMPARE(exporter.separatorList()->currentText(), u"Comma"_s);
+            QVERIFY(exporter.quotesBox()->isChecked());
+            QCOMPARE(exporter.fieldList()->count(), 14); // no In Folder without sub-folders
+            exporter.separatorList()->setCurrentIndex(2);
+            exporter.quotesBox()->setChecked(false);
+            // Only the name.
+            for (int row = 1; row < 6; ++row)
+                exporter.fieldList()->item(row)->setCheckState(Qt::Unchecked);
+            preview = exporter.previewText();
+            exporter.cmdOK_Click();
+        });
         window->mnuFileExport_Click();
         QCOMPARE(frame.dialogs.last(), u"kestrel::output::ExportDialog"_s);
         QCOMPARE(frame.proposedExport, path(u"Work.txt"_s));
@@ -133,26 +96,21 @@ private Q_SLOTS:
                  u"Text Files (*.txt);;Comma-Separated Files (*.csv);;All Files (*)"_s);
         QCOMPARE(preview.split(u'\n', Qt::SkipEmptyParts).size(), 10);
         QVERIFY2(preview.startsWith(u"file24.txt\nfile23.txt\n"_s), qPrintable(preview));
-        const QByteArray written = readAll(path(u"out.txt"_s));
+        const QByteArray written = readFile(path(u"out.txt"_s));
         QCOMPARE(written.count("\r\n"), 26);
         QVERIFY(written.startsWith("file24.txt\r\nfile23.txt\r\n"));
         QVERIFY(written.endsWith("file00.txt\r\nsub\r\n"));
 
         // Next time: the separator and quoting as left, the fields afresh.
-        frame.whileShown = [&](QDialog& dialog) -> int {
-            // QCOMPARE returns from the check alone when it fails.
-            [&] {
-                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
-                QCOMPARE(exporter->separatorList()->currentText(), u"Tab"_s);
-                QVERIFY(!exporter->quotesBox()->isChecked());
-                QCOMPARE(exporter->fieldList()->item(1)->checkState(), Qt::Checked);
-                // A cancelled save dialog writes nothing and leaves the dialog up.
-                frame.exportAnswer.clear();
-                exporter->cmdOK_Click();
-                QVERIFY(exporter->result() != QDialog::Accepted);
-            }();
-            return int(QDialog::Rejected);
-        };
+        frame.whileShowing<ExportDialog>([&](ExportDialog& exporter) {
+            QCOMPARE(exporter.separatorList()->currentText(), u"Tab"_s);
+            QVERIFY(!exporter.quotesBox()->isChecked());
+            QCOMPARE(exporter.fieldList()->item(1)->checkState(), Qt::Checked);
+            // A cancelled save dialog writes nothing and leaves the dialog up.
+            frame.exportAnswer.clear();
+            exporter.cmdOK_Click();
+            QVERIFY(exporter.result() != QDialog::Accepted);
+        });
         QVERIFY(QFile::remove(path(u"out.txt"_s)));
         window->mnuFileExport_Click();
         QVERIFY(!QFile::exists(path(u"out.txt"_s)));
@@ -163,7 +121,6 @@ private Q_SLOTS:
     // that cannot be opened is "Error Writing Snapshot".
     void theFieldListsRules() {
         Frame frame(iniPath());
-        frame->show();
         SnapshotWindow* window = openSaved(frame);
         QVERIFY(window);
         QStringList asked;
@@ -174,47 +131,42 @@ private Q_SLOTS:
             return answer;
         };
         frame.exportAnswer = path(u"missing/out.txt"_s);
-        frame.whileShown = [&](QDialog& dialog) -> int {
-            // QCOMPARE returns from the check alone when it fails.
-            [&] {
-                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
-                QListWidget* list = exporter->fieldList();
-                list->item(5)->setCheckState(Qt::Unchecked); // [Version]
-                list->item(5)->setCheckState(Qt::Checked);
-                QCOMPARE(asked, (QStringList{u"Enter Custom Text:|Custom Field|[Version]"_s}));
-                QCOMPARE(list->item(5)->text(), u"Release"_s);
-                // Attributes asks nothing; an empty answer keeps the text.
-                list->item(4)->setCheckState(Qt::Unchecked);
-                list->item(4)->setCheckState(Qt::Checked);
-                answer = QString();
-                list->item(6)->setCheckState(Qt::Checked);
-                QCOMPARE(asked.size(), 2);
-                QCOMPARE(list->item(6)->text(), u"Custom"_s);
-                QCOMPARE(list->item(6)->checkState(), Qt::Checked);
-                // The written value of the Version entry is still the grid's.
-                QVERIFY2(exporter->previewText().startsWith(u"\"file00.txt\",\"0\",\"txt\","_s),
-                         qPrintable(exporter->previewText()));
+        frame.whileShowing<ExportDialog>([&](ExportDialog& exporter) {
+            QListWidget* list = exporter.fieldList();
+            list->item(5)->setCheckState(Qt::Unchecked); // [Version]
+            list->item(5)->setCheckState(Qt::Checked);
+            QCOMPARE(asked, (QStringList{u"Enter Custom Text:|Custom Field|[Version]"_s}));
+            QCOMPARE(list->item(5)->text(), u"Release"_s);
+            // Attributes asks nothing; an empty answer keeps the text.
+            list->item(4)->setCheckState(Qt::Unchecked);
+            list->item(4)->setCheckState(Qt::Checked);
+            answer = QString();
+            list->item(6)->setCheckState(Qt::Checked);
+            QCOMPARE(asked.size(), 2);
+            QCOMPARE(list->item(6)->text(), u"Custom"_s);
+            QCOMPARE(list->item(6)->checkState(), Qt::Checked);
+            // The written value of the Version entry is still the grid's.
+            QVERIFY2(exporter.previewText().startsWith(u"\"file00.txt\",\"0\",\"txt\","_s),
+                     qPrintable(exporter.previewText()));
 
-                for (int row = 0; row < list->count(); ++row)
-                    list->item(row)->setCheckState(Qt::Unchecked);
-                QVERIFY(!exporter->okButton()->isEnabled());
-                // The preview keeps a line per row, empty now.
-                QCOMPARE(exporter->previewText(), QString(10, u'\n'));
-                // An unchecked custom entry moved up is checked, with no question.
-                list->setCurrentRow(7);
-                exporter->cmdShift_Click(0);
-                QCOMPARE(list->currentRow(), 6);
-                QCOMPARE(list->item(6)->checkState(), Qt::Checked);
-                QCOMPARE(exporter->fields()[6].number, 8);
-                QCOMPARE(asked.size(), 2);
-                QVERIFY(exporter->okButton()->isEnabled());
-                exporter->cmdShift_Click(2);
-                QCOMPARE(list->currentRow(), 7);
+            for (int row = 0; row < list->count(); ++row)
+                list->item(row)->setCheckState(Qt::Unchecked);
+            QVERIFY(!exporter.okButton()->isEnabled());
+            // The preview keeps a line per row, empty now.
+            QCOMPARE(exporter.previewText(), QString(10, u'\n'));
+            // An unchecked custom entry moved up is checked, with no question.
+            list->setCurrentRow(7);
+            exporter.cmdShift_Click(0);
+            QCOMPARE(list->currentRow(), 6);
+            QCOMPARE(list->item(6)->checkState(), Qt::Checked);
+            QCOMPARE(exporter.fields()[6].number, 8);
+            QCOMPARE(asked.size(), 2);
+            QVERIFY(exporter.okButton()->isEnabled());
+            exporter.cmdShift_Click(2);
+            QCOMPARE(list->currentRow(), 7);
 
-                exporter->cmdOK_Click();
-            }();
-            return dialog.result();
-        };
+            exporter.cmdOK_Click();
+        });
         window->mnuFileExport_Click();
         QCOMPARE(frame.titles, QStringList{u"Error Writing Snapshot"_s});
         QVERIFY(!QFile::exists(path(u"missing/out.txt"_s)));
@@ -224,7 +176,6 @@ private Q_SLOTS:
     // pair, files of sub-folders, the dialog's first choices.
     void theCommandLineWritesWhatTheDialogWrites() {
         Frame frame(iniPath());
-        frame->show();
         SnapshotWindow* older = openSaved(frame);
         QVERIFY(older);
         writeFile(m_tree + u"/file03.txt"_s, "grown");
@@ -240,17 +191,12 @@ private Q_SLOTS:
         newer->setShowPosition(4); // all differences
 
         frame.exportAnswer = path(u"dialog.txt"_s);
-        frame.whileShown = [&](QDialog& dialog) -> int {
-            // QCOMPARE returns from the check alone when it fails.
-            [&] {
-                auto* exporter = qobject_cast<ExportDialog*>(&dialog);
-                QCOMPARE(exporter->fieldList()->count(), 15);
-                exporter->cmdOK_Click();
-            }();
-            return dialog.result();
-        };
+        frame.whileShowing<ExportDialog>([&](ExportDialog& exporter) {
+            QCOMPARE(exporter.fieldList()->count(), 15);
+            exporter.cmdOK_Click();
+        });
         newer->mnuFileExport_Click();
-        const QByteArray fromDialog = readAll(path(u"dialog.txt"_s));
+        const QByteArray fromDialog = readFile(path(u"dialog.txt"_s));
         QVERIFY(fromDialog.contains("\"new.bin\",\"sub/\""));
 
         QProcess cli;
@@ -266,7 +212,7 @@ private Q_SLOTS:
         cli.start(QStringLiteral(KESTREL_CLI), arguments);
         QVERIFY(cli.waitForFinished(60000));
         QCOMPARE(cli.exitCode(), 0);
-        QCOMPARE(readAll(path(u"cli.txt"_s)), fromDialog);
+        QCOMPARE(readFile(path(u"cli.txt"_s)), fromDialog);
     }
 
     // Without a printer there is nothing to print on; a PDF file chosen in
@@ -274,7 +220,6 @@ private Q_SLOTS:
     // the window's comparison; the picture shows for portrait only.
     void thePrintDialogsDevicesAndDifferences() {
         Frame frame(iniPath());
-        frame->show();
         QVERIFY(!frame->toolbarButton(u"Print"_s)->isEnabled());
         SnapshotWindow* window = openSaved(frame);
         QVERIFY(window);
@@ -292,30 +237,23 @@ private Q_SLOTS:
             errors << m.title + u": "_s + m.text;
         };
 
-        frame.whileShown = [&](QDialog& dialog) -> int {
-            // QCOMPARE returns from the check alone when it fails.
-            [&] {
-                auto* print = qobject_cast<PrintDialog*>(&dialog);
-                keepPicture(*print, u"print-dialog.png"_s);
-                QCOMPARE(print->windowTitle(), u"Print Snapshot"_s);
-                QCOMPARE(print->deviceLabel()->text(), u"No Printer Installed"_s);
-                QVERIFY(!print->okButton()->isEnabled());
-                QVERIFY(!print->differencesBox()->isChecked() &&
-                        !print->differencesBox()->isEnabled());
-                QVERIFY(print->orientationButton(PrintDialog::Portrait)->isChecked());
-                QVERIFY(!print->picture()->isHidden());
-                print->optOrient_Click(PrintDialog::Landscape);
-                QVERIFY(print->picture()->isHidden());
-                QCOMPARE(print->printer().pageLayout().orientation(), QPageLayout::Landscape);
-                print->optOrient_Click(PrintDialog::Portrait);
+        frame.whileShowing<PrintDialog>([&](PrintDialog& print) {
+            QCOMPARE(print.windowTitle(), u"Print Snapshot"_s);
+            QCOMPARE(print.deviceLabel()->text(), u"No Printer Installed"_s);
+            QVERIFY(!print.okButton()->isEnabled());
+            QVERIFY(!print.differencesBox()->isChecked() && !print.differencesBox()->isEnabled());
+            QVERIFY(print.orientationButton(PrintDialog::Portrait)->isChecked());
+            QVERIFY(!print.picture()->isHidden());
+            print.optOrient_Click(PrintDialog::Landscape);
+            QVERIFY(print.picture()->isHidden());
+            QCOMPARE(print.printer().pageLayout().orientation(), QPageLayout::Landscape);
+            print.optOrient_Click(PrintDialog::Portrait);
 
-                print->cmdPrinter_Click();
-                QCOMPARE(print->deviceLabel()->text(), QDir::toNativeSeparators(pdf));
-                QVERIFY(print->okButton()->isEnabled());
-                print->cmdOK_Click();
-            }();
-            return dialog.result();
-        };
+            print.cmdPrinter_Click();
+            QCOMPARE(print.deviceLabel()->text(), QDir::toNativeSeparators(pdf));
+            QVERIFY(print.okButton()->isEnabled());
+            print.cmdOK_Click();
+        });
         frame->Toolbar1_ButtonClick(u"Print"_s);
         QCOMPARE(frame.dialogs.last(), u"kestrel::output::PrintDialog"_s);
         QVERIFY(errors.isEmpty());
@@ -327,15 +265,10 @@ private Q_SLOTS:
             device.setOutputFileName(nowhere);
             return true;
         };
-        frame.whileShown = [&](QDialog& dialog) -> int {
-            // QCOMPARE returns from the check alone when it fails.
-            [&] {
-                auto* print = qobject_cast<PrintDialog*>(&dialog);
-                print->cmdPrinter_Click();
-                print->cmdOK_Click();
-            }();
-            return dialog.result();
-        };
+        frame.whileShowing<PrintDialog>([&](PrintDialog& print) {
+            print.cmdPrinter_Click();
+            print.cmdOK_Click();
+        });
         window->mnuFilePrint_Click();
         QCOMPARE(errors.size(), 1);
         QVERIFY(errors.first().startsWith(u"Printing Error: "_s));
@@ -348,15 +281,10 @@ private Q_SLOTS:
         SnapshotWindow* newer = frame->activeSnapshotWindow();
         QVERIFY(newer->compared());
         bool ticked = false, enabled = false;
-        frame.whileShown = [&](QDialog& dialog) -> int {
-            // QCOMPARE returns from the check alone when it fails.
-            [&] {
-                auto* print = qobject_cast<PrintDialog*>(&dialog);
-                ticked = print->differencesBox()->isChecked();
-                enabled = print->differencesBox()->isEnabled();
-            }();
-            return int(QDialog::Rejected);
-        };
+        frame.whileShowing<PrintDialog>([&](PrintDialog& print) {
+            ticked = print.differencesBox()->isChecked();
+            enabled = print.differencesBox()->isEnabled();
+        });
         newer->mnuFilePrint_Click();
         QVERIFY(ticked && enabled);
         newer->setShowPosition(1);
@@ -369,7 +297,6 @@ private Q_SLOTS:
     // Print Preview paints the same report into Qt's preview.
     void previewShowsTheReport() {
         Frame frame(iniPath());
-        frame->show();
         SnapshotWindow* window = openSaved(frame);
         QVERIFY(window);
         QVERIFY(window->action(u"mnuFilePrintPreview"_s)->isEnabled());

@@ -8,28 +8,11 @@
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
 
-#include <QDateTime>
-#include <QDialog>
-#include <QFile>
-#include <QFileInfo>
-#include <QUrl>
-#include <QtTest>
+#include "TemporaryHome.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
-
-inline void writeFile(const QString& path, const QByteArray& contents) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(contents);
-}
-
-inline void setTime(const QString& path, const QDateTime& when) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadWrite));
-    QVERIFY(file.setFileTime(when, QFileDevice::FileModificationTime));
-}
 
 struct Frame {
     std::unique_ptr<kestrel::shell::MainWindow> window;
@@ -99,4 +82,14 @@ struct Frame {
              }});
     }
     kestrel::shell::MainWindow* operator->() const { return window.get(); }
+
+    // While a dialog of type D is up, check runs on it (a failed QCOMPARE
+    // returns from check alone) and the dialog answers its own result.
+    template <typename D> void whileShowing(std::function<void(D&)> check) {
+        whileShown = [check](QDialog& dialog) {
+            if (auto* shown = qobject_cast<D*>(&dialog))
+                check(*shown);
+            return dialog.result();
+        };
+    }
 };

@@ -27,10 +27,7 @@ struct ShownListFixture {
 
     // Lists the top folder of a snapshot of top.
     void show(const std::vector<Node>& top, engine::ListingOptions options = {}) {
-        buildSnapshot(snapshot, top);
-        snapshot.header.title = QStringLiteral("Work");
-        snapshot.header.created = engine::oleDateFromParts(2024, 3, 5, 9, 30, 0);
-        snapshot.header.fileName = QStringLiteral("/data/Work.#02");
+        build(top);
         list_(options);
     }
 
@@ -38,10 +35,8 @@ struct ShownListFixture {
     // of before, in the given show mode.
     void showCompared(const std::vector<Node>& top, const std::vector<Node>& before,
                       engine::ShowMode mode, engine::ListingOptions options = {}) {
-        buildSnapshot(snapshot, top);
+        build(top);
         buildSnapshot(other, before);
-        snapshot.header.title = QStringLiteral("Work");
-        snapshot.header.created = engine::oleDateFromParts(2024, 3, 5, 9, 30, 0);
         other.header.title = QStringLiteral("Before");
         other.header.created = engine::oleDateFromParts(2024, 3, 1, 0, 0, 0);
         engine::ProgressMeter meter;
@@ -57,6 +52,12 @@ struct ShownListFixture {
     }
 
 private:
+    void build(const std::vector<Node>& top) {
+        buildSnapshot(snapshot, top);
+        snapshot.header.title = QStringLiteral("Work");
+        snapshot.header.created = engine::oleDateFromParts(2024, 3, 5, 9, 30, 0);
+        snapshot.header.fileName = QStringLiteral("/data/Work.#02");
+    }
     void list_(const engine::ListingOptions& options) {
         rows = std::make_unique<engine::FileList>(snapshot);
         rows->list(snapshot.entryCount >= 1 ? 1 : 0, options);

@@ -56,23 +56,12 @@ protected:
     QTemporaryDir m_dir;
 };
 
-class RecordingStore : public SettingsStore {
-public:
-    using SettingsStore::SettingsStore;
-    void writeString(const QString& section, const QString& key, const QString& value) override {
-        written.push_back(section + u'/' + key);
-        SettingsStore::writeString(section, key, value);
-    }
-    std::vector<QString> written;
-};
-
 TEST_F(StoreTest, FirstRunGivesTheDefaults) {
     Options options;
     std::vector<bool> toolbar;
     QObject::connect(&options, &Options::toolbarChanged, [&](bool on) { toolbar.push_back(on); });
     load(options);
 
-    EXPECT_EQ(options.values(), Settings());
     EXPECT_EQ(meterTexts().at(options.values().meter), u"Standard Setting"_s);
     EXPECT_EQ(limitValue(options.values().limit), 5000);
     EXPECT_EQ(options.values().params, u"%1 %2"_s);
@@ -87,87 +76,32 @@ TEST_F(StoreTest, FirstRunGivesTheDefaults) {
     EXPECT_EQ(toolbar, std::vector<bool>{true});
 }
 
-TEST(OptionsTest, ColourListsFollowThePalette) {
-    const Rgb changed[] = {0x808080, 0x0000FF, 0x00FF00, 0x00FFFF, 0xFF0000, 0xFF00FF, 0xFFFF00};
-    // "Green", "Cyan" and "Brown" come from the dark half of the palette.
-    const Rgb deleted[] = {0x808080, 0x0000FF, 0x008000, 0x008080, 0xFF0000, 0xFF00FF, 0x808000};
-    Options options;
-    for (int position = 0; position < 7; ++position) {
-        ASSERT_TRUE(options.setValue(Key::Changed, position));
-        ASSERT_TRUE(options.setValue(Key::Deleted, position));
-        EXPECT_EQ(options.changedColour(), changed[position]) << position;
-        EXPECT_EQ(options.deletedColour(), deleted[position]) << position;
-    }
-    EXPECT_EQ(changedColourTexts().last(), u"Yellow"_s);
-    EXPECT_EQ(deletedColourTexts().last(), u"Brown"_s);
-
-    // A position the list does not have is refused and changes nothing.
-    EXPECT_FALSE(options.setValue(Key::Changed, 7));
-    EXPECT_EQ(options.values().changed, 6);
-    EXPECT_EQ(options.changedColour(), 0xFFFF00u);
-}
-
-// The mask holds the ticked attributes, and those are the ones compared.
-TEST(OptionsTest, AttributeMaskNeedsTheAttribBoxAndNamesTheComparedBits) {
-    Options options;
-    for (Key box : {Key::Read, Key::Hidden, Key::System, Key::Archive})
-        options.setValue(box, 1);
-    EXPECT_EQ(options.attributeIgnoreMask(), 0);
-    EXPECT_EQ(options.compareOptions().attributeCompareMask, 0);
-    options.setValue(Key::Attrib, 1);
-    EXPECT_EQ(options.attributeIgnoreMask(), 39);
-    options.setValue(Key::Read, 0);
-    options.setValue(Key::System, 0);
-    EXPECT_EQ(options.compareOptions().attributeCompareMask, 34);
-    options.setValue(Key::Hidden, 0);
-    EXPECT_EQ(options.compareOptions().attributeCompareMask, kestrel::engine::Attribute::Archive);
-    options.setValue(Key::Attrib, 0);
-    EXPECT_EQ(options.attributeIgnoreMask(), 0);
-}
-
-TEST(OptionsTest, DateToleranceFollowsTheDateBox) {
+// What the options dialog's tests leave out: a tolerance computed while
+// "Date" was on stays for the comparison after it goes off, the daylight
+// saving box reaches the comparison, a colour list
+// refuses a position it does not have, and "Synch" tells the windows once
+// per change.
+TEST(OptionsTest, DerivedValuesAndSignals) {
     Options options;
     options.setValue(Key::Date, 1);
-    options.setValue(Key::Secs, 30);
-    options.setValue(Key::Weeks, 1);
-    EXPECT_DOUBLE_EQ(options.dateTolerance(), 7 + 30 / 86400.0);
-
-    // While the box is off a list change waits for the box to be clicked.
-    options.setValue(Key::Date, 0);
-    options.setValue(Key::Hours, 2);
-    EXPECT_DOUBLE_EQ(options.dateTolerance(), 7 + 30 / 86400.0);
-    options.setValue(Key::Date, 1);
-    EXPECT_DOUBLE_EQ(options.dateTolerance(), 7 + 7230 / 86400.0);
-
-    // Turning the box off recomputes as well; the comparison still gets it.
-    options.setValue(Key::Date, 0);
     options.setValue(Key::Years, 31);
-    options.setValue(Key::Date, 1);
+    options.setValue(Key::Hours, 2);
     options.setValue(Key::Date, 0);
-    EXPECT_DOUBLE_EQ(options.compareOptions().dateTolerance, 7 + 31 * 365 + 7230 / 86400.0);
-
-    for (const CountList& list : countLists())
-        options.setValue(list.key, list.highest);
-    options.setValue(Key::Date, 1);
-    EXPECT_DOUBLE_EQ(options.dateTolerance(), 11685 + 86399 / 86400.0);
-}
-
-TEST(OptionsTest, FlagsAndSynch) {
-    Options options;
-    options.setValue(Key::Size, 1);
+    options.setValue(Key::Weeks, 1);
+    EXPECT_DOUBLE_EQ(options.compareOptions().dateTolerance, 31 * 365 + 7200 / 86400.0);
     options.setValue(Key::Dst, 1);
-    const auto compare = options.compareOptions();
-    EXPECT_TRUE(compare.ignoreSize && compare.ignoreDst);
-    EXPECT_FALSE(compare.ignoreVersion);
+    EXPECT_TRUE(options.compareOptions().ignoreDst && !options.compareOptions().ignoreVersion);
+
+    ASSERT_TRUE(options.setValue(Key::Changed, 6));
+    EXPECT_FALSE(options.setValue(Key::Changed, 7));
+    EXPECT_EQ(options.changedColour(), 0xFFFF00u); // "Yellow", still
 
     std::vector<bool> synch;
     QObject::connect(&options, &Options::synchChanged, [&](bool on) { synch.push_back(on); });
     options.setValue(Key::Synch, 1);
-    options.setValue(Key::Scroll, 1);
     options.setValue(Key::Synch, 1);
     options.setValue(Key::Synch, 0);
     EXPECT_EQ(synch, (std::vector<bool>{true, false}));
-    EXPECT_EQ(options.values().scroll, 0); // scrolling follows only while folders do
 }
 
 TEST_F(StoreTest, LoadRunsABoxRuleOnlyWhenTheBoxChanges) {
@@ -208,36 +142,6 @@ TEST_F(StoreTest, SaveAndLoadKeepEveryKey) {
     EXPECT_EQ(loaded.attributeIgnoreMask(), 39);
     EXPECT_DOUBLE_EQ(loaded.dateTolerance(), edited.dateTolerance());
     EXPECT_TRUE(loaded.ignoreSize() && loaded.ignoreVersion() && loaded.ignoreDst());
-}
-
-TEST_F(StoreTest, SaveLeavesSynchToTheExitAndNeverWritesParams) {
-    store(u"Config/Params"_s, u"/b %1 %2"_s);
-    Options options;
-    load(options);
-    options.setValue(Key::Synch, 0);
-    options.setParams(u"/edited %2 %1"_s);
-
-    auto file = openFile();
-    RecordingStore store(file.get());
-    store.saveSettings(options);
-    const std::vector<QString> order = {
-        u"Config/Meter"_s,    u"Config/Changed"_s, u"Config/Deleted"_s, u"Config/Limit"_s,
-        u"Config/Toolbar"_s,  u"Config/Tiling"_s,  u"Config/Compare"_s, u"Config/Scroll"_s,
-        u"Config/Faster"_s,   u"Config/Always"_s,  u"Config/Empty"_s,   u"Config/Explore"_s,
-        u"Config/Filename"_s, u"Config/Title"_s,   u"Config/Naming"_s,  u"Ignore/Attrib"_s,
-        u"Ignore/Read"_s,     u"Ignore/Hidden"_s,  u"Ignore/System"_s,  u"Ignore/Archive"_s,
-        u"Ignore/Date"_s,     u"Ignore/Size"_s,    u"Ignore/Version"_s, u"Ignore/DST"_s,
-        u"Config/Shell"_s,    u"Config/Program"_s, u"Ignore/secs"_s,    u"Ignore/mins"_s,
-        u"Ignore/hours"_s,    u"Ignore/days"_s,    u"Ignore/weeks"_s,   u"Ignore/years"_s,
-    };
-    EXPECT_EQ(store.written, order);
-    EXPECT_FALSE(file->contains(u"Config/Synch"_s));
-
-    store.saveSynch(options); // at exit, saved or not
-    EXPECT_EQ(file->value(u"Config/Synch"_s).toString(), u"0"_s);
-    Options next;
-    load(next);
-    EXPECT_EQ(next.values().params, u"/b %1 %2"_s);
 }
 
 TEST_F(StoreTest, ReadConfigValueTakesTheLeadingNumber) {
