@@ -151,8 +151,9 @@ build)
     configure_and_build
     ;;
 bench)
-    # mtree is one of the tools the bench measures Kestrel against.
-    packages+=(mtree-netbsd)
+    # mtree is one of the tools the bench measures Kestrel against; fuse3
+    # gives kestrel-bench --slow its file system with a delay on every request.
+    packages+=(mtree-netbsd fuse3 libfuse3-dev)
     install_missing
     configure_and_build
     exec "$build/bin/kestrel-bench" "$@"

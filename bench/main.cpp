@@ -22,6 +22,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QStandardPaths>
 
 #include <chrono>
@@ -134,6 +135,7 @@ constexpr int64_t ReportRows = 30000;
 
 struct Config {
     bool cold = false;
+    int slowMicroseconds = 0; // --slow: the delay of the file system with latency
     QString dir;
     int64_t entries = 1000000;
     uint64_t seed = 1;
@@ -481,6 +483,63 @@ int driveCold(const Config& c) {
     return 0;
 }
 
+// A tree on a file system with a delay on every request (a network share's
+// round trips): Kestrel's scan as it chooses its workers, with one listing
+// worker (what it did before it added workers for waiting listings), and
+// the bare walk at 2, 8 and 32 threads.
+int driveSlow(const Config& c) {
+    const QString tree = ensureTree(c, c.entries);
+    const QString slowfs = sibling(QStringLiteral("kestrel-slowfs"));
+    const QString fusermount = QStandardPaths::findExecutable(QStringLiteral("fusermount3"));
+    if (!QFileInfo::exists(slowfs) || fusermount.isEmpty()) {
+        std::printf("Kestrel bench, slow file system: kestrel-slowfs (libfuse3) or fusermount3 is "
+                    "missing; skipped.\n");
+        return 0;
+    }
+    const QString mountPoint = c.dir + QStringLiteral("/slow.mnt");
+    QDir().mkpath(mountPoint);
+    QProcess::execute(fusermount, {QStringLiteral("-u"), QStringLiteral("-q"), mountPoint});
+    if (QProcess::execute(slowfs, {tree, mountPoint, QString::number(c.slowMicroseconds),
+                                   QStringLiteral("-o"), QStringLiteral("max_threads=64")}) != 0) {
+        std::printf("Kestrel bench, slow file system: cannot mount one here; skipped.\n");
+        return 0;
+    }
+    const QString barewalk = sibling(QStringLiteral("kestrel-barewalk"));
+    auto child = [&](std::initializer_list<QString> words) {
+        QStringList argv{self(), QStringLiteral("--child")};
+        argv.append(QStringList(words));
+        return Command{argv, true, {}};
+    };
+    auto tool = [](QStringList argv) { return Command{std::move(argv), false, QStringLiteral("/dev/null")}; };
+    const std::vector<std::pair<QString, Command>> operations = {
+        {QStringLiteral("scan, workers as needed"), child({QStringLiteral("scan"), mountPoint})},
+        {QStringLiteral("scan, one listing worker"),
+         child({QStringLiteral("scan"), mountPoint, QStringLiteral("1")})},
+        {QStringLiteral("bare walk, 2 threads"),
+         tool({barewalk, QStringLiteral("-t"), QStringLiteral("2"), mountPoint})},
+        {QStringLiteral("bare walk, 8 threads"),
+         tool({barewalk, QStringLiteral("-t"), QStringLiteral("8"), mountPoint})},
+        {QStringLiteral("bare walk, 32 threads"),
+         tool({barewalk, QStringLiteral("-t"), QStringLiteral("32"), mountPoint})},
+    };
+    std::vector<Command> commands;
+    for (const auto& o : operations)
+        commands.push_back(o.second);
+    const std::vector<Sample> samples = measureInterleaved(commands, c.runs);
+    QProcess::execute(fusermount, {QStringLiteral("-u"), mountPoint});
+
+    std::printf("Kestrel bench, slow file system: %lld entries behind %d microseconds a request, "
+                "median of %d runs taken in turns\n\n",
+                static_cast<long long>(c.entries), c.slowMicroseconds, c.runs);
+    for (size_t k = 0; k < operations.size(); ++k) {
+        if (samples[k].ok)
+            std::printf("  %-38s %9.3f s\n", qPrintable(operations[k].first), samples[k].seconds);
+        else
+            std::printf("  %-38s %10s\n", qPrintable(operations[k].first), "n/a");
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char* argv[]) {
@@ -510,7 +569,12 @@ int main(int argc, char* argv[]) {
         QStringLiteral("Measure the first scan of a tree nothing has read lately: scan and save, bare "
                        "walks of 2, 8 and 32 threads and find, each after the system's caches are "
                        "emptied (needs root; says so and skips otherwise)."));
-    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold});
+    const QCommandLineOption slow(
+        QStringLiteral("slow"),
+        QStringLiteral("Measure scans of the tree behind a file system that delays every request by "
+                       "MICROSECONDS (kestrel-slowfs, FUSE), as a network share does."),
+        QStringLiteral("MICROSECONDS"));
+    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold, slow});
     p.process(app);
 
     Config c;
@@ -526,7 +590,10 @@ int main(int argc, char* argv[]) {
         c.tenMillion = c.scaleScan = false;
     }
     c.cold = p.isSet(cold);
+    c.slowMicroseconds = p.isSet(slow) ? std::max(1, p.value(slow).toInt()) : 0;
     try {
+        if (c.slowMicroseconds > 0)
+            return driveSlow(c);
         return c.cold ? driveCold(c) : drive(c);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "kestrel-bench: %s\n", e.what());

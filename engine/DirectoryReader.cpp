@@ -28,7 +28,7 @@ constexpr size_t MaxBufferedItems = 1 << 18;
 // accord; a busy processor only takes it off, which does not count.
 constexpr long DeviceWaits = 2;
 // Listings judged together before workers are added.
-constexpr int GrowthWindow = 32;
+constexpr int GrowthWindow = 8;
 
 // The times this thread went to sleep of its own accord so far.
 long voluntarySleeps() {
@@ -397,12 +397,13 @@ void DirectoryReader::considerAnotherWorker(long deviceWaits) {
         ++m_windowWaiting;
     if (m_windowListings < GrowthWindow)
         return;
-    const bool waiting = m_windowWaiting * 4 >= m_windowListings;
+    const bool waiting = m_windowWaiting * 2 >= m_windowListings;
     m_windowListings = m_windowWaiting = 0;
     if (!waiting || m_stopping || m_idleWorkers > 0 || m_pending.empty())
         return;
-    // Twice as many each time: a cold device is reached within a few windows.
-    const int add = std::min(int(m_threads.size()), MaxWorkers - int(m_threads.size()));
+    // Four times as many each time: enough workers for a cold device within
+    // a few windows.
+    const int add = std::min(3 * int(m_threads.size()), MaxWorkers - int(m_threads.size()));
     for (int i = 0; i < add; ++i)
         m_threads.emplace_back([this] { work(); });
 }
