@@ -8,6 +8,7 @@
 #include "TextFormats.h"
 
 #include <cmath>
+#include <optional>
 #include <vector>
 
 namespace kestrel::engine {
@@ -31,14 +32,69 @@ bool attributesDiffer(int16_t a, int16_t b, const CompareOptions& options) {
     return (uint16_t(a) & compared) != (uint16_t(b) & compared);
 }
 
+// What the first way of a comparison both ways learnt about the other
+// snapshot's folder rings, for the second way. Where every member of a ring
+// has a name of its own (it was indexed, and no two members share a hash) and
+// no two entries of this snapshot found the same member, the member an entry
+// found is the only one with that name on either side; so the second way's
+// look-up from that member can only find that entry, and an unfound member
+// has no counterpart at all. Such rings are remembered with the ring they
+// were compared with, and the second way takes their matches from here
+// instead of indexing this snapshot's rings again.
+class FirstWayMatches {
+public:
+    explicit FirstWayMatches(const Snapshot& other)
+        : m_foundBy(size_t(other.capacity()) + 1, 0), m_pairedWith(size_t(other.capacity()) + 1, 0) {}
+
+    // The first way starts comparing the ring of its snapshot that starts at
+    // selfFirst with the other's ring that starts at otherFirst. A ring of the
+    // other's compared twice is not remembered.
+    bool beginRing(int32_t otherFirst, int32_t selfFirst) {
+        int32_t& paired = m_pairedWith[size_t(otherFirst)];
+        paired = paired == 0 ? selfFirst : Forgotten;
+        return paired != Forgotten;
+    }
+    // Entry self found member other; false when another entry found it
+    // first. A file that finds a member compares itself with it, and marks
+    // the member with the differences.
+    bool found(int32_t other, int32_t self, bool selfIsFile) {
+        int32_t& by = m_foundBy[size_t(other)];
+        const bool first = by == 0;
+        by = selfIsFile ? self : -self;
+        return first;
+    }
+    void endRing(int32_t otherFirst, bool remembered) {
+        if (!remembered)
+            m_pairedWith[size_t(otherFirst)] = Forgotten;
+    }
+
+    // For the second way: whether the ring starting at first, compared with
+    // the ring starting at counterpartFirst, was remembered by the first way.
+    bool knows(int32_t first, int32_t counterpartFirst) const {
+        return size_t(first) < m_pairedWith.size() && m_pairedWith[size_t(first)] == counterpartFirst;
+    }
+    // The entry that found member index, 0 for none, negative for a folder.
+    int32_t foundBy(int32_t index) const { return m_foundBy[size_t(index)]; }
+
+private:
+    static constexpr int32_t Forgotten = -1;
+    std::vector<int32_t> m_foundBy;    // by the other's entry index; a folder's negative
+    std::vector<int32_t> m_pairedWith; // by the other's ring start
+};
+
 // The walk of CompareFolder, on an explicit stack: a damaged file can nest
 // folders as deep as it likes without reaching the machine's stack.
 class Comparer {
 public:
+    // The first way of a comparison both ways records into learning; the
+    // second way reads known, which the first way recorded with the two
+    // snapshots the other way round.
     Comparer(Snapshot& self, NameHashes& selfHashes, Snapshot& other, NameHashes& otherHashes,
-             const CompareOptions& options, ProgressMeter& meter)
+             const CompareOptions& options, ProgressMeter& meter, FirstWayMatches* learning,
+             const FirstWayMatches* known)
         : m_self(self), m_other(other), m_selfHashes(selfHashes), m_otherHashes(otherHashes),
-          m_options(options), m_meter(meter), m_budget(int64_t(self.capacity()) + 1) {}
+          m_options(options), m_meter(meter), m_budget(int64_t(self.capacity()) + 1),
+          m_learning(learning), m_known(known) {}
 
     void run(int32_t first, int32_t otherIndex) {
         push(first, otherIndex, true);
@@ -54,6 +110,9 @@ private:
         bool hasOtherRing = true;
         bool result = false;    // an entry of the ring had a counterpart that counted
         int32_t found = 0;      // counterpart of the folder whose contents are compared
+        int32_t otherFirst = 0; // where the other ring was entered
+        bool knownMatches = false; // the first way's matches answer this ring
+        bool remembered = false;   // the first way may still remember this ring
     };
 
     void push(int32_t first, int32_t otherIndex, bool hasOtherRing) {
@@ -63,9 +122,29 @@ private:
         m_lookups[depth]->reset();
         Frame f;
         f.first = f.i = first;
-        f.otherIndex = otherIndex;
+        f.otherIndex = f.otherFirst = otherIndex;
         f.hasOtherRing = hasOtherRing;
+        f.knownMatches = hasOtherRing && m_known && m_known->knows(first, otherIndex);
+        f.remembered = hasOtherRing && m_learning && m_learning->beginRing(otherIndex, first);
         m_stack.push_back(f);
+    }
+
+    // The counterpart of entry i of ring f, 0 for none. comparedFiles tells
+    // whether the first way already compared it, as a file, with entry i.
+    int32_t counterpartOf(Frame& f, int32_t i, const SnapshotEntry& e, bool& comparedFiles) {
+        comparedFiles = false;
+        if (f.knownMatches) {
+            const int32_t by = m_known->foundBy(i);
+            comparedFiles = by > 0;
+            return std::abs(by);
+        }
+        if (!f.hasOtherRing)
+            return 0;
+        const int32_t found = m_lookups[m_stack.size() - 1]->locate(f.otherIndex, m_self.nameOf(e),
+                                                                    m_selfHashes, i);
+        if (found != 0 && f.remembered)
+            f.remembered = m_learning->found(found, i, !e.isFolder());
+        return found;
     }
 
     void step() {
@@ -78,9 +157,11 @@ private:
 
         const int32_t i = f.i;
         SnapshotEntry& e = m_self.entries.mutableAt(i);
-        const int32_t found = f.hasOtherRing ? m_lookups[m_stack.size() - 1]->locate(
-                                                   f.otherIndex, m_self.nameOf(e), m_selfHashes, i)
-                                             : 0;
+        bool comparedFiles;
+        const int32_t found = counterpartOf(f, i, e, comparedFiles);
+        // The first way marked both files of a pair it compared with their
+        // differences.
+        const int16_t firstWayStatus = e.status;
         e.status = 0;
         if (found == 0) {
             e.match = 0;
@@ -100,8 +181,9 @@ private:
             f.otherIndex = found;
         } else {
             e.match = found;
-            e.status = CompareFiles(m_other, found, e.size, e.modified, e.attributes,
-                                    m_self.versionOf(e), m_options);
+            e.status = comparedFiles ? firstWayStatus
+                                     : CompareFiles(m_other, found, e.size, e.modified,
+                                                     e.attributes, m_self.versionOf(e), m_options);
             if (e.status > 0)
                 m_self.entries.mutableAt(e.parent).status = 2;
             f.result = true;
@@ -120,6 +202,9 @@ private:
                 return;
             }
             const bool result = f.result;
+            if (m_learning && f.hasOtherRing)
+                m_learning->endRing(f.otherFirst, f.remembered &&
+                                                      m_lookups[m_stack.size() - 1]->namesToldApart());
             m_stack.pop_back();
             if (m_stack.empty())
                 return;
@@ -146,15 +231,18 @@ private:
     int64_t m_budget;
     std::vector<Frame> m_stack;
     std::vector<std::unique_ptr<RingLookup>> m_lookups; // one per depth, reused
+    FirstWayMatches* m_learning;
+    const FirstWayMatches* m_known;
 };
 
 void compareOneWay(Snapshot& self, NameHashes& selfHashes, int32_t selfTop, Snapshot& other,
                    NameHashes& otherHashes, int32_t otherTop, const CompareOptions& options,
-                   ProgressMeter& meter) {
+                   ProgressMeter& meter, FirstWayMatches* learning, const FirstWayMatches* known) {
     const int32_t maximum = self.entries.contains(1) ? self.entries.get(1).count : 0;
     meter.initialise(maximum, QStringLiteral("Comparing Snapshots"), false);
     self.progress = 0;
-    Comparer(self, selfHashes, other, otherHashes, options, meter).run(selfTop, otherTop);
+    Comparer(self, selfHashes, other, otherHashes, options, meter, learning, known)
+        .run(selfTop, otherTop);
 }
 
 } // namespace
@@ -227,9 +315,14 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
         // The names' hashes serve both ways: the second way finds them all
         // worked out by the first.
         NameHashes selfHashes(self), otherHashes(other);
-        compareOneWay(self, selfHashes, selfTop, other, otherHashes, otherTop, options, meter);
+        std::optional<FirstWayMatches> firstWay;
         if (bothWays)
-            compareOneWay(other, otherHashes, otherTop, self, selfHashes, selfTop, options, meter);
+            firstWay.emplace(other);
+        compareOneWay(self, selfHashes, selfTop, other, otherHashes, otherTop, options, meter,
+                      bothWays ? &*firstWay : nullptr, nullptr);
+        if (bothWays)
+            compareOneWay(other, otherHashes, otherTop, self, selfHashes, selfTop, options, meter,
+                          nullptr, &*firstWay);
     } catch (const RuntimeError& e) {
         meter.close();
         return Outcome::failure(UserMessage{QStringLiteral("Comparing Snapshots"), e.text(),

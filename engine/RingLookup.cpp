@@ -18,7 +18,7 @@ uint32_t NameHashes::ofName(std::string_view name) {
     return folded ? folded : 1;
 }
 
-uint32_t NameHashes::of(int32_t index) {
+uint32_t NameHashes::workOut(int32_t index) {
     if (m_hashes.empty())
         m_hashes.assign(size_t(m_snapshot.capacity()) + 1, 0);
     uint32_t& h = m_hashes[size_t(index)];
@@ -40,16 +40,39 @@ int32_t RingLookup::locate(int32_t& index, std::string_view name, NameHashes& wa
     if (!m_built) {
         // The first miss of a ring is expected even when both snapshots list
         // it in the same order: the comparison starts at the first entry and
-        // the walk looks at it last. A second miss means another order, and
-        // the ring is worth an index.
-        if (m_misses++ == 0 || !build(start))
+        // the walk looks at it last, so the entry before start is the likely
+        // match, and only the walk tells whether another member matches too.
+        // When that entry does not match either, or at a second miss, the
+        // ring is in another order and worth an index.
+        const bool sameOrder =
+            m_misses++ == 0 && namesEqual(m_snapshot.nameOf(entries.at(index)), name);
+        if (sameOrder || !build(start))
             return m_snapshot.locateEntry(index, name); // a damaged ring is walked as always
     }
 
-    // Of the members with this name, the first in ring order from start.
-    // Names are nearly always unique in a folder; only when two members match
-    // (README and readme) does their position relative to start decide.
     const uint32_t h = wantedHashes.of(wantedIndex);
+    const int32_t found = m_sharedHashes ? firstMatch(h, name, start) : onlyMatch(h, name);
+    index = found != 0 ? found : start;
+    return found;
+}
+
+// In a ring where every member has a hash of its own, the one slot with the
+// hash is the only member that can have the name.
+int32_t RingLookup::onlyMatch(uint32_t h, std::string_view name) const {
+    for (uint32_t p = h & m_mask; m_slots[p].hash != 0; p = (p + 1) & m_mask) {
+        const Slot& slot = m_slots[p];
+        if (slot.hash == h)
+            return namesEqual(m_snapshot.nameOf(m_snapshot.entries.get(slot.entry)), name)
+                       ? slot.entry
+                       : 0;
+    }
+    return 0;
+}
+
+// Of the members with this name, the first in ring order from start. Names
+// are nearly always unique in a folder; only when two members match (README
+// and readme) does their position relative to start decide.
+int32_t RingLookup::firstMatch(uint32_t h, std::string_view name, int32_t start) const {
     int32_t best = 0;
     uint32_t bestOrdinal = 0;
     uint32_t startOrdinal = 0;
@@ -57,7 +80,7 @@ int32_t RingLookup::locate(int32_t& index, std::string_view name, NameHashes& wa
     auto distance = [&](uint32_t ordinal) { return (ordinal + m_members - startOrdinal) % m_members; };
     for (uint32_t p = h & m_mask; m_slots[p].hash != 0; p = (p + 1) & m_mask) {
         const Slot& slot = m_slots[p];
-        if (slot.hash != h || !namesEqual(m_snapshot.nameOf(entries.get(slot.entry)), name))
+        if (slot.hash != h || !namesEqual(m_snapshot.nameOf(m_snapshot.entries.get(slot.entry)), name))
             continue;
         if (++candidates == 1) {
             best = slot.entry;
@@ -71,7 +94,6 @@ int32_t RingLookup::locate(int32_t& index, std::string_view name, NameHashes& wa
             bestOrdinal = slot.ordinal;
         }
     }
-    index = best != 0 ? best : start;
     return best;
 }
 
@@ -94,12 +116,13 @@ bool RingLookup::build(int32_t start) {
     m_slots.assign(size, Slot{});
     m_mask = size - 1;
     m_members = members;
+    m_sharedHashes = false;
     current = start;
     for (uint32_t ordinal = 0; ordinal < members; ++ordinal) {
         const uint32_t h = m_hashes.of(current);
         uint32_t p = h & m_mask;
-        while (m_slots[p].hash != 0)
-            p = (p + 1) & m_mask;
+        for (; m_slots[p].hash != 0; p = (p + 1) & m_mask)
+            m_sharedHashes |= m_slots[p].hash == h;
         m_slots[p] = Slot{h, current, ordinal};
         current = entries.get(current).nextSibling;
     }

@@ -15,10 +15,16 @@ class NameHashes {
 public:
     explicit NameHashes(const Snapshot& snapshot) : m_snapshot(snapshot) {}
     // A 32-bit hash of the folded name of entry index; never 0.
-    uint32_t of(int32_t index);
+    uint32_t of(int32_t index) {
+        if (size_t(index) < m_hashes.size() && m_hashes[size_t(index)] != 0)
+            return m_hashes[size_t(index)];
+        return workOut(index);
+    }
     static uint32_t ofName(std::string_view name);
 
 private:
+    uint32_t workOut(int32_t index);
+
     const Snapshot& m_snapshot;
     std::vector<uint32_t> m_hashes; // 0: not worked out yet
 };
@@ -39,6 +45,10 @@ public:
     // Forgets the ring: the next look-up may be in another one.
     void reset();
 
+    // The ring was indexed and no two of its members share a hash, so no two
+    // have the same name in any case: every name has at most one match.
+    bool namesToldApart() const { return m_built && !m_sharedHashes; }
+
     // As Snapshot::locateEntry(index, name), for the name of entry
     // wantedIndex whose hashes are wantedHashes.
     int32_t locate(int32_t& index, std::string_view name, NameHashes& wantedHashes,
@@ -52,6 +62,8 @@ private:
     };
 
     bool build(int32_t start);
+    int32_t onlyMatch(uint32_t h, std::string_view name) const;
+    int32_t firstMatch(uint32_t h, std::string_view name, int32_t start) const;
     int32_t ordinalOf(int32_t entry) const;
 
     const Snapshot& m_snapshot;
@@ -59,6 +71,9 @@ private:
     bool m_built = false;
     int m_misses = 0; // look-ups the first entry looked at did not answer
     uint32_t m_members = 0;
+    // Two members of the ring share a hash: a look-up must then see every
+    // slot of its cluster, not only the first with its hash.
+    bool m_sharedHashes = false;
     std::vector<Slot> m_slots;
     uint32_t m_mask = 0;
 };

@@ -320,6 +320,119 @@ TEST(RingLookup, AnswersExactlyAsTheRingWalk) {
     }
 }
 
+// A random tree, and a second one as another listing and some changes would
+// make it: folders in another order, names in another case, names twice in
+// different cases, entries gone and added, files changed or become folders.
+class RandomTrees {
+public:
+    explicit RandomTrees(unsigned seed) : m_random(seed) {}
+
+    std::vector<Node> tree(int depth = 0) {
+        std::vector<Node> nodes;
+        const int count = depth == 0 ? 40 : int(m_random() % (depth < 2 ? 60 : 12));
+        for (int i = 0; i < count; ++i) {
+            const std::string name = "entry" + std::to_string(i) + (i % 3 ? ".txt" : "");
+            if (depth < 3 && m_random() % 5 == 0)
+                nodes.push_back(Node::dir(name, tree(depth + 1)));
+            else
+                nodes.push_back(Node::file(name, double(m_random() % 100), 45000 + m_random() % 3));
+        }
+        return nodes;
+    }
+
+    std::vector<Node> variant(std::vector<Node> nodes) {
+        switch (m_random() % 3) {
+        case 0: std::shuffle(nodes.begin(), nodes.end(), m_random); break;
+        case 1: std::reverse(nodes.begin(), nodes.end()); break;
+        default: break;
+        }
+        std::vector<Node> out;
+        for (Node& n : nodes) {
+            const unsigned roll = m_random() % 40;
+            if (roll == 0)
+                continue; // gone
+            if (roll == 1)
+                n.name[0] = 'E';
+            if (roll == 2) {
+                Node twin = n;
+                twin.name[0] = 'E';
+                // A folder's twin is a file, or a folder of other contents.
+                twin.folder = n.folder && m_random() % 2;
+                twin.children.clear();
+                if (twin.folder)
+                    twin.children.push_back(Node::file("twin only"));
+                out.insert(m_random() % 2 ? out.end() : out.begin(), twin);
+            }
+            if (roll == 3)
+                n.size += 1;
+            if (roll == 4 && !n.folder)
+                n = Node::dir(n.name, {Node::file("inside")});
+            if (roll == 5 && n.folder)
+                n = Node::file(n.name);
+            n.children = variant(std::move(n.children));
+            out.push_back(std::move(n));
+        }
+        if (m_random() % 4 == 0)
+            out.push_back(Node::file("added" + std::to_string(m_random() % 5)));
+        return out;
+    }
+
+private:
+    std::mt19937 m_random;
+};
+
+// Compares first and second both ways, and each of them one way, and expects
+// every entry's match and status to come out the same.
+void expectBothWaysAsOneWay(const std::vector<Node>& first, const std::vector<Node>& second,
+                            const std::string& context) {
+    Snapshot a, b, oneWayA, oneWayB;
+    buildSnapshot(a, first);
+    buildSnapshot(oneWayA, first);
+    buildSnapshot(b, second);
+    buildSnapshot(oneWayB, second);
+    ProgressMeter meter;
+    ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, true, {}, meter).ok);
+    ASSERT_TRUE(CompareSnapshot(oneWayA, 1, oneWayB, 1, false, {}, meter).ok);
+    ASSERT_TRUE(CompareSnapshot(oneWayB, 1, oneWayA, 1, false, {}, meter).ok);
+    for (auto [both, oneWay] : {std::pair{&a, &oneWayA}, std::pair{&b, &oneWayB}})
+        for (int32_t i = 1; i <= both->entryCount; ++i) {
+            const SnapshotEntry& e = both->entry(i);
+            const SnapshotEntry& expected = oneWay->entry(i);
+            ASSERT_EQ(std::pair(e.match, e.status), std::pair(expected.match, expected.status))
+                << context << " entry " << i << " " << both->name(i);
+        }
+}
+
+TEST(CompareBothWays, GivesWhatTwoOneWayComparisonsGive) {
+    // The second way of a comparison both ways may take the first way's
+    // matches; whatever it takes must be what comparing again would find.
+    for (unsigned seed = 1; seed <= 40; ++seed) {
+        RandomTrees random(seed);
+        std::vector<Node> first = random.tree();
+        std::vector<Node> second = random.variant(first);
+        if (seed % 2) // the side with names twice compared first
+            std::swap(first, second);
+        expectBothWaysAsOneWay(first, second, "seed " + std::to_string(seed));
+    }
+    // Two folders whose names differ in case both find the one folder of the
+    // other side, in every order: the second way finds only one of them.
+    const std::vector<Node> contents = {Node::file("a"), Node::file("b"), Node::file("c")};
+    const std::vector<Node> reversed(contents.rbegin(), contents.rend());
+    const std::vector<Node> apart = {Node::file("x"), Node::file("y")};
+    std::vector<Node> twins = {Node::dir("D", apart), Node::dir("d", contents), Node::file("e"),
+                               Node::file("f")};
+    std::vector<Node> one = {Node::dir("d", reversed), Node::file("e"), Node::file("f")};
+    auto byName = [](const Node& x, const Node& y) { return x.name < y.name; };
+    int order = 0;
+    do {
+        do {
+            const std::string context = "order " + std::to_string(++order);
+            expectBothWaysAsOneWay(twins, one, context + ", twins first");
+            expectBothWaysAsOneWay(one, twins, context + ", twins second");
+        } while (std::next_permutation(one.begin(), one.end(), byName));
+    } while (std::next_permutation(twins.begin(), twins.end(), byName));
+}
+
 TEST_F(CompareTest, DamagedRingsEndWithAnErrorInsteadOfHanging) {
     buildSnapshot(older, {Node::dir("d", {Node::file("a"), Node::file("b"), Node::file("c")})});
     buildSnapshot(newer, {Node::dir("d", {Node::file("a"), Node::file("b"), Node::file("c")})});
