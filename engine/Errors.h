@@ -25,7 +25,7 @@ enum class ErrorCode {
 // The text shown for an error code ("Overflow", "Subscript out of range", ...).
 QString errorText(ErrorCode code);
 
-// Thrown inside the engine where the design raises a runtime error (an
+// Thrown inside the engine where an operation fails at run time (an
 // overflow, an index outside the table, bad data in a file). Every public
 // operation catches it and turns it into an Outcome, so it never leaves the
 // engine.

@@ -29,7 +29,7 @@ namespace kestrel::output {
 // separator, quoting and numeric attributes stay as the user left them for
 // the run, while the field list is made afresh for each list.
 //
-// Controls carry the design's names as object names: "lstField",
+// Controls carry their program names as object names: "lstField",
 // "cmdShift0" ("&Up"), "cmdShift2" ("&Dn"), "cboSepar", "chkQuotes",
 // "chkFlags", "txtPreview", "cmdOK", "cmdCancel".
 class ExportDialog : public QDialog {

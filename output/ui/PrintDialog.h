@@ -31,7 +31,7 @@ namespace kestrel::output {
 // without any printer. Print Preview shows the same pages in Qt's preview.
 //
 // Loaded once and then only shown and hidden; the device and orientation
-// stay for the run. Controls carry the design's names as object names:
+// stay for the run. Controls carry their program names as object names:
 // "optOrient1" ("&Portrait"), "optOrient2" ("&Landscape"), "picKestrel",
 // "lblDevice", "cmdPrinter", "chkDiffs", "cmdOK", "cmdCancel".
 class PrintDialog : public QDialog {

@@ -32,7 +32,7 @@ class SettingsStore;
 // kept until the program ends, then only shown and hidden. On destruction it
 // stores "Synch", whatever was saved.
 //
-// Controls carry the names of the design as object names: "chkAttr0" to
+// Controls carry their program names as object names: "chkAttr0" to
 // "chkAttr4", "cboSecs1" to "cboSecs3", "cboDays1" to "cboDays3",
 // "cmdCompare0" ("Compare &Current"), "cmdCompare1" ("Compare &Both"),
 // "optShell0", "optShell1", "chkDst" and the plain names of the others.

@@ -130,7 +130,7 @@ TEST_F(ImportTest, EntryLimitIs32767) {
 }
 
 TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
-    // Within 16 of the entries the count stands, as the design has it.
+    // Within 16 of the entries the stored count stands.
     Snapshot fits;
     QByteArray bytes = flatFile(3);
     bytes.replace("\n3\n", "\n19\n");
