@@ -44,8 +44,8 @@ inline bool fieldPromptsForText(int number) {
     return number > 5;
 }
 
-// Moves the entry at index one place up (step -1, not from the first place)
-// or down (step 1, not from the last), with its text and number; the moved
+// Moves the entry at index one place up (by -1, not from the first place)
+// or down (by 1, not from the last), with its text and number; the moved
 // entry ends up checked, whatever it was. Returns where the entry is now
 // (index itself when it could not move).
 int moveField(std::vector<ExportField>& fields, int index, int step);
