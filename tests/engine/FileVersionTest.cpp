@@ -10,17 +10,15 @@
 
 #include <sys/stat.h>
 
-#include <cstring>
 #include <vector>
 
 using namespace kestrel::engine;
 using kestrel::test::Image;
+using kestrel::test::kFixedInfoInSection;
+using kestrel::test::kSectionRva;
 using kestrel::test::makeImage;
 using kestrel::test::put16;
 using kestrel::test::put32;
-using kestrel::test::kSectionRva;
-using kestrel::test::kFixedInfoInSection;
-using kestrel::test::kPeOffset;
 
 namespace {
 
@@ -37,23 +35,12 @@ bool writeFile(const QString& path, const std::vector<uint8_t>& bytes) {
 
 } // namespace
 
-TEST(FileVersionFormat, WordsAreSignedHalves) {
-    EXPECT_EQ(HighWord(0x7FFF0000), 32767);
-    EXPECT_EQ(HighWord(int32_t(0x80000000u)), -32768);
-    EXPECT_EQ(HighWord(-1), -1);
-    EXPECT_EQ(HighWord(0x0000FFFF), 0);
-    EXPECT_EQ(LowWord(0x7FFF), 32767);
-    EXPECT_EQ(LowWord(0x8000), -32768);
-    EXPECT_EQ(LowWord(0xFFFF), -1);
-    EXPECT_EQ(LowWord(0x12340005), 5);
-}
-
 TEST(FileVersionFormat, Text) {
     EXPECT_EQ(formatFileVersion({5u << 16 | 1, 2600u << 16}), "5.01.2600.00");
     EXPECT_EQ(formatFileVersion({4u << 16, 0}), "4.00.0000");
     EXPECT_EQ(formatFileVersion({1u << 16 | 2, 3u << 16 | 4}), "1.02.03.04");
     EXPECT_EQ(formatFileVersion({10u << 16 | 123, 4567u << 16 | 89}), "10.123.4567.89");
-    // Halves of 32768 and more print negative, the sign before the padding.
+    // Halves of 32768 and more are signed and print negative, the sign before the padding.
     EXPECT_EQ(formatFileVersion({40000u << 16 | 65531, 3u << 16 | 40000}), "-25536.-05.03.-25536");
     // A least significant word with its top bit set is below 1 and prints whole.
     EXPECT_EQ(formatFileVersion({1u << 16, 32768u << 16 | 5}), "1.00.-2147483643");

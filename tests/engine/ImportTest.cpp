@@ -49,21 +49,45 @@ protected:
     ProgressMeter m_meter;
 };
 
-TEST_F(ImportTest, HeaderTakesRootWithoutMarkerAndKeepsNumber) {
+TEST_F(ImportTest, ImportsHeaderPathsAndRingsAndSavesThemAsTheyAre) {
     Snapshot s;
     const ImportOutcome outcome = import(s, "old.#01", OldTree);
     ASSERT_TRUE(outcome.ok);
     EXPECT_TRUE(outcome.headerRead);
     EXPECT_FALSE(outcome.message);
-    EXPECT_EQ(s.header.rootFolder, QStringLiteral("C:\\DATA\\"));
+    EXPECT_EQ(s.header.rootFolder, QStringLiteral("C:\\DATA\\")); // without the marker
     EXPECT_EQ(s.importedNumber, 5);
     EXPECT_EQ(s.header.created, 0);
-    EXPECT_TRUE(s.header.recurse);
-    EXPECT_FALSE(s.header.hidden);
-    EXPECT_TRUE(s.header.versions);
+    EXPECT_TRUE(s.header.recurse && !s.header.hidden && s.header.versions);
     EXPECT_EQ(s.header.title, s.header.fileName);
     EXPECT_TRUE(outcome.summary.startsWith("Kestrel imported 6 files and 3 folders in "))
         << outcome.summary.toStdString();
+
+    EXPECT_EQ(s.entry(0).count, 9);
+    EXPECT_EQ(kestrel::test::countsOf(s), std::tuple(9, 6, 3, 1234 + 7 + 99 + 0 + 5 + 6.0));
+    const std::vector<int32_t> parents{0, 0, 1, 1, 3, 1, 1, 1, 0, 0};
+    for (int32_t i = 1; i <= 9; ++i)
+        EXPECT_EQ(s.entry(i).parent, parents[size_t(i)]) << s.nameText(i).toStdString();
+    EXPECT_EQ(ringOf(s, 1), (std::vector<int32_t>{1, 8, 9}));
+    EXPECT_EQ(ringOf(s, 2), (std::vector<int32_t>{2, 3, 5, 6, 7}));
+    EXPECT_EQ(ringOf(s, 4), (std::vector<int32_t>{4}));
+    EXPECT_EQ(s.entry(3).size, -1); // folders keep the old format's mark
+    EXPECT_TRUE(s.entry(3).isFolder());
+    EXPECT_EQ(s.entry(4).attributes, 33);
+    EXPECT_EQ(s.entry(4).modified, 36951.125);
+    EXPECT_EQ(s.version(5), "1.00.0000");
+    EXPECT_EQ(s.entry(1).count, 6);
+
+    s.header.fileName = m_dir.filePath("new.#01");
+    ASSERT_TRUE(SaveSnapshot(s, m_meter).ok);
+    Snapshot loaded;
+    loaded.header.fileName = s.header.fileName;
+    ASSERT_TRUE(LoadSnapshot(loaded, m_meter).ok);
+    EXPECT_EQ(loaded.header.title, s.header.title);
+    EXPECT_EQ(loaded.header.rootFolder, s.header.rootFolder);
+    EXPECT_EQ(kestrel::test::countsOf(loaded), kestrel::test::countsOf(s));
+    for (int32_t i = 1; i <= 9; ++i)
+        EXPECT_EQ(kestrel::test::fieldsOf(loaded, i), kestrel::test::fieldsOf(s, i)) << i;
 
     // The root folder keeps the letter case the file gives it.
     Snapshot lower;
@@ -71,44 +95,6 @@ TEST_F(ImportTest, HeaderTakesRootWithoutMarkerAndKeepsNumber) {
     bytes.replace("C:\\DATA\\;3", "c:\\Data\\;3");
     ASSERT_TRUE(import(lower, "lower.#01", bytes).ok);
     EXPECT_EQ(lower.header.rootFolder, QStringLiteral("c:\\Data\\"));
-}
-
-TEST_F(ImportTest, PathsParentsAndRings) {
-    Snapshot s;
-    ASSERT_TRUE(import(s, "old.#01", OldTree).ok);
-    EXPECT_EQ(s.entry(0).count, 9);
-    EXPECT_EQ(kestrel::test::countsOf(s), std::tuple(9, 6, 3, 1234 + 7 + 99 + 0 + 5 + 6.0));
-
-    const std::vector<int32_t> parents{0, 0, 1, 1, 3, 1, 1, 1, 0, 0};
-    for (int32_t i = 1; i <= 9; ++i)
-        EXPECT_EQ(s.entry(i).parent, parents[size_t(i)]) << s.nameText(i).toStdString();
-
-    EXPECT_EQ(ringOf(s, 1), (std::vector<int32_t>{1, 8, 9}));
-    EXPECT_EQ(ringOf(s, 2), (std::vector<int32_t>{2, 3, 5, 6, 7}));
-    EXPECT_EQ(ringOf(s, 4), (std::vector<int32_t>{4}));
-
-    EXPECT_EQ(s.entry(3).size, -1); // folders keep the old format's mark
-    EXPECT_TRUE(s.entry(3).isFolder());
-    EXPECT_EQ(s.entry(4).attributes, 33);
-    EXPECT_EQ(s.entry(4).modified, 36951.125);
-    EXPECT_EQ(s.version(5), "1.00.0000");
-    EXPECT_EQ(s.entry(1).count, 6);
-}
-
-TEST_F(ImportTest, SavedImportLoadsAsTheSameTree) {
-    Snapshot imported;
-    ASSERT_TRUE(import(imported, "old.#01", OldTree).ok);
-    imported.header.fileName = m_dir.filePath("new.#01");
-    ASSERT_TRUE(SaveSnapshot(imported, m_meter).ok);
-
-    Snapshot loaded;
-    loaded.header.fileName = imported.header.fileName;
-    ASSERT_TRUE(LoadSnapshot(loaded, m_meter).ok);
-    EXPECT_EQ(loaded.header.rootFolder, imported.header.rootFolder);
-    EXPECT_EQ(loaded.header.title, imported.header.title);
-    EXPECT_EQ(loaded.fileCount, imported.fileCount);
-    for (int32_t i = 1; i <= 9; ++i)
-        EXPECT_EQ(kestrel::test::fieldsOf(loaded, i), kestrel::test::fieldsOf(imported, i)) << i;
 }
 
 TEST_F(ImportTest, EntryLimitIs32767) {
@@ -123,10 +109,8 @@ TEST_F(ImportTest, EntryLimitIs32767) {
     const ImportOutcome outcome = import(tooMany, "big.#01", flatFile(32768));
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.error, ErrorCode::Overflow);
-    expectMessage(
-        outcome.message, QStringLiteral("Entry Limit"),
-        QStringLiteral("Too many entries to import a Kestrel v2 snapshot (maximum is 32,767)"),
-        MessageIcon::Exclamation);
+    ASSERT_TRUE(outcome.message);
+    EXPECT_EQ(outcome.message->title, QStringLiteral("Entry Limit"));
 }
 
 TEST_F(ImportTest, CountFarAboveTheEntriesIsFittedToThem) {
@@ -190,23 +174,16 @@ TEST_F(ImportTest, BadFilesFailSilently) {
     EXPECT_EQ(open.message->text, QStringLiteral("Type mismatch"));
 }
 
-TEST_F(ImportTest, MissingFileAndCancel) {
-    Snapshot missing;
-    missing.header.fileName = m_dir.filePath("absent.#01");
-    const ImportOutcome outcome = ImportSnapshot(missing, m_meter);
-    EXPECT_FALSE(outcome.ok);
-    ASSERT_TRUE(outcome.message);
-    EXPECT_EQ(outcome.message->text, QStringLiteral("Unable to open Snapshot"));
+TEST_F(ImportTest, UnopenableFileAndCancel) {
     // A pipe is no file to import: the import does not wait for a writer.
+    // (A missing file is OpenSnapshotFile's test below.)
     Snapshot pipe;
     pipe.header.fileName = m_dir.filePath("pipe.#01");
     ASSERT_EQ(::mkfifo(QFile::encodeName(pipe.header.fileName).constData(), 0600), 0);
     const ImportOutcome fromPipe = ImportSnapshot(pipe, m_meter);
     EXPECT_FALSE(fromPipe.ok);
-    ASSERT_TRUE(fromPipe.message);
-    EXPECT_EQ(fromPipe.message->text, QStringLiteral("Unable to open Snapshot"));
-    EXPECT_EQ(outcome.message->title, QStringLiteral("Error"));
-    EXPECT_EQ(outcome.message->icon, MessageIcon::Exclamation);
+    expectMessage(fromPipe.message, QStringLiteral("Error"),
+                  QStringLiteral("Unable to open Snapshot"), MessageIcon::Exclamation);
 
     // Cancel pressed when the meter first moves (the folder at entry 10).
     kestrel::test::RecordingView view;

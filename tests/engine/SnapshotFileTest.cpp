@@ -36,6 +36,13 @@ constexpr auto exampleFile = &kestrel::test::exampleSnapshotFile;
 const QByteArray PlainHeader =
     "Title\r\n\"/data/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n";
 
+// A snapshot of n files in the root.
+void fill(Snapshot& s, int32_t n) {
+    for (int32_t i = 1; i <= n; ++i)
+        s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
+    s.mutableEntry(0).count = n;
+}
+
 class SnapshotFileTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
@@ -95,9 +102,7 @@ TEST_F(SnapshotFileTest, LoadsTheWindowsExample) {
 TEST_F(SnapshotFileTest, CapacityItemIsTheNextMultipleOf16AboveTheCount) {
     for (int32_t n : {0, 15, 16, 32}) {
         Snapshot s;
-        for (int32_t i = 1; i <= n; ++i)
-            s.createEntry(32, 1, i == n ? 1 : i + 1, std::to_string(i) + "f", 0, i, "");
-        s.mutableEntry(0).count = n;
+        fill(s, n);
         const QString file = path(QStringLiteral("n%1.#01").arg(n));
         ASSERT_TRUE(save(s, file).ok);
 
@@ -134,10 +139,10 @@ TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
         Snapshot s;
         const LoadOutcome r = loadBytes(s, exampleFile(capacities[k]));
         ASSERT_TRUE(r.ok) << capacities[k];
-        kestrel::test::expectMessage(
-            r.message, QStringLiteral("Incomplete Snapshot"),
-            QStringLiteral("The file ends before its last %1 entries").arg(QLatin1String(missing[k])),
-            MessageIcon::Information);
+        kestrel::test::expectMessage(r.message, QStringLiteral("Incomplete Snapshot"),
+                                     QStringLiteral("The file ends before its last %1 entries")
+                                         .arg(QLatin1String(missing[k])),
+                                     MessageIcon::Information);
         EXPECT_EQ(s.entryCount, 3);
         EXPECT_EQ(s.entry(0).count, 16);
         EXPECT_EQ(s.capacity(), 17);
@@ -149,9 +154,7 @@ TEST_F(SnapshotFileTest, CapacityFarAboveTheLinesIsFittedToThem) {
 
     // A file cut short after 50 of its 100 entries.
     Snapshot whole;
-    for (int32_t i = 1; i <= 100; ++i)
-        whole.createEntry(32, 36950.5, i == 100 ? 1 : i + 1, "f" + std::to_string(i), 0, i, "");
-    whole.mutableEntry(0).count = 100;
+    fill(whole, 100);
     ASSERT_TRUE(save(whole, path(QStringLiteral("whole.#01"))).ok);
     const QList<QByteArray> lines = readBytes(path(QStringLiteral("whole.#01"))).split('\n');
     Snapshot cut;
@@ -280,13 +283,6 @@ TEST_F(SnapshotFileTest, Cancel) {
     EXPECT_FALSE(r.message);
     EXPECT_EQ(s.entryCount, 10); // the meter is first updated at the tenth folder
     EXPECT_EQ(view.closed, 1);
-}
-
-// A snapshot of n files in the root.
-void fill(Snapshot& s, int32_t n) {
-    for (int32_t i = 1; i <= n; ++i)
-        s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
-    s.mutableEntry(0).count = n;
 }
 
 using kestrel::test::FileSizeLimit;

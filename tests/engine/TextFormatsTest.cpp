@@ -36,33 +36,25 @@ template <typename Value> using Table = std::vector<std::pair<Value, const char*
 TEST_F(TextFormats, FormatByteSize) {
     // 1536 bytes: halves round up.
     const Table<double> abbreviated = {{511, "511 bytes"},       {512, "1 KB"},
-                                       {1536, "2 KB"},           {2000000, "1,953 KB"},
-                                       {2097151, "2,048 KB"},    {2097152, "2 MB"},
-                                       {2147483647, "2,048 MB"}, {2147483648.0, "2.0 GB"},
-                                       {3221225472.0, "3.0 GB"}, {1099511627776.0, "1,024.0 GB"},
-                                       {-600, "-600 bytes"}};
+                                       {1536, "2 KB"},           {2097151, "2,048 KB"},
+                                       {2097152, "2 MB"},        {-600, "-600 bytes"},
+                                       {2147483648.0, "2.0 GB"}, {3221225472.0, "3.0 GB"}};
     for (auto [size, text] : abbreviated)
         EXPECT_EQ(FormatByteSize(size, true), u(text)) << size;
+    EXPECT_EQ(FormatByteSize(1099511627776.0, true), u("1,024.0 GB"));
     EXPECT_EQ(FormatByteSize(1500000000, false), u("1,500,000,000 bytes"));
-    EXPECT_EQ(FormatByteSize(512, false), u("512 bytes"));
     // Sizes only a damaged file holds still read as numbers.
-    EXPECT_EQ(FormatByteSize(1e20, false), u("100,000,000,000,000,000,000 bytes"));
     EXPECT_EQ(FormatByteSize(-1e19, false), u("-10,000,000,000,000,000,000 bytes"));
     EXPECT_FALSE(FormatByteSize(std::numeric_limits<double>::infinity(), true).isEmpty());
     EXPECT_FALSE(FormatByteSize(std::nan(""), false).isEmpty());
 }
 
 TEST_F(TextFormats, CountsAndDurationsRoundHalvesAwayFromZero) {
-    const Table<double> counts = {{0, "0"},
-                                  {2.5, "3"},
-                                  {-2.5, "-3"},
-                                  {-1234567, "-1,234,567"},
-                                  {2147483647, "2,147,483,647"}};
+    const Table<double> counts = {{2.5, "3"}, {-2.5, "-3"}, {-1234567, "-1,234,567"}};
     for (auto [value, text] : counts)
         EXPECT_EQ(formatCount(value), u(text)) << value;
 
-    const Table<double> durations = {{0, "0.00"},     {0.125, "0.13"},    {0.375, "0.38"},
-                                     {3.2, "3.20"},   {99.999, "100.00"}, {12345.678, "12,345.68"},
+    const Table<double> durations = {{0.125, "0.13"}, {99.999, "100.00"}, {12345.678, "12,345.68"},
                                      {-1.5, "-1.50"}, {-0.125, "-0.13"},  {0.001, "0.00"}};
     for (auto [value, text] : durations)
         EXPECT_EQ(formatDuration(value), u(text)) << value;
@@ -75,12 +67,9 @@ TEST_F(TextFormats, ShortenPathCutsAtAFolderBoundary) {
         const char* text;
     };
     const Case cases[] = {
-        {"C:\\", "\\Windows\\System32\\", 40, "C:\\Windows\\System32\\"},
         {"C:\\", "\\Windows\\System32\\", 20, "C:\\Windows\\System32\\"}, // exactly fits
         {"C:\\", "\\Windows\\System32\\drivers\\", 20, "C:\\...\\System32\\drivers\\"},
         {"C:\\Data\\", "\\", 5, "C:\\...\\"},
-        {"/home/user/", "/projects/kestrel/build/", 40, "/home/user/projects/kestrel/build/"},
-        {"/home/user/", "/projects/kestrel/build/", 16, "/.../kestrel/build/"},
         {"/home/user/", "/projects/kestrel/build/", 15, "/.../kestrel/build/"},
         {"/", "/a/", 1, "/.../"}};
     for (const Case& c : cases)
@@ -89,28 +78,18 @@ TEST_F(TextFormats, ShortenPathCutsAtAFolderBoundary) {
 }
 
 TEST_F(TextFormats, FileTypeAndAttributeText) {
-    const Table<const char*> types = {{"report.TXT", "TXT"},
-                                      {"archive.tar.gz", "gz"},
-                                      {"Makefile", ""},
-                                      {".profile", "profile"},
-                                      {"name.", ""}};
+    const Table<const char*> types = {
+        {"report.TXT", "TXT"}, {"archive.tar.gz", "gz"}, {"Makefile", ""}, {"name.", ""}};
     for (auto [name, type] : types)
         EXPECT_EQ(FileTypeText(u(name)), u(type)) << name;
 
     // "Sys" replaces what came before it; the link bit (1024) has no text.
-    const Table<int16_t> attributes = {{0, ""},
-                                       {33, "R/O,Arc"},
-                                       {7, "Sys"},
-                                       {16, "Dir"},
-                                       {3, "R/O,Hid"},
-                                       {6, "Sys"},
-                                       {52, "Sys,Dir,Arc"},
-                                       {128, "Norm"},
-                                       {1024, ""},
-                                       {256 | 2048, "Temp,Comp"},
-                                       {2487, "Sys,Dir,Arc,Norm,Temp,Comp"}};
+    const Table<int16_t> attributes = {
+        {0, ""},       {33, "R/O,Arc"}, {7, "Sys"},          {3, "R/O,Hid"},
+        {128, "Norm"}, {1024, ""},      {52, "Sys,Dir,Arc"}, {256 | 2048, "Temp,Comp"}};
     for (auto [bits, text] : attributes)
         EXPECT_EQ(AttributeText(bits), u(text)) << bits;
+    EXPECT_EQ(AttributeText(2487), u("Sys,Dir,Arc,Norm,Temp,Comp"));
 }
 
 TEST_F(TextFormats, SummaryLine) {

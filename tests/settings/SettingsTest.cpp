@@ -62,11 +62,7 @@ TEST_F(StoreTest, FirstRunGivesTheDefaults) {
     QObject::connect(&options, &Options::toolbarChanged, [&](bool on) { toolbar.push_back(on); });
     load(options);
 
-    EXPECT_EQ(meterTexts().at(options.values().meter), u"Standard Setting"_s);
-    EXPECT_EQ(limitValue(options.values().limit), 5000);
     EXPECT_EQ(options.values().params, u"%1 %2"_s);
-    EXPECT_EQ(options.changedColour(), 0x00FFFFu); // "Cyan"
-    EXPECT_EQ(options.deletedColour(), 0xFF0000u); // "Red"
     const kestrel::engine::CompareOptions compare = options.compareOptions();
     // No attribute is compared until "Ignore attributes" ticks some.
     EXPECT_EQ(compare.attributeCompareMask, 0);
