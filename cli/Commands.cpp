@@ -7,6 +7,7 @@
 
 #include "engine/Compare.h"
 #include "engine/Differences.h"
+#include "engine/FileWriting.h"
 #include "engine/OleDate.h"
 #include "engine/OpenSnapshot.h"
 #include "engine/RingWalk.h"
@@ -24,6 +25,7 @@
 #include <QFileInfo>
 #include <QTextStream>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -121,6 +123,21 @@ int snapshotCommand(const QStringList& arguments) {
         printError(QStringLiteral("Not a Folder"), folder + QStringLiteral(" is not a folder"));
         return ExitTrouble;
     }
+    QString path;
+    if (p.isSet(output)) {
+        path = QFileInfo(p.value(output)).absoluteFilePath();
+    } else {
+        const QString keepIn =
+            withSeparator(absoluteFolder(p.isSet(dir) ? p.value(dir) : QStringLiteral(".")));
+        path = keepIn + NextSnapshotName(SnapshotBaseName(folder), keepIn);
+        // The next name is taken only when the 99th exists: nothing is
+        // replaced unless named with --output.
+        if (nameTaken(path)) {
+            printError(QStringLiteral("Error Writing Snapshot"),
+                       path + QStringLiteral(" exists: the series is full"));
+            return ExitTrouble;
+        }
+    }
     Snapshot snapshot;
     snapshot.header.recurse = !p.isSet(noRecurse);
     snapshot.header.hidden = !p.isSet(noHidden);
@@ -136,14 +153,8 @@ int snapshotCommand(const QStringList& arguments) {
     if (!scanFolder(folder, snapshot, meter, &summary, settings))
         return ExitTrouble;
 
-    QString path;
-    if (p.isSet(output)) {
-        path = QFileInfo(p.value(output)).absoluteFilePath();
-    } else {
-        const QString keepIn = withSeparator(absoluteFolder(p.isSet(dir) ? p.value(dir) : QStringLiteral(".")));
-        path = keepIn + NextSnapshotName(SnapshotBaseName(snapshot.header.rootFolder), keepIn);
-    }
-    const int number = SnapshotNumberFromName(path);
+    // A file named without a snapshot number is the first of its series.
+    const int16_t number = std::max<int16_t>(SnapshotNumberFromName(path), 1);
     snapshot.header.title = p.isSet(title) ? p.value(title)
                                            : NewSnapshotTitle(folder, number, false);
     snapshot.header.fileName = path;

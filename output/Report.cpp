@@ -1,6 +1,7 @@
 #include "Report.h"
 
 #include "engine/Compare.h"
+#include "engine/FileWriting.h"
 #include "engine/OleDate.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
@@ -12,7 +13,6 @@
 #include <QPagedPaintDevice>
 #include <QPainter>
 #include <QPdfWriter>
-#include <QSaveFile>
 
 #include <algorithm>
 #include <array>
@@ -293,10 +293,10 @@ Outcome writeReportPdf(const QString& path, const ShownList& list, const ReportS
         if (!printed.ok)
             return printed;
     }
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(pdf.data()) != pdf.data().size() ||
-        !file.commit())
-        return printingError(file.errorString());
+    QString error;
+    if (!engine::replaceFile(path, std::string_view(pdf.data().constData(), size_t(pdf.size())),
+                             &error))
+        return printingError(error);
     return Outcome::success();
 }
 
