@@ -281,6 +281,10 @@ QPageLayout defaultPdfLayout(QPageLayout::Orientation orientation) {
 
 Outcome writeReportPdf(const QString& path, const ShownList& list, const ReportSettings& settings,
                        const QPageLayout& layout, int resolution, engine::ProgressMeter& meter) {
+    // A name that cannot be written is told before the report is laid out.
+    engine::AtomicFile file(path);
+    if (!file.open())
+        return printingError(file.errorText());
     QBuffer pdf;
     pdf.open(QIODevice::WriteOnly);
     {
@@ -293,10 +297,8 @@ Outcome writeReportPdf(const QString& path, const ShownList& list, const ReportS
         if (!printed.ok)
             return printed;
     }
-    QString error;
-    if (!engine::replaceFile(path, std::string_view(pdf.data().constData(), size_t(pdf.size())),
-                             &error))
-        return printingError(error);
+    if (!file.append(pdf.data().constData(), size_t(pdf.size())) || !file.commit())
+        return printingError(file.errorText());
     return Outcome::success();
 }
 
