@@ -17,6 +17,14 @@ namespace {
 // Once this much more has been written, the disk is asked to start on it.
 constexpr int64_t WriteBackStep = int64_t(8) << 20;
 
+// The target's folder is opened only to name files in it, which needs no
+// right to read it.
+#ifdef O_PATH
+constexpr int FolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+#else
+constexpr int FolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+#endif
+
 // The most writes handed to the system at once (some refuse more than 2 GiB).
 constexpr size_t LargestWrite = size_t(1) << 30;
 
@@ -58,11 +66,11 @@ AtomicFile::~AtomicFile() {
 }
 
 bool AtomicFile::fail(int error) {
-    return fail(systemText(error));
+    return refuse(QStringLiteral(": ") + systemText(error));
 }
 
-bool AtomicFile::fail(const QString& reason) {
-    m_error = m_path + QStringLiteral(": ") + reason;
+bool AtomicFile::refuse(const QString& why) {
+    m_error = m_path + why;
     abandon();
     return false;
 }
@@ -74,17 +82,12 @@ bool AtomicFile::inspectTarget(struct stat& st, bool& exists) {
             return true;
         return fail(errno);
     }
-    const auto refuse = [this](const char* what) {
-        m_error = m_path + QLatin1String(what);
-        abandon();
-        return false;
-    };
     if (S_ISLNK(st.st_mode))
-        return refuse(" is a symbolic link; Kestrel does not write over links");
+        return refuse(QStringLiteral(" is a symbolic link; Kestrel does not write over links"));
     if (S_ISDIR(st.st_mode))
-        return refuse(" is a folder");
+        return refuse(QStringLiteral(" is a folder"));
     if (!S_ISREG(st.st_mode))
-        return refuse(" is a device, pipe or socket, not a regular file");
+        return refuse(QStringLiteral(" is a device, pipe or socket, not a regular file"));
     return true;
 }
 
@@ -99,14 +102,9 @@ bool AtomicFile::open() {
                               : cut == 0 ? QByteArray("/")
                                          : whole.left(cut);
     if (m_name.isEmpty())
-        return fail(systemText(EISDIR));
-        // The folder is the one the user named, links in its path included; the
-        // file in it is reached from its descriptor only.
-#ifdef O_PATH
-    constexpr int FolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-#else
-    constexpr int FolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-#endif
+        return fail(EISDIR);
+    // The folder is the one the user named, links in its path included; the
+    // file in it is reached from its descriptor only.
     m_folder = ::open(folder.constData(), FolderFlags);
     if (m_folder < 0)
         return fail(errno);
@@ -150,7 +148,7 @@ void AtomicFile::keepPermissionsOf(const struct stat& old) {
 
 bool AtomicFile::append(const char* data, size_t size) {
     if (m_fd < 0)
-        return m_error.isEmpty() ? fail(systemText(EBADF)) : false;
+        return m_error.isEmpty() ? fail(EBADF) : false;
     while (size > 0) {
         const ssize_t written = ::write(m_fd, data, std::min(size, LargestWrite));
         if (written < 0) {
@@ -182,7 +180,7 @@ void AtomicFile::startWriteBack() {
 
 bool AtomicFile::commit() {
     if (m_fd < 0)
-        return m_error.isEmpty() ? fail(systemText(EBADF)) : false;
+        return m_error.isEmpty() ? fail(EBADF) : false;
     // The data reaches the disk before the name does: after a crash the
     // name holds the old file or the whole new one.
     if (::fdatasync(m_fd) != 0)

@@ -59,8 +59,10 @@ public:
     int64_t size() const { return m_written; }
 
 private:
+    // Abandons the file with errorText() the path and the system's text of
+    // error, or the path and why.
     bool fail(int error);
-    bool fail(const QString& reason);
+    bool refuse(const QString& why);
     // Looks at what has the target's name now, without following a link:
     // false (failed) when it is anything but a regular file. exists tells
     // whether there is one, st is what it is.

@@ -309,8 +309,10 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
         kestrel::test::expectFullDiskKeepsOldFile(
             path(QStringLiteral("Data.#01")), exampleFile(16), [&] {
                 const Outcome r = save(s, path(QStringLiteral("Data.#01")));
-                if (r.message)
-                    EXPECT_EQ(r.message->title, QStringLiteral("Invalid Snapshot File"));
+                if (!r.ok) {
+                    EXPECT_EQ(r.message.value_or(UserMessage{}).title,
+                              QStringLiteral("Invalid Snapshot File"));
+                }
                 return r;
             });
     }

@@ -279,8 +279,9 @@ void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
             cut = write();
         }
         EXPECT_FALSE(cut.ok) << "limit " << limit << " of " << length;
-        if (cut.message)
+        if (cut.message) {
             EXPECT_EQ(cut.message->text, tooLarge) << "limit " << limit;
+        }
         EXPECT_TRUE(readBytes(path) == previous) << "the old file changed at limit " << limit;
         EXPECT_EQ(folderEntries(folder), before) << "limit " << limit;
         if (!failedBefore && ::testing::Test::HasFailure())

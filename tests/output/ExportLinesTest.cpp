@@ -168,8 +168,10 @@ TEST_F(ExportLinesTest, AFullDiskIsReportedAndTheOldFileKept) {
     ExportLines large(f.list, exportFields(false), ExportChoices{});
     kestrel::test::expectFullDiskKeepsOldFile(path, "the old export\r\n", [&] {
         const engine::Outcome written = writeExportFile(path, large);
-        if (written.message)
-            EXPECT_EQ(written.message->title, QStringLiteral("Error Writing Snapshot"));
+        if (!written.ok) {
+            EXPECT_EQ(written.message.value_or(engine::UserMessage{}).title,
+                      QStringLiteral("Error Writing Snapshot"));
+        }
         return written;
     });
 }
