@@ -73,9 +73,10 @@ QString plainNumber(double value) { return QString::number(value, 'f', 0); }
 
 int snapshotCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
-        "Takes a snapshot of FOLDER and saves it as the next free FOLDER.#01 ... .#99 in DIR\n"
-        "(the current folder by default). Prints the summary on standard error and the\n"
-        "path written on standard output."));
+        "Takes a snapshot of FOLDER and saves it in DIR (the current folder by default) as\n"
+        "FOLDER.#01 ... .#99, numbered one past the highest number there; when FOLDER.#99\n"
+        "exists the series is full and nothing is replaced unless named with --output.\n"
+        "Prints the summary on standard error and the path written on standard output."));
     QCommandLineParser& p = cl.parser;
     p.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The folder to scan."));
     const QCommandLineOption output(QStringLiteral("output"), QStringLiteral("Save as FILE."),
