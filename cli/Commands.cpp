@@ -7,6 +7,7 @@
 
 #include "engine/Compare.h"
 #include "engine/Differences.h"
+#include "engine/FileWriting.h"
 #include "engine/OleDate.h"
 #include "engine/OpenSnapshot.h"
 #include "engine/RingWalk.h"
@@ -24,6 +25,7 @@
 #include <QFileInfo>
 #include <QTextStream>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -71,9 +73,10 @@ QString plainNumber(double value) { return QString::number(value, 'f', 0); }
 
 int snapshotCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
-        "Takes a snapshot of FOLDER and saves it as the next free FOLDER.#01 ... .#99 in DIR\n"
-        "(the current folder by default). Prints the summary on standard error and the\n"
-        "path written on standard output."));
+        "Takes a snapshot of FOLDER and saves it in DIR (the current folder by default) as\n"
+        "FOLDER.#01 ... .#99, numbered one past the highest number there; when FOLDER.#99\n"
+        "exists the series is full and nothing is replaced unless named with --output.\n"
+        "Prints the summary on standard error and the path written on standard output."));
     QCommandLineParser& p = cl.parser;
     p.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The folder to scan."));
     const QCommandLineOption output(QStringLiteral("output"), QStringLiteral("Save as FILE."),
@@ -121,6 +124,21 @@ int snapshotCommand(const QStringList& arguments) {
         printError(QStringLiteral("Not a Folder"), folder + QStringLiteral(" is not a folder"));
         return ExitTrouble;
     }
+    QString path;
+    if (p.isSet(output)) {
+        path = QFileInfo(p.value(output)).absoluteFilePath();
+    } else {
+        const QString keepIn =
+            withSeparator(absoluteFolder(p.isSet(dir) ? p.value(dir) : QStringLiteral(".")));
+        path = keepIn + NextSnapshotName(SnapshotBaseName(folder), keepIn);
+        // The next name is taken only when the 99th exists: nothing is
+        // replaced unless named with --output.
+        if (nameTaken(path)) {
+            printError(QStringLiteral("Error Writing Snapshot"),
+                       path + QStringLiteral(" exists: the series is full"));
+            return ExitTrouble;
+        }
+    }
     Snapshot snapshot;
     snapshot.header.recurse = !p.isSet(noRecurse);
     snapshot.header.hidden = !p.isSet(noHidden);
@@ -136,14 +154,8 @@ int snapshotCommand(const QStringList& arguments) {
     if (!scanFolder(folder, snapshot, meter, &summary, settings))
         return ExitTrouble;
 
-    QString path;
-    if (p.isSet(output)) {
-        path = QFileInfo(p.value(output)).absoluteFilePath();
-    } else {
-        const QString keepIn = withSeparator(absoluteFolder(p.isSet(dir) ? p.value(dir) : QStringLiteral(".")));
-        path = keepIn + NextSnapshotName(SnapshotBaseName(snapshot.header.rootFolder), keepIn);
-    }
-    const int number = SnapshotNumberFromName(path);
+    // A file named without a snapshot number is the first of its series.
+    const int16_t number = std::max<int16_t>(SnapshotNumberFromName(path), 1);
     snapshot.header.title = p.isSet(title) ? p.value(title)
                                            : NewSnapshotTitle(folder, number, false);
     snapshot.header.fileName = path;

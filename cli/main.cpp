@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QGuiApplication>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -19,6 +20,9 @@ void reportMessages(QtMsgType type, const QMessageLogContext&, const QString& te
 } // namespace
 
 int main(int argc, char* argv[]) {
+    // A file size limit (ulimit -f) then fails the write that crosses it with
+    // "File too large", which the command reports, instead of ending it.
+    std::signal(SIGXFSZ, SIG_IGN);
     // The report paints its pages with Qt Gui, on the offscreen platform: a
     // server without a display prints it all the same. Every other command
     // stays a plain core application.

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <QString>
 #include <QtGlobal>
 
-class QFileDevice;
+#include <cstdint>
+#include <string_view>
+
 class QIODevice;
+struct stat;
 
 namespace kestrel::engine {
 
@@ -12,10 +16,76 @@ namespace kestrel::engine {
 // False when the device took less.
 bool writeWhole(QIODevice& device, const char* data, qint64 size);
 
-// Asks the system to start writing to the disk what was written to file so
-// far (from started on, once 8 MiB have gathered; started moves along), so
-// that the wait for it all when the file is committed is short: the disk
-// works while the rest of the file is made. Nothing where the system cannot.
-void startWriteBack(QFileDevice& file, qint64& started);
+// A file that replaces the one at its path only once it is whole: every file
+// Kestrel writes (snapshots, exports, reports, Kestrel.ini) goes through it.
+//
+// open() makes a new file of a name nobody else uses in the target's folder,
+// opened from that folder's descriptor and never through a link. Bytes are
+// written as they are appended, without a buffer in between, so a write the
+// system cuts short (a full disk, a file size limit) is either completed or
+// reported with the system's reason; nothing can be lost at the end. commit()
+// makes the file durable and renames it over the name: the name then holds
+// either the whole old file or the whole new one, whatever happens meanwhile.
+// Any failure, and an object that goes without commit(), removes the new file
+// and leaves the old one untouched.
+//
+// The name itself is never written through: if it is a symbolic link (even a
+// dangling one) or anything but a regular file, open() and commit() refuse.
+// A replaced file keeps its permissions (and, where the system allows, its
+// owner and group); a new one gets 0666 less the umask.
+//
+// Each failing call returns false and leaves errorText() naming the path with
+// the reason ("/home/ann/Data.#01: No space left on device"). Not thread-safe.
+class AtomicFile {
+public:
+    explicit AtomicFile(QString path);
+    ~AtomicFile();
+    AtomicFile(const AtomicFile&) = delete;
+    AtomicFile& operator=(const AtomicFile&) = delete;
+
+    const QString& path() const { return m_path; }
+
+    bool open();
+    bool append(const char* data, size_t size);
+    bool append(std::string_view bytes) { return append(bytes.data(), bytes.size()); }
+    bool commit();
+    // Removes the new file; the old one stays as it was. Does nothing once
+    // committed or before open().
+    void abandon();
+
+    // The reason of the last failure, with the path.
+    const QString& errorText() const { return m_error; }
+    // The bytes appended so far.
+    int64_t size() const { return m_written; }
+
+private:
+    // Abandons the file with errorText() the path and the system's text of
+    // error, or the path and why.
+    bool fail(int error);
+    bool refuse(const QString& why);
+    // Looks at what has the target's name now, without following a link:
+    // false (failed) when it is anything but a regular file. exists tells
+    // whether there is one, st is what it is.
+    bool inspectTarget(struct stat& st, bool& exists);
+    void keepPermissionsOf(const struct stat& old);
+    void startWriteBack();
+    void closeFiles();
+
+    QString m_path;
+    QByteArray m_name; // the last component, as the system names it
+    QByteArray m_temporary;
+    int m_folder = -1;
+    int m_fd = -1;
+    int64_t m_written = 0;
+    int64_t m_startedOut = 0; // bytes handed to the disk so far
+    QString m_error;
+};
+
+// Writes bytes to path as one AtomicFile. False with the reason in error.
+bool replaceFile(const QString& path, std::string_view bytes, QString* error = nullptr);
+
+// Whether anything has the name path, a link of any kind (dangling or not)
+// included: the name is taken, whatever it leads to.
+bool nameTaken(const QString& path);
 
 } // namespace kestrel::engine

@@ -9,13 +9,8 @@
 #include "TextDecode.h"
 #include "TextFormats.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QSaveFile>
 
-#include <cerrno>
-#include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <future>
@@ -114,26 +109,14 @@ int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes) {
 }
 
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
-    QSaveFile file(snapshot.header.fileName);
-    // Unbuffered: the text is gathered in large blocks here anyway, and Qt's
-    // own buffer, flushed at commit, can lose the end of a short write (on a
-    // full disk) without reporting it.
-    errno = 0;
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        // Where Qt has no text for a failure to make its temporary file,
-        // the system's error still says why.
-        const int error = errno;
-        QString text = file.errorString();
-        if (text.isEmpty() || text == QLatin1String("Unknown error"))
-            text = error ? QString::fromLocal8Bit(std::strerror(error))
-                         : errorText(ErrorCode::SystemError);
-        return Outcome::failure(
-            UserMessage{QStringLiteral("Error Writing Snapshot"), text, MessageIcon::Exclamation},
-            ErrorCode::SystemError);
-    }
+    AtomicFile file(snapshot.header.fileName);
+    if (!file.open())
+        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
+                                            file.errorText(), MessageIcon::Exclamation},
+                                ErrorCode::SystemError);
     MeterCloser closer{meter};
     auto writeFailed = [&](const QString& text) {
-        file.cancelWriting();
+        file.abandon();
         return Outcome::failure(UserMessage{QStringLiteral("Invalid Snapshot File"), text,
                                             MessageIcon::Exclamation},
                                 ErrorCode::SystemError);
@@ -143,14 +126,10 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         snapshot.entryCount = n;
         meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
 
-        // A short write carries no error text; writing the rest either
-        // succeeds or fails with the system's reason (disk full, file too large).
-        qint64 startedOut = 0; // bytes handed to the disk so far
         auto writeOut = [&](ItemWriter& w) {
-            if (!writeWhole(file, w.data(), qint64(w.size())))
+            if (!file.append(w.data(), w.size()))
                 return false;
             w.clear();
-            startWriteBack(file, startedOut);
             return true;
         };
 
@@ -170,7 +149,7 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         head.integer(capacityItem(n));
         head.endLine();
         if (!writeOut(head))
-            return writeFailed(file.errorString());
+            return writeFailed(file.errorText());
 
         // The entry lines are made in blocks on other threads while the
         // blocks before them are written out, in order, on this one, which
@@ -195,18 +174,16 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             ItemWriter lines = ahead.front().get();
             ahead.pop_front();
             if (!writeOut(lines))
-                return writeFailed(file.errorString());
+                return writeFailed(file.errorText());
             spare.push_back(std::move(lines));
             const int32_t last = std::min(n, (block + 1) * EntriesPerBlock);
             for (int32_t k = (block * EntriesPerBlock / 1000 + 1) * 1000; k <= last; k += 1000)
                 meter.update(k);
         }
         if (!file.commit())
-            return Outcome::failure(UserMessage{QStringLiteral("Invalid Snapshot File"),
-                                                file.errorString(), MessageIcon::Exclamation},
-                                    ErrorCode::SystemError);
+            return writeFailed(file.errorText());
     } catch (const RuntimeError& e) {
-        return writeFailed(e.text());
+        return writeFailed(snapshot.header.fileName + QStringLiteral(": ") + e.text());
     }
     return Outcome::success();
 }
@@ -307,13 +284,17 @@ QString NextSnapshotName(const QString& base, const QString& folder) {
     QString stem = base;
     if (stem.endsWith(QLatin1Char(':')))
         stem = stem.left(1).toUpper() + QStringLiteral("_DRIVE");
-    QString name;
-    for (int n = 1; n <= 99; ++n) {
-        name = stem + QStringLiteral(".#") + QStringLiteral("%1").arg(n, 2, 10, QLatin1Char('0'));
-        if (!QFileInfo::exists(folder + name))
-            return name;
+    const auto numbered = [&stem](int n) {
+        return stem + QStringLiteral(".#") + QStringLiteral("%1").arg(n, 2, 10, QLatin1Char('0'));
+    };
+    // The highest number is the newest snapshot, so a new one goes after it
+    // even where an earlier number is free; anything with the name counts,
+    // a dangling link too.
+    for (int n = LastSnapshotNumber; n >= 1; --n) {
+        if (nameTaken(folder + numbered(n)))
+            return numbered(std::min(n + 1, LastSnapshotNumber));
     }
-    return name;
+    return numbered(1);
 }
 
 QString SnapshotBaseName(const QString& rootFolder) {

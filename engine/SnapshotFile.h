@@ -8,8 +8,6 @@
 #include <QStringList>
 
 #include <cstdint>
-
-#include <cstdint>
 #include <optional>
 
 namespace kestrel::engine {
@@ -75,9 +73,13 @@ void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& ver
 
 // NextSnapshotName: the name for a new snapshot file of a folder whose last
 // component is base, kept in folder (which ends in the separator): base and
-// ".#01", ".#02", ... the first that does not exist there, or ".#99" when all
-// do (the hundredth snapshot of a folder replaces the 99th). A base ending in
-// ":" is a drive: "c:" gives C_DRIVE.
+// ".#" with the number one past the highest that exists there (".#01" when
+// none does; a gap below the highest stays free). Anything with the name
+// counts, a link of any kind too. When ".#99" exists the series is full and
+// the name returned is ".#99" itself: the caller finds it taken (nameTaken)
+// and asks before replacing it, or refuses. A base ending in ":" is a drive:
+// "c:" gives C_DRIVE.
+inline constexpr int LastSnapshotNumber = 99;
 QString NextSnapshotName(const QString& base, const QString& folder);
 
 // The base name of a snapshot file for a root folder: its last component,

@@ -2,9 +2,6 @@
 
 #include "engine/FileWriting.h"
 
-#include <QFileDevice>
-#include <QSaveFile>
-
 #include <algorithm>
 
 namespace kestrel::output {
@@ -136,40 +133,37 @@ QString ExportLines::preview() {
     return QString::fromUtf8(text.data(), qsizetype(text.size()));
 }
 
-bool writeExportLines(ExportLines& lines, QIODevice& device) {
-    // A file starts going to the disk while the rest is made.
-    auto* file = qobject_cast<QFileDevice*>(&device);
-    qint64 startedOut = 0;
+bool writeExportLines(ExportLines& lines, const std::function<bool(std::string_view)>& write) {
     LineBuffer block;
     const int32_t rows = lines.rowCount();
     for (int32_t row = 0; row < rows; ++row) {
         lines.appendLine(row, block);
         block.append(std::string_view(LineEnd));
         if (block.size() >= WriteBlock || row + 1 == rows) {
-            if (!engine::writeWhole(device, block.data(), qint64(block.size())))
+            if (!write(std::string_view(block.data(), block.size())))
                 return false;
             block.clear();
-            if (file)
-                engine::startWriteBack(*file, startedOut);
         }
     }
     return true;
 }
 
+bool writeExportLines(ExportLines& lines, QIODevice& device) {
+    return writeExportLines(lines, [&device](std::string_view bytes) {
+        return engine::writeWhole(device, bytes.data(), qint64(bytes.size()));
+    });
+}
+
 Outcome writeExportFile(const QString& path, ExportLines& lines) {
-    QSaveFile file(path);
-    const auto failure = [&file] {
+    engine::AtomicFile file(path);
+    const bool written =
+        file.open() &&
+        writeExportLines(lines, [&file](std::string_view bytes) { return file.append(bytes); }) &&
+        file.commit();
+    if (!written)
         return Outcome::failure(
-            UserMessage{WriteErrorTitle, file.errorString(), MessageIcon::Exclamation},
+            UserMessage{WriteErrorTitle, file.errorText(), MessageIcon::Exclamation},
             engine::ErrorCode::SystemError);
-    };
-    if (!file.open(QIODevice::WriteOnly))
-        return failure();
-    // The temporary file goes when writing fails; the old file stays.
-    if (!writeExportLines(lines, file))
-        return failure();
-    if (!file.commit())
-        return failure();
     return Outcome::success();
 }
 

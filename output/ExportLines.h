@@ -10,10 +10,12 @@
 #include <QStringList>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string_view>
+#include <vector>
 
 class QIODevice;
-#include <vector>
 
 namespace kestrel::output {
 
@@ -109,15 +111,18 @@ inline constexpr int32_t PreviewRows = 10;
 // Each exported line ends with CR LF, as the export files always have.
 inline constexpr char LineEnd[] = "\r\n";
 
-// Writes every row of the list, each line followed by CR LF, to device;
-// false when the device did not take them all.
+// Writes every row of the list, each line followed by CR LF, in blocks
+// handed to write; false as soon as write refuses one.
+bool writeExportLines(ExportLines& lines, const std::function<bool(std::string_view)>& write);
+// The same to device; false when the device did not take them all.
 bool writeExportLines(ExportLines& lines, QIODevice& device);
 
 // Writes every row of the list, in display order and without a heading
 // line, to path. The file is replaced only once it is complete, so a
-// failure (no room left, say) leaves an existing file as it was. A file
-// that cannot be opened or written gives "Error Writing Snapshot" with the
-// system's description.
+// failure (no room left, say) leaves an existing file as it was; a link
+// there is refused, never written through. A file that cannot be opened or
+// written gives "Error Writing Snapshot" with the path and the system's
+// description.
 engine::Outcome writeExportFile(const QString& path, ExportLines& lines);
 
 } // namespace kestrel::output

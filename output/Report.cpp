@@ -1,6 +1,7 @@
 #include "Report.h"
 
 #include "engine/Compare.h"
+#include "engine/FileWriting.h"
 #include "engine/OleDate.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
@@ -12,7 +13,6 @@
 #include <QPagedPaintDevice>
 #include <QPainter>
 #include <QPdfWriter>
-#include <QSaveFile>
 
 #include <algorithm>
 #include <array>
@@ -281,6 +281,10 @@ QPageLayout defaultPdfLayout(QPageLayout::Orientation orientation) {
 
 Outcome writeReportPdf(const QString& path, const ShownList& list, const ReportSettings& settings,
                        const QPageLayout& layout, int resolution, engine::ProgressMeter& meter) {
+    // A name that cannot be written is told before the report is laid out.
+    engine::AtomicFile file(path);
+    if (!file.open())
+        return printingError(file.errorText());
     QBuffer pdf;
     pdf.open(QIODevice::WriteOnly);
     {
@@ -293,10 +297,8 @@ Outcome writeReportPdf(const QString& path, const ShownList& list, const ReportS
         if (!printed.ok)
             return printed;
     }
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(pdf.data()) != pdf.data().size() ||
-        !file.commit())
-        return printingError(file.errorString());
+    if (!file.append(pdf.data().constData(), size_t(pdf.size())) || !file.commit())
+        return printingError(file.errorText());
     return Outcome::success();
 }
 

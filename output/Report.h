@@ -112,8 +112,9 @@ engine::Outcome printReport(const ShownList& list, const ReportSettings& setting
 
 // The report as a PDF file, made in memory on pages of layout at resolution
 // dots per inch, and saved only when complete: a cancelled or failed report
-// leaves no file, and an existing file as it was. A file that cannot be
-// written gives "Printing Error" with the system's description.
+// leaves no file, and an existing file as it was; a link there is refused,
+// never written through. A file that cannot be written gives "Printing
+// Error" with the path and the system's description.
 engine::Outcome writeReportPdf(const QString& path, const ShownList& list,
                                const ReportSettings& settings, const QPageLayout& layout,
                                int resolution, engine::ProgressMeter& meter);

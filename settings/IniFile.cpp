@@ -1,12 +1,17 @@
 #include "IniFile.h"
 
+#include "engine/FileWriting.h"
+#include "engine/SnapshotFile.h"
+#include "engine/TextDecode.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QStandardPaths>
 #include <QStringList>
+
+#include <vector>
 
 namespace kestrel::settings {
 
@@ -15,40 +20,64 @@ namespace {
 // The longest value a read returns: a 255-character buffer less its NUL.
 constexpr qsizetype MaxRead = 254;
 
-QStringList readLines(const QString& path) {
+// One line of the file as it is on disk, its line end apart, so that a
+// rewrite gives back every line it does not change byte for byte, whatever
+// its encoding (a comment written by a Windows editor in Windows-1252, say).
+struct IniLine {
+    QByteArray text;
+    QByteArray end; // "\n", "\r\n" or nothing on a last line without one
+};
+
+std::vector<IniLine> readLines(const QString& path) {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!engine::openForReading(file, QIODevice::ReadOnly))
         return {};
-    const QString text = QString::fromUtf8(file.readAll());
-    QStringList lines = text.split(QLatin1Char('\n'));
-    for (QString& line : lines)
-        if (line.endsWith(QLatin1Char('\r')))
-            line.chop(1);
-    if (!lines.isEmpty() && lines.last().isEmpty())
-        lines.removeLast();
+    const QByteArray bytes = file.readAll();
+    std::vector<IniLine> lines;
+    qsizetype start = 0;
+    while (start < bytes.size()) {
+        qsizetype stop = bytes.indexOf('\n', start);
+        IniLine line;
+        if (stop < 0) {
+            line.text = bytes.mid(start);
+            stop = bytes.size();
+        } else {
+            const bool crlf = stop > start && bytes.at(stop - 1) == '\r';
+            line.text = bytes.mid(start, stop - start - (crlf ? 1 : 0));
+            line.end = crlf ? QByteArray("\r\n") : QByteArray("\n");
+            ++stop;
+        }
+        lines.push_back(std::move(line));
+        start = stop;
+    }
     return lines;
 }
 
-bool isSectionHeader(const QString& line, QString* name = nullptr) {
-    const QString t = line.trimmed();
-    if (!t.startsWith(QLatin1Char('[')))
+// Names and values are read as UTF-8 where they are, else as Windows-1252.
+QString decoded(const QByteArray& bytes) {
+    return engine::decodeText(std::string_view(bytes.constData(), size_t(bytes.size())));
+}
+
+bool isSectionHeader(const QByteArray& line, QString* name = nullptr) {
+    const QByteArray t = line.trimmed();
+    if (!t.startsWith('['))
         return false;
-    const qsizetype close = t.indexOf(QLatin1Char(']'));
+    const qsizetype close = t.indexOf(']');
     if (close < 0)
         return false;
     if (name)
-        *name = t.mid(1, close - 1).trimmed();
+        *name = decoded(t.mid(1, close - 1).trimmed());
     return true;
 }
 
-bool isKeyLine(const QString& line, const QString& key, QString* value = nullptr) {
-    const qsizetype eq = line.indexOf(QLatin1Char('='));
+bool isKeyLine(const QByteArray& line, const QString& key, QString* value = nullptr) {
+    const qsizetype eq = line.indexOf('=');
     if (eq < 0)
         return false;
-    if (line.left(eq).trimmed().compare(key, Qt::CaseInsensitive) != 0)
+    if (decoded(line.left(eq).trimmed()).compare(key, Qt::CaseInsensitive) != 0)
         return false;
     if (value)
-        *value = line.mid(eq + 1).trimmed();
+        *value = decoded(line.mid(eq + 1).trimmed());
     return true;
 }
 
@@ -56,17 +85,16 @@ bool isKeyLine(const QString& line, const QString& key, QString* value = nullptr
 
 QString IniFile::readString(const QString& section, const QString& key,
                             const QString& defaultValue) const {
-    const QStringList lines = readLines(m_path);
     bool inSection = false;
     QString found = defaultValue;
-    for (const QString& line : lines) {
+    for (const IniLine& line : readLines(m_path)) {
         QString name;
-        if (isSectionHeader(line, &name)) {
+        if (isSectionHeader(line.text, &name)) {
             inSection = name.compare(section, Qt::CaseInsensitive) == 0;
             continue;
         }
         QString value;
-        if (inSection && isKeyLine(line, key, &value)) {
+        if (inSection && isKeyLine(line.text, key, &value)) {
             // A value in matching quotes is given without them.
             if (value.size() >= 2 && value.front() == value.back() &&
                 (value.front() == QLatin1Char('"') || value.front() == QLatin1Char('\'')))
@@ -79,14 +107,15 @@ QString IniFile::readString(const QString& section, const QString& key,
 }
 
 bool IniFile::writeString(const QString& section, const QString& key, const QString& value) const {
-    QStringList lines = readLines(m_path);
+    std::vector<IniLine> lines = readLines(m_path);
     const bool remove = value.isEmpty();
     qsizetype sectionStart = -1; // index of the header line
     qsizetype sectionEnd = -1;   // index after the section's last non-blank line
     qsizetype keyLine = -1;
-    for (qsizetype i = 0; i < lines.size(); ++i) {
+    for (qsizetype i = 0; i < qsizetype(lines.size()); ++i) {
+        const QByteArray& text = lines[size_t(i)].text;
         QString name;
-        if (isSectionHeader(lines[i], &name)) {
+        if (isSectionHeader(text, &name)) {
             if (sectionStart >= 0 && sectionEnd >= 0)
                 break;
             if (name.compare(section, Qt::CaseInsensitive) == 0) {
@@ -96,36 +125,38 @@ bool IniFile::writeString(const QString& section, const QString& key, const QStr
             continue;
         }
         if (sectionStart >= 0) {
-            if (!lines[i].trimmed().isEmpty())
+            if (!text.trimmed().isEmpty())
                 sectionEnd = i + 1;
-            if (keyLine < 0 && isKeyLine(lines[i], key))
+            if (keyLine < 0 && isKeyLine(text, key))
                 keyLine = i;
         }
     }
-    const QString newLine = key + QLatin1Char('=') + value;
+    // New lines end as the file's first line does.
+    const QByteArray lineEnd =
+        lines.empty() || lines.front().end.isEmpty() ? QByteArray("\n") : lines.front().end;
+    const auto line = [&lineEnd](const QString& text) { return IniLine{text.toUtf8(), lineEnd}; };
+    const IniLine newLine = line(key + QLatin1Char('=') + value);
     if (keyLine >= 0) {
         if (remove)
-            lines.removeAt(keyLine);
+            lines.erase(lines.begin() + keyLine);
         else
-            lines[keyLine] = newLine;
+            lines[size_t(keyLine)].text = newLine.text;
     } else if (remove) {
         return true; // nothing to delete
     } else if (sectionStart >= 0) {
-        lines.insert(sectionEnd, newLine);
+        lines.insert(lines.begin() + sectionEnd, newLine);
     } else {
-        lines.append(QLatin1Char('[') + section + QLatin1Char(']'));
-        lines.append(newLine);
+        lines.push_back(line(QLatin1Char('[') + section + QLatin1Char(']')));
+        lines.push_back(newLine);
     }
-
-    QDir().mkpath(QFileInfo(m_path).absolutePath());
-    QSaveFile file(m_path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
     QByteArray bytes;
-    for (const QString& line : lines)
-        bytes += line.toUtf8() + '\n';
-    file.write(bytes);
-    return file.commit();
+    for (size_t i = 0; i < lines.size(); ++i) {
+        bytes += lines[i].text;
+        // A last line without its end keeps it so, unless lines follow now.
+        bytes += lines[i].end.isEmpty() && i + 1 < lines.size() ? lineEnd : lines[i].end;
+    }
+    QDir().mkpath(QFileInfo(m_path).absolutePath());
+    return engine::replaceFile(m_path, std::string_view(bytes.constData(), size_t(bytes.size())));
 }
 
 QString IniFile::defaultPath() {

@@ -8,8 +8,11 @@ namespace kestrel::settings {
 // last folders, in the Windows INI form (section headers in brackets, then
 // key=value lines). Section and key names match without regard to case.
 // Reads return at most 254 characters, a missing file or key gives the
-// default, and writing an empty value deletes the key. Lines the program does
-// not know (comments, other sections) are kept as they are.
+// default, and writing an empty value deletes the key. A write changes the
+// one line of its key and keeps every other line byte for byte, whatever its
+// encoding (comments, other sections, values a Windows editor wrote in
+// Windows-1252); names and values read as UTF-8 where they are, otherwise as
+// Windows-1252. The file is replaced whole, never written through a link.
 class IniFile {
 public:
     explicit IniFile(QString path) : m_path(std::move(path)) {}

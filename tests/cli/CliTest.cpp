@@ -13,6 +13,11 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+#include <cerrno>
+#include <cstring>
+#include <sys/resource.h>
+#include <unistd.h>
+
 using kestrel::test::Node;
 using kestrel::test::TempTree;
 using namespace Qt::StringLiterals;
@@ -29,8 +34,16 @@ struct CliRun {
 // Runs kestrel-cli with its settings pointed at a folder of the test's own.
 class CliTest : public testing::Test {
 protected:
-    CliRun cli(const QStringList& arguments, const QString& workingFolder = {}) {
+    // With fileSizeLimit, the command runs under that limit (ulimit -f), its
+    // writes beyond it failing as on a full disk.
+    CliRun cli(const QStringList& arguments, const QString& workingFolder = {},
+               rlim_t fileSizeLimit = RLIM_INFINITY) {
         QProcess p;
+        if (fileSizeLimit != RLIM_INFINITY)
+            p.setChildProcessModifier([fileSizeLimit] {
+                const rlimit limit{fileSizeLimit, fileSizeLimit};
+                ::setrlimit(RLIMIT_FSIZE, &limit);
+            });
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"HOME"_s, home());
         env.insert(u"XDG_CONFIG_HOME"_s, home() + u"/config"_s);
@@ -80,6 +93,105 @@ TEST_F(CliTest, SnapshotSavesTheNextNumberedFile) {
     EXPECT_EQ(r.out.trimmed(), t.root() + u"data.#01"_s);
     EXPECT_EQ(cli({u"list"_s, t.root() + u"data.#01"_s}).lines().size(), 2);
     EXPECT_TRUE(cli({u"info"_s, t.root() + u"data.#01"_s}).out.startsWith(u"Title: Mine\n"_s));
+}
+
+// Numbers go on after the highest, a gap staying a gap and a link taking
+// its number; after the 99th the series is full and nothing is replaced
+// unless --output names the file. A file named so is titled by its number,
+// or as the first of its series.
+TEST_F(CliTest, SnapshotNumbersGoOnAfterTheHighestUpToTheNinetyNinth) {
+    TempTree t;
+    t.file(u"data/a.txt"_s, "a");
+    const QString folder = t.root() + u"data"_s;
+    const QString keep = home() + u"/"_s;
+    ASSERT_TRUE(kestrel::test::writeBytes(keep + u"data.#03"_s, "third"));
+    ASSERT_EQ(::symlink("/nowhere/victim", QFile::encodeName(keep + u"data.#04"_s).constData()), 0);
+    CliRun r = cli({u"snapshot"_s, folder});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out.trimmed(), keep + u"data.#05"_s);
+
+    ASSERT_TRUE(kestrel::test::writeBytes(keep + u"data.#99"_s, "last"));
+    r = cli({u"snapshot"_s, folder});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(),
+              u"Error Writing Snapshot: "_s + keep + u"data.#99 exists: the series is full"_s);
+    EXPECT_TRUE(r.out.isEmpty());
+    EXPECT_TRUE(kestrel::test::readBytes(keep + u"data.#99"_s) == "last");
+
+    const std::pair<QString, QString> titles[] = {{u"data.#99"_s, u"Snapshot #99 of "_s},
+                                                  {u"plain.txt"_s, u"Snapshot #1 of "_s},
+                                                  {u"zero.#00"_s, u"Snapshot #1 of "_s}};
+    for (const auto& [name, title] : titles) {
+        r = cli({u"snapshot"_s, folder, u"--output"_s, name});
+        ASSERT_EQ(r.status, 0) << r.err.toStdString();
+        EXPECT_TRUE(cli({u"info"_s, keep + name}).out.startsWith(u"Title: "_s + title + folder))
+            << name.toStdString();
+    }
+
+    // A file that cannot be written is named with the system's reason.
+    const QString nowhere = keep + u"missing/x.#01"_s;
+    r = cli({u"snapshot"_s, folder, u"--output"_s, nowhere});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(), u"Error Writing Snapshot: "_s + nowhere + u": "_s +
+                                   QString::fromLocal8Bit(std::strerror(ENOENT)));
+}
+
+// A link planted at any name the command line writes, dangling or leading
+// to a file, is refused with a message naming it: nothing is created where
+// it points, and what it points to is left as it was.
+TEST_F(CliTest, NoCommandWritesThroughALink) {
+    TempTree t;
+    t.file(u"data/a.txt"_s, "a");
+    const QString snapshot = home() + u"/data.#01"_s;
+    ASSERT_EQ(cli({u"snapshot"_s, t.root() + u"data"_s, u"--output"_s, snapshot}).status, 0);
+    const QString victim = home() + u"/victim"_s;
+    const QString absent = home() + u"/absent"_s;
+    const QString link = home() + u"/planted"_s;
+    const QList<QStringList> commands = {{u"snapshot"_s, t.root() + u"data"_s, u"--output"_s, link},
+                                         {u"convert"_s, snapshot, link},
+                                         {u"export"_s, snapshot, u"--output"_s, link},
+                                         {u"report"_s, snapshot, u"--pdf"_s, link}};
+    for (const QString& target : {absent, victim}) {
+        ASSERT_TRUE(kestrel::test::writeBytes(victim, "victim's own"));
+        QFile::remove(link);
+        if (target == absent)
+            QFile::remove(victim);
+        ASSERT_EQ(
+            ::symlink(QFile::encodeName(target).constData(), QFile::encodeName(link).constData()),
+            0);
+        for (const QStringList& command : commands) {
+            const CliRun r = cli(command);
+            EXPECT_EQ(r.status, 2) << command.first().toStdString();
+            EXPECT_TRUE(r.err.contains(link + u" is a symbolic link"_s)) << r.err.toStdString();
+            EXPECT_EQ(QFileInfo(link).symLinkTarget(), target);
+            EXPECT_FALSE(QFileInfo::exists(absent));
+            if (target == victim)
+                EXPECT_TRUE(kestrel::test::readBytes(victim) == "victim's own");
+        }
+    }
+}
+
+// An export cut short by a full disk near its end (here a file size limit,
+// with no one catching the signal it raises) fails with the path and the
+// system's reason, and the old file stays.
+TEST_F(CliTest, ExportCutShortByAFullDiskKeepsTheOldFile) {
+    TempTree t;
+    for (int i = 0; i < 400; ++i)
+        t.file(u"data/file number %1.txt"_s.arg(i), QByteArray(i, 'x'));
+    const QString out = home() + u"/e.txt"_s;
+    const QStringList command = {u"export"_s, t.root() + u"data"_s, u"--output"_s, out};
+    ASSERT_EQ(cli(command).status, 0);
+    const qint64 length = QFileInfo(out).size();
+    ASSERT_GT(length, 8192);
+    for (const qint64 below : {1, 100, 4096, 8192}) {
+        ASSERT_TRUE(kestrel::test::writeBytes(out, "old\r\n"));
+        const CliRun r = cli(command, {}, rlim_t(length - below));
+        EXPECT_EQ(r.status, 2) << below;
+        EXPECT_EQ(r.err.trimmed(), u"Error Writing Snapshot: "_s + out + u": "_s +
+                                       QString::fromLocal8Bit(std::strerror(EFBIG)));
+        EXPECT_TRUE(kestrel::test::readBytes(out) == "old\r\n") << below;
+    }
+    EXPECT_EQ(QDir(home()).entryList(QDir::Files | QDir::Hidden), QStringList{u"e.txt"_s});
 }
 
 TEST_F(CliTest, ListPrintsOneTabSeparatedLinePerEntry) {

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -235,6 +236,65 @@ FileSizeLimit::~FileSizeLimit() {
     old.rlim_cur = rlim_t(m_old);
     setrlimit(RLIMIT_FSIZE, &old);
     std::signal(SIGXFSZ, m_handler);
+}
+
+namespace {
+
+// Every length in the last 64 bytes below length, then every 61st to 8 KiB
+// below it, then every 4093rd down to 0.
+std::vector<int64_t> limitsBelow(int64_t length) {
+    std::vector<int64_t> limits;
+    for (int64_t back = 1; back < length; back += back < 64 ? 1 : back < 8192 ? 61 : 4093)
+        limits.push_back(length - back);
+    limits.push_back(0);
+    return limits;
+}
+
+} // namespace
+
+QStringList folderEntries(const QString& folder) {
+    return QDir(folder).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
+                                const std::function<engine::Outcome()>& write) {
+    const QString folder = QFileInfo(path).absolutePath();
+    ASSERT_TRUE(writeBytes(path, previous));
+    const QStringList before = folderEntries(folder);
+    const engine::Outcome whole = write();
+    ASSERT_TRUE(whole.ok) << (whole.message ? whole.message->text.toStdString() : "");
+    const int64_t length = QFileInfo(path).size();
+    ASSERT_GT(length, 0);
+    // One limit's failures are enough to read.
+    const bool failedBefore = ::testing::Test::HasFailure();
+    const QString tooLarge =
+        path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(EFBIG));
+    for (const int64_t limit : limitsBelow(length)) {
+        ASSERT_TRUE(writeBytes(path, previous));
+        engine::Outcome cut;
+        {
+            FileSizeLimit full{uint64_t(limit)};
+            ASSERT_TRUE(full.ok());
+            cut = write();
+        }
+        EXPECT_FALSE(cut.ok) << "limit " << limit << " of " << length;
+        if (cut.message) {
+            EXPECT_EQ(cut.message->text, tooLarge) << "limit " << limit;
+        }
+        EXPECT_TRUE(readBytes(path) == previous) << "the old file changed at limit " << limit;
+        EXPECT_EQ(folderEntries(folder), before) << "limit " << limit;
+        if (!failedBefore && ::testing::Test::HasFailure())
+            return;
+    }
+    engine::Outcome exact;
+    {
+        FileSizeLimit full{uint64_t(length)};
+        ASSERT_TRUE(full.ok());
+        exact = write();
+    }
+    EXPECT_TRUE(exact.ok) << "a limit of the whole length " << length;
+    EXPECT_EQ(QFileInfo(path).size(), length);
 }
 
 QByteArray readBytes(const QString& path) {

@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 #include <cstdint>
@@ -173,6 +174,20 @@ private:
     uint64_t m_old = 0;
     bool m_ok = false;
 };
+
+// Drives a writer of path to a full disk at every point near the end of the
+// file it writes, and at points further back down to the first byte: write
+// runs once without a limit to learn the new file's length, then under each
+// file size limit below that length, previous put back in path before each
+// run. Every limited run must fail, with a message (where the writer gives
+// one) that is path and the system's "File too large", and leave path byte
+// for byte as previous and nothing else new in its folder. A limit of the
+// whole length must succeed.
+void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
+                                const std::function<engine::Outcome()>& write);
+
+// The names in a folder, hidden ones included, sorted.
+QStringList folderEntries(const QString& folder);
 
 // Minimal PE images with a version resource, for the version reader and the
 // scan of a version folder.

@@ -212,6 +212,45 @@ private Q_SLOTS:
                  u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s);
     }
 
+    // Save As (Ctrl+S) proposes the number after the highest, a link at a
+    // name counting as taken; a link chosen is refused with its name and
+    // nothing is written where it points; when the 99th exists it is
+    // proposed again, and replacing it is the save dialog's question.
+    void saveAsNumbersAfterTheHighestAndWritesThroughNoLink() {
+        writeFile(m_dir->filePath(u"Tree.#02"_s), "second");
+        const QString victim = m_dir->filePath(u"victim"_s);
+        const QString link = m_dir->filePath(u"Tree.#03"_s);
+        QVERIFY(QFile::link(victim, link));
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        frame->setLastFolder(m_dir->path());
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        const auto saveAs = [&](const QString& answer) {
+            frame.saveAnswer = answer;
+            QTest::keyClick(frame.window.get(), Qt::Key_S, Qt::ControlModifier);
+        };
+
+        saveAs(link);
+        QCOMPARE(frame.proposedSave, m_dir->path() + u"/Tree.#04"_s);
+        QCOMPARE(frame.messages,
+                 QStringList{u"Error Writing Snapshot: "_s + link +
+                             u" is a symbolic link; Kestrel does not write over links"_s});
+        QCOMPARE(QFileInfo(link).symLinkTarget(), victim);
+        QVERIFY(!QFileInfo::exists(victim));
+        QVERIFY(w->changed());
+        QVERIFY(w->snapshot().header.fileName.isEmpty());
+
+        const QString last = m_dir->filePath(u"Tree.#99"_s);
+        writeFile(last, "last");
+        saveAs(last);
+        QCOMPARE(frame.proposedSave, last);
+        QVERIFY(!w->changed());
+        QCOMPARE(w->snapshot().header.fileName, last);
+        QVERIFY(readFile(last).startsWith("Snapshot #1 of "));
+    }
+
     void showModesFilterTreeAndGrid() {
         Frame frame(iniPath());
         makePair(frame);

@@ -207,6 +207,24 @@ TEST_F(ReportTest, CancelledReportPrintsNothing) {
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("new.pdf"))));
 }
 
+// A full disk at any point of the PDF, its last bytes included: "Printing
+// Error" with the path and the system's text, and the old file stays.
+TEST_F(ReportTest, AFullDiskIsReportedAndTheOldFileKept) {
+    f.show({Node::file("a.txt", 1), Node::file("b.txt", 2)});
+    const QString path = dir.filePath(QStringLiteral("kept.pdf"));
+    ReportSettings settings;
+    settings.now = Now;
+    kestrel::test::expectFullDiskKeepsOldFile(path, "old", [&] {
+        const engine::Outcome written = writeReportPdf(
+            path, f.list, settings, defaultPdfLayout(QPageLayout::Portrait), PdfResolution, meter);
+        if (!written.ok) {
+            EXPECT_EQ(written.message.value_or(engine::UserMessage{}).title,
+                      QStringLiteral("Printing Error"));
+        }
+        return written;
+    });
+}
+
 // The PDF as a reader sees it: header, columns, cut names, differences and
 // the last line; an empty list prints the header and "End of Report" only.
 // (The print dialog's tests see a file that cannot be written.)

@@ -1,0 +1,92 @@
+// Kestrel.ini: lines Kestrel does not own survive a write byte for byte,
+// and the file is written whole or not at all, never through a link.
+
+#include "settings/IniFile.h"
+
+#include "TestSupport.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+using kestrel::settings::IniFile;
+using kestrel::test::readBytes;
+using kestrel::test::writeBytes;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// As a Windows editor left it: CR LF line ends, a comment and a value in
+// Windows-1252, other sections, and no line end after the last line.
+const QByteArray WindowsIni = "; Gr\xF6\xDF"
+                              "e der Fenster\r\n"
+                              "[Main]\r\n"
+                              "Folder=C:\\Donn\xE9"
+                              "es\r\n"
+                              "Top=100\r\n"
+                              "\r\n"
+                              "[Other]\r\n"
+                              "Name=Z\xFC"
+                              "rich";
+
+class IniFileTest : public testing::Test {
+protected:
+    QTemporaryDir m_dir;
+    QString iniPath() const { return m_dir.filePath(u"Kestrel.ini"_s); }
+};
+
+TEST_F(IniFileTest, LinesItDoesNotOwnAreKeptByteForByte) {
+    ASSERT_TRUE(writeBytes(iniPath(), WindowsIni));
+    const IniFile ini(iniPath());
+    // Values in Windows-1252 read as what they say.
+    EXPECT_EQ(ini.readString(u"main"_s, u"FOLDER"_s, {}), u"C:\\Données"_s);
+    EXPECT_EQ(ini.readString(u"Other"_s, u"Name"_s, {}), u"Zürich"_s);
+
+    // A changed value, a new key in its section, a new section after the
+    // unended last line, a deleted key: new lines end as the file's do.
+    ASSERT_TRUE(ini.writeString(u"Main"_s, u"Top"_s, u"250"_s));
+    ASSERT_TRUE(ini.writeString(u"Main"_s, u"Left"_s, u"Ä"_s));
+    ASSERT_TRUE(ini.writeString(u"Extra"_s, u"Window"_s, u"2"_s));
+    ASSERT_TRUE(ini.writeString(u"Other"_s, u"Missing"_s, QString()));
+    QByteArray expected = WindowsIni;
+    expected.replace("Top=100\r\n", "Top=250\r\nLeft=\xC3\x84\r\n");
+    expected += "\r\n[Extra]\r\nWindow=2\r\n";
+    EXPECT_TRUE(readBytes(iniPath()) == expected) << readBytes(iniPath()).toStdString();
+    EXPECT_EQ(ini.readString(u"Main"_s, u"Left"_s, {}), u"Ä"_s);
+
+    ASSERT_TRUE(ini.writeString(u"Main"_s, u"Left"_s, QString()));
+    expected.replace("Left=\xC3\x84\r\n", "");
+    EXPECT_TRUE(readBytes(iniPath()) == expected);
+}
+
+// A full disk at any point of the file leaves the old one; a link at its
+// name, dangling or not, is left alone with what it leads to.
+TEST_F(IniFileTest, WrittenWholeOrNotAtAllAndNeverThroughALink) {
+    const IniFile ini(iniPath());
+    kestrel::test::expectFullDiskKeepsOldFile(iniPath(), WindowsIni, [&] {
+        kestrel::engine::Outcome outcome;
+        outcome.ok = ini.writeString(u"Main"_s, u"Folder"_s, u"/home/ann/data"_s);
+        return outcome;
+    });
+
+    const QString victim = m_dir.filePath(u"victim"_s);
+    for (const bool dangling : {true, false}) {
+        QFile::remove(iniPath());
+        if (!dangling)
+            ASSERT_TRUE(writeBytes(victim, WindowsIni));
+        ASSERT_EQ(::symlink(QFile::encodeName(victim).constData(),
+                            QFile::encodeName(iniPath()).constData()),
+                  0);
+        EXPECT_FALSE(ini.writeString(u"Main"_s, u"Top"_s, u"1"_s));
+        EXPECT_EQ(QFileInfo(iniPath()).symLinkTarget(), victim);
+        EXPECT_EQ(QFileInfo::exists(victim), !dangling);
+        if (!dangling)
+            EXPECT_TRUE(readBytes(victim) == WindowsIni);
+    }
+}
+
+} // namespace
