@@ -7,6 +7,7 @@
 #include "SavePrompt.h"
 
 #include "engine/OpenSnapshot.h"
+#include "engine/Paths.h"
 #include "engine/Scan.h"
 #include "engine/SnapshotFile.h"
 #include "engine/Snapshot.h"
@@ -18,8 +19,6 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QFileInfo>
-#include <QMimeData>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
@@ -29,6 +28,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPainter>
 #include <QScreen>
 #include <QStatusBar>
@@ -487,6 +487,24 @@ bool MainWindow::OpenSnapshot(const QString& path) {
     return true;
 }
 
+bool MainWindow::checkPathExists(const QString& path) {
+    const QString full = engine::absolutePath(path);
+    if (QFileInfo::exists(full))
+        return true;
+    showMessage(UserMessage{QStringLiteral("Path Not Found"),
+                            full + QStringLiteral(" does not exist"), MessageIcon::Exclamation});
+    return false;
+}
+
+bool MainWindow::openPath(const QString& path, int16_t number) {
+    const QString full = engine::absolutePath(path);
+    if (!checkPathExists(full))
+        return false;
+    if (QFileInfo(full).isDir())
+        return NewSnapshot(full, true, true, false, number);
+    return OpenSnapshot(full);
+}
+
 bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
                                     const QString& failureTitle) {
     // A snapshot whose links are damaged is refused before anything shows it.
@@ -737,12 +755,7 @@ void MainWindow::dropEvent(QDropEvent* event) {
 void MainWindow::openDropped(const QString& path) {
     if (busy() || snapshotWindows().size() >= 2)
         return;
-    // A folder as the command line takes one: with its sub-folders and
-    // hidden items, without versions.
-    if (QFileInfo(path).isDir())
-        NewSnapshot(path, true, true, false, 1);
-    else
-        OpenSnapshot(path);
+    openPath(path, 1);
 }
 
 // Closing -------------------------------------------------------------------

@@ -114,6 +114,18 @@ public:
     // Opens a snapshot file (current or v2 format) in a new window; false
     // when it could not be opened, in which case no window remains.
     bool OpenSnapshot(const QString& path);
+
+    // Paths from the command line and from drops are made absolute against
+    // the current folder first, so that the root folder, title, base name
+    // and recent entry made from them stay valid from any other folder.
+    // checkPathExists: true when the path names something; otherwise
+    // "PATH does not exist" is shown.
+    bool checkPathExists(const QString& path);
+    // A folder is scanned with its sub-folders and hidden items but without
+    // versions and numbered number; anything else is opened as a snapshot
+    // file, which carries its own number. False, with the reason shown,
+    // when no window was made.
+    bool openPath(const QString& path, int16_t number);
     // Puts the summary line of a scan, load or import into the status bar.
     void ShowSummary(const QString& summary);
     QString summaryText() const;
@@ -178,8 +190,8 @@ public:
     void updateActions();
 
     // A folder or a snapshot file dropped on the frame is scanned or opened
-    // as New or Open would, and only while they could be: fewer than two
-    // snapshot windows open and no operation running.
+    // as the command line's path is, and only while New and Open could run:
+    // fewer than two snapshot windows open and no operation running.
     static QString droppedPath(const QMimeData* data);
     void openDropped(const QString& path);
 

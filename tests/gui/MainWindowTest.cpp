@@ -49,9 +49,29 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
     QString m_tree; // a small folder tree, without a trailing separator
 
+    QString m_startFolder;
+
     QString iniPath() const { return m_dir->filePath(u"Kestrel.ini"_s); }
 
+    // The names of the files a comparison marked as changed.
+    static QStringList changedFiles(const engine::Snapshot& snapshot) {
+        QStringList names;
+        for (int32_t i = 1; i <= snapshot.entryCount; ++i)
+            if (!snapshot.entry(i).isFolder() && snapshot.entry(i).status != 0)
+                names << snapshot.nameText(i);
+        return names;
+    }
+    static int unmatchedEntries(const engine::Snapshot& snapshot) {
+        int count = 0;
+        for (int32_t i = 1; i <= snapshot.entryCount; ++i)
+            count += snapshot.entry(i).match == 0;
+        return count;
+    }
+
 private Q_SLOTS:
+    void initTestCase() { m_startFolder = QDir::currentPath(); }
+    void cleanup() { QDir::setCurrent(m_startFolder); }
+
     void init() {
         // Each test starts from an empty store, an empty INI file and a new tree.
         QSettings(u"Kestrel"_s, u"Kestrel"_s).clear();
@@ -67,13 +87,13 @@ private Q_SLOTS:
     void startUpWithoutArguments() {
         {
             Frame frame(iniPath());
-            shell::StartUp(*frame.window, QString());
+            shell::StartUp(*frame.window, {});
             QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::NewSnapshotDialog"_s});
         }
         settings::SettingsStore().writeString(u"Recent"_s, u"File0"_s,
                                               m_dir->filePath(u"Old.#01"_s));
         Frame frame(iniPath());
-        shell::StartUp(*frame.window, QString());
+        shell::StartUp(*frame.window, {});
         QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::RecentSnapshotsDialog"_s});
     }
 
@@ -81,7 +101,7 @@ private Q_SLOTS:
         // A folder is scanned with its sub-folders and hidden files.
         {
             Frame frame(iniPath());
-            shell::StartUp(*frame.window, m_tree);
+            shell::StartUp(*frame.window, {m_tree});
             QCOMPARE(frame->snapshotWindows().size(), 1);
             SnapshotWindow* window = frame->snapshotWindows().first();
             QCOMPARE(window->caption(), u"Snapshot #1 of "_s + m_tree);
@@ -92,15 +112,102 @@ private Q_SLOTS:
             QVERIFY(frame.titles.isEmpty());
         }
 
-        // A quoted path is no snapshot file; scanned as a folder that is not
-        // there, it lists as one nameless entry, as an unreadable folder does.
+        // A path that is not there is named, and the program goes on as
+        // without one; so it does when either of two paths is missing.
+        const QString missing = u"/no/such/path"_s;
+        for (const QStringList& paths : {QStringList{missing}, QStringList{m_tree, missing}}) {
+            Frame frame(iniPath());
+            shell::StartUp(*frame.window, paths);
+            QCOMPARE(frame.messages,
+                     QStringList{u"Path Not Found: /no/such/path does not exist"_s});
+            QVERIFY(frame->snapshotWindows().isEmpty());
+            QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::NewSnapshotDialog"_s});
+            QVERIFY(frame->isVisible());
+        }
+
+        // A file that fails to load leaves its own error only: it is not
+        // scanned as a folder after it.
+        const QString broken = m_dir->filePath(u"Broken.#01"_s);
+        writeFile(broken, "this is not a snapshot\n");
         Frame frame(iniPath());
-        shell::StartUp(*frame.window, u'"' + m_tree + u'"');
+        shell::StartUp(*frame.window, {broken});
+        QCOMPARE(frame.titles.size(), 1);
+        QVERIFY(frame.titles.first() != u"Path Not Found"_s);
+        QVERIFY(frame->snapshotWindows().isEmpty());
         QVERIFY(frame.dialogs.isEmpty());
-        QCOMPARE(frame.titles, QStringList{u"Error"_s});
-        QCOMPARE(frame->snapshotWindows().size(), 1);
-        QCOMPARE(frame->snapshotWindows().first()->snapshot().fileCount, 1);
-        QVERIFY(frame->isVisible());
+    }
+
+    // OLD NEW: both open, the newer numbered as a repeat of the older, and
+    // they are compared even with auto-compare off.
+    void startUpComparesTwoPaths() {
+        const QString saved = m_dir->filePath(u"Tree.#03"_s);
+        {
+            Frame maker(iniPath());
+            maker.saveAnswer = saved;
+            QVERIFY(maker->NewSnapshot(m_tree, true, true, false, 3));
+            maker->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        }
+        writeFile(m_tree + u"/a.txt"_s, "alpha, longer now");
+
+        Frame frame(iniPath());
+        frame->options().setValue(Key::Compare, 0);
+        frame->options().setValue(Key::Naming, 1);
+        shell::StartUp(*frame.window, {saved, m_tree});
+        QVERIFY(frame.titles.isEmpty());
+        const QList<SnapshotWindow*> windows = frame->snapshotWindows();
+        QCOMPARE(windows.size(), 2);
+        QCOMPARE(windows[0]->snapshot().header.fileName, saved);
+        QCOMPARE(windows[1]->number(), int16_t(4));
+        QCOMPARE(windows[1]->caption(), u"Snapshot #4 of "_s + m_tree);
+        QCOMPARE(windows[1]->pairedWindow(), windows[0]);
+        QVERIFY(windows[0]->compared() && windows[1]->compared());
+        for (SnapshotWindow* window : windows)
+            QCOMPARE(changedFiles(window->snapshot()), QStringList{u"a.txt"_s});
+
+        // Two folders: the original and the final snapshot.
+        Frame folders(iniPath());
+        folders->options().setValue(Key::Naming, 1);
+        shell::StartUp(*folders.window, {m_tree + u"/sub"_s, m_tree});
+        QCOMPARE(folders->snapshotWindows().size(), 2);
+        QCOMPARE(folders->snapshotWindows()[0]->caption(),
+                 u"Original Snapshot of "_s + m_tree + u"/sub"_s);
+        QCOMPARE(folders->snapshotWindows()[1]->caption(), u"Final Snapshot of "_s + m_tree);
+        QVERIFY(folders->snapshotWindows()[1]->compared());
+    }
+
+    // Relative paths are made absolute where the program starts: the root
+    // folder, title, proposed file name and recent entry hold from any
+    // other folder, and a repeat scans the recorded root wherever the
+    // program runs then.
+    void relativePathsFromAnotherFolder() {
+        const QString saved = m_dir->filePath(u"Tree.#01"_s);
+        QVERIFY(QDir::setCurrent(m_tree));
+        {
+            Frame frame(iniPath());
+            frame.saveAnswer = saved;
+            shell::StartUp(*frame.window, {u"."_s});
+            SnapshotWindow* window = frame->activeSnapshotWindow();
+            QVERIFY(window);
+            QCOMPARE(window->snapshot().header.rootFolder, m_tree + u'/');
+            QCOMPARE(window->caption(), u"Snapshot #1 of "_s + m_tree);
+            window->mnuFileSaveAs_Click();
+            QVERIFY(frame.proposedSave.endsWith(u"/Tree.#01"_s));
+        }
+
+        QVERIFY(QDir::setCurrent(m_dir->path()));
+        Frame frame(iniPath());
+        shell::StartUp(*frame.window, {u"Tree/../Tree.#01"_s});
+        QCOMPARE(frame->recentDialog().list().entries().value(0), saved);
+        QCOMPARE(frame->activeSnapshotWindow()->caption(), saved);
+
+        QVERIFY(QDir::setCurrent(m_tree + u"/sub"_s));
+        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        const engine::Snapshot& repeated = frame->snapshotWindows().last()->snapshot();
+        QCOMPARE(repeated.header.rootFolder, m_tree + u'/');
+        QCOMPARE(repeated.fileCount, 3);
+        for (SnapshotWindow* window : frame->snapshotWindows())
+            QCOMPARE(unmatchedEntries(window->snapshot()), 0);
     }
 
     // With "Naming" on, numbers 1 and 2 are the original and the final
