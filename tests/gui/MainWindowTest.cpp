@@ -459,6 +459,39 @@ private Q_SLOTS:
         QCOMPARE(settings::SettingsStore().readString(u"Config"_s, u"Synch"_s, u"-"_s), u"0"_s);
     }
 
+    // The external program named without a folder is the one on PATH, and
+    // each path lands whole in the argument that named it. A name found
+    // nowhere is "File not found" as typed, even with a file of that name
+    // in the current folder.
+    void externalProgramOnPath() {
+        const QString bin = m_dir->filePath(u"bin"_s);
+        QVERIFY(QDir().mkpath(bin));
+        for (const QString& tool :
+             {bin + u"/kestrel-test-diff"_s, m_dir->filePath(u"kestrel-no-such-tool"_s)}) {
+            writeFile(tool, "#!/bin/sh\n");
+            QFile::setPermissions(tool, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        }
+        QVERIFY(QDir::setCurrent(m_dir->path()));
+        const QByteArray path = qgetenv("PATH");
+        qputenv("PATH", QFile::encodeName(bin));
+        Frame frame(iniPath());
+        settings::ConfigDialog& config = frame->configDialog();
+        control<QLineEdit>(config, "txtParams")->setText(u"--left %1 --right=%2"_s);
+        control<QLineEdit>(config, "txtProgram")->setText(u"kestrel-test-diff"_s);
+        const QString first = m_tree + u"/a%2 -o/tmp/pwned"_s;
+        const QString second = m_tree + u"/\"%1\" b"_s;
+        const bool started = config.ExecuteCustom(first, second);
+        control<QLineEdit>(config, "txtProgram")->setText(u"kestrel-no-such-tool"_s);
+        const bool startedMissing = config.ExecuteCustom(first, second);
+        qputenv("PATH", path);
+
+        QVERIFY(started && !startedMissing);
+        QCOMPARE(frame.started, (QList<QStringList>{{bin + u"/kestrel-test-diff"_s, u"--left"_s,
+                                                     first, u"--right="_s + second}}));
+        QCOMPARE(frame.messages,
+                 QStringList{u"Application Launch Error: File not found: kestrel-no-such-tool"_s});
+    }
+
     // The launcher: a document goes to its association, an executable is
     // started directly; help opens the page beside the program (installed,
     // the one in share/kestrel beside bin/), at its top, and complains only
