@@ -1,6 +1,7 @@
 #include "MainWindow.h"
 
 #include "AboutBox.h"
+#include "DroppedPath.h"
 #include "MeterWindow.h"
 #include "NewSnapshotDialog.h"
 #include "RecentSnapshots.h"
@@ -28,7 +29,6 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
-#include <QMimeData>
 #include <QPainter>
 #include <QScreen>
 #include <QStatusBar>
@@ -728,13 +728,6 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
 }
 
 // Drag and drop ---------------------------------------------------------------
-
-QString MainWindow::droppedPath(const QMimeData* data) {
-    if (!data || !data->hasUrls() || data->urls().isEmpty())
-        return {};
-    const QUrl url = data->urls().constFirst();
-    return url.isLocalFile() ? url.toLocalFile() : QString();
-}
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
     const bool takesAnother = !busy() && snapshotWindows().size() < 2;

@@ -26,7 +26,6 @@ class QLabel;
 class QMdiArea;
 class QMdiSubWindow;
 class QMenu;
-class QMimeData;
 class QToolBar;
 
 namespace kestrel::shell {
@@ -192,7 +191,6 @@ public:
     // A folder or a snapshot file dropped on the frame is scanned or opened
     // as the command line's path is, and only while New and Open could run:
     // fewer than two snapshot windows open and no operation running.
-    static QString droppedPath(const QMimeData* data);
     void openDropped(const QString& path);
 
 protected:

@@ -14,7 +14,9 @@
 namespace kestrel::shell {
 
 QStringList CommandLinePaths(const QStringList& arguments) {
-    return arguments.mid(1);
+    QStringList paths = arguments.mid(1);
+    paths.removeAll(QString());
+    return paths;
 }
 
 namespace {

@@ -8,8 +8,10 @@ namespace kestrel::shell {
 class MainWindow;
 
 // The paths on the command line: the arguments after the program's name,
-// each taken whole (nothing trimmed, no quotes stripped). Qt's own options
-// (-platform, -style, ...) have already been taken out by QApplication.
+// each taken whole (nothing trimmed, no quotes stripped). An empty argument
+// names nothing and is left out (it is not the current folder); Qt's own
+// options (-platform, -style, ...) have already been taken out by
+// QApplication.
 QStringList CommandLinePaths(const QStringList& arguments);
 
 // The most paths the command line takes: OLD and NEW.

@@ -85,6 +85,9 @@ private Q_SLOTS:
     }
 
     void startUpWithoutArguments() {
+        // An empty argument names nothing: it is no path, not the current folder.
+        QCOMPARE(shell::CommandLinePaths({u"kestrel"_s, QString(), u"a b"_s}),
+                 QStringList{u"a b"_s});
         {
             Frame frame(iniPath());
             shell::StartUp(*frame.window, {});
