@@ -125,9 +125,11 @@ bool Launcher::ShowHelp(const QString& anchor) {
         result = LaunchResult::OutOfResources;
     if (result != LaunchResult::OutOfResources)
         return true;
+    // The page is there: what is missing is a program to show it.
     if (m_message)
         m_message(UserMessage{QStringLiteral("No Help Available"),
-                              path + QStringLiteral(" not found"), MessageIcon::Exclamation});
+                              QStringLiteral("No program could open the help file ") + path,
+                              MessageIcon::Exclamation});
     return false;
 }
 

@@ -87,8 +87,8 @@ public:
     // start: the anchor is not passed on. A missing page opens nothing and
     // says nothing (the desktop would only report the file as not found);
     // only when the desktop's launcher cannot be started at all does it show
-    // "<path> not found" ("No Help Available") and return false. Otherwise
-    // true.
+    // "No program could open the help file <path>" ("No Help Available")
+    // and return false. Otherwise true.
     bool ShowHelp(const QString& anchor);
 
 private:

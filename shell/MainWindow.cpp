@@ -6,6 +6,7 @@
 #include "NewSnapshotDialog.h"
 #include "RecentSnapshots.h"
 #include "SavePrompt.h"
+#include "ScreenPlacement.h"
 
 #include "engine/OpenSnapshot.h"
 #include "engine/Paths.h"
@@ -164,6 +165,8 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
         m_store.readString(Recent, QStringLiteral("Folder"), QDir::currentPath()));
     loadPlacement();
 
+    m_tileLayout = m_store.readTileSideBySide() ? views::TileLayout::SideBySide
+                                                : views::TileLayout::OneAboveTheOther;
     setAcceptDrops(true);
     setToolbarVisible(m_options.value(Key::Toolbar) != 0);
     connect(&m_options, &settings::Options::toolbarChanged, this, &MainWindow::setToolbarVisible);
@@ -190,6 +193,9 @@ void MainWindow::createActions() {
     connect(m_mnuFileConfig, &QAction::triggered, this, &MainWindow::mnuFileConfig_Click);
 
     m_mnuFileExit = new QAction(QStringLiteral("E&xit Kestrel"), this);
+    // As in the snapshot windows' File menu, so that the key quits whether
+    // or not one is open.
+    m_mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     connect(m_mnuFileExit, &QAction::triggered, this, &MainWindow::mnuFileExit_Click);
 
     m_mnuHelpAbout = new QAction(QStringLiteral("&About Kestrel..."), this);
@@ -526,7 +532,7 @@ bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
     sub->show();
     m_mdi->setActiveSubWindow(sub);
     if (m_options.value(Key::Tiling) != 0)
-        tileHorizontally();
+        tileSnapshotWindows();
     updateActions();
     return true;
 }
@@ -556,6 +562,8 @@ void MainWindow::snapshotWindowGone() {
             if (auto* window = qobject_cast<SnapshotWindow*>(current->widget()))
                 window->Form_Activate();
     }
+    if (!windows.isEmpty() && m_options.value(Key::Tiling) != 0)
+        tileSnapshotWindows();
     updateActions();
 }
 
@@ -588,7 +596,13 @@ QList<SnapshotWindow*> MainWindow::snapshotWindows() const {
     return windows;
 }
 
-void MainWindow::tileHorizontally() {
+void MainWindow::tileWindows(views::TileLayout layout) {
+    m_tileLayout = layout;
+    m_store.writeTileSideBySide(layout == views::TileLayout::SideBySide);
+    tileSnapshotWindows();
+}
+
+void MainWindow::tileSnapshotWindows() {
     QList<QMdiSubWindow*> tiled;
     const QList<QMdiSubWindow*> subs = m_mdi->subWindowList(QMdiArea::CreationOrder);
     for (QMdiSubWindow* sub : subs)
@@ -597,14 +611,19 @@ void MainWindow::tileHorizontally() {
     if (tiled.isEmpty())
         return;
     const QRect area = m_mdi->viewport()->rect();
-    const int height = area.height() / int(tiled.size());
-    for (int i = 0; i < tiled.size(); ++i) {
+    const bool sideBySide = m_tileLayout == views::TileLayout::SideBySide;
+    const int count = int(tiled.size());
+    const int span = sideBySide ? area.width() : area.height();
+    const int step = span / count;
+    for (int i = 0; i < count; ++i) {
         QMdiSubWindow* sub = tiled[i];
         if (sub->isMaximized())
             sub->showNormal();
-        const int top = area.top() + i * height;
-        const int bottom = i + 1 == tiled.size() ? area.bottom() : top + height - 1;
-        sub->setGeometry(QRect(QPoint(area.left(), top), QPoint(area.right(), bottom)));
+        // The last window takes what the division leaves over.
+        const int start = i * step;
+        const int length = i + 1 == count ? span - start : step;
+        sub->setGeometry(sideBySide ? QRect(area.left() + start, area.top(), length, area.height())
+                                    : QRect(area.left(), area.top() + start, area.width(), length));
     }
 }
 
@@ -689,6 +708,12 @@ void MainWindow::loadPlacement() {
     const int width = read("Width", twipsFromPixels(this->width(), dpiX));
     move(pixelsFromTwips(left, dpiX), pixelsFromTwips(top, dpiY));
     resize(pixelsFromTwips(width, dpiX), pixelsFromTwips(height, dpiY));
+
+    // A place on a monitor that is gone would keep the frame out of sight.
+    QList<QRect> screens;
+    for (const QScreen* screen : QGuiApplication::screens())
+        screens.append(screen->availableGeometry());
+    move(placedOnScreens(QRect(pos(), size()), screens).topLeft());
 
     switch (read("Window", 0)) {
     case 1:

@@ -135,8 +135,10 @@ public:
     void setActiveSnapshotWindow(views::SnapshotWindow* window) override;
     // The open snapshot windows, oldest first.
     QList<views::SnapshotWindow*> snapshotWindows() const override;
-    // Tiles the snapshot windows one above the other, each the full width.
-    void tileHorizontally() override;
+    // Tiles the snapshot windows one above the other or side by side, and
+    // stores the choice: automatic tiling follows it from now on.
+    void tileWindows(views::TileLayout layout) override;
+    views::TileLayout tileLayout() const { return m_tileLayout; }
 
     // What the frame owns.
     settings::Options& options() override { return m_options; }
@@ -213,8 +215,11 @@ private:
                             const QString& failureTitle);
     // A snapshot sub-window became the active one.
     void subWindowActivated(QMdiSubWindow* sub);
-    // A snapshot window has gone: the one left active starts afresh.
+    // A snapshot window has gone: the one left active starts afresh and,
+    // with automatic tiling, fills the frame again.
     void snapshotWindowGone();
+    // Tiles the open snapshot windows in the layout chosen last.
+    void tileSnapshotWindows();
     // The menu bar holds the active snapshot window's menus, or the frame's
     // own when there is none.
     void showMenusOf(views::SnapshotWindow* window);
@@ -265,6 +270,7 @@ private:
     bool m_windowClosing = false;
     int m_operations = 0;
     int m_farewellTime = 2000;
+    views::TileLayout m_tileLayout = views::TileLayout::OneAboveTheOther;
     bool m_closed = false;
 };
 

@@ -9,6 +9,7 @@
 #include "shell/Launcher.h"
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
+#include "shell/ScreenPlacement.h"
 #include "shell/StartUp.h"
 
 #include "engine/Twips.h"
@@ -428,6 +429,84 @@ private Q_SLOTS:
         QVERIFY(maximised->windowState() & Qt::WindowMaximized);
     }
 
+    // The Window menu tiles one above the other or side by side; the choice
+    // is stored and automatic tiling follows it, also in the next run. When
+    // one window of the pair closes, the other fills the frame again.
+    void tiling() {
+        {
+            Frame frame(iniPath());
+            frame->show();
+            QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+            QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+            QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 2));
+            const QList<SnapshotWindow*> windows = frame->snapshotWindows();
+            const auto frameOf = [&](int i) { return windows[i]->parentWidget()->geometry(); };
+            QCOMPARE(frameOf(0).width(), frameOf(1).width());
+            QVERIFY(frameOf(0).bottom() < frameOf(1).top());
+
+            // Alt+W opens the Window menu, S takes "Tile Side by Side".
+            QTest::keyClick(frame.window.get(), Qt::Key_W, Qt::AltModifier);
+            QTRY_VERIFY(QApplication::activePopupWidget());
+            QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_S);
+            QTRY_VERIFY(frameOf(0).right() < frameOf(1).left());
+            QCOMPARE(frameOf(0).height(), frameOf(1).height());
+            QCOMPARE(frameOf(0).top(), frameOf(1).top());
+        }
+        QVERIFY(settings::SettingsStore().readTileSideBySide());
+
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 2));
+        QWidget* left = frame->snapshotWindows()[0]->parentWidget();
+        QWidget* right = frame->snapshotWindows()[1]->parentWidget();
+        QVERIFY(left->geometry().right() < right->geometry().left());
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(right->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        QTRY_COMPARE(left->geometry(), left->parentWidget()->rect());
+    }
+
+    // A placement on a screen that has gone is pulled onto the nearest one,
+    // only as far as needed; one that can still be taken hold of stays.
+    void placementOnNoScreen() {
+        const QList<QRect> screens{QRect(0, 0, 1920, 1080), QRect(1920, 0, 1280, 1024)};
+        const QRect cases[][2] = {
+            {QRect(100, 100, 800, 600), QRect(100, 100, 800, 600)},      // on the first
+            {QRect(1880, 500, 800, 600), QRect(1880, 500, 800, 600)},    // across both
+            {QRect(1000, -560, 800, 600), QRect(1000, -560, 800, 600)},  // 40 px still shown
+            {QRect(1000, -580, 800, 600), QRect(1000, 0, 800, 600)},     // 20 px are too few
+            {QRect(3300, 200, 800, 600), QRect(2400, 200, 800, 600)},    // right of the second
+            {QRect(-900, 1200, 800, 600), QRect(0, 480, 800, 600)},      // below left of the first
+            {QRect(5000, 5000, 1500, 1200), QRect(1920, 0, 1500, 1200)}, // larger than the screen
+        };
+        for (const auto& [remembered, expected] : cases)
+            QCOMPARE(shell::placedOnScreens(remembered, screens), expected);
+
+        // A frame remembered far off the desktop comes back onto it.
+        settings::IniFile ini(iniPath());
+        ini.writeString(u"Main"_s, u"Left"_s, u"-300000"_s);
+        ini.writeString(u"Main"_s, u"Top"_s, u"400000"_s);
+        Frame frame(iniPath());
+        const QRect desktop = QGuiApplication::primaryScreen()->availableGeometry();
+        QVERIFY(desktop.intersects(QRect(frame->pos(), frame->size())));
+        QCOMPARE(frame->pos().x(), desktop.left());
+    }
+
+    // Ctrl+Q quits from the frame alone as from a snapshot window.
+    void ctrlQuits() {
+        for (const bool withWindow : {false, true}) {
+            Frame frame(iniPath());
+            frame->show();
+            QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+            if (withWindow)
+                QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+            frame.saveQuestionAnswer = views::SaveAnswer::No;
+            QTest::keyClick(frame.window.get(), Qt::Key_Q, Qt::ControlModifier);
+            QVERIFY2(!frame->isVisible(), withWindow ? "with a window" : "alone");
+        }
+    }
+
     // The options dialog in the frame: the menu disables its Compare buttons
     // for good, its toolbar box acts on the frame at once, ExecuteCustom
     // reports through the frame's launcher, and "Synch" is stored once, when
@@ -526,7 +605,8 @@ private Q_SLOTS:
             desktop.messages,
             (QStringList{error + u"No application is associated with this file type"_s,
                          error + u"Error 11 launching application"_s, error + u"File not found"_s,
-                         u"No Help Available: "_s + folder + u"KestHelp.htm not found"_s}));
+                         u"No Help Available: No program could open the help file "_s + folder +
+                             u"KestHelp.htm"_s}));
 
         // Odd names reach the desktop as the one file they name.
         const QString odd = u"-odd; $(touch pwned)\n\"name\".txt"_s;
