@@ -37,7 +37,13 @@
 #include <QTimer>
 #include <QToolBar>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 namespace kestrel::shell {
 
@@ -495,10 +501,21 @@ bool MainWindow::OpenSnapshot(const QString& path) {
 
 bool MainWindow::checkPathExists(const QString& path) {
     const QString full = engine::absolutePath(path);
+    QString problem = QStringLiteral(" does not exist");
+#ifdef Q_OS_UNIX
+    // The link itself counts, as ls shows it; a folder on the way that may
+    // not be searched is told as such, not as a missing path.
+    struct stat status;
+    if (::lstat(QFile::encodeName(full).constData(), &status) == 0)
+        return true;
+    if (errno != ENOENT && errno != ENOTDIR)
+        problem = QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+#else
     if (QFileInfo::exists(full))
         return true;
-    showMessage(UserMessage{QStringLiteral("Path Not Found"),
-                            full + QStringLiteral(" does not exist"), MessageIcon::Exclamation});
+#endif
+    showMessage(UserMessage{QStringLiteral("Path Not Found"), full + problem,
+                            MessageIcon::Exclamation});
     return false;
 }
 

@@ -117,8 +117,9 @@ public:
     // Paths from the command line and from drops are made absolute against
     // the current folder first, so that the root folder, title, base name
     // and recent entry made from them stay valid from any other folder.
-    // checkPathExists: true when the path names something; otherwise
-    // "PATH does not exist" is shown.
+    // checkPathExists: true when the path names something (a link counts,
+    // whether or not it leads anywhere); otherwise "PATH does not exist",
+    // or the system's reason when the path cannot be reached, is shown.
     bool checkPathExists(const QString& path);
     // A folder is scanned with its sub-folders and hidden items but without
     // versions and numbered number; anything else is opened as a snapshot
