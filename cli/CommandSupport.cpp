@@ -1,6 +1,7 @@
 #include "CommandSupport.h"
 
 #include "engine/OpenSnapshot.h"
+#include "engine/Paths.h"
 #include "engine/Scan.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
@@ -43,7 +44,7 @@ bool succeeded(const Outcome& outcome) {
 }
 
 QString absoluteFolder(const QString& path) {
-    return QDir::cleanPath(QDir::current().absoluteFilePath(path));
+    return absolutePath(path);
 }
 
 QString withSeparator(QString path) {

@@ -11,21 +11,22 @@ struct CustomLaunch {
     QString folder;        // the program's folder, also its working folder; may be empty
     QString fileName;      // the program's file name
     QString program;       // what is started: folder, separator, file name
-    QString parameters;    // the template with both paths put in, quoted
-    QStringList arguments; // the parameters split as a shell splits quoted words
+    QStringList arguments; // the template's arguments with both paths put in
 };
 
-// The template with every "%1" replaced by the first path in double quotes,
-// then every "%2" by the second. The second replacement runs over the result
-// of the first, so a "%2" inside the first path is replaced too; the order is
-// deliberate. A double quote inside a path (POSIX names may hold one) is
-// written as three, which is how the splitting reads a quote that belongs to
-// the text, so each path still arrives as one argument.
-QString substituteParameters(const QString& params, const QString& first, const QString& second);
+// The template split into arguments the way a shell splits quoted words,
+// then every "%1" inside an argument replaced by the first path and every
+// "%2" by the second. Only the template's own text is searched, never a path
+// already put in, so each path lands whole in the argument that named it:
+// whatever a file name holds (blanks, quotes, "%1", "%2", a leading "-"), it
+// cannot add, split or change arguments.
+QStringList substituteArguments(const QString& params, const QString& first, const QString& second);
 
 // The launch for a program path and template. The path is split at its last
-// separator after a trailing one is dropped; a path without one has an empty
-// folder, and the program started is then the separator and the name.
+// separator after a trailing one is dropped. A name without any separator is
+// a program on PATH, as a shell would take it: where one is found there, the
+// launch starts that file; where none is, the program stays the bare name,
+// which the launcher reports as not found.
 CustomLaunch buildCustomLaunch(const QString& programPath, const QString& params,
                                const QString& first, const QString& second);
 

@@ -184,4 +184,13 @@ void SettingsStore::saveSynch(const Options& options) {
     m_settings->sync();
 }
 
+bool SettingsStore::readTileSideBySide() const {
+    return readConfigValue(QStringLiteral("TileSideBySide"), 0) != 0;
+}
+
+void SettingsStore::writeTileSideBySide(bool sideBySide) {
+    writeString(Config, QStringLiteral("TileSideBySide"),
+                sideBySide ? QStringLiteral("1") : QStringLiteral("0"));
+}
+
 } // namespace kestrel::settings

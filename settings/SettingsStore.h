@@ -63,6 +63,11 @@ public:
     // not the options were saved.
     void saveSynch(const Options& options);
 
+    // The Window menu's last choice of tiling, stored as soon as it is made:
+    // true for side by side, false (the default) for one above the other.
+    bool readTileSideBySide() const;
+    void writeTileSideBySide(bool sideBySide);
+
 private:
     std::unique_ptr<QSettings> m_owned;
     QSettings* m_settings;

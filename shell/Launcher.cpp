@@ -93,15 +93,22 @@ bool Launcher::LaunchDocument(const QString& root, const QString& folder, const 
 
 bool Launcher::StartProgram(const QString& program, const QStringList& arguments,
                             const QString& workingFolder) {
-    const int result = m_desktop.startProgram(program, arguments, workingFolder);
-    reportFailure(result);
+    const bool bareName =
+        !program.contains(QLatin1Char('/')) && !program.contains(QDir::separator());
+    const int result = bareName ? LaunchResult::FileNotFound
+                                : m_desktop.startProgram(program, arguments, workingFolder);
+    reportFailure(result, program);
     return result >= 32;
 }
 
-void Launcher::reportFailure(int result) const {
-    if (result < 32 && m_message)
-        m_message(UserMessage{QStringLiteral("Application Launch Error"), LaunchErrorText(result),
-                              MessageIcon::Exclamation});
+void Launcher::reportFailure(int result, const QString& program) const {
+    if (result >= 32 || !m_message)
+        return;
+    QString text = LaunchErrorText(result);
+    if (!program.isEmpty())
+        text += QStringLiteral(": ") + program;
+    m_message(
+        UserMessage{QStringLiteral("Application Launch Error"), text, MessageIcon::Exclamation});
 }
 
 bool Launcher::ShowHelp(const QString& anchor) {
@@ -118,9 +125,11 @@ bool Launcher::ShowHelp(const QString& anchor) {
         result = LaunchResult::OutOfResources;
     if (result != LaunchResult::OutOfResources)
         return true;
+    // The page is there: what is missing is a program to show it.
     if (m_message)
         m_message(UserMessage{QStringLiteral("No Help Available"),
-                              path + QStringLiteral(" not found"), MessageIcon::Exclamation});
+                              QStringLiteral("No program could open the help file ") + path,
+                              MessageIcon::Exclamation});
     return false;
 }
 

@@ -75,8 +75,11 @@ public:
                         const QString& parameters);
 
     // Starts a program directly, never through a shell, with the arguments
-    // as given and workingFolder as its working folder. A failure shows
-    // "Application Launch Error". True when the program was started.
+    // as given and workingFolder as its working folder. A program named
+    // without any folder is one that was found nowhere on PATH: it is not
+    // found, whatever the working folder holds. A failure shows
+    // "Application Launch Error" naming the program as given. True when the
+    // program was started.
     bool StartProgram(const QString& program, const QStringList& arguments,
                       const QString& workingFolder);
 
@@ -84,12 +87,13 @@ public:
     // start: the anchor is not passed on. A missing page opens nothing and
     // says nothing (the desktop would only report the file as not found);
     // only when the desktop's launcher cannot be started at all does it show
-    // "<path> not found" ("No Help Available") and return false. Otherwise
-    // true.
+    // "No program could open the help file <path>" ("No Help Available")
+    // and return false. Otherwise true.
     bool ShowHelp(const QString& anchor);
 
 private:
-    void reportFailure(int result) const;
+    // Shows the text of a failed result; a program named is added to it.
+    void reportFailure(int result, const QString& program = QString()) const;
 
     MessageFunction m_message;
     Desktop m_desktop;

@@ -1,12 +1,15 @@
 #include "MainWindow.h"
 
 #include "AboutBox.h"
+#include "DroppedPath.h"
 #include "MeterWindow.h"
 #include "NewSnapshotDialog.h"
 #include "RecentSnapshots.h"
 #include "SavePrompt.h"
+#include "ScreenPlacement.h"
 
 #include "engine/OpenSnapshot.h"
+#include "engine/Paths.h"
 #include "engine/Scan.h"
 #include "engine/SnapshotFile.h"
 #include "engine/Snapshot.h"
@@ -18,8 +21,6 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QFileInfo>
-#include <QMimeData>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
@@ -36,7 +37,13 @@
 #include <QTimer>
 #include <QToolBar>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 namespace kestrel::shell {
 
@@ -164,6 +171,8 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
         m_store.readString(Recent, QStringLiteral("Folder"), QDir::currentPath()));
     loadPlacement();
 
+    m_tileLayout = m_store.readTileSideBySide() ? views::TileLayout::SideBySide
+                                                : views::TileLayout::OneAboveTheOther;
     setAcceptDrops(true);
     setToolbarVisible(m_options.value(Key::Toolbar) != 0);
     connect(&m_options, &settings::Options::toolbarChanged, this, &MainWindow::setToolbarVisible);
@@ -190,6 +199,9 @@ void MainWindow::createActions() {
     connect(m_mnuFileConfig, &QAction::triggered, this, &MainWindow::mnuFileConfig_Click);
 
     m_mnuFileExit = new QAction(QStringLiteral("E&xit Kestrel"), this);
+    // As in the snapshot windows' File menu, so that the key quits whether
+    // or not one is open.
+    m_mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     connect(m_mnuFileExit, &QAction::triggered, this, &MainWindow::mnuFileExit_Click);
 
     m_mnuHelpAbout = new QAction(QStringLiteral("&About Kestrel..."), this);
@@ -487,6 +499,35 @@ bool MainWindow::OpenSnapshot(const QString& path) {
     return true;
 }
 
+bool MainWindow::checkPathExists(const QString& path) {
+    const QString full = engine::absolutePath(path);
+    QString problem = QStringLiteral(" does not exist");
+#ifdef Q_OS_UNIX
+    // The link itself counts, as ls shows it; a folder on the way that may
+    // not be searched is told as such, not as a missing path.
+    struct stat status;
+    if (::lstat(QFile::encodeName(full).constData(), &status) == 0)
+        return true;
+    if (errno != ENOENT && errno != ENOTDIR)
+        problem = QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+#else
+    if (QFileInfo::exists(full))
+        return true;
+#endif
+    showMessage(UserMessage{QStringLiteral("Path Not Found"), full + problem,
+                            MessageIcon::Exclamation});
+    return false;
+}
+
+bool MainWindow::openPath(const QString& path, int16_t number) {
+    const QString full = engine::absolutePath(path);
+    if (!checkPathExists(full))
+        return false;
+    if (QFileInfo(full).isDir())
+        return NewSnapshot(full, true, true, false, number);
+    return OpenSnapshot(full);
+}
+
 bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
                                     const QString& failureTitle) {
     // A snapshot whose links are damaged is refused before anything shows it.
@@ -508,7 +549,7 @@ bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
     sub->show();
     m_mdi->setActiveSubWindow(sub);
     if (m_options.value(Key::Tiling) != 0)
-        tileHorizontally();
+        tileSnapshotWindows();
     updateActions();
     return true;
 }
@@ -538,6 +579,8 @@ void MainWindow::snapshotWindowGone() {
             if (auto* window = qobject_cast<SnapshotWindow*>(current->widget()))
                 window->Form_Activate();
     }
+    if (!windows.isEmpty() && m_options.value(Key::Tiling) != 0)
+        tileSnapshotWindows();
     updateActions();
 }
 
@@ -570,7 +613,13 @@ QList<SnapshotWindow*> MainWindow::snapshotWindows() const {
     return windows;
 }
 
-void MainWindow::tileHorizontally() {
+void MainWindow::tileWindows(views::TileLayout layout) {
+    m_tileLayout = layout;
+    m_store.writeTileSideBySide(layout == views::TileLayout::SideBySide);
+    tileSnapshotWindows();
+}
+
+void MainWindow::tileSnapshotWindows() {
     QList<QMdiSubWindow*> tiled;
     const QList<QMdiSubWindow*> subs = m_mdi->subWindowList(QMdiArea::CreationOrder);
     for (QMdiSubWindow* sub : subs)
@@ -579,14 +628,19 @@ void MainWindow::tileHorizontally() {
     if (tiled.isEmpty())
         return;
     const QRect area = m_mdi->viewport()->rect();
-    const int height = area.height() / int(tiled.size());
-    for (int i = 0; i < tiled.size(); ++i) {
+    const bool sideBySide = m_tileLayout == views::TileLayout::SideBySide;
+    const int count = int(tiled.size());
+    const int span = sideBySide ? area.width() : area.height();
+    const int step = span / count;
+    for (int i = 0; i < count; ++i) {
         QMdiSubWindow* sub = tiled[i];
         if (sub->isMaximized())
             sub->showNormal();
-        const int top = area.top() + i * height;
-        const int bottom = i + 1 == tiled.size() ? area.bottom() : top + height - 1;
-        sub->setGeometry(QRect(QPoint(area.left(), top), QPoint(area.right(), bottom)));
+        // The last window takes what the division leaves over.
+        const int start = i * step;
+        const int length = i + 1 == count ? span - start : step;
+        sub->setGeometry(sideBySide ? QRect(area.left() + start, area.top(), length, area.height())
+                                    : QRect(area.left(), area.top() + start, area.width(), length));
     }
 }
 
@@ -672,6 +726,12 @@ void MainWindow::loadPlacement() {
     move(pixelsFromTwips(left, dpiX), pixelsFromTwips(top, dpiY));
     resize(pixelsFromTwips(width, dpiX), pixelsFromTwips(height, dpiY));
 
+    // A place on a monitor that is gone would keep the frame out of sight.
+    QList<QRect> screens;
+    for (const QScreen* screen : QGuiApplication::screens())
+        screens.append(screen->availableGeometry());
+    move(placedOnScreens(QRect(pos(), size()), screens).topLeft());
+
     switch (read("Window", 0)) {
     case 1:
         setWindowState(Qt::WindowMinimized);
@@ -711,13 +771,6 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
 
 // Drag and drop ---------------------------------------------------------------
 
-QString MainWindow::droppedPath(const QMimeData* data) {
-    if (!data || !data->hasUrls() || data->urls().isEmpty())
-        return {};
-    const QUrl url = data->urls().constFirst();
-    return url.isLocalFile() ? url.toLocalFile() : QString();
-}
-
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
     const bool takesAnother = !busy() && snapshotWindows().size() < 2;
     if (takesAnother && !droppedPath(event->mimeData()).isEmpty())
@@ -737,12 +790,7 @@ void MainWindow::dropEvent(QDropEvent* event) {
 void MainWindow::openDropped(const QString& path) {
     if (busy() || snapshotWindows().size() >= 2)
         return;
-    // A folder as the command line takes one: with its sub-folders and
-    // hidden items, without versions.
-    if (QFileInfo(path).isDir())
-        NewSnapshot(path, true, true, false, 1);
-    else
-        OpenSnapshot(path);
+    openPath(path, 1);
 }
 
 // Closing -------------------------------------------------------------------

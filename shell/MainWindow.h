@@ -26,7 +26,6 @@ class QLabel;
 class QMdiArea;
 class QMdiSubWindow;
 class QMenu;
-class QMimeData;
 class QToolBar;
 
 namespace kestrel::shell {
@@ -114,6 +113,19 @@ public:
     // Opens a snapshot file (current or v2 format) in a new window; false
     // when it could not be opened, in which case no window remains.
     bool OpenSnapshot(const QString& path);
+
+    // Paths from the command line and from drops are made absolute against
+    // the current folder first, so that the root folder, title, base name
+    // and recent entry made from them stay valid from any other folder.
+    // checkPathExists: true when the path names something (a link counts,
+    // whether or not it leads anywhere); otherwise "PATH does not exist",
+    // or the system's reason when the path cannot be reached, is shown.
+    bool checkPathExists(const QString& path);
+    // A folder is scanned with its sub-folders and hidden items but without
+    // versions and numbered number; anything else is opened as a snapshot
+    // file, which carries its own number. False, with the reason shown,
+    // when no window was made.
+    bool openPath(const QString& path, int16_t number);
     // Puts the summary line of a scan, load or import into the status bar.
     void ShowSummary(const QString& summary);
     QString summaryText() const;
@@ -124,8 +136,10 @@ public:
     void setActiveSnapshotWindow(views::SnapshotWindow* window) override;
     // The open snapshot windows, oldest first.
     QList<views::SnapshotWindow*> snapshotWindows() const override;
-    // Tiles the snapshot windows one above the other, each the full width.
-    void tileHorizontally() override;
+    // Tiles the snapshot windows one above the other or side by side, and
+    // stores the choice: automatic tiling follows it from now on.
+    void tileWindows(views::TileLayout layout) override;
+    views::TileLayout tileLayout() const { return m_tileLayout; }
 
     // What the frame owns.
     settings::Options& options() override { return m_options; }
@@ -178,9 +192,8 @@ public:
     void updateActions();
 
     // A folder or a snapshot file dropped on the frame is scanned or opened
-    // as New or Open would, and only while they could be: fewer than two
-    // snapshot windows open and no operation running.
-    static QString droppedPath(const QMimeData* data);
+    // as the command line's path is, and only while New and Open could run:
+    // fewer than two snapshot windows open and no operation running.
     void openDropped(const QString& path);
 
 protected:
@@ -203,8 +216,11 @@ private:
                             const QString& failureTitle);
     // A snapshot sub-window became the active one.
     void subWindowActivated(QMdiSubWindow* sub);
-    // A snapshot window has gone: the one left active starts afresh.
+    // A snapshot window has gone: the one left active starts afresh and,
+    // with automatic tiling, fills the frame again.
     void snapshotWindowGone();
+    // Tiles the open snapshot windows in the layout chosen last.
+    void tileSnapshotWindows();
     // The menu bar holds the active snapshot window's menus, or the frame's
     // own when there is none.
     void showMenusOf(views::SnapshotWindow* window);
@@ -255,6 +271,7 @@ private:
     bool m_windowClosing = false;
     int m_operations = 0;
     int m_farewellTime = 2000;
+    views::TileLayout m_tileLayout = views::TileLayout::OneAboveTheOther;
     bool m_closed = false;
 };
 

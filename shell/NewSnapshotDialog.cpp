@@ -1,11 +1,16 @@
 #include "shell/NewSnapshotDialog.h"
 
+#include "shell/DroppedPath.h"
+
 #include "settings/IniFile.h"
 #include "settings/Settings.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QCompleter>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QFileInfo>
 #include <QFileSystemModel>
 #include <QGridLayout>
@@ -15,6 +20,7 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSignalBlocker>
@@ -93,6 +99,17 @@ QList<QStorageInfo> reachableDrives() {
         return a.rootPath() < b.rootPath();
     });
     drives.prepend(QStorageInfo::root());
+    return drives;
+}
+
+QList<NewSnapshotDialog::Drive> systemDrives() {
+    QList<NewSnapshotDialog::Drive> drives;
+    for (const QStorageInfo& drive : reachableDrives()) {
+        const QString name = drive.name();
+        const QString root = drive.rootPath();
+        drives.append(
+            {root, name.isEmpty() || name == root ? root : root + u" ["_s + name + u"]"_s});
+    }
     return drives;
 }
 
@@ -203,6 +220,8 @@ struct NewSnapshotDialog::Controls {
     QComboBox* drvDrive = nullptr;
     QFileSystemModel* folders = nullptr; // shared by both folder lists
     DriveFilter* driveFolders = nullptr;
+    QLineEdit* txtFolder = nullptr;
+    QCompleter* completer = nullptr;
     QTreeView* dirFolder = nullptr;
     QGroupBox* Frame1 = nullptr;
     QCheckBox* chkRecurse = nullptr;
@@ -232,14 +251,11 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
         QMessageBox::warning(this, title, text);
     };
 
+    listDrives = systemDrives;
+
     c.drvDrive = new QComboBox(this);
     c.drvDrive->setObjectName(u"drvDrive"_s);
-    for (const QStorageInfo& drive : reachableDrives()) {
-        const QString name = drive.name();
-        const QString root = drive.rootPath();
-        c.drvDrive->addItem(name.isEmpty() || name == root ? root : root + u" ["_s + name + u"]"_s,
-                            root);
-    }
+    fillDrives();
     auto* driveLabel = new QLabel(u"&Drive:"_s, this);
     driveLabel->setBuddy(c.drvDrive);
 
@@ -252,6 +268,16 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     c.dirFolder = makeFolderView(c.driveFolders, u"dirFolder"_s, this);
     auto* folderLabel = new QLabel(u"&Folder:"_s, this);
     folderLabel->setBuddy(c.dirFolder);
+
+    // The folder as a path to type or paste, completed from the folders
+    // there are. Drops land on the dialog, not in the line as text.
+    c.txtFolder = new QLineEdit(this);
+    c.txtFolder->setObjectName(u"txtFolder"_s);
+    c.txtFolder->setAcceptDrops(false);
+    c.txtFolder->setClearButtonEnabled(true);
+    c.completer = new QCompleter(c.folders, this);
+    c.completer->setObjectName(u"txtFolderCompleter"_s);
+    c.txtFolder->setCompleter(c.completer);
 
     c.Frame1 = new QGroupBox(u"Files and Flags:"_s, this);
     c.Frame1->setObjectName(u"Frame1"_s);
@@ -290,6 +316,7 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     left->addWidget(c.drvDrive);
     left->addSpacing(6);
     left->addWidget(folderLabel);
+    left->addWidget(c.txtFolder);
     left->addWidget(c.dirFolder, 1);
 
     auto* buttons = new QHBoxLayout;
@@ -329,6 +356,14 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     // it with the keyboard highlights entries and changes nothing else.
     connect(c.dirFolder, &QTreeView::clicked, this, &NewSnapshotDialog::dirFolder_Click);
     c.dirFolder->installEventFilter(this);
+    c.txtFolder->installEventFilter(this);
+    connect(c.txtFolder, &QLineEdit::editingFinished, this,
+            [this] { openTypedFolder(m_controls->txtFolder->text()); });
+    connect(c.completer, qOverload<const QString&>(&QCompleter::activated), this,
+            &NewSnapshotDialog::openTypedFolder);
+    setAcceptDrops(true);
+    setTabOrder(c.drvDrive, c.txtFolder);
+    setTabOrder(c.txtFolder, c.dirFolder);
     connect(c.dirVersion->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &NewSnapshotDialog::dirVersion_CurrentChanged);
     // Folders are read in the background: keep the chosen ones in view as
@@ -440,6 +475,7 @@ void NewSnapshotDialog::setFolderPath(const QString& path) {
         c.dirFolder->setCurrentIndex(shown);
         c.dirFolder->scrollTo(shown);
     }
+    c.txtFolder->setText(QDir::toNativeSeparators(path));
     if (path != c.folderPath) {
         c.folderPath = path;
         c.driveFolders->setOpened(path);
@@ -497,6 +533,9 @@ void NewSnapshotDialog::openFolderEntry(const QModelIndex& index) {
 
 bool NewSnapshotDialog::eventFilter(QObject* watched, QEvent* event) {
     Controls& c = *m_controls;
+    if (watched == c.txtFolder && event->type() == QEvent::KeyPress &&
+        txtFolder_KeyPress(static_cast<QKeyEvent*>(event)))
+        return true;
     if (watched == c.dirFolder && event->type() == QEvent::KeyPress) {
         const auto* key = static_cast<QKeyEvent*>(event);
         const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
@@ -511,6 +550,92 @@ bool NewSnapshotDialog::eventFilter(QObject* watched, QEvent* event) {
         }
     }
     return QDialog::eventFilter(watched, event);
+}
+
+bool NewSnapshotDialog::txtFolder_KeyPress(QKeyEvent* key) {
+    Controls& c = *m_controls;
+    const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+    if (!enter || (key->modifiers() & ~Qt::KeypadModifier) != Qt::NoModifier)
+        return false;
+    // As in the folder list: Enter opens the folder typed, and on the one
+    // already open goes on to OK, which also names a path that is no folder.
+    const QString text = c.txtFolder->text();
+    if (typedFolderProblem(text) || typedFolderPath(text) == c.folderPath)
+        return false;
+    openTypedFolder(text);
+    return true;
+}
+
+QString NewSnapshotDialog::typedFolderPath(const QString& text) const {
+    QString path = QDir::fromNativeSeparators(text);
+    if (path == u"~" || path.startsWith(u"~/"))
+        path = QDir::homePath() + path.mid(1);
+    const QString shown = m_controls->folderPath;
+    return QDir::cleanPath(
+        QDir(shown.isEmpty() ? QDir::currentPath() : shown).absoluteFilePath(path));
+}
+
+std::optional<engine::UserMessage>
+NewSnapshotDialog::typedFolderProblem(const QString& text) const {
+    const QString path = typedFolderPath(text);
+    const QFileInfo info(path);
+    const QString shown = QDir::toNativeSeparators(path);
+    if (!info.exists())
+        return engine::UserMessage{u"Folder Not Found"_s, shown + u" does not exist"_s};
+    if (!info.isDir())
+        return engine::UserMessage{u"Not a Folder"_s, shown + u" is not a folder"_s};
+    return std::nullopt;
+}
+
+bool NewSnapshotDialog::openTypedFolder(const QString& text) {
+    Controls& c = *m_controls;
+    if (typedFolderProblem(text))
+        return false;
+    const QString path = typedFolderPath(text);
+    const int drive = driveIndexOf(path);
+    if (drive != c.drvDrive->currentIndex()) {
+        const QSignalBlocker quiet(c.drvDrive);
+        c.drvDrive->setCurrentIndex(drive);
+        showDrive(drive);
+    }
+    setFolderPath(path);
+    return true;
+}
+
+void NewSnapshotDialog::dragEnterEvent(QDragEnterEvent* event) {
+    if (QFileInfo(droppedPath(event->mimeData())).isDir())
+        event->acceptProposedAction();
+}
+
+void NewSnapshotDialog::dropEvent(QDropEvent* event) {
+    if (openTypedFolder(droppedPath(event->mimeData())))
+        event->acceptProposedAction();
+}
+
+void NewSnapshotDialog::fillDrives() {
+    Controls& c = *m_controls;
+    const QString shownDrive = c.drvDrive->currentData().toString();
+    {
+        const QSignalBlocker quiet(c.drvDrive);
+        c.drvDrive->clear();
+        for (const Drive& drive : listDrives())
+            c.drvDrive->addItem(drive.caption, drive.root);
+    }
+    if (c.folderPath.isEmpty())
+        return; // the first fill: load() chooses drive and folder
+    // A folder that went with its drive (a disk unplugged) gives way to the
+    // current folder, where a fresh list starts.
+    const QString folder = QFileInfo(c.folderPath).isDir() ? c.folderPath : QDir::currentPath();
+    int drive = c.drvDrive->findData(shownDrive);
+    if (drive < 0 || !isWithin(folder, shownDrive))
+        drive = driveIndexOf(folder);
+    {
+        const QSignalBlocker quiet(c.drvDrive);
+        c.drvDrive->setCurrentIndex(drive);
+    }
+    if (c.drvDrive->itemData(drive).toString() != shownDrive)
+        showDrive(drive);
+    setFolderPath(folder);
 }
 
 void NewSnapshotDialog::dirVersion_CurrentChanged(const QModelIndex& current) {
@@ -535,6 +660,7 @@ void NewSnapshotDialog::scrollToChoices() {
 
 void NewSnapshotDialog::showEvent(QShowEvent* event) {
     QDialog::showEvent(event);
+    fillDrives();
     folders_DirectoryLoaded();
     m_controls->dirFolder->setFocus();
 }
@@ -567,7 +693,16 @@ void NewSnapshotDialog::optionChanged(settings::Key key) {
 }
 
 void NewSnapshotDialog::cmdOK_Click() {
-    m_result = QDir::toNativeSeparators(m_controls->folderPath);
+    Controls& c = *m_controls;
+    // A path typed but not yet opened is the one meant, if it is a folder.
+    const QString typed = c.txtFolder->text();
+    if (typed != QDir::toNativeSeparators(c.folderPath) && !openTypedFolder(typed)) {
+        if (const auto problem = typedFolderProblem(typed))
+            reportError(problem->title, problem->text);
+        c.txtFolder->setFocus();
+        return;
+    }
+    m_result = QDir::toNativeSeparators(c.folderPath);
     accept();
 }
 

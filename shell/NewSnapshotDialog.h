@@ -1,12 +1,17 @@
 #pragma once
 
+#include "engine/Errors.h"
+
 #include <QDialog>
+#include <QList>
 #include <QString>
 
 #include <functional>
+#include <optional>
 
 class QCheckBox;
 class QComboBox;
+class QKeyEvent;
 class QFileSystemModel;
 class QModelIndex;
 class QTreeView;
@@ -26,10 +31,15 @@ namespace kestrel::shell {
 // On construction it reads "Main"/"Folder", "Drive" and "Version" from
 // Kestrel.ini; saveChoices() writes them back (the main window calls it when
 // the program closes).
+//
+// Besides the folder list, a path can be typed or pasted into the folder
+// line (with completion), or a folder dropped on the dialog; the line and
+// the list always show the same folder.
 class NewSnapshotDialog : public QDialog {
     Q_OBJECT
 public:
-    NewSnapshotDialog(settings::IniFile& ini, settings::Options& options, QWidget* parent = nullptr);
+    NewSnapshotDialog(settings::IniFile& ini, settings::Options& options,
+                      QWidget* parent = nullptr);
     ~NewSnapshotDialog() override;
 
     // The chosen folder after OK; empty after Cancel.
@@ -47,6 +57,15 @@ public:
     // QMessageBox; tests put a recorder in its place.
     std::function<void(const QString& title, const QString& text)> reportError;
 
+    // A drive of the Drive list: where it is mounted and how it is shown.
+    struct Drive {
+        QString root;
+        QString caption;
+    };
+    // The drives of this system, asked each time the dialog opens so that a
+    // disk plugged in meanwhile is offered; tests put others in its place.
+    std::function<QList<Drive>()> listDrives;
+
 Q_SIGNALS:
     // cmdHelp: the main window opens the help page.
     void helpRequested();
@@ -62,6 +81,22 @@ private:
     void folders_DirectoryLoaded();
     void scrollToChoices();
     void showEvent(QShowEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+    // Enter in the folder line: opens the folder typed when it is another.
+    bool txtFolder_KeyPress(QKeyEvent* key);
+    // Makes a typed, completed or dropped path the folder, on whichever drive
+    // holds it; relative to the folder shown, "~" the home folder. False
+    // when it names no folder.
+    bool openTypedFolder(const QString& text);
+    // The folder a typed path names, made absolute and clean.
+    QString typedFolderPath(const QString& text) const;
+    // Why a typed path names no folder ("Folder Not Found", "Not a
+    // Folder"); nothing when it names one.
+    std::optional<engine::UserMessage> typedFolderProblem(const QString& text) const;
+    // Fills the Drive list afresh, keeping the folder shown (or, when it has
+    // gone with its drive, falling back to the current folder).
+    void fillDrives();
     void chkVersion_Click(bool ticked);
     void chkCompare_Click(bool ticked);
     void cmdOK_Click();

@@ -23,6 +23,14 @@ namespace {
 
 const QString Section = u"Recent"_s;
 
+// Paths are the same file when the file system says so: letter case counts
+// on POSIX (Case.#01 and case.#01 are two files), not on Windows.
+#ifdef Q_OS_WIN
+constexpr Qt::CaseSensitivity PathCase = Qt::CaseInsensitive;
+#else
+constexpr Qt::CaseSensitivity PathCase = Qt::CaseSensitive;
+#endif
+
 QString fileKey(qsizetype n) {
     return u"File"_s + QString::number(n);
 }
@@ -65,7 +73,7 @@ void RecentList::add(const QString& path) {
     // into the gap. Duplicates never arise in normal use, and the walk is
     // kept as it always was.
     for (qsizetype i = 0; i <= m_entries.size(); ++i) {
-        if (i < m_entries.size() && m_entries[i].compare(path, Qt::CaseInsensitive) == 0)
+        if (i < m_entries.size() && m_entries[i].compare(path, PathCase) == 0)
             m_entries.removeAt(i);
     }
     m_entries.insert(0, path);

@@ -24,9 +24,10 @@ public:
     // that follow while they exist, so a shorter list leaves nothing stale.
     void save(settings::SettingsStore& store) const;
 
-    // AddRecent: removes entries equal to path (ignoring case) and puts path
-    // at the top. Of two adjacent duplicates the second survives, as the walk
-    // advances after a removal.
+    // AddRecent: removes entries equal to path (ignoring case only where the
+    // file system does, on Windows) and puts path at the top. Of two
+    // adjacent duplicates the second survives, as the walk advances after a
+    // removal.
     void add(const QString& path);
 
     const QStringList& entries() const { return m_entries; }

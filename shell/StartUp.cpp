@@ -7,43 +7,75 @@
 #include "views/Highlight.h"
 
 #include <QApplication>
-#include <QFileInfo>
 #include <QStyle>
 
 #include <cstdio>
 
 namespace kestrel::shell {
 
-QString CommandLineText(const QStringList& arguments) {
-    return arguments.mid(1).join(QLatin1Char(' '));
+QStringList CommandLinePaths(const QStringList& arguments) {
+    QStringList paths = arguments.mid(1);
+    paths.removeAll(QString());
+    return paths;
 }
 
-void StartUp(MainWindow& frame, const QString& commandLine) {
+namespace {
+
+// Without paths: the recent list when it holds entries, else a new snapshot.
+void offerFirstSnapshot(MainWindow& frame) {
+    if (frame.recentDialog().list().isEmpty())
+        frame.mnuFileNew_Click();
+    else
+        frame.mnuFileOpen_Click();
+}
+
+// OLD and NEW, each a folder or a snapshot file: the newer is numbered as a
+// repeat of the older would be, so with the naming convention they are the
+// original and the final snapshot. Compared even with auto-compare off:
+// comparing them is what the two paths ask for.
+void openAndCompare(MainWindow& frame, const QString& older, const QString& newer) {
+    if (!frame.openPath(older, 1) || frame.snapshotWindows().size() != 1)
+        return;
+    const int16_t next = int16_t(frame.snapshotWindows().constFirst()->number() + 1);
+    if (!frame.openPath(newer, next))
+        return;
+    views::SnapshotWindow* window = frame.snapshotWindows().constLast();
+    if (window->pairedWindow() && !window->compared())
+        window->CompareSnapshot(true);
+}
+
+} // namespace
+
+void StartUp(MainWindow& frame, const QStringList& paths) {
     frame.show();
     frame.loadAboutBox();
-    if (commandLine.isEmpty()) {
-        if (frame.recentDialog().list().isEmpty())
-            frame.mnuFileNew_Click();
-        else
-            frame.mnuFileOpen_Click();
+    // Every missing path is named before anything is opened, so that a
+    // mistyped NEW does not leave OLD open alone.
+    bool missing = false;
+    for (const QString& path : paths)
+        missing = !frame.checkPathExists(path) || missing;
+    if (paths.isEmpty() || missing) {
+        offerFirstSnapshot(frame);
         return;
     }
-    // A folder is no snapshot file: trying to open it first would only put
-    // up the import's "Unable to open Snapshot" before the scan.
-    const bool folder = QFileInfo(commandLine).isDir();
-    if (folder || !frame.OpenSnapshot(commandLine))
-        frame.NewSnapshot(commandLine, true, true, false, 1);
+    if (paths.size() == 1)
+        frame.openPath(paths.constFirst(), 1);
+    else
+        openAndCompare(frame, paths[0], paths[1]);
 }
 
 namespace {
 
 const char* const Usage =
     "Usage: kestrel [FOLDER | SNAPSHOT]\n"
+    "       kestrel OLD NEW\n"
     "\n"
     "Records the state of folder trees as snapshots and compares them.\n"
     "With a snapshot file (.#01 to .#99) Kestrel opens it; with a folder it takes a\n"
     "snapshot of the folder, its sub-folders and hidden items; with nothing it offers\n"
-    "the recent snapshots, or a new one. The argument is taken whole, as one path.\n"
+    "the recent snapshots, or a new one. With two paths, OLD and NEW, each a snapshot\n"
+    "file or a folder, it opens both and compares them. Each argument is one path;\n"
+    "a relative path is taken from the current folder.\n"
     "\n"
     "  -h, --help     show this text and exit\n"
     "  -v, --version  show the version and exit\n"
@@ -91,8 +123,14 @@ int RunKestrel(int argc, char** argv) {
     QApplication::setApplicationVersion(QStringLiteral(KESTREL_VERSION));
     applyColourScheme();
 
+    const QStringList paths = CommandLinePaths(QCoreApplication::arguments());
+    if (paths.size() > MostCommandLinePaths) {
+        std::fputs("kestrel: give at most two paths, OLD and NEW\n\n", stderr);
+        std::fputs(Usage, stderr);
+        return 2;
+    }
     MainWindow frame(settings::IniFile::defaultPath());
-    StartUp(frame, CommandLineText(QCoreApplication::arguments()));
+    StartUp(frame, paths);
     return application.exec();
 }
 

@@ -7,21 +7,29 @@ namespace kestrel::shell {
 
 class MainWindow;
 
-// The command line as the program reads it: one text, the arguments after
-// the program's name joined with single blanks. Nothing is trimmed and no
-// quotes are stripped; Qt's own options (-platform, -style, ...) have already
-// been taken out by QApplication.
-QString CommandLineText(const QStringList& arguments);
+// The paths on the command line: the arguments after the program's name,
+// each taken whole (nothing trimmed, no quotes stripped). An empty argument
+// names nothing and is left out (it is not the current folder); Qt's own
+// options (-platform, -style, ...) have already been taken out by
+// QApplication.
+QStringList CommandLinePaths(const QStringList& arguments);
+
+// The most paths the command line takes: OLD and NEW.
+inline constexpr int MostCommandLinePaths = 2;
 
 // What the program does at start once the frame exists (the frame's
 // construction has fixed the INI path, loaded the options and read the
-// placement): shows the frame, loads the about box, then acts on the command
-// line. An empty one offers the new-snapshot dialog when the recent list is
-// empty and the recent list otherwise; any other text is opened as a
-// snapshot file and, when that fails, scanned as a folder with sub-folders
-// and hidden files but without versions. If that fails too the frame stays
-// empty.
-void StartUp(MainWindow& frame, const QString& commandLine);
+// placement): shows the frame, loads the about box, then acts on the paths.
+// - None: the new-snapshot dialog when the recent list is empty, the recent
+//   list otherwise.
+// - One: a folder is scanned with sub-folders and hidden files but without
+//   versions, anything else opened as a snapshot file; a file that fails to
+//   load leaves its error and an empty frame.
+// - Two, OLD and NEW: both are opened (or scanned) in that order, the second
+//   numbered as a repeat of the first would be, and compared.
+// Every path is made absolute first. A path that does not exist is named in
+// a message and nothing is opened: the program goes on as without paths.
+void StartUp(MainWindow& frame, const QStringList& paths);
 
 // The program: the application object, the frame with Kestrel.ini in its
 // usual place, start-up and the event loop. Returns the exit code.

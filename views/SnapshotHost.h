@@ -24,6 +24,10 @@ namespace kestrel::views {
 
 class SnapshotWindow;
 
+// How the snapshot windows are tiled: one above the other, each the full
+// width, or side by side, each the full height.
+enum class TileLayout { OneAboveTheOther, SideBySide };
+
 // The answers of the save prompt ("Unsaved Snapshot").
 enum class SaveAnswer {
     Closed = 0, // the prompt was closed through its frame
@@ -88,8 +92,9 @@ public:
     // ExecuteCustom: the external compare program on two files; false, with
     // no message, when either path is empty.
     virtual bool ExecuteCustom(const QString& first, const QString& second) = 0;
-    // Tiles the snapshot windows one above the other.
-    virtual void tileHorizontally() = 0;
+    // The Window menu's Tile commands: tiles the snapshot windows in the
+    // layout given and keeps it for automatic tiling, this run and the next.
+    virtual void tileWindows(TileLayout layout) = 0;
     // The export dialog, the print dialog and the print preview, modal over
     // the main window, for the list a snapshot window shows; the list is
     // read only while they are up.

@@ -263,7 +263,12 @@ void SnapshotWindow::createMenus() {
 
     QAction* tile = addCommand(window, QStringLiteral("mnuWindowTile"), QStringLiteral("&Tile"),
                                nullptr);
-    connect(tile, &QAction::triggered, this, [this] { m_host.tileHorizontally(); });
+    connect(tile, &QAction::triggered, this,
+            [this] { m_host.tileWindows(TileLayout::OneAboveTheOther); });
+    QAction* sideBySide = addCommand(window, QStringLiteral("mnuWindowTileSideBySide"),
+                                     QStringLiteral("Tile &Side by Side"), nullptr);
+    connect(sideBySide, &QAction::triggered, this,
+            [this] { m_host.tileWindows(TileLayout::SideBySide); });
 
     QAction* about = addCommand(help, QStringLiteral("mnuHelpAbout"),
                                 QStringLiteral("&About Kestrel..."), nullptr);

@@ -79,19 +79,21 @@ private Q_SLOTS:
     }
 
     void recentList() {
-        // Adding removes the entries equal to the new one but for case.
+        // Adding moves an entry equal to the new one to the top; on POSIX
+        // names that differ in case are two files, and two entries.
         shell::RecentList list;
-        list.add(u"C:\\A\\x.#01"_s);
-        list.add(u"D:\\b.#01"_s);
-        list.add(u"c:\\a\\X.#01"_s);
-        QCOMPARE(list.entries(), QStringList({u"c:\\a\\X.#01"_s, u"D:\\b.#01"_s}));
+        list.add(u"/d/Case.#01"_s);
+        list.add(u"/d/b.#01"_s);
+        list.add(u"/d/case.#01"_s);
+        list.add(u"/d/Case.#01"_s);
+        QCOMPARE(list.entries(), QStringList({u"/d/Case.#01"_s, u"/d/case.#01"_s, u"/d/b.#01"_s}));
 
         // The walk advances after a removal, so it steps over the entry that
         // moved into the gap: of two adjacent duplicates the second survives.
-        storeRecent({u"/a.#01"_s, u"/A.#01"_s, u"/b.#01"_s});
+        storeRecent({u"/a.#01"_s, u"/a.#01"_s, u"/b.#01"_s});
         list.load(m->store);
         list.add(u"/a.#01"_s);
-        QCOMPARE(list.entries(), QStringList({u"/a.#01"_s, u"/A.#01"_s, u"/b.#01"_s}));
+        QCOMPARE(list.entries(), QStringList({u"/a.#01"_s, u"/a.#01"_s, u"/b.#01"_s}));
 
         // Loading stops at the first empty value.
         storeRecent({u"/a"_s, QString(), u"/c"_s});
@@ -344,6 +346,123 @@ private Q_SLOTS:
         QTest::keyClick(folders, Qt::Key_Enter, Qt::KeypadModifier);
         QVERIFY(!dialog.isVisible());
         QCOMPARE(dialog.folder(), path(u"data/other"_s));
+    }
+
+    // The folder line shows the folder the list has open, and a path typed
+    // into it opens in the list: Enter opens it, on the open one goes on to
+    // OK; a relative path is taken from the folder shown; a path that names
+    // no folder says why and the dialog stays. A folder dropped on the
+    // dialog opens as well.
+    void newFolderLine() {
+        makeFolders({u"data/bin"_s, u"data/other"_s, u"dropped"_s});
+        writeFile(path(u"data/file.txt"_s), "x");
+        m->ini.writeString(u"Main"_s, u"Folder"_s, path(u"data"_s));
+        settings::Options options;
+        shell::NewSnapshotDialog dialog(m->ini, options);
+        QStringList errors;
+        dialog.reportError = [&](const QString& title, const QString& text) {
+            errors << title + u": "_s + text;
+        };
+        auto* line = control<QLineEdit>(dialog, "txtFolder");
+        auto* folders = control<QTreeView>(dialog, "dirFolder");
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowActive(&dialog));
+        QCOMPARE(line->text(), path(u"data"_s));
+        const auto type = [&](const QString& text) {
+            QTest::mouseClick(line, Qt::LeftButton);
+            line->selectAll();
+            QTest::keyClicks(line, text);
+            QTest::keyClick(line, Qt::Key_Return);
+        };
+        const auto opened = [&] {
+            return dialog.findChild<QFileSystemModel*>()->filePath(
+                static_cast<QSortFilterProxyModel*>(folders->model())
+                    ->mapToSource(folders->currentIndex()));
+        };
+
+        type(path(u"data/other"_s));
+        QVERIFY(dialog.isVisible());
+        QCOMPARE(opened(), path(u"data/other"_s));
+        type(u"../bin"_s);
+        QCOMPARE(opened(), path(u"data/bin"_s));
+        QCOMPARE(line->text(), path(u"data/bin"_s));
+
+        // A click in the list puts its folder into the line.
+        const QModelIndex other = folderRow(folders, path(u"data/other"_s));
+        folders->scrollTo(other);
+        QTest::mouseClick(folders->viewport(), Qt::LeftButton, {},
+                          folders->visualRect(other).center());
+        QCOMPARE(line->text(), path(u"data/other"_s));
+
+        type(u"/no/such/folder"_s);
+        type(path(u"data/file.txt"_s));
+        QCOMPARE(errors, (QStringList{u"Folder Not Found: /no/such/folder does not exist"_s,
+                                      u"Not a Folder: "_s + path(u"data/file.txt"_s) +
+                                          u" is not a folder"_s}));
+        QVERIFY(dialog.isVisible());
+        QCOMPARE(opened(), path(u"data/other"_s));
+
+        // Completion offers the folders there are.
+        QTest::mouseClick(line, Qt::LeftButton);
+        line->selectAll();
+        QTest::keyClicks(line, path(u"data/bi"_s));
+        QCompleter* completer = line->completer();
+        QTRY_VERIFY(completer->popup()->isVisible());
+        QCOMPARE(completer->currentCompletion(), path(u"data/bin"_s));
+        QTest::keyClick(completer->popup(), Qt::Key_Down);
+        QTest::keyClick(completer->popup(), Qt::Key_Return);
+        QTRY_COMPARE(opened(), path(u"data/bin"_s));
+        QVERIFY(dialog.isVisible());
+
+        // A folder dropped from the file manager is taken too; a file is not.
+        const QPoint inTheList = folders->mapTo(&dialog, folders->rect().center());
+        const auto drop = [&](const QString& local) {
+            QMimeData data;
+            data.setUrls({QUrl::fromLocalFile(local)});
+            QDragEnterEvent enter(inTheList, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(&dialog, &enter);
+            if (!enter.isAccepted())
+                return false;
+            QDropEvent dropped(inTheList, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(&dialog, &dropped);
+            return dropped.isAccepted();
+        };
+        QVERIFY(!drop(path(u"data/file.txt"_s)));
+        QVERIFY(drop(path(u"dropped"_s)));
+        QCOMPARE(line->text(), path(u"dropped"_s));
+
+        QTest::keyClick(line, Qt::Key_Return);
+        QVERIFY(!dialog.isVisible());
+        QCOMPARE(dialog.folder(), path(u"dropped"_s));
+    }
+
+    // The Drive list is read each time the dialog opens: a disk plugged in
+    // meanwhile is offered, and one taken away gives way to the current
+    // folder.
+    void newDrivesRefreshedOnOpen() {
+        makeFolders({u"stick/photos"_s});
+        settings::Options options;
+        shell::NewSnapshotDialog dialog(m->ini, options);
+        QList<shell::NewSnapshotDialog::Drive> drives{{u"/"_s, u"/"_s}};
+        dialog.listDrives = [&] { return drives; };
+        auto* list = control<QComboBox>(dialog, "drvDrive");
+        dialog.show();
+        QCOMPARE(list->count(), 1);
+        dialog.hide();
+
+        drives.append({path(u"stick"_s), path(u"stick"_s) + u" [STICK]"_s});
+        dialog.show();
+        QCOMPARE(list->count(), 2);
+        QCOMPARE(list->itemText(1), path(u"stick"_s) + u" [STICK]"_s);
+        list->setFocus();
+        QTest::keyClick(list, Qt::Key_Down);
+        QCOMPARE(folderAfterOK(dialog), path(u"stick"_s));
+
+        drives.removeLast();
+        QVERIFY(QDir(path(u"stick"_s)).removeRecursively());
+        dialog.show();
+        QCOMPARE(list->count(), 1);
+        QCOMPARE(folderAfterOK(dialog), QDir::currentPath());
     }
 
     // Cancel returns no folder but keeps the one chosen on show; Folder,

@@ -9,6 +9,7 @@
 #include "shell/Launcher.h"
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
+#include "shell/ScreenPlacement.h"
 #include "shell/StartUp.h"
 
 #include "engine/Twips.h"
@@ -49,9 +50,29 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
     QString m_tree; // a small folder tree, without a trailing separator
 
+    QString m_startFolder;
+
     QString iniPath() const { return m_dir->filePath(u"Kestrel.ini"_s); }
 
+    // The names of the files a comparison marked as changed.
+    static QStringList changedFiles(const engine::Snapshot& snapshot) {
+        QStringList names;
+        for (int32_t i = 1; i <= snapshot.entryCount; ++i)
+            if (!snapshot.entry(i).isFolder() && snapshot.entry(i).status != 0)
+                names << snapshot.nameText(i);
+        return names;
+    }
+    static int unmatchedEntries(const engine::Snapshot& snapshot) {
+        int count = 0;
+        for (int32_t i = 1; i <= snapshot.entryCount; ++i)
+            count += snapshot.entry(i).match == 0;
+        return count;
+    }
+
 private Q_SLOTS:
+    void initTestCase() { m_startFolder = QDir::currentPath(); }
+    void cleanup() { QDir::setCurrent(m_startFolder); }
+
     void init() {
         // Each test starts from an empty store, an empty INI file and a new tree.
         QSettings(u"Kestrel"_s, u"Kestrel"_s).clear();
@@ -65,15 +86,18 @@ private Q_SLOTS:
     }
 
     void startUpWithoutArguments() {
+        // An empty argument names nothing: it is no path, not the current folder.
+        QCOMPARE(shell::CommandLinePaths({u"kestrel"_s, QString(), u"a b"_s}),
+                 QStringList{u"a b"_s});
         {
             Frame frame(iniPath());
-            shell::StartUp(*frame.window, QString());
+            shell::StartUp(*frame.window, {});
             QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::NewSnapshotDialog"_s});
         }
         settings::SettingsStore().writeString(u"Recent"_s, u"File0"_s,
                                               m_dir->filePath(u"Old.#01"_s));
         Frame frame(iniPath());
-        shell::StartUp(*frame.window, QString());
+        shell::StartUp(*frame.window, {});
         QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::RecentSnapshotsDialog"_s});
     }
 
@@ -81,7 +105,7 @@ private Q_SLOTS:
         // A folder is scanned with its sub-folders and hidden files.
         {
             Frame frame(iniPath());
-            shell::StartUp(*frame.window, m_tree);
+            shell::StartUp(*frame.window, {m_tree});
             QCOMPARE(frame->snapshotWindows().size(), 1);
             SnapshotWindow* window = frame->snapshotWindows().first();
             QCOMPARE(window->caption(), u"Snapshot #1 of "_s + m_tree);
@@ -92,15 +116,102 @@ private Q_SLOTS:
             QVERIFY(frame.titles.isEmpty());
         }
 
-        // A quoted path is no snapshot file; scanned as a folder that is not
-        // there, it lists as one nameless entry, as an unreadable folder does.
+        // A path that is not there is named, and the program goes on as
+        // without one; so it does when either of two paths is missing.
+        const QString missing = u"/no/such/path"_s;
+        for (const QStringList& paths : {QStringList{missing}, QStringList{m_tree, missing}}) {
+            Frame frame(iniPath());
+            shell::StartUp(*frame.window, paths);
+            QCOMPARE(frame.messages,
+                     QStringList{u"Path Not Found: /no/such/path does not exist"_s});
+            QVERIFY(frame->snapshotWindows().isEmpty());
+            QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::NewSnapshotDialog"_s});
+            QVERIFY(frame->isVisible());
+        }
+
+        // A file that fails to load leaves its own error only: it is not
+        // scanned as a folder after it.
+        const QString broken = m_dir->filePath(u"Broken.#01"_s);
+        writeFile(broken, "this is not a snapshot\n");
         Frame frame(iniPath());
-        shell::StartUp(*frame.window, u'"' + m_tree + u'"');
+        shell::StartUp(*frame.window, {broken});
+        QCOMPARE(frame.titles.size(), 1);
+        QVERIFY(frame.titles.first() != u"Path Not Found"_s);
+        QVERIFY(frame->snapshotWindows().isEmpty());
         QVERIFY(frame.dialogs.isEmpty());
-        QCOMPARE(frame.titles, QStringList{u"Error"_s});
-        QCOMPARE(frame->snapshotWindows().size(), 1);
-        QCOMPARE(frame->snapshotWindows().first()->snapshot().fileCount, 1);
-        QVERIFY(frame->isVisible());
+    }
+
+    // OLD NEW: both open, the newer numbered as a repeat of the older, and
+    // they are compared even with auto-compare off.
+    void startUpComparesTwoPaths() {
+        const QString saved = m_dir->filePath(u"Tree.#03"_s);
+        {
+            Frame maker(iniPath());
+            maker.saveAnswer = saved;
+            QVERIFY(maker->NewSnapshot(m_tree, true, true, false, 3));
+            maker->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        }
+        writeFile(m_tree + u"/a.txt"_s, "alpha, longer now");
+
+        Frame frame(iniPath());
+        frame->options().setValue(Key::Compare, 0);
+        frame->options().setValue(Key::Naming, 1);
+        shell::StartUp(*frame.window, {saved, m_tree});
+        QVERIFY(frame.titles.isEmpty());
+        const QList<SnapshotWindow*> windows = frame->snapshotWindows();
+        QCOMPARE(windows.size(), 2);
+        QCOMPARE(windows[0]->snapshot().header.fileName, saved);
+        QCOMPARE(windows[1]->number(), int16_t(4));
+        QCOMPARE(windows[1]->caption(), u"Snapshot #4 of "_s + m_tree);
+        QCOMPARE(windows[1]->pairedWindow(), windows[0]);
+        QVERIFY(windows[0]->compared() && windows[1]->compared());
+        for (SnapshotWindow* window : windows)
+            QCOMPARE(changedFiles(window->snapshot()), QStringList{u"a.txt"_s});
+
+        // Two folders: the original and the final snapshot.
+        Frame folders(iniPath());
+        folders->options().setValue(Key::Naming, 1);
+        shell::StartUp(*folders.window, {m_tree + u"/sub"_s, m_tree});
+        QCOMPARE(folders->snapshotWindows().size(), 2);
+        QCOMPARE(folders->snapshotWindows()[0]->caption(),
+                 u"Original Snapshot of "_s + m_tree + u"/sub"_s);
+        QCOMPARE(folders->snapshotWindows()[1]->caption(), u"Final Snapshot of "_s + m_tree);
+        QVERIFY(folders->snapshotWindows()[1]->compared());
+    }
+
+    // Relative paths are made absolute where the program starts: the root
+    // folder, title, proposed file name and recent entry hold from any
+    // other folder, and a repeat scans the recorded root wherever the
+    // program runs then.
+    void relativePathsFromAnotherFolder() {
+        const QString saved = m_dir->filePath(u"Tree.#01"_s);
+        QVERIFY(QDir::setCurrent(m_tree));
+        {
+            Frame frame(iniPath());
+            frame.saveAnswer = saved;
+            shell::StartUp(*frame.window, {u"."_s});
+            SnapshotWindow* window = frame->activeSnapshotWindow();
+            QVERIFY(window);
+            QCOMPARE(window->snapshot().header.rootFolder, m_tree + u'/');
+            QCOMPARE(window->caption(), u"Snapshot #1 of "_s + m_tree);
+            window->mnuFileSaveAs_Click();
+            QVERIFY(frame.proposedSave.endsWith(u"/Tree.#01"_s));
+        }
+
+        QVERIFY(QDir::setCurrent(m_dir->path()));
+        Frame frame(iniPath());
+        shell::StartUp(*frame.window, {u"Tree/../Tree.#01"_s});
+        QCOMPARE(frame->recentDialog().list().entries().value(0), saved);
+        QCOMPARE(frame->activeSnapshotWindow()->caption(), saved);
+
+        QVERIFY(QDir::setCurrent(m_tree + u"/sub"_s));
+        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        const engine::Snapshot& repeated = frame->snapshotWindows().last()->snapshot();
+        QCOMPARE(repeated.header.rootFolder, m_tree + u'/');
+        QCOMPARE(repeated.fileCount, 3);
+        for (SnapshotWindow* window : frame->snapshotWindows())
+            QCOMPARE(unmatchedEntries(window->snapshot()), 0);
     }
 
     // With "Naming" on, numbers 1 and 2 are the original and the final
@@ -318,6 +429,84 @@ private Q_SLOTS:
         QVERIFY(maximised->windowState() & Qt::WindowMaximized);
     }
 
+    // The Window menu tiles one above the other or side by side; the choice
+    // is stored and automatic tiling follows it, also in the next run. When
+    // one window of the pair closes, the other fills the frame again.
+    void tiling() {
+        {
+            Frame frame(iniPath());
+            frame->show();
+            QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+            QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+            QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 2));
+            const QList<SnapshotWindow*> windows = frame->snapshotWindows();
+            const auto frameOf = [&](int i) { return windows[i]->parentWidget()->geometry(); };
+            QCOMPARE(frameOf(0).width(), frameOf(1).width());
+            QVERIFY(frameOf(0).bottom() < frameOf(1).top());
+
+            // Alt+W opens the Window menu, S takes "Tile Side by Side".
+            QTest::keyClick(frame.window.get(), Qt::Key_W, Qt::AltModifier);
+            QTRY_VERIFY(QApplication::activePopupWidget());
+            QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_S);
+            QTRY_VERIFY(frameOf(0).right() < frameOf(1).left());
+            QCOMPARE(frameOf(0).height(), frameOf(1).height());
+            QCOMPARE(frameOf(0).top(), frameOf(1).top());
+        }
+        QVERIFY(settings::SettingsStore().readTileSideBySide());
+
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 2));
+        QWidget* left = frame->snapshotWindows()[0]->parentWidget();
+        QWidget* right = frame->snapshotWindows()[1]->parentWidget();
+        QVERIFY(left->geometry().right() < right->geometry().left());
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(right->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        QTRY_COMPARE(left->geometry(), left->parentWidget()->rect());
+    }
+
+    // A placement on a screen that has gone is pulled onto the nearest one,
+    // only as far as needed; one that can still be taken hold of stays.
+    void placementOnNoScreen() {
+        const QList<QRect> screens{QRect(0, 0, 1920, 1080), QRect(1920, 0, 1280, 1024)};
+        const QRect cases[][2] = {
+            {QRect(100, 100, 800, 600), QRect(100, 100, 800, 600)},      // on the first
+            {QRect(1880, 500, 800, 600), QRect(1880, 500, 800, 600)},    // across both
+            {QRect(1000, -560, 800, 600), QRect(1000, -560, 800, 600)},  // 40 px still shown
+            {QRect(1000, -580, 800, 600), QRect(1000, 0, 800, 600)},     // 20 px are too few
+            {QRect(3300, 200, 800, 600), QRect(2400, 200, 800, 600)},    // right of the second
+            {QRect(-900, 1200, 800, 600), QRect(0, 480, 800, 600)},      // below left of the first
+            {QRect(5000, 5000, 1500, 1200), QRect(1920, 0, 1500, 1200)}, // larger than the screen
+        };
+        for (const auto& [remembered, expected] : cases)
+            QCOMPARE(shell::placedOnScreens(remembered, screens), expected);
+
+        // A frame remembered far off the desktop comes back onto it.
+        settings::IniFile ini(iniPath());
+        ini.writeString(u"Main"_s, u"Left"_s, u"-300000"_s);
+        ini.writeString(u"Main"_s, u"Top"_s, u"400000"_s);
+        Frame frame(iniPath());
+        const QRect desktop = QGuiApplication::primaryScreen()->availableGeometry();
+        QVERIFY(desktop.intersects(QRect(frame->pos(), frame->size())));
+        QCOMPARE(frame->pos().x(), desktop.left());
+    }
+
+    // Ctrl+Q quits from the frame alone as from a snapshot window.
+    void ctrlQuits() {
+        for (const bool withWindow : {false, true}) {
+            Frame frame(iniPath());
+            frame->show();
+            QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+            if (withWindow)
+                QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+            frame.saveQuestionAnswer = views::SaveAnswer::No;
+            QTest::keyClick(frame.window.get(), Qt::Key_Q, Qt::ControlModifier);
+            QVERIFY2(!frame->isVisible(), withWindow ? "with a window" : "alone");
+        }
+    }
+
     // The options dialog in the frame: the menu disables its Compare buttons
     // for good, its toolbar box acts on the frame at once, ExecuteCustom
     // reports through the frame's launcher, and "Synch" is stored once, when
@@ -352,6 +541,39 @@ private Q_SLOTS:
         QCOMPARE(settings::SettingsStore().readString(u"Config"_s, u"Synch"_s, u"-"_s), u"0"_s);
     }
 
+    // The external program named without a folder is the one on PATH, and
+    // each path lands whole in the argument that named it. A name found
+    // nowhere is "File not found" as typed, even with a file of that name
+    // in the current folder.
+    void externalProgramOnPath() {
+        const QString bin = m_dir->filePath(u"bin"_s);
+        QVERIFY(QDir().mkpath(bin));
+        for (const QString& tool :
+             {bin + u"/kestrel-test-diff"_s, m_dir->filePath(u"kestrel-no-such-tool"_s)}) {
+            writeFile(tool, "#!/bin/sh\n");
+            QFile::setPermissions(tool, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        }
+        QVERIFY(QDir::setCurrent(m_dir->path()));
+        const QByteArray path = qgetenv("PATH");
+        qputenv("PATH", QFile::encodeName(bin));
+        Frame frame(iniPath());
+        settings::ConfigDialog& config = frame->configDialog();
+        control<QLineEdit>(config, "txtParams")->setText(u"--left %1 --right=%2"_s);
+        control<QLineEdit>(config, "txtProgram")->setText(u"kestrel-test-diff"_s);
+        const QString first = m_tree + u"/a%2 -o/tmp/pwned"_s;
+        const QString second = m_tree + u"/\"%1\" b"_s;
+        const bool started = config.ExecuteCustom(first, second);
+        control<QLineEdit>(config, "txtProgram")->setText(u"kestrel-no-such-tool"_s);
+        const bool startedMissing = config.ExecuteCustom(first, second);
+        qputenv("PATH", path);
+
+        QVERIFY(started && !startedMissing);
+        QCOMPARE(frame.started, (QList<QStringList>{{bin + u"/kestrel-test-diff"_s, u"--left"_s,
+                                                     first, u"--right="_s + second}}));
+        QCOMPARE(frame.messages,
+                 QStringList{u"Application Launch Error: File not found: kestrel-no-such-tool"_s});
+    }
+
     // The launcher: a document goes to its association, an executable is
     // started directly; help opens the page beside the program (installed,
     // the one in share/kestrel beside bin/), at its top, and complains only
@@ -383,7 +605,8 @@ private Q_SLOTS:
             desktop.messages,
             (QStringList{error + u"No application is associated with this file type"_s,
                          error + u"Error 11 launching application"_s, error + u"File not found"_s,
-                         u"No Help Available: "_s + folder + u"KestHelp.htm not found"_s}));
+                         u"No Help Available: No program could open the help file "_s + folder +
+                             u"KestHelp.htm"_s}));
 
         // Odd names reach the desktop as the one file they name.
         const QString odd = u"-odd; $(touch pwned)\n\"name\".txt"_s;
