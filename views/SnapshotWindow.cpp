@@ -213,7 +213,8 @@ void SnapshotWindow::createMenus() {
     addCommand(file, QStringLiteral("mnuFileConfig"), QStringLiteral("Kestrel &Configuration..."),
                &SnapshotWindow::mnuFileConfig_Click);
     file->addSeparator();
-    QAction* close = addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("&Close"),
+    // "C" belongs to the configuration above: Close takes "l".
+    QAction* close = addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("C&lose"),
                                 nullptr);
     close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
     // The window inside the main window's area is the sub-window holding this.
