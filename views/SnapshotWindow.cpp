@@ -654,7 +654,9 @@ void SnapshotWindow::showNoMatchingFolder(bool rootsDiffer) {
     m_currentKey.clear();
     m_currentTag = 0;
     RefreshList(nullptr);
-    m_sbrStatus->setPanelText(1, int(m_showMode) > int(ShowMode::OnlyHere)
+    // Every mode past "All" filters folders out: the folder may be there,
+    // only hidden.
+    m_sbrStatus->setPanelText(1, int(m_showMode) > int(ShowMode::All)
                                      ? QStringLiteral("No matching folder visible")
                                      : QStringLiteral("No matching folder"));
     m_sbrStatus->setPanelText(2, rootsDiffer ? QStringLiteral("Check Snapshot root folders are correct")

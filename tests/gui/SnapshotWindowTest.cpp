@@ -340,6 +340,17 @@ private Q_SLOTS:
         older->setShowPosition(2);
         QVERIFY(newer->selectFolder(u"/gone/"_s));
         QCOMPARE(older->statusBar()->panelText(1), u"No matching folder visible"_s);
+        // Every mode that filters may be hiding it: they all say so; the
+        // uncompared window (position -1, last) and "All" cannot be.
+        for (const int position : {0, 1, 2, 3, 4, -1}) {
+            older->setShowPosition(position);
+            QVERIFY(newer->selectFolder(u"/newdir/"_s));
+            QCOMPARE(older->statusBar()->panelText(1), position >= 1
+                                                           ? u"No matching folder visible"_s
+                                                           : u"No matching folder"_s);
+        }
+        QCOMPARE(older->showMode(), engine::ShowMode::None);
+        older->CompareSnapshot(true);
 
         // A new comparison root in one window makes the other compare again.
         older->setShowPosition(0);
