@@ -113,6 +113,9 @@ void SnapshotWindow::createControls() {
     m_tvwPaths->setUniformRowHeights(true);
     m_tvwPaths->setSelectionMode(QAbstractItemView::SingleSelection);
     m_tvwPaths->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    // A mouse click is handled from the node it pressed, the keyboard from
+    // the node it makes current.
+    connect(m_tvwPaths, &QAbstractItemView::pressed, this, &SnapshotWindow::tvwPaths_MouseDown);
     connect(m_tvwPaths->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &SnapshotWindow::currentNodeChanged);
 
@@ -381,9 +384,24 @@ void SnapshotWindow::selectNode(const QModelIndex& node) {
     m_tvwPaths->scrollTo(node);
 }
 
+void SnapshotWindow::tvwPaths_MouseDown(const QModelIndex& node) {
+    if (!node.isValid())
+        return;
+    // The click makes the node current and selected whatever the view made
+    // of it (a Ctrl+click deselects), and lists it even when it was
+    // selected already: that brings the other window back to it.
+    selectNode(node);
+    tvwPaths_NodeClick(node);
+}
+
 void SnapshotWindow::currentNodeChanged(const QModelIndex& current) {
-    if (!m_selecting && current.isValid())
-        tvwPaths_NodeClick(current);
+    // The keyboard selects a node as it makes it current. A mouse press
+    // makes it current first and selects it afterwards: that one is left
+    // to tvwPaths_MouseDown, which sees the node selected.
+    if (m_selecting || !current.isValid() ||
+        !m_tvwPaths->selectionModel()->isSelected(current))
+        return;
+    tvwPaths_NodeClick(current);
 }
 
 bool SnapshotWindow::selectFolder(const QString& key) {

@@ -201,6 +201,7 @@ private:
 
     void cboShow_Click();
     void tvwPaths_NodeClick(const QModelIndex& node);
+    void tvwPaths_MouseDown(const QModelIndex& node);
     void currentNodeChanged(const QModelIndex& current);
     void mnuCompare_Open();
     void picSplit_MouseUp(int x);

@@ -57,6 +57,15 @@ QVariant cell(const SnapshotWindow& w, const QString& name, int column, int role
     return w.gridModel().index(row, column).data(role);
 }
 
+// Clicks a folder in a window's tree with the mouse, as a user does.
+void clickNode(const SnapshotWindow& w, const QString& key) {
+    const QModelIndex node = w.treeModel().indexOfKey(key);
+    QVERIFY2(node.isValid(), qPrintable(key));
+    w.tree()->scrollTo(node);
+    QTest::mouseClick(w.tree()->viewport(), Qt::LeftButton, {},
+                      w.tree()->visualRect(node).center());
+}
+
 QColor colourOf(const QVariant& brush) {
     return brush.value<QBrush>().color();
 }
@@ -391,6 +400,57 @@ private Q_SLOTS:
         QCOMPARE(views::translateKey(u"/sub/x/"_s, u"sub/"_s, QString()), u"/x/"_s);
         QCOMPARE(views::translateKey(u"/x/"_s, QString(), u"Sub/"_s), u"/Sub/x/"_s);
         QCOMPARE(views::translateKey(u"/other/"_s, u"sub/"_s, u"a/"_s), u"/other/"_s);
+    }
+
+    // Clicks with the mouse in either window, and the arrow keys, select
+    // the folder in the other window too, or say it has none; clicking the
+    // folder selected already brings the other window back to it.
+    void clickedFoldersFollowInTheOtherWindow() {
+        Frame frame(iniPath());
+        frame->resize(1400, 900);
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        const QStringList subRows = words(u"b.txt c.bin"_s);
+        for (const auto& [from, to] : {std::pair{newer, older}, std::pair{older, newer}}) {
+            clickNode(*from, u"/sub/"_s);
+            QCOMPARE(frame->activeSnapshotWindow(), from);
+            QCOMPARE(from->selectedKey(), u"/sub/"_s);
+            QCOMPARE(gridRows(*from), subRows);
+            QCOMPARE(to->selectedKey(), u"/sub/"_s);
+            QCOMPARE(gridRows(*to), subRows);
+            QCOMPARE(to->statusBar()->panelText(1), m_tree + u"/sub/"_s);
+            clickNode(*from, u"/"_s);
+            QCOMPARE(to->selectedKey(), u"/"_s);
+        }
+
+        clickNode(*newer, u"/newdir/"_s);
+        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
+        QCOMPARE(older->selectedKey(), QString());
+        QCOMPARE(older->gridModel().rowCount(), 0);
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
+
+        // Apart while synchronisation is off; the selected folder clicked
+        // again once it is on.
+        frame->options().setValue(Key::Synch, 0);
+        clickNode(*newer, u"/sub/"_s);
+        clickNode(*older, u"/gone/"_s);
+        QCOMPARE(newer->selectedKey(), u"/sub/"_s);
+        frame->options().setValue(Key::Synch, 1);
+        clickNode(*newer, u"/sub/"_s);
+        QCOMPARE(older->selectedKey(), u"/sub/"_s);
+        QCOMPARE(gridRows(*older), subRows);
+
+        // The arrow keys: up from sub to newdir (only here), then gone.
+        QTest::keyClick(newer->tree(), Qt::Key_Up);
+        QCOMPARE(newer->selectedKey(), u"/newdir/"_s);
+        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
+        QTest::keyClick(newer->tree(), Qt::Key_Up);
+        QCOMPARE(older->selectedKey(), u"/gone/"_s);
+        QCOMPARE(gridRows(*older), words(u"old.txt"_s));
     }
 
     void scrollingTogether() {
