@@ -217,8 +217,8 @@ void SnapshotWindow::createMenus() {
                &SnapshotWindow::mnuFileConfig_Click);
     file->addSeparator();
     // "C" belongs to the configuration above: Close takes "l".
-    QAction* close = addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("C&lose"),
-                                nullptr);
+    QAction* close =
+        addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("C&lose"), nullptr);
     close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
     // The window inside the main window's area is the sub-window holding this.
     connect(close, &QAction::triggered, this, [this] {
@@ -398,8 +398,7 @@ void SnapshotWindow::currentNodeChanged(const QModelIndex& current) {
     // The keyboard selects a node as it makes it current. A mouse press
     // makes it current first and selects it afterwards: that one is left
     // to tvwPaths_MouseDown, which sees the node selected.
-    if (m_selecting || !current.isValid() ||
-        !m_tvwPaths->selectionModel()->isSelected(current))
+    if (m_selecting || !current.isValid() || !m_tvwPaths->selectionModel()->isSelected(current))
         return;
     tvwPaths_NodeClick(current);
 }

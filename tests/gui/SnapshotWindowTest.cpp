@@ -354,9 +354,8 @@ private Q_SLOTS:
         for (const int position : {0, 1, 2, 3, 4, -1}) {
             older->setShowPosition(position);
             QVERIFY(newer->selectFolder(u"/newdir/"_s));
-            QCOMPARE(older->statusBar()->panelText(1), position >= 1
-                                                           ? u"No matching folder visible"_s
-                                                           : u"No matching folder"_s);
+            QCOMPARE(older->statusBar()->panelText(1),
+                     position >= 1 ? u"No matching folder visible"_s : u"No matching folder"_s);
         }
         QCOMPARE(older->showMode(), engine::ShowMode::None);
         older->CompareSnapshot(true);
