@@ -2,6 +2,7 @@
 
 #include "FileGridModel.h"
 #include "FolderTreeModel.h"
+#include "SelectionDelegate.h"
 #include "SnapshotPair.h"
 #include "SnapshotStatusBar.h"
 #include "SplitterBar.h"
@@ -113,6 +114,7 @@ void SnapshotWindow::createControls() {
     m_tvwPaths->setUniformRowHeights(true);
     m_tvwPaths->setSelectionMode(QAbstractItemView::SingleSelection);
     m_tvwPaths->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_tvwPaths->setItemDelegate(new SelectionDelegate(m_tvwPaths));
     // A mouse click is handled from the node it pressed, the keyboard from
     // the node it makes current.
     connect(m_tvwPaths, &QAbstractItemView::pressed, this, &SnapshotWindow::tvwPaths_MouseDown);
@@ -129,6 +131,7 @@ void SnapshotWindow::createControls() {
     m_grdFiles->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_grdFiles->setSelectionMode(QAbstractItemView::SingleSelection);
     m_grdFiles->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_grdFiles->setItemDelegate(new SelectionDelegate(m_grdFiles));
     m_grdFiles->setWordWrap(false);
     m_grdFiles->setTextElideMode(Qt::ElideRight);
     m_grdFiles->verticalHeader()->hide();

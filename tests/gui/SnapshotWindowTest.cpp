@@ -666,6 +666,71 @@ private Q_SLOTS:
         QVERIFY2(cellContrast(u"keep.txt"_s, engine::NameColumn) >= 4.5, "plain text");
     }
 
+    // The row the keyboard stands on is selected, and still shows its
+    // colours: the first row's Changed cell right after the comparison, in
+    // the active window and in the other, and a clicked row's No Match
+    // text. Read from the pixels of the grid as drawn.
+    void selectedRowsKeepTheirColours() {
+        Frame frame(iniPath());
+        frame->resize(1400, 900);
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        makePair(frame);
+        const QColor cyan(0, 255, 255), red(255, 0, 0);
+        const auto distance = [](const QColor& a, const QColor& b) {
+            return std::hypot(a.red() - b.red(), a.green() - b.green(), a.blue() - b.blue());
+        };
+        // A cell as drawn: its commonest colour (the background) and the one
+        // farthest from that (the text).
+        struct Painted {
+            QImage image;
+            QColor background, text;
+        };
+        const auto painted = [&](SnapshotWindow& w, int row, int column) {
+            QTableView* grid = w.grid();
+            const QRect rect = grid->visualRect(w.gridModel().index(row, column));
+            const QImage image = grid->viewport()->grab(rect).toImage();
+            QHash<QRgb, int> counts;
+            for (int y = 0; y < image.height(); ++y)
+                for (int x = 0; x < image.width(); ++x)
+                    ++counts[image.pixel(x, y)];
+            Painted cell{image, {}, {}};
+            QRgb background = counts.constBegin().key();
+            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+                if (it.value() > counts.value(background))
+                    background = it.key();
+            cell.background = QColor(background);
+            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+                if (!cell.text.isValid() || distance(QColor(it.key()), cell.background) >
+                                                distance(cell.text, cell.background))
+                    cell.text = QColor(it.key());
+            return cell;
+        };
+
+        for (SnapshotWindow* w : {second(frame), first(frame)}) {
+            QCOMPARE(gridRows(*w).first(), u"a.txt"_s);
+            QVERIFY(w->grid()->selectionModel()->isRowSelected(0));
+            const QColor selection = w->grid()->palette().color(QPalette::Highlight);
+            const Painted selected = painted(*w, 0, engine::SizeColumn);
+            QVERIFY2(distance(selected.background, cyan) < distance(selected.background, selection),
+                     qPrintable(selected.background.name()));
+            w->grid()->clearSelection();
+            QVERIFY2(painted(*w, 0, engine::SizeColumn).image != selected.image,
+                     "the selection does not show");
+        }
+
+        SnapshotWindow* w = second(frame);
+        const QRect newRow =
+            w->grid()->visualRect(w->gridModel().index(rowNamed(*w, u"new.txt"_s), 0));
+        QTest::mouseClick(w->grid()->viewport(), Qt::LeftButton, {}, newRow.center());
+        QVERIFY(w->grid()->selectionModel()->isRowSelected(rowNamed(*w, u"new.txt"_s)));
+        const QColor text = painted(*w, rowNamed(*w, u"new.txt"_s), engine::NameColumn).text;
+        const QPalette palette = w->grid()->palette();
+        for (const auto role : {QPalette::Text, QPalette::HighlightedText})
+            QVERIFY2(distance(text, red) < distance(text, palette.color(role)),
+                     qPrintable(text.name()));
+    }
+
     void splitterKeepsItsDistanceFromTheEdges() {
         QCOMPARE(views::splitPosition(10, 1000, 150), 150);
         QCOMPARE(views::splitPosition(990, 1000, 150), 850);
