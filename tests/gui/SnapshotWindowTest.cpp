@@ -12,6 +12,7 @@
 #include "engine/SnapshotFile.h"
 #include "engine/Twips.h"
 #include "settings/Settings.h"
+#include "shell/MeterWindow.h"
 #include "views/FileGridModel.h"
 #include "views/FolderTreeModel.h"
 #include "views/Highlight.h"
@@ -64,6 +65,33 @@ void clickNode(const SnapshotWindow& w, const QString& key) {
     w.tree()->scrollTo(node);
     QTest::mouseClick(w.tree()->viewport(), Qt::LeftButton, {},
                       w.tree()->visualRect(node).center());
+}
+
+// What a comparison wrote into a snapshot: each entry's status and match.
+QList<qint64> comparison(const SnapshotWindow& w) {
+    QList<qint64> fields;
+    const engine::Snapshot& s = w.snapshot();
+    for (int32_t i = 0; i <= s.entryCount; ++i)
+        fields << s.entries.get(i).status << s.entries.get(i).match;
+    return fields;
+}
+
+// What a window shows: the folder, the show selector, the sort, the root,
+// the rows and the status bar.
+QStringList shown(const SnapshotWindow& w) {
+    QStringList state{w.selectedKey(),
+                      QString::number(w.showSelector()->currentIndex()),
+                      QString::number(w.sortColumn()),
+                      QString::number(w.sortDescending()),
+                      w.rootKey(),
+                      QString::number(w.showsSubFolders()),
+                      QString::number(w.grid()->verticalScrollBar()->value())};
+    for (int panel = 1; panel <= 4; ++panel)
+        state << w.statusBar()->panelText(panel);
+    const engine::FileList& rows = w.gridModel().rows();
+    for (int r = 0; r < rows.rowCount(); ++r)
+        state << rows.inFolder(r) + rows.cellText(r, engine::NameColumn);
+    return state;
 }
 
 QColor colourOf(const QVariant& brush) {
@@ -450,6 +478,124 @@ private Q_SLOTS:
         QTest::keyClick(newer->tree(), Qt::Key_Up);
         QCOMPARE(older->selectedKey(), u"/gone/"_s);
         QCOMPARE(gridRows(*older), words(u"old.txt"_s));
+    }
+
+    // While a comparison runs, its meter lets events through. Every command
+    // a user gives then, with the mouse or the keys, is refused: the
+    // comparison ends as it does undisturbed, and the windows show what
+    // they would have shown. The meter's Cancel still works.
+    void commandsWaitForARunningOperation() {
+        // Enough entries for the comparison to update its meter.
+        for (int i = 0; i < 1200; ++i)
+            writeFile(m_tree + u"/sub/many%1.txt"_s.arg(i), "x");
+        Frame frame(iniPath());
+        frame->resize(1400, 900);
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        frame->options().setValue(Key::Compare, 0);
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(!newer->compared());
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+
+        bool disturbed = false;
+        std::function<void()> disturb = [&] {
+            // The options dialog lets events through before the comparison.
+            if (!frame->busy()) {
+                QTimer::singleShot(0, disturb);
+                return;
+            }
+            disturbed = true;
+            clickNode(*newer, u"/gone/"_s);
+            clickNode(*older, u"/"_s);
+            QTest::keyClick(newer->tree(), Qt::Key_Down);
+            QHeaderView* header = newer->grid()->horizontalHeader();
+            QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                              QPoint(header->sectionViewportPosition(engine::SizeColumn) + 4,
+                                     header->height() / 2));
+            const QRect firstRow = newer->grid()->visualRect(newer->gridModel().index(0, 0));
+            QTest::mouseDClick(newer->grid()->viewport(), Qt::LeftButton, {}, firstRow.center());
+            QTest::keyClick(newer->grid(), Qt::Key_Return);
+            QWheelEvent wheel(QPointF(firstRow.center()),
+                              newer->grid()->mapToGlobal(firstRow.center()), {}, QPoint(0, -120),
+                              Qt::NoButton, {}, Qt::NoScrollPhase, false);
+            QApplication::sendEvent(newer->grid()->viewport(), &wheel);
+            QTest::mouseClick(newer->showSelector(), Qt::LeftButton);
+            QTest::keyClick(newer->showSelector(), Qt::Key_Down);
+            QMenuBar* bar = frame->menuBar();
+            for (QAction* menu : bar->actions())
+                QTest::mouseClick(bar, Qt::LeftButton, {}, bar->actionGeometry(menu).center());
+            QTest::keyClick(frame.window.get(), Qt::Key_V, Qt::AltModifier);
+            for (const QKeySequence key :
+                 {QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence(Qt::Key_F5),
+                  QKeySequence(Qt::CTRL | Qt::Key_S), QKeySequence(Qt::CTRL | Qt::Key_W),
+                  QKeySequence(Qt::CTRL | Qt::Key_N), QKeySequence(Qt::CTRL | Qt::Key_O),
+                  QKeySequence(Qt::CTRL | Qt::Key_P), QKeySequence(Qt::CTRL | Qt::Key_Q),
+                  QKeySequence(Qt::Key_F1)})
+                QTest::keySequence(frame.window.get(), key);
+            for (const char* button : {"New", "Open", "Save As", "Repeat", "Compare", "Print"})
+                QTest::mouseClick(
+                    frame->toolbar()->widgetForAction(frame->toolbarButton(QLatin1String(button))),
+                    Qt::LeftButton);
+            auto* split = newer->findChild<views::SplitterBar*>(u"picSplit"_s);
+            QTest::mousePress(split, Qt::LeftButton, {}, QPoint(2, 10));
+            QTest::mouseRelease(split, Qt::LeftButton, {}, QPoint(-100, 10));
+            QVERIFY(!newer->parentWidget()->close());
+            QVERIFY(!frame->close());
+            QVERIFY(!QApplication::activePopupWidget());
+        };
+        const auto compareFromTheToolbar = [&] {
+            frame.whileShown = [&](QDialog& dialog) {
+                if (auto* both = dialog.findChild<QPushButton*>(u"cmdCompare1"_s))
+                    both->click();
+                return int(QDialog::Accepted);
+            };
+            QTest::mouseClick(frame->toolbar()->widgetForAction(frame->toolbarButton(u"Compare"_s)),
+                              Qt::LeftButton);
+            frame.whileShown = nullptr;
+        };
+        QTimer::singleShot(0, disturb);
+        compareFromTheToolbar();
+        QVERIFY(disturbed);
+        QVERIFY(newer->compared() && older->compared());
+        QCOMPARE(frame.dialogs, QStringList{u"kestrel::settings::ConfigDialog"_s});
+        QVERIFY(frame.proposedSave.isEmpty() && frame.opened.isEmpty());
+        QCOMPARE(frame->snapshotWindows(), (QList<SnapshotWindow*>{older, newer}));
+        QVERIFY(frame->isVisible());
+        const QList<qint64> disturbedResult = comparison(*newer) + comparison(*older);
+        const QStringList disturbedView = shown(*newer) + shown(*older);
+
+        // The same comparison undisturbed.
+        for (SnapshotWindow* w : {older, newer})
+            w->resetComparison();
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        compareFromTheToolbar();
+        QVERIFY(newer->compared() && older->compared());
+        QVERIFY(comparison(*newer) + comparison(*older) == disturbedResult);
+        QCOMPARE(shown(*newer) + shown(*older), disturbedView);
+
+        // A scan cancelled from its meter: the frame's input is refused, the
+        // meter's is not.
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(newer->parentWidget()->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        bool cancelled = false;
+        std::function<void()> cancel = [&] {
+            if (!frame->busy()) {
+                QTimer::singleShot(0, cancel);
+                return;
+            }
+            QTest::mouseClick(frame->toolbar()->widgetForAction(frame->toolbarButton(u"Repeat"_s)),
+                              Qt::LeftButton);
+            frame->meterWindow().meterShown(); // as after a second
+            QTest::mouseClick(frame->meterWindow().cancelButton(), Qt::LeftButton);
+            cancelled = true;
+        };
+        QTimer::singleShot(0, cancel);
+        QVERIFY(!frame->NewSnapshot(m_tree, true, true, false, 2));
+        QVERIFY(cancelled);
+        QCOMPARE(frame->snapshotWindows().size(), 1);
     }
 
     void scrollingTogether() {
