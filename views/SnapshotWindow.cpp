@@ -420,7 +420,7 @@ void SnapshotWindow::BuildTree() {
     const bool synch = options.value(Key::Synch) != 0;
     m_mnuViewSynch->setChecked(synch);
 
-    m_treeModel->rebuild(m_showMode, colours());
+    m_treeModel->rebuild(m_showMode, colours(), m_comparedPart);
     const QModelIndex top = m_treeModel->topIndex();
     if (m_treeModel->hasFolders()) {
         m_tvwPaths->expand(top);
@@ -434,13 +434,13 @@ void SnapshotWindow::BuildTree() {
     // The comparison root survives the rebuild when its folder is still shown.
     const QModelIndex root = m_treeModel->indexOfKey(Separator + m_rootKey);
     selectNode(root.isValid() ? root : top);
-    mnuCompareRoot_Click();
+    markComparisonRoot(selectedNode());
 
     // Reopen at the folder the user was looking at, in whichever window.
     const QModelIndex last = m_treeModel->indexOfKey(m_host.lastSelectedFolder());
     selectNode(last.isValid() ? last : m_treeModel->topIndex());
 
-    if (m_pair && !compared() && options.value(Key::Compare) != 0) {
+    if (m_pair && !compared() && options.value(Key::Compare) != 0 && !m_comparisonHeld) {
         // The comparison shows itself: the tree is rebuilt and the selected
         // folder listed on its way.
         if (CompareSnapshot(true))
@@ -458,21 +458,54 @@ void SnapshotWindow::tvwPaths_NodeClick(const QModelIndex& node) {
     RefreshScreen(m_currentTag, m_currentKey);
 }
 
+void SnapshotWindow::markComparisonRoot(const QModelIndex& node) {
+    if (!node.isValid())
+        return;
+    m_treeModel->setRootNode(node);
+    m_rootKey = m_treeModel->keyOf(node).mid(1);
+    m_rootIndex = m_treeModel->tagOf(node);
+    const int32_t folder = m_treeModel->entryOf(node);
+    if (folder != m_comparedPart.root())
+        m_comparedPart = engine::ComparedPart(m_snapshot, folder);
+}
+
 void SnapshotWindow::mnuCompareRoot_Click() {
     const QModelIndex node = selectedNode();
     if (!node.isValid())
         return;
-    const QString previous = m_rootKey;
-    m_treeModel->setRootNode(node);
-    m_rootKey = m_treeModel->keyOf(node).mid(1);
-    m_rootIndex = m_treeModel->tagOf(node);
-    // Only a real change of root makes the pair compare again: marking the
-    // same root after a rebuild leaves it alone (two windows with different
-    // roots would otherwise reset each other without end).
-    if (m_rootKey.compare(previous, Qt::CaseInsensitive) == 0 || !m_pair)
+    SnapshotWindow* other = m_pair;
+    if (!other) {
+        markComparisonRoot(node);
         return;
-    if (m_pair->rootKey().compare(m_rootKey, Qt::CaseInsensitive) != 0)
-        m_pair->resetComparison();
+    }
+    // The root belongs to the pair: the other window takes the matching
+    // folder, found as selections follow from one window to the other.
+    const QString key = m_treeModel->keyOf(node);
+    const QString otherKey = translateKey(key, m_rootKey, other->m_rootKey);
+    {
+        // Both leave the comparison first, without comparing again on the
+        // way: their trees show every folder then.
+        const FlagScope holdThis(m_comparisonHeld), holdOther(other->m_comparisonHeld);
+        other->resetComparison();
+        const QModelIndex match = other->m_treeModel->indexOfKey(otherKey);
+        if (match.isValid())
+            other->markComparisonRoot(match);
+        // This window's tree keeps the root and the selection through its
+        // rebuild; the other follows with the roots agreeing.
+        m_rootKey = key.mid(1);
+        resetComparison();
+        if (!match.isValid()) {
+            m_host.showMessage(UserMessage{QStringLiteral("Comparison Root"),
+                                           QStringLiteral("The other Snapshot has no folder ") +
+                                               other->m_snapshot.header.rootFolder +
+                                               otherKey.mid(1) +
+                                               QStringLiteral(": the Snapshots are not compared."),
+                                           MessageIcon::Information});
+            return;
+        }
+    }
+    if (m_host.options().value(Key::Compare) != 0)
+        CompareSnapshot(true);
 }
 
 void SnapshotWindow::mnuCompare_Open() {
@@ -642,6 +675,7 @@ void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
     // "Show empty folders in the file list" off leaves out folders without
     // contents.
     listing.emptyFolders = m_host.options().value(Key::Empty) != 0;
+    listing.compared = &m_comparedPart;
     m_gridModel->list(m_currentTag, listing, colours(), meter);
     m_grdFiles->horizontalHeader()->setSortIndicatorShown(false);
     updateStatusBar();
@@ -785,7 +819,10 @@ void SnapshotWindow::launchEntry(int32_t entry) {
     m_host.LaunchDocument(path.left(cut), path.mid(cut));
 }
 
-void SnapshotWindow::refreshFolder() { tvwPaths_NodeClick(selectedNode()); }
+void SnapshotWindow::refreshFolder() {
+    m_treeModel->setColours(colours());
+    tvwPaths_NodeClick(selectedNode());
+}
 
 void SnapshotWindow::mnuFileConfig_Click() { m_host.mnuFileConfig_Click(); }
 

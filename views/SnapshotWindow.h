@@ -93,6 +93,11 @@ public:
     void mnuFilePrint_Click();
     void mnuFilePrintPreview_Click();
     void mnuCompareNow_Click();
+    // Makes the selected folder the comparison root of the pair: the other
+    // window's root becomes the matching folder, and both compare again
+    // (at once with automatic comparison on). When the other snapshot has no
+    // such folder, that is shown and the pair is left uncompared. Alone, the
+    // window only marks its root.
     void mnuCompareRoot_Click();
     void mnuViewBytes_Click();
     void mnuViewSubs_Click();
@@ -140,8 +145,9 @@ public:
     // file in its application, or with "Shell" set to the external program,
     // hands it and its counterpart to that program.
     void grdFiles_DblClick(int row);
-    // Lists the selected folder again, as a click on its node does: after
-    // options that change what the grid shows.
+    // Shows the options' effects at once: paints the tree in the highlight
+    // colours and lists the selected folder again, as a click on its node
+    // does.
     void refreshFolder();
     // ScrollPosition: makes the first row of the given name (and In Folder
     // text, when given) the top row of the grid.
@@ -204,6 +210,8 @@ private:
     void tvwPaths_MouseDown(const QModelIndex& node);
     void currentNodeChanged(const QModelIndex& current);
     void mnuCompare_Open();
+    // Makes a node this window's comparison root, with the image "Root".
+    void markComparisonRoot(const QModelIndex& node);
     void picSplit_MouseUp(int x);
     void layOutControls();
 
@@ -248,6 +256,10 @@ private:
     engine::ShowMode m_showMode = engine::ShowMode::None;
     QString m_rootKey;
     int32_t m_rootIndex = 0;
+    // Beneath the comparison root; the listings and the tree point at it.
+    engine::ComparedPart m_comparedPart;
+    // Set while the pair's roots move: the trees rebuild without comparing.
+    bool m_comparisonHeld = false;
     // The folder listed in the grid: its node's key and tag.
     QString m_currentKey;
     int32_t m_currentTag = 0;

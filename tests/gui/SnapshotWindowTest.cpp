@@ -388,22 +388,20 @@ private Q_SLOTS:
         QCOMPARE(older->showMode(), engine::ShowMode::None);
         older->CompareSnapshot(true);
 
-        // A new comparison root in one window makes the other compare again.
+        // The comparison root is the pair's: set in one window, it is set
+        // in the other too; without automatic comparison both wait for
+        // Compare Now, which compares root with root.
         older->setShowPosition(0);
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         newer->mnuCompareRoot_Click();
-        QCOMPARE(newer->rootKey(), u"sub/"_s);
-        QVERIFY(!older->compared());
-        QCOMPARE(older->showMode(), engine::ShowMode::None);
-        QVERIFY(newer->selectFolder(u"/newdir/"_s));
-        QCOMPARE(older->statusBar()->panelText(2), u"Check Snapshot root folders are correct"_s);
-        // The same root in both: they meet again, and compare from there.
-        QVERIFY(older->selectFolder(u"/sub/"_s));
-        older->mnuCompareRoot_Click();
-        QVERIFY(newer->compared());
-        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->rootKey(), u"sub/"_s);
+            QVERIFY(!w->compared());
+        }
+        QCOMPARE(older->selectedKey(), u"/sub/"_s);
         newer->mnuCompareNow_Click();
         frame.whileShown = nullptr;
+        QVERIFY(older->compared());
         QCOMPARE(newer->statusBar()->panelText(2), u"1 file changed"_s);
         // The root survives rebuilds, and the Compare menu marks it.
         newer->setShowPosition(3);
@@ -414,6 +412,7 @@ private Q_SLOTS:
         QVERIFY(newer->selectFolder(u"/"_s));
         Q_EMIT newer->menus().at(1)->aboutToShow();
         QVERIFY(!newer->action(u"mnuCompareRoot"_s)->isChecked());
+        newer->setShowPosition(0);
 
         // Synchronisation off: selections stay apart.
         newer->mnuViewSynch_Click();
@@ -598,6 +597,65 @@ private Q_SLOTS:
         QCOMPARE(frame->snapshotWindows().size(), 1);
     }
 
+    // A comparison root set in one window is the pair's: the other window
+    // takes the matching folder and the two compare root with root. What
+    // lies outside the root keeps no colour of an earlier comparison, and
+    // the modes that filter show only the way down to the root. A folder
+    // the other snapshot lacks leaves the pair uncompared.
+    void comparisonRootBelongsToThePair() {
+        Frame frame(iniPath());
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        newer->action(u"mnuCompareRoot"_s)->trigger();
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->rootKey(), u"sub/"_s);
+            QVERIFY(w->compared());
+            QCOMPARE(w->selectedKey(), u"/sub/"_s);
+            QCOMPARE(w->statusBar()->panelText(2), u"1 file changed"_s);
+            QCOMPARE(colourOf(cell(*w, u"b.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole)),
+                     QColor(0, 255, 255));
+        }
+        QVERIFY(frame.messages.isEmpty());
+
+        QVERIFY(newer->selectFolder(u"/"_s));
+        QCOMPARE(older->selectedKey(), u"/"_s);
+        for (const QString& name : words(u"a.txt new.txt newdir sub"_s))
+            for (const int role : {Qt::ForegroundRole, Qt::BackgroundRole})
+                QVERIFY2(!cell(*newer, name, engine::SizeColumn, role).isValid(), qPrintable(name));
+        QVERIFY(!newer->treeModel().indexOfKey(u"/newdir/"_s).data(Qt::ForegroundRole).isValid());
+        QCOMPARE(newer->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        QCOMPARE(older->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        for (int position = 1; position < 5; ++position) {
+            newer->setShowPosition(position);
+            QVERIFY(newer->selectFolder(u"/"_s));
+            QCOMPARE(topFolders(*newer), QStringList{u"sub"_s});
+            QCOMPARE(gridRows(*newer), QStringList{u"sub"_s});
+        }
+        newer->setShowPosition(0);
+
+        frame.messages.clear();
+        QVERIFY(newer->selectFolder(u"/newdir/"_s));
+        newer->mnuCompareRoot_Click();
+        QCOMPARE(frame.messages,
+                 QStringList{u"Comparison Root: The other Snapshot has no folder "_s + m_tree +
+                             u"/newdir/: the Snapshots are not compared."_s});
+        QVERIFY(!newer->compared() && !older->compared());
+        QCOMPARE(newer->rootKey(), u"newdir/"_s);
+        QCOMPARE(older->rootKey(), u"sub/"_s);
+
+        // Back to the top of both, and from there the whole trees compare.
+        QVERIFY(newer->selectFolder(u"/"_s));
+        newer->mnuCompareRoot_Click();
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->rootKey(), QString());
+            QVERIFY(w->compared());
+        }
+        QCOMPARE(newer->statusBar()->panelText(2),
+                 u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s);
+    }
+
     void scrollingTogether() {
         const QString big = m_dir->filePath(u"Big"_s);
         QVERIFY(QDir().mkpath(big + u"/list"_s));
@@ -728,6 +786,30 @@ private Q_SLOTS:
         QTRY_COMPARE(frame->activeSnapshotWindow(), w);
         QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
         QCOMPARE(frame->snapshotWindows().size(), 2);
+    }
+
+    // Saving the options shows their effect in both windows at once: the
+    // tree and the grid in the new highlight colour, and "Always show files
+    // in sub-folders" listing them.
+    void savedOptionsShowAtOnce() {
+        Frame frame(iniPath());
+        makePair(frame);
+        frame.whileShown = [&](QDialog& dialog) {
+            dialog.findChild<QComboBox*>(u"cboChanged"_s)->setCurrentIndex(6);
+            dialog.findChild<QAbstractButton*>(u"chkAlways"_s)->click();
+            dialog.findChild<QPushButton*>(u"cmdSave"_s)->click();
+            return int(QDialog::Accepted);
+        };
+        second(frame)->mnuFileConfig_Click();
+        const QColor yellow(255, 255, 0);
+        for (SnapshotWindow* w : {first(frame), second(frame)}) {
+            QCOMPARE(colourOf(w->treeModel().indexOfKey(u"/sub/"_s).data(Qt::BackgroundRole)),
+                     yellow);
+            QCOMPARE(colourOf(cell(*w, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
+                     yellow);
+            QVERIFY(w->showsSubFolders());
+            QVERIFY(gridRows(*w).contains(u"sub/b.txt"_s));
+        }
     }
 
     // The options that act on the windows: what a double-click starts, the
