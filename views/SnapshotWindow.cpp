@@ -29,6 +29,7 @@
 #include <QTreeView>
 
 #include <limits>
+#include <utility>
 
 namespace kestrel::views {
 
@@ -150,8 +151,13 @@ void SnapshotWindow::createControls() {
             [this](int section) { SortSequence(section + 1); });
     connect(m_grdFiles, &QAbstractItemView::doubleClicked, this,
             [this](const QModelIndex& index) { grdFiles_DblClick(index.row()); });
-    connect(m_grdFiles->verticalScrollBar(), &QScrollBar::valueChanged, this,
-            &SnapshotWindow::grdFiles_Scroll);
+    QScrollBar* scrollBar = m_grdFiles->verticalScrollBar();
+    // The wheel, a drag or a click on the bar: the user scrolls this grid,
+    // whether or not its window is the active one.
+    connect(scrollBar, &QAbstractSlider::actionTriggered, this, [this, scrollBar](int) {
+        m_scrolledByUser = scrollBar->sliderPosition() != scrollBar->value();
+    });
+    connect(scrollBar, &QScrollBar::valueChanged, this, &SnapshotWindow::grdFiles_Scroll);
     m_grdFiles->installEventFilter(this);
 
     m_picSplit = new SplitterBar(this);
@@ -425,9 +431,11 @@ void SnapshotWindow::BuildTree() {
     if (m_treeModel->hasFolders()) {
         m_tvwPaths->expand(top);
         if (synch) {
-            // Scrolling together needs both grids in name order.
+            // Scrolling together needs both grids in name order, ascending
+            // whatever order the user's last sort had.
             m_mnuViewScroll->setChecked(true);
             m_sortColumn = SortByName;
+            m_sortOrder = 1;
         }
     }
 
@@ -750,7 +758,11 @@ void SnapshotWindow::SortSequence(int column) {
 int SnapshotWindow::topRow() const { return m_grdFiles->rowAt(0); }
 
 void SnapshotWindow::grdFiles_Scroll() {
-    if (!m_mnuViewScroll->isChecked() || !isActiveSnapshotWindow())
+    // The grid the user scrolls leads; any other scrolling (a new listing,
+    // the current row moving) only in the active window. A grid following
+    // the other leads nothing back.
+    const bool byUser = std::exchange(m_scrolledByUser, false);
+    if (!m_mnuViewScroll->isChecked() || m_followingScroll || !(byUser || isActiveSnapshotWindow()))
         return;
     for (SnapshotWindow* other : m_host.snapshotWindows())
         if (other != this)
@@ -779,6 +791,7 @@ void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) 
                nameAt(row + 1) == 0)
             ++row;
     }
+    const FlagScope following(m_followingScroll);
     m_grdFiles->scrollTo(m_gridModel->index(row, 0), QAbstractItemView::PositionAtTop);
 }
 

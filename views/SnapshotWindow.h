@@ -152,7 +152,8 @@ public:
     // ScrollPosition: makes the first row of the given name (and In Folder
     // text, when given) the top row of the grid.
     void ScrollPosition(const QString& name, const QString& folder = QString());
-    // Grid scroll handling: the paired window scrolls to this grid's top row.
+    // Grid scroll handling: the paired window scrolls to this grid's top
+    // row, when the user scrolled this grid or this window is the active one.
     void grdFiles_Scroll();
     int topRow() const;
     bool showsSubFolders() const { return m_subFolders; }
@@ -272,6 +273,10 @@ private:
     // Set while the window selects a node itself, so that the selection
     // does not count as the user's click.
     bool m_selecting = false;
+    // Set from the user's move of the grid's scroll bar until the grid has
+    // scrolled; and while the grid follows the other window's.
+    bool m_scrolledByUser = false;
+    bool m_followingScroll = false;
 };
 
 } // namespace kestrel::views

@@ -678,10 +678,49 @@ private Q_SLOTS:
         QCOMPARE(older->topRow(), 149);
         QCOMPARE(gridRows(*older).at(149), top);
 
-        // Only the active window leads: scrolling the other by hand leaves
-        // this one where it is.
+        // The other window's grid leads too when the user scrolls it, with
+        // the wheel though its window is not the active one; moved by the
+        // program it does not.
         older->grid()->verticalScrollBar()->setValue(10);
         QCOMPARE(newer->topRow(), 150);
+        QCOMPARE(frame->activeSnapshotWindow(), newer);
+        QWidget* viewport = older->grid()->viewport();
+        const QPointF inside = viewport->rect().center();
+        QWheelEvent wheel(inside, viewport->mapToGlobal(inside), {}, QPoint(0, -120), Qt::NoButton,
+                          {}, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(viewport, &wheel);
+        QVERIFY(older->topRow() > 10);
+        QCOMPARE(gridRows(*newer).at(newer->topRow()), gridRows(*older).at(older->topRow()));
+        QCOMPARE(frame->activeSnapshotWindow(), newer);
+    }
+
+    // After Repeat a list the user sorted keeps its sort while the windows
+    // do not scroll together; when they do, it is in name order, ascending
+    // whatever order the user's sort had.
+    void repeatKeepsTheSortOrNamesAscending() {
+        for (const bool synch : {true, false}) {
+            Frame frame(iniPath());
+            frame->resize(1400, 900);
+            frame->show();
+            QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+            frame->options().setValue(Key::Synch, synch ? 1 : 0);
+            QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+            SnapshotWindow* w = frame->activeSnapshotWindow();
+            QHeaderView* header = w->grid()->horizontalHeader();
+            const QPoint size(header->sectionViewportPosition(engine::SizeColumn) + 4,
+                              header->height() / 2);
+            for (int click = 0; click < 2; ++click)
+                QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, size);
+            QCOMPARE(w->sortColumn(), SnapshotWindow::SortBySize);
+            QVERIFY(w->sortDescending());
+            const QStringList bySize = gridRows(*w);
+            w->mnuFileRepeat_Click();
+            QVERIFY(w->compared());
+            QCOMPARE(w->sortColumn(),
+                     synch ? SnapshotWindow::SortByName : SnapshotWindow::SortBySize);
+            QCOMPARE(w->sortDescending(), !synch);
+            QCOMPARE(gridRows(*w), synch ? words(u"a.txt gone keep.txt sub"_s) : bySize);
+        }
     }
 
     void statusBarAndSubFolderFiles() {
