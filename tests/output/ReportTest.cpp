@@ -137,6 +137,30 @@ TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
     EXPECT_EQ(document.lineText(document.lineCount() - 2), QString());
 }
 
+// A list beneath a comparison root: the entries outside it were not
+// compared and tell no difference, whatever their fields hold.
+TEST_F(ReportTest, OnlyComparedEntriesTellTheirDifferences) {
+    f.showCompared({Node::file("new.txt", 5), Node::dir("d", {Node::file("x", 2)})},
+                   {Node::dir("d", {Node::file("x", 1)})}, engine::ShowMode::All);
+    const engine::ComparedPart part(f.snapshot, test::indexOf(f.snapshot, QStringLiteral("d")));
+    engine::ListingOptions options = f.rows->options();
+    options.subFolders = true;
+    options.compared = &part;
+    f.rows->list(1, options);
+    QBuffer buffer;
+    QPdfWriter device(&buffer);
+    ReportDocument document;
+    ReportSettings settings;
+    settings.includeDifferences = true;
+    settings.now = Now;
+    ASSERT_TRUE(composeReport(f.list, settings, device, meter, document).ok);
+    const int header = int(reportHeader(f.list, settings).size());
+    EXPECT_FALSE(document.lineText(header).contains(QStringLiteral("[was")));  // new.txt
+    EXPECT_FALSE(document.lineText(header + 1).contains(QStringLiteral("["))); // d
+    EXPECT_TRUE(document.lineText(header + 2).endsWith(QStringLiteral("[was 1]  ")))
+        << document.lineText(header + 2).toStdString();
+}
+
 TEST_F(ReportTest, PagesBreakWhereTheNextLineWouldNotFit) {
     std::vector<Node> files;
     for (int i = 0; i < 250; ++i)
