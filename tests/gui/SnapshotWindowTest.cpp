@@ -128,6 +128,13 @@ private:
         frame->activeSnapshotWindow()->mnuFileRepeat_Click();
         QCOMPARE(frame->snapshotWindows().size(), 2);
     }
+    // The frame on screen and active, large enough for both windows: the
+    // mouse and the keys reach it as a user's do.
+    void showActive(Frame& frame) {
+        frame->resize(1400, 900);
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+    }
     SnapshotWindow* first(Frame& frame) { return frame->snapshotWindows().first(); }
     SnapshotWindow* second(Frame& frame) { return frame->snapshotWindows().last(); }
 
@@ -433,9 +440,7 @@ private Q_SLOTS:
     // folder selected already brings the other window back to it.
     void clickedFoldersFollowInTheOtherWindow() {
         Frame frame(iniPath());
-        frame->resize(1400, 900);
-        frame->show();
-        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        showActive(frame);
         makePair(frame);
         SnapshotWindow* older = first(frame);
         SnapshotWindow* newer = second(frame);
@@ -488,9 +493,7 @@ private Q_SLOTS:
         for (int i = 0; i < 1200; ++i)
             writeFile(m_tree + u"/sub/many%1.txt"_s.arg(i), "x");
         Frame frame(iniPath());
-        frame->resize(1400, 900);
-        frame->show();
-        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        showActive(frame);
         frame->options().setValue(Key::Compare, 0);
         makePair(frame);
         SnapshotWindow* older = first(frame);
@@ -700,9 +703,7 @@ private Q_SLOTS:
     void repeatKeepsTheSortOrNamesAscending() {
         for (const bool synch : {true, false}) {
             Frame frame(iniPath());
-            frame->resize(1400, 900);
-            frame->show();
-            QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+            showActive(frame);
             frame->options().setValue(Key::Synch, synch ? 1 : 0);
             QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
             SnapshotWindow* w = frame->activeSnapshotWindow();
@@ -939,9 +940,7 @@ private Q_SLOTS:
     // text. Read from the pixels of the grid as drawn.
     void selectedRowsKeepTheirColours() {
         Frame frame(iniPath());
-        frame->resize(1400, 900);
-        frame->show();
-        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        showActive(frame);
         makePair(frame);
         const QColor cyan(0, 255, 255), red(255, 0, 0);
         const auto distance = [](const QColor& a, const QColor& b) {
