@@ -44,9 +44,13 @@ void SelectionDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opt
     const QColor text =
         readableOn(cell.palette.color(group, QPalette::Text), background, ReadableContrast);
     cell.state &= ~QStyle::State_Selected;
+    // The icon keeps its selected look: a folder shows open.
+    const QWidget* widget = cell.widget;
+    if (!cell.icon.isNull())
+        cell.icon = QIcon(cell.icon.pixmap(
+            cell.decorationSize, widget ? widget->devicePixelRatioF() : 1.0, QIcon::Selected));
     cell.backgroundBrush = background;
     cell.palette.setColor(QPalette::Text, text);
-    const QWidget* widget = cell.widget;
     QStyle* style = widget ? widget->style() : QApplication::style();
     style->drawControl(QStyle::CE_ItemViewItem, &cell, painter, widget);
 
