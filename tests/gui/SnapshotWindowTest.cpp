@@ -94,6 +94,31 @@ QStringList shown(const SnapshotWindow& w) {
     return state;
 }
 
+// A grid cell as drawn, inside its edges: the commonest colour is its
+// background, the one that stands out most from that its text.
+struct PaintedCell {
+    QColor background, text;
+    double contrast() const { return views::contrastRatio(text, background); }
+};
+
+PaintedCell paintedCell(const SnapshotWindow& w, int row, int column) {
+    const QRect cell = w.grid()->visualRect(w.gridModel().index(row, column));
+    const QImage image = w.grid()->viewport()->grab(cell.adjusted(2, 2, -2, -2)).toImage();
+    QHash<QRgb, int> counts;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            ++counts[image.pixel(x, y)];
+    QRgb background = counts.constBegin().key();
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+        if (it.value() > counts.value(background))
+            background = it.key();
+    PaintedCell painted{QColor(background), QColor(background)};
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+        if (views::contrastRatio(QColor(it.key()), painted.background) > painted.contrast())
+            painted.text = QColor(it.key());
+    return painted;
+}
+
 QColor colourOf(const QVariant& brush) {
     return brush.value<QBrush>().color();
 }
@@ -907,31 +932,16 @@ private Q_SLOTS:
         SnapshotWindow* w = second(frame);
         QVERIFY(QTest::qWaitForWindowExposed(frame.window.get()));
         w->grid()->clearSelection(); // the cells as they are, not as selected
-        const QImage shot = w->grid()->viewport()->grab().toImage();
+        const double noMatch =
+            paintedCell(*w, rowNamed(*w, u"new.txt"_s), engine::NameColumn).contrast();
+        const double onChanged =
+            paintedCell(*w, rowNamed(*w, u"a.txt"_s), engine::SizeColumn).contrast();
+        const double plain =
+            paintedCell(*w, rowNamed(*w, u"keep.txt"_s), engine::NameColumn).contrast();
         QApplication::setPalette(before);
-
-        // The text of a cell against its background: the commonest colour is
-        // the background, the one farthest from it the text.
-        const auto cellContrast = [&](const QString& name, int column) {
-            const QRect cell =
-                w->grid()->visualRect(w->gridModel().index(rowNamed(*w, name), column));
-            const QImage part = shot.copy(cell.adjusted(2, 2, -2, -2));
-            QHash<QRgb, int> counts;
-            for (int y = 0; y < part.height(); ++y)
-                for (int x = 0; x < part.width(); ++x)
-                    ++counts[part.pixel(x, y)];
-            QRgb background = 0;
-            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-                if (it.value() > counts.value(background))
-                    background = it.key();
-            double best = 1;
-            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-                best = std::max(best, views::contrastRatio(QColor(it.key()), QColor(background)));
-            return best;
-        };
-        QVERIFY2(cellContrast(u"new.txt"_s, engine::NameColumn) >= 3.0, "No Match text");
-        QVERIFY2(cellContrast(u"a.txt"_s, engine::SizeColumn) >= 4.5, "text on Changed");
-        QVERIFY2(cellContrast(u"keep.txt"_s, engine::NameColumn) >= 4.5, "plain text");
+        QVERIFY2(noMatch >= 3.0, "No Match text");
+        QVERIFY2(onChanged >= 4.5, "text on Changed");
+        QVERIFY2(plain >= 4.5, "plain text");
     }
 
     // The row the keyboard stands on is selected, and still shows its
@@ -946,54 +956,26 @@ private Q_SLOTS:
         const auto distance = [](const QColor& a, const QColor& b) {
             return std::hypot(a.red() - b.red(), a.green() - b.green(), a.blue() - b.blue());
         };
-        // A cell as drawn: its commonest colour (the background) and the one
-        // farthest from that (the text).
-        struct Painted {
-            QImage image;
-            QColor background, text;
-        };
-        const auto painted = [&](SnapshotWindow& w, int row, int column) {
-            QTableView* grid = w.grid();
-            const QRect rect = grid->visualRect(w.gridModel().index(row, column));
-            const QImage image = grid->viewport()->grab(rect).toImage();
-            QHash<QRgb, int> counts;
-            for (int y = 0; y < image.height(); ++y)
-                for (int x = 0; x < image.width(); ++x)
-                    ++counts[image.pixel(x, y)];
-            Painted cell{image, {}, {}};
-            QRgb background = counts.constBegin().key();
-            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-                if (it.value() > counts.value(background))
-                    background = it.key();
-            cell.background = QColor(background);
-            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-                if (!cell.text.isValid() || distance(QColor(it.key()), cell.background) >
-                                                distance(cell.text, cell.background))
-                    cell.text = QColor(it.key());
-            return cell;
-        };
-
         for (SnapshotWindow* w : {second(frame), first(frame)}) {
             QCOMPARE(gridRows(*w).first(), u"a.txt"_s);
             QVERIFY(w->grid()->selectionModel()->isRowSelected(0));
             const QColor selection = w->grid()->palette().color(QPalette::Highlight);
-            const Painted selected = painted(*w, 0, engine::SizeColumn);
-            QVERIFY2(distance(selected.background, cyan) < distance(selected.background, selection),
-                     qPrintable(selected.background.name()));
+            const QColor selected = paintedCell(*w, 0, engine::SizeColumn).background;
+            QVERIFY2(distance(selected, cyan) < distance(selected, selection),
+                     qPrintable(selected.name()));
             w->grid()->clearSelection();
-            QVERIFY2(painted(*w, 0, engine::SizeColumn).image != selected.image,
+            QVERIFY2(paintedCell(*w, 0, engine::SizeColumn).background != selected,
                      "the selection does not show");
         }
 
         SnapshotWindow* w = second(frame);
-        const QRect newRow =
-            w->grid()->visualRect(w->gridModel().index(rowNamed(*w, u"new.txt"_s), 0));
-        QTest::mouseClick(w->grid()->viewport(), Qt::LeftButton, {}, newRow.center());
-        QVERIFY(w->grid()->selectionModel()->isRowSelected(rowNamed(*w, u"new.txt"_s)));
-        const QColor text = painted(*w, rowNamed(*w, u"new.txt"_s), engine::NameColumn).text;
-        const QPalette palette = w->grid()->palette();
+        const int newRow = rowNamed(*w, u"new.txt"_s);
+        QTest::mouseClick(w->grid()->viewport(), Qt::LeftButton, {},
+                          w->grid()->visualRect(w->gridModel().index(newRow, 0)).center());
+        QVERIFY(w->grid()->selectionModel()->isRowSelected(newRow));
+        const QColor text = paintedCell(*w, newRow, engine::NameColumn).text;
         for (const auto role : {QPalette::Text, QPalette::HighlightedText})
-            QVERIFY2(distance(text, red) < distance(text, palette.color(role)),
+            QVERIFY2(distance(text, red) < distance(text, w->grid()->palette().color(role)),
                      qPrintable(text.name()));
     }
 
