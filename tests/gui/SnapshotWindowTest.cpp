@@ -1,8 +1,9 @@
 // The snapshot window driven as a user drives it, over real temporary
-// trees: two windows pairing and comparing, the show modes, colours,
-// sorting, the windows following each other, the status bar, the entry
-// limit, the comparison root and branch, double-clicks and keys, and a
-// damaged file.
+// trees: two windows pairing and comparing, the show modes, colours (on
+// selected rows too), sorting, the windows following each other's clicks,
+// keys and scrolling, the status bar, the entry limit, the comparison root
+// and branch, double-clicks and keys, commands refused while an operation
+// runs, and a damaged file.
 
 #include "TemporaryHome.h"
 #include "TestFrame.h"
