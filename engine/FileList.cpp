@@ -133,7 +133,10 @@ void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter*
             ring.current = next;
 
         const bool contents = e.isFolder() && hasContents(s, i);
-        if (rowShown(e, options.mode) && (options.emptyFolders || !e.isFolder() || contents)) {
+        const bool covered = !options.compared || options.compared->covers(i);
+        const bool shown =
+            covered ? rowShown(e, options.mode) : options.compared->shownOutside(i, options.mode);
+        if (shown && (options.emptyFolders || !e.isFolder() || contents)) {
             m_rows.push_back({i, folder});
             if (e.isFolder()) {
                 ++m_counters.folders;
@@ -141,7 +144,7 @@ void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter*
                 ++m_counters.files;
                 m_counters.bytes += e.size;
             }
-            if (compared) {
+            if (compared && covered) {
                 if (e.match == 0)
                     ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
                 else if (e.status > 0)
@@ -169,7 +172,8 @@ QString FileList::cellText(int32_t row, int column) const {
     case SizeColumn:
         return sizeCellText(e);
     case TypeColumn:
-        return FileTypeText(m_snapshot.nameText(i)).toLower();
+        // A dot in a folder's name ("v1.2") does not make a type.
+        return e.isFolder() ? QString() : FileTypeText(m_snapshot.nameText(i)).toLower();
     case ModifiedColumn:
         return modifiedText(e.modified);
     case AttributesColumn:
@@ -192,7 +196,10 @@ QString FileList::cellText(int32_t row, int column) const {
 Highlight FileList::highlight(int32_t row, int column) const {
     if (m_options.mode == ShowMode::None || column < NameColumn || column > VersionColumn)
         return Highlight::None;
-    const SnapshotEntry& e = m_snapshot.entries.get(m_rows[size_t(row)].entry);
+    const int32_t entry = m_rows[size_t(row)].entry;
+    if (m_options.compared && !m_options.compared->covers(entry))
+        return Highlight::None;
+    const SnapshotEntry& e = m_snapshot.entries.get(entry);
     if (e.match == 0)
         return Highlight::Deleted;
     // The status bits paint the cells one by one, whatever the entry: a

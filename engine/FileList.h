@@ -77,6 +77,9 @@ struct ListingOptions {
     bool keys = true;
     // Show folders without contents.
     bool emptyFolders = true;
+    // What the comparison covers, when not the whole snapshot; it must
+    // outlive the listing.
+    const ComparedPart* compared = nullptr;
 };
 
 // The rows of one listed folder. It only reads the snapshot, which must

@@ -1,5 +1,9 @@
 #include "ShowMode.h"
 
+#include "RingWalk.h"
+
+#include <algorithm>
+
 namespace kestrel::engine {
 
 QStringList showModeTexts() {
@@ -61,6 +65,28 @@ bool fileRulePasses(const SnapshotEntry& e, ShowMode mode) {
         return e.match == 0 || e.status > 0;
     }
     return true;
+}
+
+ComparedPart::ComparedPart(const Snapshot& snapshot, int32_t root) : m_root(root) {
+    if (root <= 0 || !snapshot.entries.contains(root)) {
+        m_root = 0;
+        return;
+    }
+    m_inside.assign(size_t(snapshot.capacity()) + 1, false);
+    if (hasContents(snapshot, root))
+        walkFrom(snapshot, root + 1,
+                 [this](int32_t entry, int) { m_inside[size_t(entry)] = true; });
+    // Bounded by the table, as every walk up a parent chain is.
+    int64_t budget = int64_t(snapshot.capacity()) + 1;
+    for (int32_t folder = root; folder > 0 && snapshot.entries.contains(folder) && --budget >= 0;
+         folder = snapshot.entries.get(folder).parent)
+        m_path.push_back(folder);
+}
+
+bool ComparedPart::shownOutside(int32_t entry, ShowMode mode) const {
+    if (int(mode) <= int(ShowMode::All))
+        return true;
+    return std::find(m_path.begin(), m_path.end(), entry) != m_path.end();
 }
 
 } // namespace kestrel::engine

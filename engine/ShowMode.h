@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace kestrel::engine {
 
@@ -47,5 +48,37 @@ bool fileRulePasses(const SnapshotEntry& entry, ShowMode mode);
 inline bool rowShown(const SnapshotEntry& entry, ShowMode mode) {
     return fileRulePasses(entry, mode) || (entry.isFolder() && folderVisible(entry, mode));
 }
+
+// The part of a snapshot its comparison covers: everything beneath the
+// comparison root, the whole snapshot when the root is the top. The
+// comparison writes status and match only there; outside, they are left
+// from an earlier comparison or were never written, and mean nothing. So
+// outside the part nothing is coloured or counted, and the show modes
+// that filter by the comparison leave it out, all but the folders on the
+// way down to the root.
+class ComparedPart {
+public:
+    // The whole snapshot.
+    ComparedPart() = default;
+    // Everything beneath the folder whose entry is root (0: the whole
+    // snapshot). The snapshot's rings must be sound, as the folder index
+    // has checked them for every folder a window shows.
+    ComparedPart(const Snapshot& snapshot, int32_t root);
+
+    // The root folder's entry; 0 for the top.
+    int32_t root() const { return m_root; }
+    bool covers(int32_t entry) const {
+        return m_root == 0 || (size_t(entry) < m_inside.size() && m_inside[size_t(entry)]);
+    }
+    // Whether a show mode lists an entry the part does not cover: the modes
+    // that filter nothing list everything, the others only the root and the
+    // folders above it, so that the root can be reached.
+    bool shownOutside(int32_t entry, ShowMode mode) const;
+
+private:
+    int32_t m_root = 0;
+    std::vector<bool> m_inside;  // by entry
+    std::vector<int32_t> m_path; // the root, then each folder above it
+};
 
 } // namespace kestrel::engine

@@ -164,6 +164,8 @@ void CellWriter::appendName(const SnapshotEntry& e, int32_t row, LineBuffer& out
 }
 
 void CellWriter::appendType(const SnapshotEntry& e, int32_t row, LineBuffer& out) {
+    if (e.isFolder())
+        return;
     const std::string_view name = m_snapshot.nameOf(e);
     if (!isAscii(name)) {
         appendSlow(row, engine::TypeColumn, out);

@@ -180,7 +180,10 @@ public:
                 m_document.addPiece(start, FitText(text, width, m_metrics));
             }
         }
-        if (m_settings.includeDifferences) {
+        // An entry the comparison did not cover (outside the comparison
+        // root) has no difference to tell.
+        const engine::ComparedPart* compared = rows.options().compared;
+        if (m_settings.includeDifferences && (!compared || compared->covers(rows.entryAt(row)))) {
             const QString difference =
                 engine::WhatChanged(*m_list.snapshot, m_list.other, -rows.entryAt(row), 0, 0, 0, {},
                                     m_list.compareOptions);

@@ -1,6 +1,7 @@
 #include "MainWindow.h"
 
 #include "AboutBox.h"
+#include "BusyInputFilter.h"
 #include "DroppedPath.h"
 #include "MeterWindow.h"
 #include "NewSnapshotDialog.h"
@@ -93,7 +94,8 @@ QIcon printerIcon(const QWidget* widget) {
 MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     : QMainWindow(parent), m_ini(iniPath),
       m_launcher([this](const UserMessage& message) { showMessage(message); }),
-      m_meterWindow(new MeterWindow(this)), m_meter(m_meterWindow) {
+      m_meterWindow(new MeterWindow(this)), m_meter(m_meterWindow),
+      m_busyFilter(new BusyInputFilter(this, this)) {
     setWindowTitle(QStringLiteral("Kestrel"));
     setWindowIcon(KestrelIcon());
     m_meterWindow->attach(&m_meter);
@@ -664,6 +666,16 @@ void MainWindow::updateActions() {
 }
 
 // SnapshotHost ---------------------------------------------------------------
+
+void MainWindow::operationStarted() {
+    if (m_operations++ == 0)
+        qApp->installEventFilter(m_busyFilter);
+}
+
+void MainWindow::operationEnded() {
+    if (--m_operations == 0)
+        qApp->removeEventFilter(m_busyFilter);
+}
 
 void MainWindow::AddRecent(const QString& path) {
     m_recent->list().add(path);

@@ -31,6 +31,7 @@ class QToolBar;
 namespace kestrel::shell {
 
 class AboutBox;
+class BusyInputFilter;
 class MeterWindow;
 class NewSnapshotDialog;
 class RecentSnapshotsDialog;
@@ -64,11 +65,11 @@ struct UserQuestions {
 // through views::SnapshotHost.
 //
 // Long operations run on this thread under the progress meter, which lets
-// events through so that its Cancel button works. Every command that could
-// start a second operation or take a window away (the menus, the toolbar,
-// closing a snapshot window or the frame) checks busy() first and is
-// ignored while an operation runs; the actions stay enabled meanwhile, so
-// quick operations do not make the toolbar flicker.
+// events through so that its Cancel button works. Meanwhile the frame
+// takes no input (BusyInputFilter), and every command that could start a
+// second operation or take a window away (the menus, the toolbar, closing
+// a snapshot window or the frame) checks busy() first as well; the actions
+// stay enabled, so quick operations do not make the toolbar flicker.
 class MainWindow : public QMainWindow, public views::SnapshotHost {
     Q_OBJECT
 public:
@@ -165,8 +166,10 @@ public:
     // views::SnapshotHost
     engine::ProgressMeter& progressMeter() override { return m_meter; }
     bool busy() const override { return m_operations > 0; }
-    void operationStarted() override { ++m_operations; }
-    void operationEnded() override { --m_operations; }
+    // The first operation started shuts the frame's input off, the last one
+    // ended opens it again.
+    void operationStarted() override;
+    void operationEnded() override;
     bool windowClosing() const override { return m_windowClosing; }
     void setWindowClosing(bool closing) override { m_windowClosing = closing; }
     QString lastSelectedFolder() const override { return m_lastSelectedFolder; }
@@ -245,6 +248,7 @@ private:
     QLabel* m_summary = nullptr;
     MeterWindow* m_meterWindow = nullptr;
     engine::ProgressMeter m_meter;
+    BusyInputFilter* m_busyFilter = nullptr;
     NewSnapshotDialog* m_newDialog = nullptr;
     RecentSnapshotsDialog* m_recent = nullptr;
     QPointer<SavePrompt> m_savePrompt;

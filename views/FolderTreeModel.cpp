@@ -21,7 +21,8 @@ FolderTreeModel::FolderTreeModel(const engine::Snapshot& snapshot,
     rebuild(ShowMode::None, {});
 }
 
-void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours) {
+void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours,
+                              const engine::ComparedPart& compared) {
     beginResetModel();
     m_colours = colours;
     m_root = -1;
@@ -34,12 +35,13 @@ void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours) {
         for (const int32_t folder : m_index.subFolders(m_nodes[n].folder)) {
             const int32_t entry = m_index.entryOf(folder);
             const engine::SnapshotEntry& e = m_snapshot.entries.get(entry);
+            const bool covered = compared.covers(entry);
             // A hidden folder hides everything beneath it too.
-            if (!engine::folderVisible(e, mode))
+            if (covered ? !engine::folderVisible(e, mode) : !compared.shownOutside(entry, mode))
                 continue;
             const bool contents = engine::hasContents(m_snapshot, entry);
             Highlight highlight = Highlight::None;
-            if (mode != ShowMode::None) {
+            if (mode != ShowMode::None && covered) {
                 if (e.match == 0)
                     highlight = Highlight::Deleted;
                 else if (contents && e.status >= 1)
@@ -53,6 +55,18 @@ void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours) {
     }
     m_nodes[0].tag = hasFolders() ? 1 : 0;
     endResetModel();
+}
+
+void FolderTreeModel::setColours(const HighlightColours& colours) {
+    m_colours = colours;
+    const QList<int> roles{Qt::ForegroundRole, Qt::BackgroundRole};
+    const QModelIndex top = topIndex();
+    Q_EMIT dataChanged(top, top, roles);
+    // One notice for each node's children, which lie side by side.
+    for (const Node& node : m_nodes)
+        if (node.childCount > 0)
+            Q_EMIT dataChanged(indexOfNode(node.firstChild),
+                               indexOfNode(node.firstChild + node.childCount - 1), roles);
 }
 
 int32_t FolderTreeModel::nodeOf(const QModelIndex& index) const {

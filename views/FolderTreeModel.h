@@ -44,9 +44,13 @@ public:
 
     // Fills the tree anew for a show mode; after a comparison (any mode but
     // None) folders without counterpart take the "No Match" colour and
-    // folders with changes beneath them the "Changed" colour. The comparison
-    // root's mark is cleared.
-    void rebuild(engine::ShowMode mode, const HighlightColours& colours);
+    // folders with changes beneath them the "Changed" colour. Folders the
+    // comparison did not cover are not coloured, and shown only as far as
+    // the part allows. The comparison root's mark is cleared.
+    void rebuild(engine::ShowMode mode, const HighlightColours& colours,
+                 const engine::ComparedPart& compared = {});
+    // Paints the nodes' highlights in other colours.
+    void setColours(const HighlightColours& colours);
 
     // Whether any folder was added beneath the top.
     bool hasFolders() const { return m_nodes.size() > 1; }

@@ -20,11 +20,6 @@ double luminance(const QColor& c) {
 
 } // namespace
 
-// Text in the "No Match" colour stays at least this far from the background:
-// enough for every colour the options offer on a light background, so that
-// there they show exactly as chosen.
-constexpr double ReadableContrast = 3.0;
-
 HighlightColours HighlightColours::from(const settings::Options& options, const QColor& base) {
     return {colourOf(options.changedColour()),
             readableOn(colourOf(options.deletedColour()), base, ReadableContrast)};
@@ -41,14 +36,17 @@ QColor readableOn(const QColor& colour, const QColor& background, double minimum
     const QColor towards = luminance(background) < 0.5 ? QColor(Qt::white) : QColor(Qt::black);
     // Ten steps of a tenth: the nearest mix that is readable.
     for (int step = 1; step <= 10; ++step) {
-        const double t = step / 10.0;
-        const QColor mixed = QColor::fromRgbF(colour.redF() + (towards.redF() - colour.redF()) * t,
-                                              colour.greenF() + (towards.greenF() - colour.greenF()) * t,
-                                              colour.blueF() + (towards.blueF() - colour.blueF()) * t);
-        if (contrastRatio(mixed, background) >= minimum)
-            return mixed;
+        const QColor mix = mixed(colour, towards, step / 10.0);
+        if (contrastRatio(mix, background) >= minimum)
+            return mix;
     }
     return towards;
+}
+
+QColor mixed(const QColor& a, const QColor& b, double t) {
+    return QColor::fromRgbF(float(a.redF() + (b.redF() - a.redF()) * t),
+                            float(a.greenF() + (b.greenF() - a.greenF()) * t),
+                            float(a.blueF() + (b.blueF() - a.blueF()) * t));
 }
 
 QPalette darkPalette() {

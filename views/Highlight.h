@@ -31,6 +31,12 @@ QColor colourOf(settings::Rgb rgb);
 QColor contrastingText(const QColor& background);
 // The contrast ratio of two colours, 1 (none) to 21 (black on white).
 double contrastRatio(const QColor& a, const QColor& b);
+// The colour a share t (0 to 1) of the way from a to b.
+QColor mixed(const QColor& a, const QColor& b, double t);
+// Text in a highlight colour stays at least this far from its background:
+// enough for every "No Match" colour the options offer on a light
+// background, so that there they show exactly as chosen.
+inline constexpr double ReadableContrast = 3.0;
 // The colour itself when its contrast with background reaches minimum,
 // otherwise the colour moved towards white (on a dark background) or black
 // (on a light one) just far enough.

@@ -2,6 +2,7 @@
 
 #include "FileGridModel.h"
 #include "FolderTreeModel.h"
+#include "SelectionDelegate.h"
 #include "SnapshotPair.h"
 #include "SnapshotStatusBar.h"
 #include "SplitterBar.h"
@@ -28,6 +29,7 @@
 #include <QTreeView>
 
 #include <limits>
+#include <utility>
 
 namespace kestrel::views {
 
@@ -113,6 +115,10 @@ void SnapshotWindow::createControls() {
     m_tvwPaths->setUniformRowHeights(true);
     m_tvwPaths->setSelectionMode(QAbstractItemView::SingleSelection);
     m_tvwPaths->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_tvwPaths->setItemDelegate(new SelectionDelegate(m_tvwPaths));
+    // A mouse click is handled from the node it pressed, the keyboard from
+    // the node it makes current.
+    connect(m_tvwPaths, &QAbstractItemView::pressed, this, &SnapshotWindow::tvwPaths_MouseDown);
     connect(m_tvwPaths->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &SnapshotWindow::currentNodeChanged);
 
@@ -126,6 +132,7 @@ void SnapshotWindow::createControls() {
     m_grdFiles->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_grdFiles->setSelectionMode(QAbstractItemView::SingleSelection);
     m_grdFiles->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_grdFiles->setItemDelegate(new SelectionDelegate(m_grdFiles));
     m_grdFiles->setWordWrap(false);
     m_grdFiles->setTextElideMode(Qt::ElideRight);
     m_grdFiles->verticalHeader()->hide();
@@ -144,8 +151,13 @@ void SnapshotWindow::createControls() {
             [this](int section) { SortSequence(section + 1); });
     connect(m_grdFiles, &QAbstractItemView::doubleClicked, this,
             [this](const QModelIndex& index) { grdFiles_DblClick(index.row()); });
-    connect(m_grdFiles->verticalScrollBar(), &QScrollBar::valueChanged, this,
-            &SnapshotWindow::grdFiles_Scroll);
+    QScrollBar* scrollBar = m_grdFiles->verticalScrollBar();
+    // The wheel, a drag or a click on the bar: the user scrolls this grid,
+    // whether or not its window is the active one.
+    connect(scrollBar, &QAbstractSlider::actionTriggered, this, [this, scrollBar](int) {
+        m_scrolledByUser = scrollBar->sliderPosition() != scrollBar->value();
+    });
+    connect(scrollBar, &QScrollBar::valueChanged, this, &SnapshotWindow::grdFiles_Scroll);
     m_grdFiles->installEventFilter(this);
 
     m_picSplit = new SplitterBar(this);
@@ -213,8 +225,9 @@ void SnapshotWindow::createMenus() {
     addCommand(file, QStringLiteral("mnuFileConfig"), QStringLiteral("Kestrel &Configuration..."),
                &SnapshotWindow::mnuFileConfig_Click);
     file->addSeparator();
-    QAction* close = addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("&Close"),
-                                nullptr);
+    // "C" belongs to the configuration above: Close takes "l".
+    QAction* close =
+        addCommand(file, QStringLiteral("mnuFileClose"), QStringLiteral("C&lose"), nullptr);
     close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
     // The window inside the main window's area is the sub-window holding this.
     connect(close, &QAction::triggered, this, [this] {
@@ -385,9 +398,23 @@ void SnapshotWindow::selectNode(const QModelIndex& node) {
     m_tvwPaths->scrollTo(node);
 }
 
+void SnapshotWindow::tvwPaths_MouseDown(const QModelIndex& node) {
+    if (!node.isValid())
+        return;
+    // The click makes the node current and selected whatever the view made
+    // of it (a Ctrl+click deselects), and lists it even when it was
+    // selected already: that brings the other window back to it.
+    selectNode(node);
+    tvwPaths_NodeClick(node);
+}
+
 void SnapshotWindow::currentNodeChanged(const QModelIndex& current) {
-    if (!m_selecting && current.isValid())
-        tvwPaths_NodeClick(current);
+    // The keyboard selects a node as it makes it current. A mouse press
+    // makes it current first and selects it afterwards: that one is left
+    // to tvwPaths_MouseDown, which sees the node selected.
+    if (m_selecting || !current.isValid() || !m_tvwPaths->selectionModel()->isSelected(current))
+        return;
+    tvwPaths_NodeClick(current);
 }
 
 bool SnapshotWindow::selectFolder(const QString& key) {
@@ -404,27 +431,29 @@ void SnapshotWindow::BuildTree() {
     const bool synch = options.value(Key::Synch) != 0;
     m_mnuViewSynch->setChecked(synch);
 
-    m_treeModel->rebuild(m_showMode, colours());
+    m_treeModel->rebuild(m_showMode, colours(), m_comparedPart);
     const QModelIndex top = m_treeModel->topIndex();
     if (m_treeModel->hasFolders()) {
         m_tvwPaths->expand(top);
         if (synch) {
-            // Scrolling together needs both grids in name order.
+            // Scrolling together needs both grids in name order, ascending
+            // whatever order the user's last sort had.
             m_mnuViewScroll->setChecked(true);
             m_sortColumn = SortByName;
+            m_sortOrder = 1;
         }
     }
 
     // The comparison root survives the rebuild when its folder is still shown.
     const QModelIndex root = m_treeModel->indexOfKey(Separator + m_rootKey);
     selectNode(root.isValid() ? root : top);
-    mnuCompareRoot_Click();
+    markComparisonRoot(selectedNode());
 
     // Reopen at the folder the user was looking at, in whichever window.
     const QModelIndex last = m_treeModel->indexOfKey(m_host.lastSelectedFolder());
     selectNode(last.isValid() ? last : m_treeModel->topIndex());
 
-    if (m_pair && !compared() && options.value(Key::Compare) != 0) {
+    if (m_pair && !compared() && options.value(Key::Compare) != 0 && !m_comparisonHeld) {
         // The comparison shows itself: the tree is rebuilt and the selected
         // folder listed on its way.
         if (CompareSnapshot(true))
@@ -442,21 +471,54 @@ void SnapshotWindow::tvwPaths_NodeClick(const QModelIndex& node) {
     RefreshScreen(m_currentTag, m_currentKey);
 }
 
+void SnapshotWindow::markComparisonRoot(const QModelIndex& node) {
+    if (!node.isValid())
+        return;
+    m_treeModel->setRootNode(node);
+    m_rootKey = m_treeModel->keyOf(node).mid(1);
+    m_rootIndex = m_treeModel->tagOf(node);
+    const int32_t folder = m_treeModel->entryOf(node);
+    if (folder != m_comparedPart.root())
+        m_comparedPart = engine::ComparedPart(m_snapshot, folder);
+}
+
 void SnapshotWindow::mnuCompareRoot_Click() {
     const QModelIndex node = selectedNode();
     if (!node.isValid())
         return;
-    const QString previous = m_rootKey;
-    m_treeModel->setRootNode(node);
-    m_rootKey = m_treeModel->keyOf(node).mid(1);
-    m_rootIndex = m_treeModel->tagOf(node);
-    // Only a real change of root makes the pair compare again: marking the
-    // same root after a rebuild leaves it alone (two windows with different
-    // roots would otherwise reset each other without end).
-    if (m_rootKey.compare(previous, Qt::CaseInsensitive) == 0 || !m_pair)
+    SnapshotWindow* other = m_pair;
+    if (!other) {
+        markComparisonRoot(node);
         return;
-    if (m_pair->rootKey().compare(m_rootKey, Qt::CaseInsensitive) != 0)
-        m_pair->resetComparison();
+    }
+    // The root belongs to the pair: the other window takes the matching
+    // folder, found as selections follow from one window to the other.
+    const QString key = m_treeModel->keyOf(node);
+    const QString otherKey = translateKey(key, m_rootKey, other->m_rootKey);
+    {
+        // Both leave the comparison first, without comparing again on the
+        // way: their trees show every folder then.
+        const FlagScope holdThis(m_comparisonHeld), holdOther(other->m_comparisonHeld);
+        other->resetComparison();
+        const QModelIndex match = other->m_treeModel->indexOfKey(otherKey);
+        if (match.isValid())
+            other->markComparisonRoot(match);
+        // This window's tree keeps the root and the selection through its
+        // rebuild; the other follows with the roots agreeing.
+        m_rootKey = key.mid(1);
+        resetComparison();
+        if (!match.isValid()) {
+            m_host.showMessage(UserMessage{QStringLiteral("Comparison Root"),
+                                           QStringLiteral("The other Snapshot has no folder ") +
+                                               other->m_snapshot.header.rootFolder +
+                                               otherKey.mid(1) +
+                                               QStringLiteral(": the Snapshots are not compared."),
+                                           MessageIcon::Information});
+            return;
+        }
+    }
+    if (m_host.options().value(Key::Compare) != 0)
+        CompareSnapshot(true);
 }
 
 void SnapshotWindow::mnuCompare_Open() {
@@ -626,6 +688,7 @@ void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
     // "Show empty folders in the file list" off leaves out folders without
     // contents.
     listing.emptyFolders = m_host.options().value(Key::Empty) != 0;
+    listing.compared = &m_comparedPart;
     m_gridModel->list(m_currentTag, listing, colours(), meter);
     m_grdFiles->horizontalHeader()->setSortIndicatorShown(false);
     updateStatusBar();
@@ -658,7 +721,9 @@ void SnapshotWindow::showNoMatchingFolder(bool rootsDiffer) {
     m_currentKey.clear();
     m_currentTag = 0;
     RefreshList(nullptr);
-    m_sbrStatus->setPanelText(1, int(m_showMode) > int(ShowMode::OnlyHere)
+    // Every mode past "All" filters folders out: the folder may be there,
+    // only hidden.
+    m_sbrStatus->setPanelText(1, int(m_showMode) > int(ShowMode::All)
                                      ? QStringLiteral("No matching folder visible")
                                      : QStringLiteral("No matching folder"));
     m_sbrStatus->setPanelText(2, rootsDiffer ? QStringLiteral("Check Snapshot root folders are correct")
@@ -698,7 +763,11 @@ void SnapshotWindow::SortSequence(int column) {
 int SnapshotWindow::topRow() const { return m_grdFiles->rowAt(0); }
 
 void SnapshotWindow::grdFiles_Scroll() {
-    if (!m_mnuViewScroll->isChecked() || !isActiveSnapshotWindow())
+    // The grid the user scrolls leads; any other scrolling (a new listing,
+    // the current row moving) only in the active window. A grid following
+    // the other leads nothing back.
+    const bool byUser = std::exchange(m_scrolledByUser, false);
+    if (!m_mnuViewScroll->isChecked() || m_followingScroll || !(byUser || isActiveSnapshotWindow()))
         return;
     for (SnapshotWindow* other : m_host.snapshotWindows())
         if (other != this)
@@ -727,6 +796,7 @@ void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) 
                nameAt(row + 1) == 0)
             ++row;
     }
+    const FlagScope following(m_followingScroll);
     m_grdFiles->scrollTo(m_gridModel->index(row, 0), QAbstractItemView::PositionAtTop);
 }
 
@@ -767,7 +837,10 @@ void SnapshotWindow::launchEntry(int32_t entry) {
     m_host.LaunchDocument(path.left(cut), path.mid(cut));
 }
 
-void SnapshotWindow::refreshFolder() { tvwPaths_NodeClick(selectedNode()); }
+void SnapshotWindow::refreshFolder() {
+    m_treeModel->setColours(colours());
+    tvwPaths_NodeClick(selectedNode());
+}
 
 void SnapshotWindow::mnuFileConfig_Click() { m_host.mnuFileConfig_Click(); }
 

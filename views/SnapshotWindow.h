@@ -93,6 +93,11 @@ public:
     void mnuFilePrint_Click();
     void mnuFilePrintPreview_Click();
     void mnuCompareNow_Click();
+    // Makes the selected folder the comparison root of the pair: the other
+    // window's root becomes the matching folder, and both compare again
+    // (at once with automatic comparison on). When the other snapshot has no
+    // such folder, that is shown and the pair is left uncompared. Alone, the
+    // window only marks its root.
     void mnuCompareRoot_Click();
     void mnuViewBytes_Click();
     void mnuViewSubs_Click();
@@ -140,13 +145,15 @@ public:
     // file in its application, or with "Shell" set to the external program,
     // hands it and its counterpart to that program.
     void grdFiles_DblClick(int row);
-    // Lists the selected folder again, as a click on its node does: after
-    // options that change what the grid shows.
+    // Shows the options' effects at once: paints the tree in the highlight
+    // colours and lists the selected folder again, as a click on its node
+    // does.
     void refreshFolder();
     // ScrollPosition: makes the first row of the given name (and In Folder
     // text, when given) the top row of the grid.
     void ScrollPosition(const QString& name, const QString& folder = QString());
-    // Grid scroll handling: the paired window scrolls to this grid's top row.
+    // Grid scroll handling: the paired window scrolls to this grid's top
+    // row, when the user scrolled this grid or this window is the active one.
     void grdFiles_Scroll();
     int topRow() const;
     bool showsSubFolders() const { return m_subFolders; }
@@ -201,8 +208,11 @@ private:
 
     void cboShow_Click();
     void tvwPaths_NodeClick(const QModelIndex& node);
+    void tvwPaths_MouseDown(const QModelIndex& node);
     void currentNodeChanged(const QModelIndex& current);
     void mnuCompare_Open();
+    // Makes a node this window's comparison root, with the image "Root".
+    void markComparisonRoot(const QModelIndex& node);
     void picSplit_MouseUp(int x);
     void layOutControls();
 
@@ -247,6 +257,10 @@ private:
     engine::ShowMode m_showMode = engine::ShowMode::None;
     QString m_rootKey;
     int32_t m_rootIndex = 0;
+    // Beneath the comparison root; the listings and the tree point at it.
+    engine::ComparedPart m_comparedPart;
+    // Set while the pair's roots move: the trees rebuild without comparing.
+    bool m_comparisonHeld = false;
     // The folder listed in the grid: its node's key and tag.
     QString m_currentKey;
     int32_t m_currentTag = 0;
@@ -259,6 +273,10 @@ private:
     // Set while the window selects a node itself, so that the selection
     // does not count as the user's click.
     bool m_selecting = false;
+    // Set from the user's move of the grid's scroll bar until the grid has
+    // scrolled; and while the grid follows the other window's.
+    bool m_scrolledByUser = false;
+    bool m_followingScroll = false;
 };
 
 } // namespace kestrel::views

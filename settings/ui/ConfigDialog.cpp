@@ -420,8 +420,11 @@ void ConfigDialog::optionChanged(Key key) {
     showValue(key);
     switch (key) {
     case Key::Attrib:
+        showEnabling();
+        break;
     case Key::Always:
         showEnabling();
+        m_displayChanged = true;
         break;
     case Key::Synch:
         showEnabling();
@@ -437,6 +440,7 @@ void ConfigDialog::optionChanged(Key key) {
     case Key::Changed:
     case Key::Deleted:
         paintSamples();
+        m_displayChanged = true;
         break;
     case Key::Faster:
         // Last: answering No clears the box again, through this same path.

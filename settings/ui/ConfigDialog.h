@@ -62,9 +62,10 @@ public:
     // Compare button emits compareRequested before this returns.
     int showForComparison(const QString& current, const QString& other);
 
-    // Whether "Empty", "Scroll" or "Synch" changed since the dialog was last
-    // shown; Cancel clears it. Read after the dialog closes: when set, the
-    // snapshot windows refresh what they show.
+    // Whether "Empty", "Always", "Scroll", "Synch" or a highlight colour
+    // changed since the dialog was last shown; Cancel clears it. Read after
+    // the dialog closes: when set, the snapshot windows refresh what they
+    // show.
     bool displayChanged() const { return m_displayChanged; }
 
     // ExecuteCustom: starts the external program on two files through

@@ -95,7 +95,7 @@ TEST_F(FileListTest, CellTextsAndKeys) {
     EXPECT_EQ(list.cellText(0, ModifiedKeyColumn), "45000.5");
     EXPECT_EQ(list.cellText(0, AttributesKeyColumn), "33");
     EXPECT_EQ(list.cellText(1, SizeColumn), "<dir>");
-    EXPECT_EQ(list.cellText(1, TypeColumn), "d");
+    EXPECT_EQ(list.cellText(1, TypeColumn), ""); // a folder has no type, dot or not
     EXPECT_EQ(list.cellText(1, SizeKeyColumn), "000000000000000");
 
     // The faster option leaves the keys empty.
@@ -104,6 +104,49 @@ TEST_F(FileListTest, CellTextsAndKeys) {
     list.list(1, faster);
     for (const int key : {SizeKeyColumn, ModifiedKeyColumn, AttributesKeyColumn})
         EXPECT_EQ(list.cellText(0, key), QString());
+}
+
+// A comparison from a folder below the top covers only what lies beneath
+// it: outside, the fields left from before colour and count nothing, and
+// the modes that filter keep only the way down to the root.
+TEST_F(FileListTest, OutsideTheComparedPartNothingIsCompared) {
+    Snapshot s;
+    buildSnapshot(s, {Node::file("a"), Node::dir("keep", {Node::file("k")}),
+                      Node::dir("root", {Node::file("r", 5)})});
+    const int32_t root = indexOf(s, "root");
+    const int32_t r = indexOf(s, "root/r");
+    // As a comparison from root leaves them: r changed in size, the rest
+    // as never compared (no counterpart).
+    s.mutableEntry(r).match = 1;
+    s.mutableEntry(r).status = Change::Size;
+    s.mutableEntry(root).status = 2;
+    const ComparedPart part(s, root);
+    EXPECT_TRUE(part.covers(r));
+    EXPECT_FALSE(part.covers(root) || part.covers(indexOf(s, "a")) ||
+                 part.covers(indexOf(s, "keep/k")));
+    EXPECT_TRUE(ComparedPart().covers(indexOf(s, "a")));
+
+    FileList list(s);
+    ListingOptions options;
+    options.subFolders = true;
+    options.compared = &part;
+    options.mode = ShowMode::All;
+    list.list(1, options);
+    EXPECT_EQ(rowsOf(list), (QStringList{"a", "keep", "keep/k", "root", "root/r"}));
+    for (int32_t row = 0; row < 4; ++row)
+        EXPECT_EQ(list.highlight(row, NameColumn), Highlight::None) << row;
+    EXPECT_EQ(list.highlight(4, SizeColumn), Highlight::Changed);
+    EXPECT_EQ(list.counters().extraFiles + list.counters().extraFolders, 0);
+    EXPECT_EQ(list.counters().changedFiles, 1);
+    EXPECT_EQ(list.counters().changedFolders, 0);
+
+    for (const ShowMode mode : {ShowMode::OnlyHere, ShowMode::Changed, ShowMode::Differences}) {
+        options.mode = mode;
+        list.list(1, options);
+        EXPECT_EQ(rowsOf(list), mode == ShowMode::OnlyHere ? QStringList{"root"}
+                                                           : (QStringList{"root", "root/r"}))
+            << int(mode);
+    }
 }
 
 // The sort against the plain one it stands for: a stable sort of the rows by

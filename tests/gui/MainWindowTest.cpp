@@ -41,6 +41,53 @@ struct Desktop {
          [this](const QString&, const QStringList&, const QString&) { return startResult; }}};
 };
 
+// The access key of a menu item's text ("&Close" takes c); none without one.
+QChar accessKey(const QString& text) {
+    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
+        if (text[i] != u'&')
+            continue;
+        if (text[i + 1] != u'&')
+            return text[i + 1].toLower();
+        ++i; // "&&" is an ampersand
+    }
+    return {};
+}
+
+// Items of one menu sharing an access key, and shortcuts on two items
+// anywhere in the menus, walked from the menu bar down.
+void collectClashes(const QString& menu, const QList<QAction*>& items,
+                    QHash<QKeySequence, QString>& shortcuts, QStringList& clashes) {
+    QHash<QChar, QString> keys;
+    for (QAction* item : items) {
+        if (item->isSeparator())
+            continue;
+        const QString text = item->text();
+        const QChar key = accessKey(text);
+        if (key.isNull())
+            clashes << menu + u": no access key for "_s + text;
+        else if (keys.contains(key))
+            clashes << menu + u": "_s + keys.value(key) + u" and "_s + text;
+        else
+            keys.insert(key, text);
+        for (const QKeySequence& shortcut : item->shortcuts()) {
+            if (shortcuts.contains(shortcut))
+                clashes << shortcut.toString() + u": "_s + shortcuts.value(shortcut) + u" and "_s +
+                               text;
+            else
+                shortcuts.insert(shortcut, text);
+        }
+        if (QMenu* sub = item->menu())
+            collectClashes(text, sub->actions(), shortcuts, clashes);
+    }
+}
+
+QStringList keyClashes(QMenuBar* bar) {
+    QHash<QKeySequence, QString> shortcuts;
+    QStringList clashes;
+    collectClashes(u"menu bar"_s, bar->actions(), shortcuts, clashes);
+    return clashes;
+}
+
 } // namespace
 
 class MainWindowTest : public QObject {
@@ -505,6 +552,33 @@ private Q_SLOTS:
             QTest::keyClick(frame.window.get(), Qt::Key_Q, Qt::ControlModifier);
             QVERIFY2(!frame->isVisible(), withWindow ? "with a window" : "alone");
         }
+    }
+
+    // Every item of a menu has an access key of its own and no shortcut
+    // serves two items, in the frame's menus and in a snapshot window's;
+    // Alt+F, C opens the options from either.
+    void menuKeysAreDistinct() {
+        Frame frame(iniPath());
+        frame->show();
+        const auto configurationByKeys = [&] {
+            frame.dialogs.clear();
+            // The offscreen platform leaves the keys with a closed menu.
+            QWindow* window = frame->windowHandle();
+            window->requestActivate();
+            QTRY_COMPARE(QGuiApplication::focusWindow(), window);
+            QTest::keyClick(frame.window.get(), Qt::Key_F, Qt::AltModifier);
+            // The menu bar opens its menu once the key has been handled.
+            QTRY_VERIFY(QApplication::activePopupWidget());
+            QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_C);
+            QCOMPARE(frame.dialogs, QStringList{u"kestrel::settings::ConfigDialog"_s});
+            QVERIFY(!QApplication::activePopupWidget());
+        };
+        QCOMPARE(keyClashes(frame->menuBar()), QStringList());
+        configurationByKeys();
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        QCOMPARE(frame->menuBar()->actions().size(), 5); // the snapshot window's menus
+        QCOMPARE(keyClashes(frame->menuBar()), QStringList());
+        configurationByKeys();
     }
 
     // The options dialog in the frame: the menu disables its Compare buttons

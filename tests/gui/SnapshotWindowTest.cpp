@@ -1,8 +1,9 @@
 // The snapshot window driven as a user drives it, over real temporary
-// trees: two windows pairing and comparing, the show modes, colours,
-// sorting, the windows following each other, the status bar, the entry
-// limit, the comparison root and branch, double-clicks and keys, and a
-// damaged file.
+// trees: two windows pairing and comparing, the show modes, colours (on
+// selected rows too), sorting, the windows following each other's clicks,
+// keys and scrolling, the status bar, the entry limit, the comparison root
+// and branch, double-clicks and keys, commands refused while an operation
+// runs, and a damaged file.
 
 #include "TemporaryHome.h"
 #include "TestFrame.h"
@@ -12,6 +13,7 @@
 #include "engine/SnapshotFile.h"
 #include "engine/Twips.h"
 #include "settings/Settings.h"
+#include "shell/MeterWindow.h"
 #include "views/FileGridModel.h"
 #include "views/FolderTreeModel.h"
 #include "views/Highlight.h"
@@ -57,6 +59,67 @@ QVariant cell(const SnapshotWindow& w, const QString& name, int column, int role
     return w.gridModel().index(row, column).data(role);
 }
 
+// Clicks a folder in a window's tree with the mouse, as a user does.
+void clickNode(const SnapshotWindow& w, const QString& key) {
+    const QModelIndex node = w.treeModel().indexOfKey(key);
+    QVERIFY2(node.isValid(), qPrintable(key));
+    w.tree()->scrollTo(node);
+    QTest::mouseClick(w.tree()->viewport(), Qt::LeftButton, {},
+                      w.tree()->visualRect(node).center());
+}
+
+// What a comparison wrote into a snapshot: each entry's status and match.
+QList<qint64> comparison(const SnapshotWindow& w) {
+    QList<qint64> fields;
+    const engine::Snapshot& s = w.snapshot();
+    for (int32_t i = 0; i <= s.entryCount; ++i)
+        fields << s.entries.get(i).status << s.entries.get(i).match;
+    return fields;
+}
+
+// What a window shows: the folder, the show selector, the sort, the root,
+// the rows and the status bar.
+QStringList shown(const SnapshotWindow& w) {
+    QStringList state{w.selectedKey(),
+                      QString::number(w.showSelector()->currentIndex()),
+                      QString::number(w.sortColumn()),
+                      QString::number(w.sortDescending()),
+                      w.rootKey(),
+                      QString::number(w.showsSubFolders()),
+                      QString::number(w.grid()->verticalScrollBar()->value())};
+    for (int panel = 1; panel <= 4; ++panel)
+        state << w.statusBar()->panelText(panel);
+    const engine::FileList& rows = w.gridModel().rows();
+    for (int r = 0; r < rows.rowCount(); ++r)
+        state << rows.inFolder(r) + rows.cellText(r, engine::NameColumn);
+    return state;
+}
+
+// A grid cell as drawn, inside its edges: the commonest colour is its
+// background, the one that stands out most from that its text.
+struct PaintedCell {
+    QColor background, text;
+    double contrast() const { return views::contrastRatio(text, background); }
+};
+
+PaintedCell paintedCell(const SnapshotWindow& w, int row, int column) {
+    const QRect cell = w.grid()->visualRect(w.gridModel().index(row, column));
+    const QImage image = w.grid()->viewport()->grab(cell.adjusted(2, 2, -2, -2)).toImage();
+    QHash<QRgb, int> counts;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            ++counts[image.pixel(x, y)];
+    QRgb background = counts.constBegin().key();
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+        if (it.value() > counts.value(background))
+            background = it.key();
+    PaintedCell painted{QColor(background), QColor(background)};
+    for (auto it = counts.cbegin(); it != counts.cend(); ++it)
+        if (views::contrastRatio(QColor(it.key()), painted.background) > painted.contrast())
+            painted.text = QColor(it.key());
+    return painted;
+}
+
 QColor colourOf(const QVariant& brush) {
     return brush.value<QBrush>().color();
 }
@@ -90,6 +153,13 @@ private:
         changeTree();
         frame->activeSnapshotWindow()->mnuFileRepeat_Click();
         QCOMPARE(frame->snapshotWindows().size(), 2);
+    }
+    // The frame on screen and active, large enough for both windows: the
+    // mouse and the keys reach it as a user's do.
+    void showActive(Frame& frame) {
+        frame->resize(1400, 900);
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
     }
     SnapshotWindow* first(Frame& frame) { return frame->snapshotWindows().first(); }
     SnapshotWindow* second(Frame& frame) { return frame->snapshotWindows().last(); }
@@ -379,23 +449,31 @@ private Q_SLOTS:
         older->setShowPosition(2);
         QVERIFY(newer->selectFolder(u"/gone/"_s));
         QCOMPARE(older->statusBar()->panelText(1), u"No matching folder visible"_s);
+        // Every mode that filters may be hiding it: they all say so; the
+        // uncompared window (position -1, last) and "All" cannot be.
+        for (const int position : {0, 1, 2, 3, 4, -1}) {
+            older->setShowPosition(position);
+            QVERIFY(newer->selectFolder(u"/newdir/"_s));
+            QCOMPARE(older->statusBar()->panelText(1),
+                     position >= 1 ? u"No matching folder visible"_s : u"No matching folder"_s);
+        }
+        QCOMPARE(older->showMode(), engine::ShowMode::None);
+        older->CompareSnapshot(true);
 
-        // A new comparison root in one window makes the other compare again.
+        // The comparison root is the pair's: set in one window, it is set
+        // in the other too; without automatic comparison both wait for
+        // Compare Now, which compares root with root.
         older->setShowPosition(0);
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         newer->mnuCompareRoot_Click();
-        QCOMPARE(newer->rootKey(), u"sub/"_s);
-        QVERIFY(!older->compared());
-        QCOMPARE(older->showMode(), engine::ShowMode::None);
-        QVERIFY(newer->selectFolder(u"/newdir/"_s));
-        QCOMPARE(older->statusBar()->panelText(2), u"Check Snapshot root folders are correct"_s);
-        // The same root in both: they meet again, and compare from there.
-        QVERIFY(older->selectFolder(u"/sub/"_s));
-        older->mnuCompareRoot_Click();
-        QVERIFY(newer->compared());
-        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->rootKey(), u"sub/"_s);
+            QVERIFY(!w->compared());
+        }
+        QCOMPARE(older->selectedKey(), u"/sub/"_s);
         newer->mnuCompareNow_Click();
         frame.whileShown = nullptr;
+        QVERIFY(older->compared());
         QCOMPARE(newer->statusBar()->panelText(2), u"1 file changed"_s);
         // The root survives rebuilds, and the Compare menu marks it.
         newer->setShowPosition(3);
@@ -406,6 +484,7 @@ private Q_SLOTS:
         QVERIFY(newer->selectFolder(u"/"_s));
         Q_EMIT newer->menus().at(1)->aboutToShow();
         QVERIFY(!newer->action(u"mnuCompareRoot"_s)->isChecked());
+        newer->setShowPosition(0);
 
         // Synchronisation off: selections stay apart.
         newer->mnuViewSynch_Click();
@@ -419,6 +498,230 @@ private Q_SLOTS:
         QCOMPARE(views::translateKey(u"/sub/x/"_s, u"sub/"_s, QString()), u"/x/"_s);
         QCOMPARE(views::translateKey(u"/x/"_s, QString(), u"Sub/"_s), u"/Sub/x/"_s);
         QCOMPARE(views::translateKey(u"/other/"_s, u"sub/"_s, u"a/"_s), u"/other/"_s);
+    }
+
+    // Clicks with the mouse in either window, and the arrow keys, select
+    // the folder in the other window too, or say it has none; clicking the
+    // folder selected already brings the other window back to it.
+    void clickedFoldersFollowInTheOtherWindow() {
+        Frame frame(iniPath());
+        showActive(frame);
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        const QStringList subRows = words(u"b.txt c.bin"_s);
+        for (const auto& [from, to] : {std::pair{newer, older}, std::pair{older, newer}}) {
+            clickNode(*from, u"/sub/"_s);
+            QCOMPARE(frame->activeSnapshotWindow(), from);
+            QCOMPARE(from->selectedKey(), u"/sub/"_s);
+            QCOMPARE(gridRows(*from), subRows);
+            QCOMPARE(to->selectedKey(), u"/sub/"_s);
+            QCOMPARE(gridRows(*to), subRows);
+            QCOMPARE(to->statusBar()->panelText(1), m_tree + u"/sub/"_s);
+            clickNode(*from, u"/"_s);
+            QCOMPARE(to->selectedKey(), u"/"_s);
+        }
+
+        clickNode(*newer, u"/newdir/"_s);
+        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
+        QCOMPARE(older->selectedKey(), QString());
+        QCOMPARE(older->gridModel().rowCount(), 0);
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
+
+        // Apart while synchronisation is off; the selected folder clicked
+        // again once it is on.
+        frame->options().setValue(Key::Synch, 0);
+        clickNode(*newer, u"/sub/"_s);
+        clickNode(*older, u"/gone/"_s);
+        QCOMPARE(newer->selectedKey(), u"/sub/"_s);
+        frame->options().setValue(Key::Synch, 1);
+        clickNode(*newer, u"/sub/"_s);
+        QCOMPARE(older->selectedKey(), u"/sub/"_s);
+        QCOMPARE(gridRows(*older), subRows);
+
+        // The arrow keys: up from sub to newdir (only here), then gone.
+        QTest::keyClick(newer->tree(), Qt::Key_Up);
+        QCOMPARE(newer->selectedKey(), u"/newdir/"_s);
+        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
+        QTest::keyClick(newer->tree(), Qt::Key_Up);
+        QCOMPARE(older->selectedKey(), u"/gone/"_s);
+        QCOMPARE(gridRows(*older), words(u"old.txt"_s));
+    }
+
+    // While a comparison runs, its meter lets events through. Every command
+    // a user gives then, with the mouse or the keys, is refused: the
+    // comparison ends as it does undisturbed, and the windows show what
+    // they would have shown. The meter's Cancel still works.
+    void commandsWaitForARunningOperation() {
+        // Enough entries for the comparison to update its meter.
+        for (int i = 0; i < 1200; ++i)
+            writeFile(m_tree + u"/sub/many%1.txt"_s.arg(i), "x");
+        Frame frame(iniPath());
+        showActive(frame);
+        frame->options().setValue(Key::Compare, 0);
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(!newer->compared());
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+
+        bool disturbed = false;
+        std::function<void()> disturb = [&] {
+            // The options dialog lets events through before the comparison.
+            if (!frame->busy()) {
+                QTimer::singleShot(0, disturb);
+                return;
+            }
+            disturbed = true;
+            clickNode(*newer, u"/gone/"_s);
+            clickNode(*older, u"/"_s);
+            QTest::keyClick(newer->tree(), Qt::Key_Down);
+            QHeaderView* header = newer->grid()->horizontalHeader();
+            QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                              QPoint(header->sectionViewportPosition(engine::SizeColumn) + 4,
+                                     header->height() / 2));
+            const QRect firstRow = newer->grid()->visualRect(newer->gridModel().index(0, 0));
+            QTest::mouseDClick(newer->grid()->viewport(), Qt::LeftButton, {}, firstRow.center());
+            QTest::keyClick(newer->grid(), Qt::Key_Return);
+            QWheelEvent wheel(QPointF(firstRow.center()),
+                              newer->grid()->mapToGlobal(firstRow.center()), {}, QPoint(0, -120),
+                              Qt::NoButton, {}, Qt::NoScrollPhase, false);
+            QApplication::sendEvent(newer->grid()->viewport(), &wheel);
+            QTest::mouseClick(newer->showSelector(), Qt::LeftButton);
+            QTest::keyClick(newer->showSelector(), Qt::Key_Down);
+            QMenuBar* bar = frame->menuBar();
+            for (QAction* menu : bar->actions())
+                QTest::mouseClick(bar, Qt::LeftButton, {}, bar->actionGeometry(menu).center());
+            QTest::keyClick(frame.window.get(), Qt::Key_V, Qt::AltModifier);
+            for (const QKeySequence key :
+                 {QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence(Qt::Key_F5),
+                  QKeySequence(Qt::CTRL | Qt::Key_S), QKeySequence(Qt::CTRL | Qt::Key_W),
+                  QKeySequence(Qt::CTRL | Qt::Key_N), QKeySequence(Qt::CTRL | Qt::Key_O),
+                  QKeySequence(Qt::CTRL | Qt::Key_P), QKeySequence(Qt::CTRL | Qt::Key_Q),
+                  QKeySequence(Qt::Key_F1)})
+                QTest::keySequence(frame.window.get(), key);
+            for (const char* button : {"New", "Open", "Save As", "Repeat", "Compare", "Print"})
+                QTest::mouseClick(
+                    frame->toolbar()->widgetForAction(frame->toolbarButton(QLatin1String(button))),
+                    Qt::LeftButton);
+            auto* split = newer->findChild<views::SplitterBar*>(u"picSplit"_s);
+            QTest::mousePress(split, Qt::LeftButton, {}, QPoint(2, 10));
+            QTest::mouseRelease(split, Qt::LeftButton, {}, QPoint(-100, 10));
+            QVERIFY(!newer->parentWidget()->close());
+            QVERIFY(!frame->close());
+            QVERIFY(!QApplication::activePopupWidget());
+        };
+        const auto compareFromTheToolbar = [&] {
+            frame.whileShown = [&](QDialog& dialog) {
+                if (auto* both = dialog.findChild<QPushButton*>(u"cmdCompare1"_s))
+                    both->click();
+                return int(QDialog::Accepted);
+            };
+            QTest::mouseClick(frame->toolbar()->widgetForAction(frame->toolbarButton(u"Compare"_s)),
+                              Qt::LeftButton);
+            frame.whileShown = nullptr;
+        };
+        QTimer::singleShot(0, disturb);
+        compareFromTheToolbar();
+        QVERIFY(disturbed);
+        QVERIFY(newer->compared() && older->compared());
+        QCOMPARE(frame.dialogs, QStringList{u"kestrel::settings::ConfigDialog"_s});
+        QVERIFY(frame.proposedSave.isEmpty() && frame.opened.isEmpty());
+        QCOMPARE(frame->snapshotWindows(), (QList<SnapshotWindow*>{older, newer}));
+        QVERIFY(frame->isVisible());
+        const QList<qint64> disturbedResult = comparison(*newer) + comparison(*older);
+        const QStringList disturbedView = shown(*newer) + shown(*older);
+
+        // The same comparison undisturbed.
+        for (SnapshotWindow* w : {older, newer})
+            w->resetComparison();
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        compareFromTheToolbar();
+        QVERIFY(newer->compared() && older->compared());
+        QVERIFY(comparison(*newer) + comparison(*older) == disturbedResult);
+        QCOMPARE(shown(*newer) + shown(*older), disturbedView);
+
+        // A scan cancelled from its meter: the frame's input is refused, the
+        // meter's is not.
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(newer->parentWidget()->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        bool cancelled = false;
+        std::function<void()> cancel = [&] {
+            if (!frame->busy()) {
+                QTimer::singleShot(0, cancel);
+                return;
+            }
+            QTest::mouseClick(frame->toolbar()->widgetForAction(frame->toolbarButton(u"Repeat"_s)),
+                              Qt::LeftButton);
+            frame->meterWindow().meterShown(); // as after a second
+            QTest::mouseClick(frame->meterWindow().cancelButton(), Qt::LeftButton);
+            cancelled = true;
+        };
+        QTimer::singleShot(0, cancel);
+        QVERIFY(!frame->NewSnapshot(m_tree, true, true, false, 2));
+        QVERIFY(cancelled);
+        QCOMPARE(frame->snapshotWindows().size(), 1);
+    }
+
+    // A comparison root set in one window is the pair's: the other window
+    // takes the matching folder and the two compare root with root. What
+    // lies outside the root keeps no colour of an earlier comparison, and
+    // the modes that filter show only the way down to the root. A folder
+    // the other snapshot lacks leaves the pair uncompared.
+    void comparisonRootBelongsToThePair() {
+        Frame frame(iniPath());
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        newer->action(u"mnuCompareRoot"_s)->trigger();
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->rootKey(), u"sub/"_s);
+            QVERIFY(w->compared());
+            QCOMPARE(w->selectedKey(), u"/sub/"_s);
+            QCOMPARE(w->statusBar()->panelText(2), u"1 file changed"_s);
+            QCOMPARE(colourOf(cell(*w, u"b.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole)),
+                     QColor(0, 255, 255));
+        }
+        QVERIFY(frame.messages.isEmpty());
+
+        QVERIFY(newer->selectFolder(u"/"_s));
+        QCOMPARE(older->selectedKey(), u"/"_s);
+        for (const QString& name : words(u"a.txt new.txt newdir sub"_s))
+            for (const int role : {Qt::ForegroundRole, Qt::BackgroundRole})
+                QVERIFY2(!cell(*newer, name, engine::SizeColumn, role).isValid(), qPrintable(name));
+        QVERIFY(!newer->treeModel().indexOfKey(u"/newdir/"_s).data(Qt::ForegroundRole).isValid());
+        QCOMPARE(newer->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        QCOMPARE(older->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        for (int position = 1; position < 5; ++position) {
+            newer->setShowPosition(position);
+            QVERIFY(newer->selectFolder(u"/"_s));
+            QCOMPARE(topFolders(*newer), QStringList{u"sub"_s});
+            QCOMPARE(gridRows(*newer), QStringList{u"sub"_s});
+        }
+        newer->setShowPosition(0);
+
+        frame.messages.clear();
+        QVERIFY(newer->selectFolder(u"/newdir/"_s));
+        newer->mnuCompareRoot_Click();
+        QCOMPARE(frame.messages,
+                 QStringList{u"Comparison Root: The other Snapshot has no folder "_s + m_tree +
+                             u"/newdir/: the Snapshots are not compared."_s});
+        QVERIFY(!newer->compared() && !older->compared());
+        QCOMPARE(newer->rootKey(), u"newdir/"_s);
+        QCOMPARE(older->rootKey(), u"sub/"_s);
+
+        // Back to the top of both, and from there the whole trees compare.
+        QVERIFY(newer->selectFolder(u"/"_s));
+        newer->mnuCompareRoot_Click();
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->rootKey(), QString());
+            QVERIFY(w->compared());
+        }
+        QCOMPARE(newer->statusBar()->panelText(2),
+                 u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s);
     }
 
     void scrollingTogether() {
@@ -443,10 +746,47 @@ private Q_SLOTS:
         QCOMPARE(older->topRow(), 149);
         QCOMPARE(gridRows(*older).at(149), top);
 
-        // Only the active window leads: scrolling the other by hand leaves
-        // this one where it is.
+        // The other window's grid leads too when the user scrolls it, with
+        // the wheel though its window is not the active one; moved by the
+        // program it does not.
         older->grid()->verticalScrollBar()->setValue(10);
         QCOMPARE(newer->topRow(), 150);
+        QCOMPARE(frame->activeSnapshotWindow(), newer);
+        QWidget* viewport = older->grid()->viewport();
+        const QPointF inside = viewport->rect().center();
+        QWheelEvent wheel(inside, viewport->mapToGlobal(inside), {}, QPoint(0, -120), Qt::NoButton,
+                          {}, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(viewport, &wheel);
+        QVERIFY(older->topRow() > 10);
+        QCOMPARE(gridRows(*newer).at(newer->topRow()), gridRows(*older).at(older->topRow()));
+        QCOMPARE(frame->activeSnapshotWindow(), newer);
+    }
+
+    // After Repeat a list the user sorted keeps its sort while the windows
+    // do not scroll together; when they do, it is in name order, ascending
+    // whatever order the user's sort had.
+    void repeatKeepsTheSortOrNamesAscending() {
+        for (const bool synch : {true, false}) {
+            Frame frame(iniPath());
+            showActive(frame);
+            frame->options().setValue(Key::Synch, synch ? 1 : 0);
+            QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+            SnapshotWindow* w = frame->activeSnapshotWindow();
+            QHeaderView* header = w->grid()->horizontalHeader();
+            const QPoint size(header->sectionViewportPosition(engine::SizeColumn) + 4,
+                              header->height() / 2);
+            for (int click = 0; click < 2; ++click)
+                QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, size);
+            QCOMPARE(w->sortColumn(), SnapshotWindow::SortBySize);
+            QVERIFY(w->sortDescending());
+            const QStringList bySize = gridRows(*w);
+            w->mnuFileRepeat_Click();
+            QVERIFY(w->compared());
+            QCOMPARE(w->sortColumn(),
+                     synch ? SnapshotWindow::SortByName : SnapshotWindow::SortBySize);
+            QCOMPARE(w->sortDescending(), !synch);
+            QCOMPARE(gridRows(*w), synch ? words(u"a.txt gone keep.txt sub"_s) : bySize);
+        }
     }
 
     void statusBarAndSubFolderFiles() {
@@ -553,6 +893,30 @@ private Q_SLOTS:
         QCOMPARE(frame->snapshotWindows().size(), 2);
     }
 
+    // Saving the options shows their effect in both windows at once: the
+    // tree and the grid in the new highlight colour, and "Always show files
+    // in sub-folders" listing them.
+    void savedOptionsShowAtOnce() {
+        Frame frame(iniPath());
+        makePair(frame);
+        frame.whileShown = [&](QDialog& dialog) {
+            dialog.findChild<QComboBox*>(u"cboChanged"_s)->setCurrentIndex(6);
+            dialog.findChild<QAbstractButton*>(u"chkAlways"_s)->click();
+            dialog.findChild<QPushButton*>(u"cmdSave"_s)->click();
+            return int(QDialog::Accepted);
+        };
+        second(frame)->mnuFileConfig_Click();
+        const QColor yellow(255, 255, 0);
+        for (SnapshotWindow* w : {first(frame), second(frame)}) {
+            QCOMPARE(colourOf(w->treeModel().indexOfKey(u"/sub/"_s).data(Qt::BackgroundRole)),
+                     yellow);
+            QCOMPARE(colourOf(cell(*w, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
+                     yellow);
+            QVERIFY(w->showsSubFolders());
+            QVERIFY(gridRows(*w).contains(u"sub/b.txt"_s));
+        }
+    }
+
     // The options that act on the windows: what a double-click starts, the
     // file manager for folders, and empty folders left out of the list once
     // the options dialog closes.
@@ -608,31 +972,51 @@ private Q_SLOTS:
         SnapshotWindow* w = second(frame);
         QVERIFY(QTest::qWaitForWindowExposed(frame.window.get()));
         w->grid()->clearSelection(); // the cells as they are, not as selected
-        const QImage shot = w->grid()->viewport()->grab().toImage();
+        const double noMatch =
+            paintedCell(*w, rowNamed(*w, u"new.txt"_s), engine::NameColumn).contrast();
+        const double onChanged =
+            paintedCell(*w, rowNamed(*w, u"a.txt"_s), engine::SizeColumn).contrast();
+        const double plain =
+            paintedCell(*w, rowNamed(*w, u"keep.txt"_s), engine::NameColumn).contrast();
         QApplication::setPalette(before);
+        QVERIFY2(noMatch >= 3.0, "No Match text");
+        QVERIFY2(onChanged >= 4.5, "text on Changed");
+        QVERIFY2(plain >= 4.5, "plain text");
+    }
 
-        // The text of a cell against its background: the commonest colour is
-        // the background, the one farthest from it the text.
-        const auto cellContrast = [&](const QString& name, int column) {
-            const QRect cell =
-                w->grid()->visualRect(w->gridModel().index(rowNamed(*w, name), column));
-            const QImage part = shot.copy(cell.adjusted(2, 2, -2, -2));
-            QHash<QRgb, int> counts;
-            for (int y = 0; y < part.height(); ++y)
-                for (int x = 0; x < part.width(); ++x)
-                    ++counts[part.pixel(x, y)];
-            QRgb background = 0;
-            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-                if (it.value() > counts.value(background))
-                    background = it.key();
-            double best = 1;
-            for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-                best = std::max(best, views::contrastRatio(QColor(it.key()), QColor(background)));
-            return best;
+    // The row the keyboard stands on is selected, and still shows its
+    // colours: the first row's Changed cell right after the comparison, in
+    // the active window and in the other, and a clicked row's No Match
+    // text. Read from the pixels of the grid as drawn.
+    void selectedRowsKeepTheirColours() {
+        Frame frame(iniPath());
+        showActive(frame);
+        makePair(frame);
+        const QColor cyan(0, 255, 255), red(255, 0, 0);
+        const auto distance = [](const QColor& a, const QColor& b) {
+            return std::hypot(a.red() - b.red(), a.green() - b.green(), a.blue() - b.blue());
         };
-        QVERIFY2(cellContrast(u"new.txt"_s, engine::NameColumn) >= 3.0, "No Match text");
-        QVERIFY2(cellContrast(u"a.txt"_s, engine::SizeColumn) >= 4.5, "text on Changed");
-        QVERIFY2(cellContrast(u"keep.txt"_s, engine::NameColumn) >= 4.5, "plain text");
+        for (SnapshotWindow* w : {second(frame), first(frame)}) {
+            QCOMPARE(gridRows(*w).first(), u"a.txt"_s);
+            QVERIFY(w->grid()->selectionModel()->isRowSelected(0));
+            const QColor selection = w->grid()->palette().color(QPalette::Highlight);
+            const QColor selected = paintedCell(*w, 0, engine::SizeColumn).background;
+            QVERIFY2(distance(selected, cyan) < distance(selected, selection),
+                     qPrintable(selected.name()));
+            w->grid()->clearSelection();
+            QVERIFY2(paintedCell(*w, 0, engine::SizeColumn).background != selected,
+                     "the selection does not show");
+        }
+
+        SnapshotWindow* w = second(frame);
+        const int newRow = rowNamed(*w, u"new.txt"_s);
+        QTest::mouseClick(w->grid()->viewport(), Qt::LeftButton, {},
+                          w->grid()->visualRect(w->gridModel().index(newRow, 0)).center());
+        QVERIFY(w->grid()->selectionModel()->isRowSelected(newRow));
+        const QColor text = paintedCell(*w, newRow, engine::NameColumn).text;
+        for (const auto role : {QPalette::Text, QPalette::HighlightedText})
+            QVERIFY2(distance(text, red) < distance(text, w->grid()->palette().color(role)),
+                     qPrintable(text.name()));
     }
 
     void splitterKeepsItsDistanceFromTheEdges() {

@@ -49,6 +49,16 @@ protected:
     QTemporaryDir dir;
     engine::ProgressMeter meter;
 
+    // Composes the fixture's list with its differences on device; returns
+    // the number of the first row's line.
+    int composeWithDifferences(QPaintDevice& device, ReportDocument& document) {
+        ReportSettings settings;
+        settings.includeDifferences = true;
+        settings.now = Now;
+        EXPECT_TRUE(composeReport(f.list, settings, device, meter, document).ok);
+        return int(reportHeader(f.list, settings).size());
+    }
+
     QString pdf(const QString& name, const ReportSettings& settings,
                 QPageLayout::Orientation orientation = QPageLayout::Portrait) {
         const QString path = dir.filePath(name);
@@ -101,16 +111,12 @@ TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
     QBuffer buffer;
     QPdfWriter device(&buffer);
     ReportDocument document;
-    ReportSettings settings;
-    settings.includeDifferences = true;
-    settings.now = Now;
-    ASSERT_TRUE(composeReport(f.list, settings, device, meter, document).ok);
+    const int header = composeWithDifferences(device, document);
 
     const double unit = device.logicalDpiX() / double(engine::TwipsPerInch);
     std::vector<qreal> position{0};
     for (const int twips : f.list.columnTwips)
         position.push_back(position.back() + twips * unit);
-    const int header = int(reportHeader(f.list, settings).size());
     const auto [first, end] = document.line(header);
     std::vector<ReportDocument::Piece> pieces(first, end);
     // Name, Size, Type, Modified, Attributes and the difference: In Folder
@@ -135,6 +141,26 @@ TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
         document.lineText(header + 1).endsWith(QStringLiteral(" [was not in other Snapshot]  ")));
     EXPECT_EQ(document.lineText(document.lineCount() - 1), QStringLiteral("End of Report"));
     EXPECT_EQ(document.lineText(document.lineCount() - 2), QString());
+}
+
+// A list beneath a comparison root: the entries outside it were not
+// compared and tell no difference, whatever their fields hold.
+TEST_F(ReportTest, OnlyComparedEntriesTellTheirDifferences) {
+    f.showCompared({Node::file("new.txt", 5), Node::dir("d", {Node::file("x", 2)})},
+                   {Node::dir("d", {Node::file("x", 1)})}, engine::ShowMode::All);
+    const engine::ComparedPart part(f.snapshot, test::indexOf(f.snapshot, QStringLiteral("d")));
+    engine::ListingOptions options = f.rows->options();
+    options.subFolders = true;
+    options.compared = &part;
+    f.rows->list(1, options);
+    QBuffer buffer;
+    QPdfWriter device(&buffer);
+    ReportDocument document;
+    const int header = composeWithDifferences(device, document);
+    EXPECT_FALSE(document.lineText(header).contains(QStringLiteral("[was")));  // new.txt
+    EXPECT_FALSE(document.lineText(header + 1).contains(QStringLiteral("["))); // d
+    EXPECT_TRUE(document.lineText(header + 2).endsWith(QStringLiteral("[was 1]  ")))
+        << document.lineText(header + 2).toStdString();
 }
 
 TEST_F(ReportTest, PagesBreakWhereTheNextLineWouldNotFit) {
