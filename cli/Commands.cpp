@@ -7,6 +7,7 @@
 
 #include "engine/Compare.h"
 #include "engine/Differences.h"
+#include "engine/FileSystemNames.h"
 #include "engine/OleDate.h"
 #include "engine/OpenSnapshot.h"
 #include "engine/RingWalk.h"
@@ -35,16 +36,15 @@ using namespace engine;
 
 namespace {
 
-// Control characters and the backslash in a path, escaped so that each entry
-// stays one tab-separated line.
+// Tabs and line breaks in a path, escaped so that each entry stays one
+// tab-separated line. Backslashes are printed as they stand: a name of a
+// snapshot made on POSIX already has each of its own written \\ (and each
+// byte that is not UTF-8 written \xHH), and names made on Windows hold none.
 QString escapedPath(const QString& path) {
     QString out;
     out.reserve(path.size());
     for (QChar c : path) {
         switch (c.unicode()) {
-        case '\\':
-            out += QStringLiteral("\\\\");
-            break;
         case '\t':
             out += QStringLiteral("\\t");
             break;
@@ -112,13 +112,15 @@ int snapshotCommand(const QStringList& arguments) {
     const QString folder = absoluteFolder(p.positionalArguments().at(0));
     // The scan itself records a folder it cannot list as one nameless entry;
     // a folder named here that is not there is a mistake worth saying so.
-    const QFileInfo folderInfo(folder);
-    if (!folderInfo.exists()) {
-        printError(QStringLiteral("Folder Not Found"), folder + QStringLiteral(" does not exist"));
+    const PathInfo folderInfo = pathInfo(nativeBytes(folder));
+    if (!folderInfo.exists) {
+        printError(QStringLiteral("Folder Not Found"),
+                   storedPath(folder) + QStringLiteral(" does not exist"));
         return ExitTrouble;
     }
-    if (!folderInfo.isDir()) {
-        printError(QStringLiteral("Not a Folder"), folder + QStringLiteral(" is not a folder"));
+    if (!folderInfo.folder) {
+        printError(QStringLiteral("Not a Folder"),
+                   storedPath(folder) + QStringLiteral(" is not a folder"));
         return ExitTrouble;
     }
     Snapshot snapshot;
@@ -144,8 +146,8 @@ int snapshotCommand(const QStringList& arguments) {
         path = keepIn + NextSnapshotName(SnapshotBaseName(snapshot.header.rootFolder), keepIn);
     }
     const int number = SnapshotNumberFromName(path);
-    snapshot.header.title = p.isSet(title) ? p.value(title)
-                                           : NewSnapshotTitle(folder, number, false);
+    snapshot.header.title =
+        p.isSet(title) ? p.value(title) : NewSnapshotTitle(storedPath(folder), number, false);
     snapshot.header.fileName = path;
     const Outcome saved = SaveSnapshot(snapshot, meter);
     if (!succeeded(saved))

@@ -1,5 +1,6 @@
 #include "ExternalProgram.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/Snapshot.h"
 
 #include <QProcess>
@@ -36,7 +37,8 @@ CustomLaunch buildCustomLaunch(const QString& programPath, const QString& params
         launch.fileName = path;
     }
     launch.program = launch.folder + engine::Separator + launch.fileName;
-    launch.parameters = substituteParameters(params, first, second);
+    launch.parameters = substituteParameters(params, engine::nativeFromStored(first),
+                                             engine::nativeFromStored(second));
     launch.arguments = QProcess::splitCommand(launch.parameters);
     return launch;
 }

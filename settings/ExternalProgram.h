@@ -25,7 +25,10 @@ QString substituteParameters(const QString& params, const QString& first, const 
 
 // The launch for a program path and template. The path is split at its last
 // separator after a trailing one is dropped; a path without one has an empty
-// folder, and the program started is then the separator and the name.
+// folder, and the program started is then the separator and the name. first
+// and second are paths as a snapshot keeps them (stored text); they are put
+// in as native text, so that the program receives their exact bytes
+// (engine/FileSystemNames.h).
 CustomLaunch buildCustomLaunch(const QString& programPath, const QString& params,
                                const QString& first, const QString& second);
 

@@ -6,6 +6,7 @@
 #include "RecentSnapshots.h"
 #include "SavePrompt.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/OpenSnapshot.h"
 #include "engine/Scan.h"
 #include "engine/SnapshotFile.h"
@@ -296,7 +297,8 @@ void MainWindow::mnuFileNew_Click() {
     const QString folder = m_newDialog->folder();
     if (folder.isEmpty())
         return;
-    NewSnapshot(folder, m_newDialog->recurse(), m_newDialog->hidden(), m_newDialog->versions(), 1);
+    NewSnapshot(engine::storedPath(folder), m_newDialog->recurse(), m_newDialog->hidden(),
+                m_newDialog->versions(), 1);
 }
 
 void MainWindow::mnuFileOpen_Click() {
@@ -740,7 +742,7 @@ void MainWindow::openDropped(const QString& path) {
     // A folder as the command line takes one: with its sub-folders and
     // hidden items, without versions.
     if (QFileInfo(path).isDir())
-        NewSnapshot(path, true, true, false, 1);
+        NewSnapshot(engine::storedPath(path), true, true, false, 1);
     else
         OpenSnapshot(path);
 }

@@ -3,6 +3,7 @@
 #include "MainWindow.h"
 #include "RecentSnapshots.h"
 
+#include "engine/FileSystemNames.h"
 #include "settings/IniFile.h"
 #include "views/Highlight.h"
 
@@ -30,9 +31,9 @@ void StartUp(MainWindow& frame, const QString& commandLine) {
     }
     // A folder is no snapshot file: trying to open it first would only put
     // up the import's "Unable to open Snapshot" before the scan.
-    const bool folder = QFileInfo(commandLine).isDir();
+    const bool folder = engine::pathInfo(engine::nativeBytes(commandLine)).folder;
     if (folder || !frame.OpenSnapshot(commandLine))
-        frame.NewSnapshot(commandLine, true, true, false, 1);
+        frame.NewSnapshot(engine::storedPath(commandLine), true, true, false, 1);
 }
 
 namespace {
@@ -92,7 +93,13 @@ int RunKestrel(int argc, char** argv) {
     applyColourScheme();
 
     MainWindow frame(settings::IniFile::defaultPath());
-    StartUp(frame, CommandLineText(QCoreApplication::arguments()));
+    // What QApplication left of the arguments, as native text with their
+    // exact bytes: its own list replaces bytes that are not UTF-8, which a
+    // folder's name may hold.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << engine::nativeText(argv[i]);
+    StartUp(frame, CommandLineText(arguments));
     return application.exec();
 }
 

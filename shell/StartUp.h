@@ -10,7 +10,8 @@ class MainWindow;
 // The command line as the program reads it: one text, the arguments after
 // the program's name joined with single blanks. Nothing is trimmed and no
 // quotes are stripped; Qt's own options (-platform, -style, ...) have already
-// been taken out by QApplication.
+// been taken out by QApplication. The arguments are native text
+// (engine/FileSystemNames.h), and so is the command line.
 QString CommandLineText(const QStringList& arguments);
 
 // What the program does at start once the frame exists (the frame's

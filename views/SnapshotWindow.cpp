@@ -385,8 +385,13 @@ void SnapshotWindow::currentNodeChanged(const QModelIndex& current) {
         tvwPaths_NodeClick(current);
 }
 
+engine::NameMatching SnapshotWindow::nameMatching() const {
+    return m_pair ? engine::nameMatchingFor(m_snapshot, m_pair->snapshot())
+                  : m_snapshot.nameMatching();
+}
+
 bool SnapshotWindow::selectFolder(const QString& key) {
-    const QModelIndex node = m_treeModel->indexOfKey(key);
+    const QModelIndex node = m_treeModel->indexOfKey(key, nameMatching());
     if (!node.isValid())
         return false;
     selectNode(node);
@@ -411,12 +416,12 @@ void SnapshotWindow::BuildTree() {
     }
 
     // The comparison root survives the rebuild when its folder is still shown.
-    const QModelIndex root = m_treeModel->indexOfKey(Separator + m_rootKey);
+    const QModelIndex root = m_treeModel->indexOfKey(Separator + m_rootKey, nameMatching());
     selectNode(root.isValid() ? root : top);
     mnuCompareRoot_Click();
 
     // Reopen at the folder the user was looking at, in whichever window.
-    const QModelIndex last = m_treeModel->indexOfKey(m_host.lastSelectedFolder());
+    const QModelIndex last = m_treeModel->indexOfKey(m_host.lastSelectedFolder(), nameMatching());
     selectNode(last.isValid() ? last : m_treeModel->topIndex());
 
     if (m_pair && !compared() && options.value(Key::Compare) != 0) {
@@ -448,9 +453,10 @@ void SnapshotWindow::mnuCompareRoot_Click() {
     // Only a real change of root makes the pair compare again: marking the
     // same root after a rebuild leaves it alone (two windows with different
     // roots would otherwise reset each other without end).
-    if (m_rootKey.compare(previous, Qt::CaseInsensitive) == 0 || !m_pair)
+    const Qt::CaseSensitivity keys = engine::caseSensitivity(nameMatching());
+    if (m_rootKey.compare(previous, keys) == 0 || !m_pair)
         return;
-    if (m_pair->rootKey().compare(m_rootKey, Qt::CaseInsensitive) != 0)
+    if (m_pair->rootKey().compare(m_rootKey, keys) != 0)
         m_pair->resetComparison();
 }
 
@@ -710,18 +716,23 @@ void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) 
     const auto nameAt = [&](int row) {
         return rows.cellText(row, engine::NameColumn).compare(name, Qt::CaseInsensitive);
     };
-    // The grid is in name order: step up past greater names, then down past
-    // lesser ones, to the first row of the name from either side.
+    // The grid is in name order without regard to case: step up past greater
+    // names, then down past lesser ones, to the first row of the name in any
+    // case from either side.
     int row = std::max(topRow(), 0);
     while (nameAt(row) > 0 && row > 0)
         --row;
     while (nameAt(row) < 0 && row < last)
         ++row;
-    if (!folder.isEmpty()) {
-        while (row < last && rows.inFolder(row).compare(folder, Qt::CaseInsensitive) != 0 &&
-               nameAt(row + 1) == 0)
-            ++row;
-    }
+    // Among those rows, step on to the one whose name and In Folder text
+    // match under the rule, or to the last of them.
+    const Qt::CaseSensitivity names = engine::caseSensitivity(nameMatching());
+    const auto matches = [&](int row) {
+        return rows.cellText(row, engine::NameColumn).compare(name, names) == 0 &&
+               (folder.isEmpty() || rows.inFolder(row).compare(folder, names) == 0);
+    };
+    while (row < last && !matches(row) && nameAt(row + 1) == 0)
+        ++row;
     m_grdFiles->scrollTo(m_gridModel->index(row, 0), QAbstractItemView::PositionAtTop);
 }
 

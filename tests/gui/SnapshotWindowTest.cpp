@@ -162,12 +162,13 @@ private Q_SLOTS:
         QVERIFY(!cell(*newer, u"keep.txt"_s, engine::NameColumn, Qt::ForegroundRole).isValid());
         QCOMPARE(colourOf(cell(*newer, u"sub"_s, engine::NameColumn, Qt::BackgroundRole)), cyan);
         // Folders are coloured in the tree the same way.
-        const views::FolderTreeModel& tree = newer->treeModel();
-        QCOMPARE(colourOf(tree.indexOfKey(u"/newdir/"_s).data(Qt::ForegroundRole)), red);
-        QCOMPARE(colourOf(tree.indexOfKey(u"/sub/"_s).data(Qt::BackgroundRole)), cyan);
-        QVERIFY(!tree.indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole).isValid());
-        QCOMPARE(colourOf(older->treeModel().indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole)),
-                 cyan);
+        const auto node = [](const SnapshotWindow* w, const QString& key) {
+            return w->treeModel().indexOfKey(key, engine::NameMatching::Exact);
+        };
+        QCOMPARE(colourOf(node(newer, u"/newdir/"_s).data(Qt::ForegroundRole)), red);
+        QCOMPARE(colourOf(node(newer, u"/sub/"_s).data(Qt::BackgroundRole)), cyan);
+        QVERIFY(!node(newer, u"/gone/"_s).data(Qt::BackgroundRole).isValid());
+        QCOMPARE(colourOf(node(older, u"/gone/"_s).data(Qt::BackgroundRole)), cyan);
         // A file of another date: its Modified cell.
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         QCOMPARE(colourOf(cell(*newer, u"b.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole)),
@@ -377,9 +378,13 @@ private Q_SLOTS:
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         QCOMPARE(older->selectedKey(), u"/"_s);
 
-        QCOMPARE(views::translateKey(u"/sub/x/"_s, u"sub/"_s, QString()), u"/x/"_s);
-        QCOMPARE(views::translateKey(u"/x/"_s, QString(), u"Sub/"_s), u"/Sub/x/"_s);
-        QCOMPARE(views::translateKey(u"/other/"_s, u"sub/"_s, u"a/"_s), u"/other/"_s);
+        constexpr auto Exact = engine::NameMatching::Exact;
+        constexpr auto AnyCase = engine::NameMatching::IgnoreCase;
+        QCOMPARE(views::translateKey(u"/sub/x/"_s, u"sub/"_s, QString(), Exact), u"/x/"_s);
+        QCOMPARE(views::translateKey(u"/x/"_s, QString(), u"Sub/"_s, Exact), u"/Sub/x/"_s);
+        QCOMPARE(views::translateKey(u"/other/"_s, u"sub/"_s, u"a/"_s, Exact), u"/other/"_s);
+        QCOMPARE(views::translateKey(u"/SUB/x/"_s, u"sub/"_s, u"a/"_s, Exact), u"/SUB/x/"_s);
+        QCOMPARE(views::translateKey(u"/SUB/x/"_s, u"sub/"_s, u"a/"_s, AnyCase), u"/a/x/"_s);
     }
 
     void scrollingTogether() {
