@@ -20,6 +20,9 @@
 #include "views/SnapshotWindow.h"
 #include "views/SplitterBar.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace kestrel;
 using namespace Qt::StringLiterals;
 using settings::Key;
@@ -387,6 +390,55 @@ private Q_SLOTS:
         QCOMPARE(views::translateKey(u"/SUB/x/"_s, u"sub/"_s, u"a/"_s, AnyCase), u"/a/x/"_s);
     }
 
+    // Snapshots made on POSIX tell names apart exactly: twins that differ
+    // only in case are each followed to themselves in the other window, by
+    // selection and by scrolling, and twins added beside others are entries
+    // only in their snapshot.
+    void caseTwinsAreFollowedExactly() {
+        const QString twins = m_dir->filePath(u"Twins"_s);
+        QStringList files = {u"Dir/upper"_s, u"dir/lower"_s, u"README"_s, u"readme"_s, u"run.sh"_s};
+        for (int i = 0; i < 60; ++i)
+            files << u"m%1"_s.arg(i, 2, 10, QLatin1Char('0'))
+                  << u"z%1"_s.arg(i, 2, 10, QLatin1Char('0'));
+        for (const QString& file : files) {
+            QVERIFY(QDir().mkpath(QFileInfo(twins + u'/' + file).path()));
+            writeFile(twins + u'/' + file, "same");
+            setTime(twins + u'/' + file, Fixed);
+        }
+        Frame frame(iniPath());
+        frame->resize(1000, 800);
+        frame->show();
+        QVERIFY(frame->NewSnapshot(twins, true, true, false, 1));
+        for (const QString& added : {u"RUN.sh"_s, u"DIR/x"_s}) {
+            QVERIFY(QDir().mkpath(QFileInfo(twins + u'/' + added).path()));
+            writeFile(twins + u'/' + added, "same");
+            setTime(twins + u'/' + added, Fixed);
+        }
+        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer->compared());
+        QCOMPARE(newer->statusBar()->panelText(2), u"1 extra file, 1 extra folder"_s);
+        QCOMPARE(older->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        QVERIFY(newer->selectFolder(u"/"_s));
+        newer->setShowPosition(1);
+        QCOMPARE(gridRows(*newer), (QStringList{u"DIR"_s, u"RUN.sh"_s}));
+        newer->setShowPosition(0);
+
+        for (const QString& name : {u"dir"_s, u"Dir"_s}) {
+            QVERIFY(newer->selectFolder(u'/' + name + u'/'));
+            QCOMPARE(older->selectedKey(), u'/' + name + u'/');
+            QCOMPARE(gridRows(*older), gridRows(*newer));
+        }
+
+        QVERIFY(newer->selectFolder(u"/"_s));
+        for (const QString& name : {u"README"_s, u"readme"_s}) {
+            newer->grid()->verticalScrollBar()->setValue(rowNamed(*newer, name));
+            QCOMPARE(gridRows(*newer).at(newer->topRow()), name);
+            QCOMPARE(gridRows(*older).at(older->topRow()), name);
+        }
+    }
+
     void scrollingTogether() {
         const QString big = m_dir->filePath(u"Big"_s);
         QVERIFY(QDir().mkpath(big + u"/list"_s));
@@ -517,6 +569,70 @@ private Q_SLOTS:
         QTRY_COMPARE(frame->activeSnapshotWindow(), w);
         QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
         QCOMPARE(frame->snapshotWindows().size(), 2);
+    }
+
+    // A name that is not UTF-8 reaches the desktop, the program it names and
+    // the external compare program in its own bytes, never as the look-alike
+    // beside it.
+    void launchedNamesKeepTheirBytes() {
+        const QString odd = m_dir->filePath(u"Odd"_s);
+        const QByteArray folder = QFile::encodeName(odd) + "/in/";
+        const QByteArray args = QFile::encodeName(m_dir->filePath(u"args"_s));
+        // Writes its own path and its arguments, a line each.
+        const QByteArray recorder = "#!/bin/sh\nprintf '%s\\n' \"$0\" \"$@\" > '" + args +
+                                    ".part' && mv '" + args + ".part' '" + args + "'\n";
+        const auto put = [](const QByteArray& path, const QByteArray& contents, mode_t mode) {
+            const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, mode);
+            QVERIFY(fd >= 0);
+            QCOMPARE(::write(fd, contents.constData(), size_t(contents.size())), contents.size());
+            ::close(fd);
+        };
+        QVERIFY(QDir().mkpath(odd + u"/in"_s));
+        // Qt cannot name these files to remove them with the temporary folder.
+        const auto removeOdd = qScopeGuard([&] { QProcess::execute(u"rm"_s, {u"-rf"_s, odd}); });
+        put(folder + "caf\xE9.txt", "Latin-1", 0644);
+        put(folder + "caf\xC3\xA9.txt", "UTF-8", 0644);
+        put(folder + "run\xE9", recorder, 0755);
+        const QString record = m_dir->filePath(u"record"_s);
+        put(QFile::encodeName(record), recorder, 0755);
+        const auto recorded = [&] { return readFile(QString::fromUtf8(args)); };
+
+        Frame frame(iniPath());
+        frame->launcher().setDesktop({[&frame](const QUrl& url) {
+                                          frame.opened << url;
+                                          return true;
+                                      },
+                                      shell::Launcher::systemDesktop().startProgram});
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        QVERIFY(frame->NewSnapshot(odd, true, true, false, 1));
+        const auto pressEnter = [](SnapshotWindow* w, const QString& name) {
+            w->grid()->setFocus();
+            w->grid()->setCurrentIndex(w->gridModel().index(rowNamed(*w, name), 0));
+            QTest::keyClick(w->grid(), Qt::Key_Return);
+        };
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        QVERIFY(w->selectFolder(u"/in/"_s));
+        pressEnter(w, u"caf\\xE9.txt"_s);
+        QCOMPARE(frame.opened.size(), 1);
+        QCOMPARE(QByteArray::fromPercentEncoding(frame.opened.last().toEncoded().mid(7)),
+                 folder + "caf\xE9.txt");
+        pressEnter(w, u"café.txt"_s);
+        QCOMPARE(frame.opened.last(), QUrl::fromLocalFile(odd + u"/in/café.txt"_s));
+        // An executable file is started as a program.
+        pressEnter(w, u"run\\xE9"_s);
+        QTRY_COMPARE(recorded(), folder + "run\xE9\n");
+        QFile::remove(QString::fromUtf8(args));
+
+        // The external program, on the file and its counterpart in a
+        // repeated snapshot.
+        frame->options().setValue(Key::Shell, 1);
+        control<QLineEdit>(frame->configDialog(), "txtProgram")->setText(record);
+        w->mnuFileRepeat_Click();
+        QVERIFY(second(frame)->selectFolder(u"/in/"_s));
+        pressEnter(second(frame), u"caf\\xE9.txt"_s);
+        QTRY_COMPARE(recorded(), QFile::encodeName(record) + '\n' + folder + "caf\xE9.txt\n" +
+                                     folder + "caf\xE9.txt\n");
     }
 
     // The options that act on the windows: what a double-click starts, the
