@@ -18,28 +18,36 @@ inline const unsigned char* bytesOf(std::string_view text) {
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-// Where the first byte that stored text writes out lies (a backslash, or a
-// byte that is not part of valid UTF-8); the size when there is none.
-size_t firstToWriteOut(std::string_view bytes) {
+// Eight bytes that stored text keeps as they are: ASCII, no backslash.
+inline bool plainWord(const unsigned char* p) {
     constexpr uint64_t Ones = 0x0101010101010101ull;
     constexpr uint64_t HighBits = 0x8080808080808080ull;
+    uint64_t w;
+    std::memcpy(&w, p, 8);
+    const uint64_t backslashes = w ^ (Ones * uint8_t(Escape)); // 0 where a backslash is
+    return ((w | ((backslashes - Ones) & ~backslashes)) & HighBits) == 0;
+}
+
+// Where the first byte that stored text writes out lies (a backslash, or a
+// byte that is not part of valid UTF-8); the size when there is none. Names
+// are mostly plain ASCII: they are read a word at a time, the last bytes as
+// the word that ends the name.
+size_t firstToWriteOut(std::string_view bytes) {
     const unsigned char* p = bytesOf(bytes);
     const size_t size = bytes.size();
     size_t i = 0;
+    while (i + 8 <= size && plainWord(p + i))
+        i += 8;
+    if (i + 8 > size && size >= 8 && plainWord(p + size - 8))
+        return size;
     while (i < size) {
-        // Eight bytes at a time while they are ASCII without a backslash.
-        if (size - i >= 8) {
-            uint64_t w;
-            std::memcpy(&w, p + i, 8);
-            const uint64_t backslashes = w ^ (Ones * uint8_t(Escape)); // 0 where a backslash is
-            const bool hasBackslash = ((backslashes - Ones) & ~backslashes & HighBits) != 0;
-            if ((w & HighBits) == 0 && !hasBackslash) {
-                i += 8;
-                continue;
-            }
+        const unsigned char c = p[i];
+        if (c < 0x80) {
+            if (c == uint8_t(Escape))
+                return i;
+            ++i;
+            continue;
         }
-        if (p[i] == uint8_t(Escape))
-            return i;
         const int length = utf8SequenceLength(p + i, p + size);
         if (length == 0)
             return i;
