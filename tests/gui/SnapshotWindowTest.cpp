@@ -7,6 +7,7 @@
 #include "TemporaryHome.h"
 #include "TestFrame.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
@@ -21,6 +22,7 @@
 #include "views/SplitterBar.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace kestrel;
@@ -571,12 +573,13 @@ private Q_SLOTS:
         QCOMPARE(frame->snapshotWindows().size(), 2);
     }
 
-    // A name that is not UTF-8 reaches the desktop, the program it names and
-    // the external compare program in its own bytes, never as the look-alike
-    // beside it.
+    // A name that is not UTF-8, the root folder's own included, reaches the
+    // desktop, the program it names and the external compare program in its
+    // own bytes, never as the look-alike beside it; Repeat scans that root
+    // again.
     void launchedNamesKeepTheirBytes() {
-        const QString odd = m_dir->filePath(u"Odd"_s);
-        const QByteArray folder = QFile::encodeName(odd) + "/in/";
+        const QByteArray root = QFile::encodeName(m_dir->path()) + "/Odd\xE9/";
+        const QByteArray folder = root + "in/";
         const QByteArray args = QFile::encodeName(m_dir->filePath(u"args"_s));
         // Writes its own path and its arguments, a line each.
         const QByteArray recorder = "#!/bin/sh\nprintf '%s\\n' \"$0\" \"$@\" > '" + args +
@@ -587,9 +590,11 @@ private Q_SLOTS:
             QCOMPARE(::write(fd, contents.constData(), size_t(contents.size())), contents.size());
             ::close(fd);
         };
-        QVERIFY(QDir().mkpath(odd + u"/in"_s));
+        QCOMPARE(::mkdir(root.constData(), 0755), 0);
         // Qt cannot name these files to remove them with the temporary folder.
-        const auto removeOdd = qScopeGuard([&] { QProcess::execute(u"rm"_s, {u"-rf"_s, odd}); });
+        const auto removeOdd = qScopeGuard(
+            [&] { QProcess::execute(u"rm"_s, {u"-rf"_s, m_dir->path()}); });
+        QCOMPARE(::mkdir(folder.constData(), 0755), 0);
         put(folder + "caf\xE9.txt", "Latin-1", 0644);
         put(folder + "caf\xC3\xA9.txt", "UTF-8", 0644);
         put(folder + "run\xE9", recorder, 0755);
@@ -605,20 +610,25 @@ private Q_SLOTS:
                                       shell::Launcher::systemDesktop().startProgram});
         frame->show();
         QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
-        QVERIFY(frame->NewSnapshot(odd, true, true, false, 1));
+        const QString storedRoot = engine::storedPath(engine::nativeText(root.toStdString()));
+        QVERIFY(frame->NewSnapshot(storedRoot, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        QCOMPARE(w->snapshot().header.rootFolder, m_dir->path() + u"/Odd\\xE9/"_s);
         const auto pressEnter = [](SnapshotWindow* w, const QString& name) {
             w->grid()->setFocus();
             w->grid()->setCurrentIndex(w->gridModel().index(rowNamed(*w, name), 0));
             QTest::keyClick(w->grid(), Qt::Key_Return);
         };
-        SnapshotWindow* w = frame->activeSnapshotWindow();
+        // The file's bytes, as the desktop's launcher reads them from the URL.
+        const auto openedLast = [&frame] {
+            return QByteArray::fromPercentEncoding(frame.opened.last().toEncoded().mid(7));
+        };
         QVERIFY(w->selectFolder(u"/in/"_s));
         pressEnter(w, u"caf\\xE9.txt"_s);
         QCOMPARE(frame.opened.size(), 1);
-        QCOMPARE(QByteArray::fromPercentEncoding(frame.opened.last().toEncoded().mid(7)),
-                 folder + "caf\xE9.txt");
+        QCOMPARE(openedLast(), folder + "caf\xE9.txt");
         pressEnter(w, u"café.txt"_s);
-        QCOMPARE(frame.opened.last(), QUrl::fromLocalFile(odd + u"/in/café.txt"_s));
+        QCOMPARE(openedLast(), folder + "caf\xC3\xA9.txt");
         // An executable file is started as a program.
         pressEnter(w, u"run\\xE9"_s);
         QTRY_COMPARE(recorded(), folder + "run\xE9\n");
@@ -629,8 +639,11 @@ private Q_SLOTS:
         frame->options().setValue(Key::Shell, 1);
         control<QLineEdit>(frame->configDialog(), "txtProgram")->setText(record);
         w->mnuFileRepeat_Click();
-        QVERIFY(second(frame)->selectFolder(u"/in/"_s));
-        pressEnter(second(frame), u"caf\\xE9.txt"_s);
+        SnapshotWindow* repeated = second(frame);
+        QCOMPARE(repeated->snapshot().header.rootFolder, storedRoot);
+        QVERIFY(repeated->selectFolder(u"/in/"_s));
+        QCOMPARE(repeated->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        pressEnter(repeated, u"caf\\xE9.txt"_s);
         QTRY_COMPARE(recorded(), QFile::encodeName(record) + '\n' + folder + "caf\xE9.txt\n" +
                                      folder + "caf\xE9.txt\n");
     }
