@@ -8,7 +8,6 @@
 #include "views/Highlight.h"
 
 #include <QApplication>
-#include <QFileInfo>
 #include <QStyle>
 
 #include <cstdio>

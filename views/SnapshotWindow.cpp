@@ -727,9 +727,9 @@ void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) 
     // Among those rows, step on to the one whose name and In Folder text
     // match under the rule, or to the last of them.
     const Qt::CaseSensitivity names = engine::caseSensitivity(nameMatching());
-    const auto matches = [&](int row) {
-        return rows.cellText(row, engine::NameColumn).compare(name, names) == 0 &&
-               (folder.isEmpty() || rows.inFolder(row).compare(folder, names) == 0);
+    const auto matches = [&](int at) {
+        return rows.cellText(at, engine::NameColumn).compare(name, names) == 0 &&
+               (folder.isEmpty() || rows.inFolder(at).compare(folder, names) == 0);
     };
     while (row < last && !matches(row) && nameAt(row + 1) == 0)
         ++row;
