@@ -1,5 +1,6 @@
 #include "CommandSupport.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/OpenSnapshot.h"
 #include "engine/Paths.h"
 #include "engine/Scan.h"
@@ -77,7 +78,7 @@ bool CommandLine::parse(const QStringList& arguments, int positionals, const QSt
 
 bool scanFolder(const QString& folder, Snapshot& snapshot, ProgressMeter& meter, QString* summary,
                 const ScanSettings& settings) {
-    snapshot.header.rootFolder = withSeparator(absoluteFolder(folder));
+    snapshot.header.rootFolder = withSeparator(storedPath(absoluteFolder(folder)));
     const Outcome outcome = CreateSnapshot(snapshot, settings, meter);
     if (!outcome.ok) {
         if (outcome.message)
@@ -171,12 +172,12 @@ bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& me
 }
 
 bool obtainSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
-    if (QFileInfo(path).isDir()) {
+    if (pathInfo(nativeBytes(path)).folder) {
         snapshot.header.recurse = true;
         snapshot.header.hidden = true;
         if (!scanFolder(path, snapshot, meter, nullptr, ScanSettings{}))
             return false;
-        snapshot.header.title = NewSnapshotTitle(absoluteFolder(path), 1, false);
+        snapshot.header.title = NewSnapshotTitle(storedPath(absoluteFolder(path)), 1, false);
         return true;
     }
     return loadSnapshotFile(path, snapshot, meter, nullptr);

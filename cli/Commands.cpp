@@ -7,6 +7,7 @@
 
 #include "engine/Compare.h"
 #include "engine/Differences.h"
+#include "engine/FileSystemNames.h"
 #include "engine/FileWriting.h"
 #include "engine/OleDate.h"
 #include "engine/OpenSnapshot.h"
@@ -37,16 +38,15 @@ using namespace engine;
 
 namespace {
 
-// Control characters and the backslash in a path, escaped so that each entry
-// stays one tab-separated line.
+// Tabs and line breaks in a path, escaped so that each entry stays one
+// tab-separated line. Backslashes are printed as they stand: a name of a
+// snapshot made on POSIX already has each of its own written \\ (and each
+// byte that is not UTF-8 written \xHH), and names made on Windows hold none.
 QString escapedPath(const QString& path) {
     QString out;
     out.reserve(path.size());
     for (QChar c : path) {
         switch (c.unicode()) {
-        case '\\':
-            out += QStringLiteral("\\\\");
-            break;
         case '\t':
             out += QStringLiteral("\\t");
             break;
@@ -115,13 +115,15 @@ int snapshotCommand(const QStringList& arguments) {
     const QString folder = absoluteFolder(p.positionalArguments().at(0));
     // The scan itself records a folder it cannot list as one nameless entry;
     // a folder named here that is not there is a mistake worth saying so.
-    const QFileInfo folderInfo(folder);
-    if (!folderInfo.exists()) {
-        printError(QStringLiteral("Folder Not Found"), folder + QStringLiteral(" does not exist"));
+    const PathInfo folderInfo = pathInfo(nativeBytes(folder));
+    if (!folderInfo.exists) {
+        printError(QStringLiteral("Folder Not Found"),
+                   storedPath(folder) + QStringLiteral(" does not exist"));
         return ExitTrouble;
     }
-    if (!folderInfo.isDir()) {
-        printError(QStringLiteral("Not a Folder"), folder + QStringLiteral(" is not a folder"));
+    if (!folderInfo.folder) {
+        printError(QStringLiteral("Not a Folder"),
+                   storedPath(folder) + QStringLiteral(" is not a folder"));
         return ExitTrouble;
     }
     QString path;
@@ -130,7 +132,7 @@ int snapshotCommand(const QStringList& arguments) {
     } else {
         const QString keepIn =
             withSeparator(absoluteFolder(p.isSet(dir) ? p.value(dir) : QStringLiteral(".")));
-        path = keepIn + NextSnapshotName(SnapshotBaseName(folder), keepIn);
+        path = keepIn + NextSnapshotName(SnapshotBaseName(storedPath(folder)), keepIn);
         // The next name is taken only when the 99th exists: nothing is
         // replaced unless named with --output.
         if (nameTaken(path)) {
@@ -156,8 +158,8 @@ int snapshotCommand(const QStringList& arguments) {
 
     // A file named without a snapshot number is the first of its series.
     const int16_t number = std::max<int16_t>(SnapshotNumberFromName(path), 1);
-    snapshot.header.title = p.isSet(title) ? p.value(title)
-                                           : NewSnapshotTitle(folder, number, false);
+    snapshot.header.title =
+        p.isSet(title) ? p.value(title) : NewSnapshotTitle(storedPath(folder), number, false);
     snapshot.header.fileName = path;
     const Outcome saved = SaveSnapshot(snapshot, meter);
     if (!succeeded(saved))

@@ -5,11 +5,13 @@
 
 #include "engine/Compare.h"
 #include "engine/FileList.h"
+#include "engine/FileSystemNames.h"
 #include "engine/FolderIndex.h"
 #include "engine/Progress.h"
 #include "engine/RingWalk.h"
 #include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
+#include "engine/TextDecode.h"
 #include "output/ExportLines.h"
 #include "output/Report.h"
 #include "output/ShownList.h"
@@ -56,8 +58,9 @@ struct ViewOptions {
         QStringLiteral("MODE")};
     QCommandLineOption folder{
         QStringLiteral("folder"),
-        QStringLiteral("The folder to list: a path below the snapshot's root, without regard "
-                       "to case (default /, the top)."),
+        QStringLiteral("The folder to list: a path below the snapshot's root, its names as "
+                       "kestrel-cli prints them; letter case counts unless the snapshot was "
+                       "made on Windows (default /, the top)."),
         QStringLiteral("PATH"), QStringLiteral("/")};
     QCommandLineOption subFolders{
         QStringLiteral("subfolders"),
@@ -92,17 +95,22 @@ struct FolderFound {
     QString key;     // "/Top/Sub/", with the snapshot's own spelling of the names
 };
 
-// Looks up a path below the root, name by name, without regard to case.
+// Looks up a path below the root, name by name, matched as the snapshot
+// matches its names: exactly when it was made on POSIX, without regard to
+// case when it was made on Windows. Names are written as kestrel-cli prints
+// them; a name given in bytes that are not UTF-8 is taken as those bytes.
 std::optional<FolderFound> findFolder(const Snapshot& s, const QString& path) {
     FolderFound found{s.entryCount >= 1 ? 1 : 0, QStringLiteral("/")};
     for (const QString& name : path.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
         if (found.tag == 0)
             return std::nullopt;
         int32_t index = found.tag;
-        const QByteArray wanted = name.toUtf8();
-        if (s.locateEntry(index, std::string_view(wanted.constData(), size_t(wanted.size()))) ==
-                0 ||
-            !s.entries.get(index).isFolder())
+        const QByteArray given = nativeBytes(name);
+        std::string scratch;
+        std::string_view wanted(given.constData(), size_t(given.size()));
+        if (!isValidUtf8(wanted))
+            wanted = storedName(wanted, scratch);
+        if (s.locateEntry(index, wanted, s.nameMatching()) == 0 || !s.entries.get(index).isFolder())
             return std::nullopt;
         found.key += s.nameText(index) + QLatin1Char('/');
         found.tag = hasContents(s, index) ? index + 1 : 0;

@@ -1,5 +1,7 @@
 #include "Commands.h"
 
+#include "engine/FileSystemNames.h"
+
 #include <QCoreApplication>
 #include <QGuiApplication>
 
@@ -35,5 +37,10 @@ int main(int argc, char* argv[]) {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
     QCoreApplication::setApplicationName(QStringLiteral("Kestrel"));
-    return kestrel::cli::run(QCoreApplication::arguments());
+    // The arguments as native text, with their exact bytes: Qt's own list
+    // replaces bytes that are not UTF-8, and a folder's name may hold them.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << kestrel::engine::nativeText(argv[i]);
+    return kestrel::cli::run(arguments);
 }

@@ -409,6 +409,21 @@ uint64_t nameHash(std::string_view utf8) {
     return hasher.finish();
 }
 
+uint64_t exactNameHash(std::string_view name) {
+    FoldedHasher hasher;
+    const unsigned char* p = bytes(name);
+    const std::size_t size = name.size();
+    std::size_t i = 0;
+    for (; i + 8 <= size; i += 8)
+        hasher.addWord(loadWord(p + i));
+    const std::size_t left = size - i;
+    const uint64_t tail = left == 0   ? 0
+                          : size >= 8 ? loadWord(p + size - 8) >> (8 * (8 - left))
+                                      : loadPartialWord(p, left);
+    hasher.addTail(tail, static_cast<unsigned>(left));
+    return hasher.finish();
+}
+
 bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
     const std::size_t shorter = text.size() < prefix.size() ? text.size() : prefix.size();
     bool differs;

@@ -21,6 +21,10 @@ bool namesEqual(std::string_view a, std::string_view b);
 // A hash of the folded form; equal names give equal hashes.
 uint64_t nameHash(std::string_view utf8);
 
+// A hash of the bytes as they stand, mixed as nameHash mixes them, for names
+// matched exactly.
+uint64_t exactNameHash(std::string_view name);
+
 // True when text begins with prefix, compared the same way.
 bool startsWithIgnoringCase(std::string_view text, std::string_view prefix);
 

@@ -314,7 +314,8 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
     try {
         // The names' hashes serve both ways: the second way finds them all
         // worked out by the first.
-        NameHashes selfHashes(self), otherHashes(other);
+        const NameMatching matching = nameMatchingFor(self, other);
+        NameHashes selfHashes(self, matching), otherHashes(other, matching);
         std::optional<FirstWayMatches> firstWay;
         if (bothWays)
             firstWay.emplace(other);

@@ -23,13 +23,14 @@ inline constexpr int16_t Version = 128;
 } // namespace Change
 
 // CompareSnapshot: marks every entry of self that the walk reaches with its
-// status and match. Matching is by name (whole, without regard to case)
-// within matching folders, from the top rings down: selfTop and otherTop are
-// the first entries of the rings to start from (1 for a whole snapshot, the
-// first entry inside the comparison root otherwise). A file with a
-// counterpart gets the change bits of CompareFiles, which also marks the
-// counterpart. With bothWays the other snapshot is then marked from its own
-// side. Entries the walk does not reach (inside a folder without
+// status and match. Matching is by whole name within matching folders, from
+// the top rings down: exactly when both snapshots were made on POSIX, without
+// regard to case when either was made on Windows (nameMatchingFor). selfTop
+// and otherTop are the first entries of the rings to start from (1 for a
+// whole snapshot, the first entry inside the comparison root otherwise). A
+// file with a counterpart gets the change bits of CompareFiles, which also
+// marks the counterpart. With bothWays the other snapshot is then marked from
+// its own side. Entries the walk does not reach (inside a folder without
 // counterpart) keep their values. The meter's maximum is the count entry 1
 // keeps; the meter is not cancellable. A damaged snapshot whose rings do not
 // close ends the comparison with "Subscript out of range".

@@ -1,6 +1,7 @@
 #include "DirectoryReader.h"
 
 #include "CaseFold.h"
+#include "FileSystemNames.h"
 #include "FileVersion.h"
 #include "OleDate.h"
 #include "Snapshot.h"
@@ -297,7 +298,7 @@ void DirectoryReader::list(FolderTask& task) const {
                 continue;
 
             const std::string_view raw(rawName);
-            const std::string_view name = toStoredText(raw, converted) ? std::string_view(converted) : raw;
+            const std::string_view name = storedName(raw, converted);
             item.nameOffset = appendText(listing.text, name);
             item.nameLength = uint32_t(name.size());
 

@@ -1,6 +1,5 @@
 #include "RingLookup.h"
 
-#include "CaseFold.h"
 #include "Errors.h"
 #include "Snapshot.h"
 
@@ -12,8 +11,8 @@ void RingLookup::reset() {
     m_members = 0;
 }
 
-uint32_t NameHashes::ofName(std::string_view name) {
-    const uint64_t h = nameHash(name);
+uint32_t NameHashes::ofName(std::string_view name, NameMatching matching) {
+    const uint64_t h = matchingHash(name, matching);
     const auto folded = uint32_t(h ^ (h >> 32));
     return folded ? folded : 1;
 }
@@ -23,8 +22,12 @@ uint32_t NameHashes::workOut(int32_t index) {
         m_hashes.assign(size_t(m_snapshot.capacity()) + 1, 0);
     uint32_t& h = m_hashes[size_t(index)];
     if (h == 0)
-        h = ofName(m_snapshot.nameOf(m_snapshot.entries.at(index)));
+        h = ofName(m_snapshot.nameOf(m_snapshot.entries.at(index)), m_matching);
     return h;
+}
+
+bool RingLookup::matches(const SnapshotEntry& e, std::string_view name) const {
+    return namesMatch(m_snapshot.nameOf(e), name, m_matching);
 }
 
 int32_t RingLookup::locate(int32_t& index, std::string_view name, NameHashes& wantedHashes,
@@ -33,7 +36,7 @@ int32_t RingLookup::locate(int32_t& index, std::string_view name, NameHashes& wa
     const int32_t start = entries.at(index).nextSibling;
     // An indexed ring is one listed in another order, where the first entry
     // looked at is rarely the one: go straight to the index.
-    if (!m_built && namesEqual(m_snapshot.nameOf(entries.at(start)), name)) {
+    if (!m_built && matches(entries.at(start), name)) {
         index = start;
         return start;
     }
@@ -44,10 +47,10 @@ int32_t RingLookup::locate(int32_t& index, std::string_view name, NameHashes& wa
         // match, and only the walk tells whether another member matches too.
         // When that entry does not match either, or at a second miss, the
         // ring is in another order and worth an index.
-        const bool sameOrder =
-            m_misses++ == 0 && namesEqual(m_snapshot.nameOf(entries.at(index)), name);
+        const bool sameOrder = m_misses++ == 0 && matches(entries.at(index), name);
+        // A damaged ring is walked as always.
         if (sameOrder || !build(start))
-            return m_snapshot.locateEntry(index, name); // a damaged ring is walked as always
+            return m_snapshot.locateEntry(index, name, m_matching);
     }
 
     const uint32_t h = wantedHashes.of(wantedIndex);
@@ -62,16 +65,14 @@ int32_t RingLookup::onlyMatch(uint32_t h, std::string_view name) const {
     for (uint32_t p = h & m_mask; m_slots[p].hash != 0; p = (p + 1) & m_mask) {
         const Slot& slot = m_slots[p];
         if (slot.hash == h)
-            return namesEqual(m_snapshot.nameOf(m_snapshot.entries.get(slot.entry)), name)
-                       ? slot.entry
-                       : 0;
+            return matches(m_snapshot.entries.get(slot.entry), name) ? slot.entry : 0;
     }
     return 0;
 }
 
 // Of the members with this name, the first in ring order from start. Names
 // are nearly always unique in a folder; only when two members match (README
-// and readme) does their position relative to start decide.
+// and readme ignoring case) does their position relative to start decide.
 int32_t RingLookup::firstMatch(uint32_t h, std::string_view name, int32_t start) const {
     int32_t best = 0;
     uint32_t bestOrdinal = 0;
@@ -80,7 +81,7 @@ int32_t RingLookup::firstMatch(uint32_t h, std::string_view name, int32_t start)
     auto distance = [&](uint32_t ordinal) { return (ordinal + m_members - startOrdinal) % m_members; };
     for (uint32_t p = h & m_mask; m_slots[p].hash != 0; p = (p + 1) & m_mask) {
         const Slot& slot = m_slots[p];
-        if (slot.hash != h || !namesEqual(m_snapshot.nameOf(m_snapshot.entries.get(slot.entry)), name))
+        if (slot.hash != h || !matches(m_snapshot.entries.get(slot.entry), name))
             continue;
         if (++candidates == 1) {
             best = slot.entry;

@@ -2,13 +2,11 @@
 
 #include "Checked.h"
 #include "DirectoryReader.h"
+#include "FileSystemNames.h"
 #include "OleDate.h"
 #include "Progress.h"
 #include "Snapshot.h"
 #include "TextFormats.h"
-
-#include <QDir>
-#include <QFile>
 
 #include <cerrno>
 #include <dirent.h>
@@ -192,7 +190,7 @@ static int32_t countFolders(const std::string& path, int16_t depth, int16_t limi
 }
 
 int32_t CountFolders(const QString& path, int16_t depth, int16_t limit) {
-    return countFolders(QFile::encodeName(withSeparator(path)).toStdString(), depth, limit);
+    return countFolders(fileSystemPath(withSeparator(path)).toStdString(), depth, limit);
 }
 
 Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter) {
@@ -212,12 +210,12 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
             QString folder = settings.versionFolder;
             while (folder.size() > 1 && folder.endsWith(Separator))
                 folder.chop(1);
-            rules.versionFolderText = storedText(folder + Separator);
+            rules.versionFolderText = storedText(storedPath(folder + Separator));
         }
         {
             DirectoryReader reader(rules, settings.listingThreads, settings.assumeDeviceWaits);
             TreeWalk walk(snapshot, reader, meter);
-            walk.run(reader.root(QFile::encodeName(root).toStdString()));
+            walk.run(reader.root(fileSystemPath(root).toStdString()));
         }
         // Entry 1 keeps the meter maximum for the comparison, in place of
         // its subtree count. An empty snapshot has no entry 1 to write.

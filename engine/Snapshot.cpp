@@ -1,6 +1,5 @@
 #include "Snapshot.h"
 
-#include "CaseFold.h"
 #include "Checked.h"
 
 #include <cstring>
@@ -114,7 +113,8 @@ void Snapshot::createEntry(int16_t attributes, double modified, int32_t nextSibl
     setVersion(e, version);
 }
 
-int32_t Snapshot::locateEntry(int32_t& index, std::string_view wanted) const {
+int32_t Snapshot::locateEntry(int32_t& index, std::string_view wanted,
+                              NameMatching matching) const {
     const int32_t start = entries.at(index).nextSibling;
     int32_t current = start;
     // A sound ring visits each entry at most once; a walk longer than the
@@ -122,7 +122,7 @@ int32_t Snapshot::locateEntry(int32_t& index, std::string_view wanted) const {
     int64_t steps = int64_t(entries.capacity()) + 1;
     for (;;) {
         const SnapshotEntry& e = entries.at(current);
-        if (namesEqual(nameOf(e), wanted)) {
+        if (namesMatch(nameOf(e), wanted, matching)) {
             index = current;
             return current;
         }

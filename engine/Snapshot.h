@@ -1,5 +1,7 @@
 #pragma once
 
+#include "NameMatching.h"
+
 #include <QString>
 
 #include <cstdint>
@@ -159,7 +161,10 @@ private:
 struct SnapshotHeader {
     QString title;
     QString fileName;   // the snapshot file it was loaded from or will be saved to
-    QString rootFolder; // the scanned folder, ending in the separator
+    // The scanned folder, ending in the separator. Made on POSIX, it is
+    // stored text as names are (FileSystemNames.h), and a rescan turns it
+    // back into the folder's exact bytes.
+    QString rootFolder;
     double created = 0; // days since 1899-12-30, local time
     bool recurse = false;
     bool hidden = false;
@@ -206,14 +211,18 @@ public:
     void createEntry(int16_t attributes, double modified, int32_t nextSibling,
                      std::string_view name, int32_t parent, double size, std::string_view version);
 
+    // How this snapshot's names are told apart: exactly when its root is a
+    // POSIX path, without regard to case when it was made on Windows.
+    NameMatching nameMatching() const { return nameMatchingOfRoot(header.rootFolder); }
+
     // LocateEntry: finds name among the entries of the folder ring that holds
     // index. The walk starts at the entry after index and ends with index
     // itself, so every member is visited once; index is moved to the entry
     // found, or set to where the walk started (the entry after the given one)
-    // when nothing matches, and 0 is returned. Names are compared whole and
-    // without regard to case. A ring that does not come back to its start
+    // when nothing matches, and 0 is returned. Names are compared whole,
+    // under the given rule. A ring that does not come back to its start
     // within the table raises "Subscript out of range".
-    int32_t locateEntry(int32_t& index, std::string_view name) const;
+    int32_t locateEntry(int32_t& index, std::string_view name, NameMatching matching) const;
 
     // EntryPath: the path of an entry relative to the root folder, built from
     // the parent chain, each name followed by the separator and the whole
@@ -234,6 +243,12 @@ private:
     NameArena m_names;
     VersionPool m_versions;
 };
+
+// How two snapshots matched with each other tell names apart: exactly only
+// when both were made on POSIX.
+inline NameMatching nameMatchingFor(const Snapshot& a, const Snapshot& b) {
+    return combinedMatching(a.nameMatching(), b.nameMatching());
+}
 
 // The platform's folder separator, which Kestrel writes into root folders,
 // relative paths and tree keys.

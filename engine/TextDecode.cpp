@@ -5,6 +5,34 @@
 
 namespace kestrel::engine {
 
+int utf8SequenceLength(const unsigned char* p, const unsigned char* end) {
+    const unsigned char c = *p;
+    if (c < 0x80)
+        return 1;
+    int length;
+    uint32_t minimum;
+    uint32_t cp;
+    if ((c & 0xE0) == 0xC0) {
+        length = 2, minimum = 0x80, cp = c & 0x1F;
+    } else if ((c & 0xF0) == 0xE0) {
+        length = 3, minimum = 0x800, cp = c & 0x0F;
+    } else if ((c & 0xF8) == 0xF0) {
+        length = 4, minimum = 0x10000, cp = c & 0x07;
+    } else {
+        return 0;
+    }
+    if (end - p < length)
+        return 0;
+    for (int i = 1; i < length; ++i) {
+        if ((p[i] & 0xC0) != 0x80)
+            return 0;
+        cp = (cp << 6) | (p[i] & 0x3F);
+    }
+    if (cp < minimum || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
+        return 0;
+    return length;
+}
+
 bool isValidUtf8(std::string_view bytes) {
     const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
     const auto* end = p + bytes.size();
@@ -18,31 +46,8 @@ bool isValidUtf8(std::string_view bytes) {
                 continue;
             }
         }
-        const unsigned char c = *p;
-        if (c < 0x80) {
-            ++p;
-            continue;
-        }
-        int length;
-        uint32_t minimum;
-        uint32_t cp;
-        if ((c & 0xE0) == 0xC0) {
-            length = 2, minimum = 0x80, cp = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            length = 3, minimum = 0x800, cp = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            length = 4, minimum = 0x10000, cp = c & 0x07;
-        } else {
-            return false;
-        }
-        if (end - p < length)
-            return false;
-        for (int i = 1; i < length; ++i) {
-            if ((p[i] & 0xC0) != 0x80)
-                return false;
-            cp = (cp << 6) | (p[i] & 0x3F);
-        }
-        if (cp < minimum || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
+        const int length = utf8SequenceLength(p, end);
+        if (length == 0)
             return false;
         p += length;
     }

@@ -13,6 +13,11 @@ namespace kestrel::engine {
 
 bool isValidUtf8(std::string_view bytes);
 
+// The length of the valid UTF-8 sequence at p (p < end), 0 when none starts
+// there: a stray continuation byte, an overlong form, a surrogate, a code
+// point past U+10FFFF or a sequence cut off by end.
+int utf8SequenceLength(const unsigned char* p, const unsigned char* end);
+
 // Windows-1252 bytes as UTF-8. The five bytes the code page leaves undefined
 // become the C1 control characters of the same value, as Windows maps them.
 std::string windows1252ToUtf8(std::string_view bytes);

@@ -113,7 +113,7 @@ void exercise(const Snapshot& s) {
     }
     try {
         int32_t index = 1;
-        (void)s.locateEntry(index, "readme.txt");
+        (void)s.locateEntry(index, "readme.txt", s.nameMatching());
     } catch (const RuntimeError&) {
     }
     listAsTheWindowDoes(s);

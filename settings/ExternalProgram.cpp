@@ -1,5 +1,6 @@
 #include "ExternalProgram.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/Snapshot.h"
 
 #include <QDir>
@@ -43,7 +44,8 @@ QStringList substituteArguments(const QString& params, const QString& first,
 CustomLaunch buildCustomLaunch(const QString& programPath, const QString& params,
                                const QString& first, const QString& second) {
     CustomLaunch launch;
-    launch.arguments = substituteArguments(params, first, second);
+    launch.arguments = substituteArguments(params, engine::nativeFromStored(first),
+                                           engine::nativeFromStored(second));
     QString path = programPath;
     if (path.endsWith(engine::Separator))
         path.chop(1);

@@ -27,6 +27,9 @@ QStringList substituteArguments(const QString& params, const QString& first, con
 // a program on PATH, as a shell would take it: where one is found there, the
 // launch starts that file; where none is, the program stays the bare name,
 // which the launcher reports as not found.
+// first and second are paths as a snapshot keeps them (stored text); they are
+// put in as native text, so that the program receives their exact bytes
+// (engine/FileSystemNames.h).
 CustomLaunch buildCustomLaunch(const QString& programPath, const QString& params,
                                const QString& first, const QString& second);
 

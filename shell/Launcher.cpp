@@ -1,5 +1,9 @@
 #include "Launcher.h"
 
+#include "DetachedProcess.h"
+
+#include "engine/FileSystemNames.h"
+
 #include <QCoreApplication>
 #include <QDesktopServices>
 #include <QDir>
@@ -14,22 +18,29 @@ using engine::UserMessage;
 
 namespace {
 
+// Paths here are native text, asked about and handed over as their exact bytes.
 int startDetached(const QString& program, const QStringList& arguments, const QString& folder) {
-    const QFileInfo file(program);
+    const engine::PathInfo file = engine::pathInfo(engine::nativeBytes(program));
     // A folder is no program (an empty program path ends up as "/").
-    if (!file.exists() || file.isDir())
+    if (!file.exists || file.folder)
         return LaunchResult::FileNotFound;
-    if (!folder.isEmpty() && !QFileInfo(folder).isDir())
+    if (!folder.isEmpty() && !engine::pathInfo(engine::nativeBytes(folder)).folder)
         return LaunchResult::PathNotFound;
-    if (!file.isExecutable())
+    if (!file.executable)
         return LaunchResult::AccessDenied;
-    QProcess process;
-    process.setProgram(program);
-    process.setArguments(arguments);
-    process.setWorkingDirectory(folder);
     // It exists and may be run, so what is left is a file the system could
     // not load as a program.
-    return process.startDetached() ? LaunchResult::Started : LaunchResult::BadFormat;
+    return startDetachedProcess(program, arguments, folder) == 0 ? LaunchResult::Started
+                                                                 : LaunchResult::BadFormat;
+}
+
+// A file URL naming a path (native text) by its exact bytes: a byte that is
+// not UTF-8 stays percent-encoded, and the desktop's launcher decodes it back.
+// The characters a URL path may hold stay as they are, as fromLocalFile
+// leaves them.
+QUrl fileUrl(const QString& path) {
+    return QUrl::fromEncoded("file://" +
+                             engine::nativeBytes(path).toPercentEncoding("/!$&'()*+,;=:@[]"));
 }
 
 } // namespace
@@ -72,16 +83,18 @@ QString Launcher::helpPath() const {
 
 bool Launcher::LaunchDocument(const QString& root, const QString& folder, const QString& name,
                               const QString& parameters) {
-    const QString path = root + folder + name;
-    const QString workingFolder = root + folder;
-    const QFileInfo file(path);
+    // The parts come from a snapshot as stored text: the file is reached by
+    // its exact bytes.
+    const QString path = engine::nativeFromStored(root + folder + name);
+    const QString workingFolder = engine::nativeFromStored(root + folder);
+    const engine::PathInfo file = engine::pathInfo(engine::nativeBytes(path));
 
     int result = LaunchResult::Started;
-    if (!file.exists()) {
+    if (!file.exists) {
         result = LaunchResult::FileNotFound;
-    } else if (file.isFile() && file.isExecutable()) {
+    } else if (file.file && file.executable) {
         result = m_desktop.startProgram(path, QProcess::splitCommand(parameters), workingFolder);
-    } else if (!m_desktop.openUrl(QUrl::fromLocalFile(file.absoluteFilePath()))) {
+    } else if (!m_desktop.openUrl(fileUrl(path))) {
         // The desktop's launcher did not start, so nothing can open the
         // document: of the program's messages, the one that fits is that no
         // application takes its type.

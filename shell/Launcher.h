@@ -43,6 +43,7 @@ public:
         // takes the type is not known at this point.
         std::function<bool(const QUrl& url)> openUrl;
         // Starts a program in a working folder; returns a launch result.
+        // The paths and arguments are native text (engine/FileSystemNames.h).
         std::function<int(const QString& program, const QStringList& arguments,
                           const QString& folder)>
             startProgram;
@@ -70,16 +71,16 @@ public:
     // its arguments; anything else is opened by association (a document
     // takes no parameters there). A failure shows "Application Launch
     // Error". The result is false in every case, success included: no caller
-    // may rely on it.
+    // may rely on it. The paths are stored text, as a snapshot keeps them.
     bool LaunchDocument(const QString& root, const QString& folder, const QString& name,
                         const QString& parameters);
 
     // Starts a program directly, never through a shell, with the arguments
-    // as given and workingFolder as its working folder. A program named
-    // without any folder is one that was found nowhere on PATH: it is not
-    // found, whatever the working folder holds. A failure shows
-    // "Application Launch Error" naming the program as given. True when the
-    // program was started.
+    // as given and workingFolder as its working folder, all native text. A
+    // program named without any folder is one that was found nowhere on
+    // PATH: it is not found, whatever the working folder holds. A failure
+    // shows "Application Launch Error" naming the program as given. True
+    // when the program was started.
     bool StartProgram(const QString& program, const QStringList& arguments,
                       const QString& workingFolder);
 

@@ -9,6 +9,7 @@
 #include "SavePrompt.h"
 #include "ScreenPlacement.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/OpenSnapshot.h"
 #include "engine/Paths.h"
 #include "engine/Scan.h"
@@ -310,7 +311,8 @@ void MainWindow::mnuFileNew_Click() {
     const QString folder = m_newDialog->folder();
     if (folder.isEmpty())
         return;
-    NewSnapshot(folder, m_newDialog->recurse(), m_newDialog->hidden(), m_newDialog->versions(), 1);
+    NewSnapshot(engine::storedPath(folder), m_newDialog->recurse(), m_newDialog->hidden(),
+                m_newDialog->versions(), 1);
 }
 
 void MainWindow::mnuFileOpen_Click() {
@@ -508,7 +510,7 @@ bool MainWindow::checkPathExists(const QString& path) {
     // The link itself counts, as ls shows it; a folder on the way that may
     // not be searched is told as such, not as a missing path.
     struct stat status;
-    if (::lstat(QFile::encodeName(full).constData(), &status) == 0)
+    if (::lstat(engine::nativeBytes(full).constData(), &status) == 0)
         return true;
     if (errno != ENOENT && errno != ENOTDIR)
         problem = QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
@@ -516,7 +518,7 @@ bool MainWindow::checkPathExists(const QString& path) {
     if (QFileInfo::exists(full))
         return true;
 #endif
-    showMessage(UserMessage{QStringLiteral("Path Not Found"), full + problem,
+    showMessage(UserMessage{QStringLiteral("Path Not Found"), engine::storedPath(full) + problem,
                             MessageIcon::Exclamation});
     return false;
 }
@@ -525,8 +527,10 @@ bool MainWindow::openPath(const QString& path, int16_t number) {
     const QString full = engine::absolutePath(path);
     if (!checkPathExists(full))
         return false;
-    if (QFileInfo(full).isDir())
-        return NewSnapshot(full, true, true, false, number);
+    // A folder as the command line takes one: with its sub-folders and
+    // hidden items, without versions.
+    if (engine::pathInfo(engine::nativeBytes(full)).folder)
+        return NewSnapshot(engine::storedPath(full), true, true, false, number);
     return OpenSnapshot(full);
 }
 

@@ -108,7 +108,8 @@ public:
 
     // Creates a snapshot window, scans folder into it under the meter and
     // shows it captioned by its title; false when the scan failed or was
-    // cancelled, in which case no window remains.
+    // cancelled, in which case no window remains. folder is stored text; a
+    // folder the user chose or named is turned into it by engine::storedPath.
     bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
                      int16_t number) override;
     // Opens a snapshot file (current or v2 format) in a new window; false

@@ -3,6 +3,7 @@
 #include "MainWindow.h"
 #include "RecentSnapshots.h"
 
+#include "engine/FileSystemNames.h"
 #include "settings/IniFile.h"
 #include "views/Highlight.h"
 
@@ -123,7 +124,13 @@ int RunKestrel(int argc, char** argv) {
     QApplication::setApplicationVersion(QStringLiteral(KESTREL_VERSION));
     applyColourScheme();
 
-    const QStringList paths = CommandLinePaths(QCoreApplication::arguments());
+    // What QApplication left of the arguments, as native text with their
+    // exact bytes: its own list replaces bytes that are not UTF-8, which a
+    // folder's name may hold.
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << engine::nativeText(argv[i]);
+    const QStringList paths = CommandLinePaths(arguments);
     if (paths.size() > MostCommandLinePaths) {
         std::fputs("kestrel: give at most two paths, OLD and NEW\n\n", stderr);
         std::fputs(Usage, stderr);

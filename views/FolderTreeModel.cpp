@@ -87,32 +87,37 @@ QString FolderTreeModel::nameOf(int32_t node) const {
     return m_snapshot.nameText(m_index.entryOf(m_nodes[size_t(node)].folder));
 }
 
-QModelIndex FolderTreeModel::indexOfKey(const QString& key) const {
+QModelIndex FolderTreeModel::indexOfKey(const QString& key, engine::NameMatching matching) const {
     if (!key.startsWith(Separator) || !key.endsWith(Separator))
         return {};
     int32_t node = 0;
     const QStringList names = key.mid(1).split(Separator);
     // The key ends with a separator, so the last part is empty.
     for (qsizetype part = 0; part + 1 < names.size(); ++part) {
-        const std::string wanted = engine::foldCase(names[part].toUtf8().toStdString());
+        const std::string wanted = names[part].toUtf8().toStdString();
+        const std::string wantedFolded = engine::foldCase(wanted);
         const Node& parent = m_nodes[size_t(node)];
         const auto begin = size_t(parent.firstChild);
         const auto end = begin + size_t(parent.childCount);
-        const auto folded = [this](size_t child) {
-            return engine::foldCase(m_snapshot.nameOf(
-                m_snapshot.entries.get(m_index.entryOf(m_nodes[child].folder))));
+        const auto name = [this](size_t child) {
+            return m_snapshot.nameOf(
+                m_snapshot.entries.get(m_index.entryOf(m_nodes[child].folder)));
         };
-        // Children are in folded-name order; of equal names the first is the
-        // first in the snapshot.
+        // Children are in folded-name order, names equal but for case in
+        // snapshot order: find the first of the wanted name in any case, then
+        // among those the one the rule accepts.
         size_t low = begin, high = end;
         while (low < high) {
             const size_t middle = low + (high - low) / 2;
-            if (folded(middle) < wanted)
+            if (engine::foldCase(name(middle)) < wantedFolded)
                 low = middle + 1;
             else
                 high = middle;
         }
-        if (low == end || folded(low) != wanted)
+        while (low < end && engine::foldCase(name(low)) == wantedFolded &&
+               !engine::namesMatch(name(low), wanted, matching))
+            ++low;
+        if (low == end || engine::foldCase(name(low)) != wantedFolded)
             return {};
         node = int32_t(low);
     }

@@ -2,6 +2,7 @@
 
 #include "Highlight.h"
 
+#include "engine/NameMatching.h"
 #include "engine/ShowMode.h"
 
 #include <QAbstractItemModel>
@@ -22,9 +23,10 @@ namespace kestrel::views {
 // folder's children in name order. It is rebuilt whole, never patched.
 //
 // Every node has a key: "/" for the top, then the parent's key, the folder's
-// name and "/". Keys are compared without regard to case; of two folders
-// whose names differ only in case, only the first in the snapshot is reached
-// by its key. A node's tag is the index of the first entry inside its folder
+// name and "/". Keys are compared under the window's rule for names: exactly,
+// so that two folders whose names differ only in case are both reached, or
+// without regard to case, when only the first of them in the snapshot is. A
+// node's tag is the index of the first entry inside its folder
 // (0 for a folder without contents; the top's is 1 once any folder was
 // added beneath it).
 //
@@ -55,8 +57,9 @@ public:
     // Whether any folder was added beneath the top.
     bool hasFolders() const { return m_nodes.size() > 1; }
     QModelIndex topIndex() const;
-    // The node with this key, without regard to case; invalid when there is none.
-    QModelIndex indexOfKey(const QString& key) const;
+    // The node with this key, its names matched under the rule; invalid when
+    // there is none.
+    QModelIndex indexOfKey(const QString& key, engine::NameMatching matching) const;
     QString keyOf(const QModelIndex& index) const;
     int32_t tagOf(const QModelIndex& index) const;
     int32_t entryOf(const QModelIndex& index) const;

@@ -103,7 +103,8 @@ public:
     virtual void showPrintPreview(const output::ShownList& list) = 0;
 
     // Creates, scans and shows a new snapshot window; false when the scan
-    // failed or was cancelled (the failure has been shown).
+    // failed or was cancelled (the failure has been shown). folder is stored
+    // text, as a snapshot's root folder keeps it (engine/FileSystemNames.h).
     virtual bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
                              int16_t number) = 0;
     // Puts a snapshot file at the top of the recent list.

@@ -9,9 +9,10 @@ namespace kestrel::views {
 
 using engine::Separator;
 
-QString translateKey(const QString& key, const QString& fromRoot, const QString& toRoot) {
+QString translateKey(const QString& key, const QString& fromRoot, const QString& toRoot,
+                     engine::NameMatching matching) {
     const QString belowTop = key.mid(1);
-    if (!belowTop.startsWith(fromRoot, Qt::CaseInsensitive))
+    if (!belowTop.startsWith(fromRoot, engine::caseSensitivity(matching)))
         return key;
     // Root keys end in a separator (or are empty), so they join the rest
     // without another one.
@@ -19,10 +20,12 @@ QString translateKey(const QString& key, const QString& fromRoot, const QString&
 }
 
 void followSelection(const SnapshotWindow& from, SnapshotWindow& to) {
-    const QString key = translateKey(from.selectedKey(), from.rootKey(), to.rootKey());
+    const engine::NameMatching matching = engine::nameMatchingFor(from.snapshot(), to.snapshot());
+    const QString key = translateKey(from.selectedKey(), from.rootKey(), to.rootKey(), matching);
     if (to.selectFolder(key))
         return;
-    to.showNoMatchingFolder(from.rootKey().compare(to.rootKey(), Qt::CaseInsensitive) != 0);
+    to.showNoMatchingFolder(
+        from.rootKey().compare(to.rootKey(), engine::caseSensitivity(matching)) != 0);
 }
 
 void followScrolling(const SnapshotWindow& from, SnapshotWindow& to) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "engine/NameMatching.h"
+
 #include <QString>
 
 namespace kestrel::views {
@@ -12,10 +14,11 @@ class SnapshotWindow;
 // seen at once.
 
 // The key in the other window of the folder with this key: the part below
-// this window's comparison root is taken below the other's, so windows
-// compared from different folders still meet at matching folders. A key
-// outside this window's root stays as it is.
-QString translateKey(const QString& key, const QString& fromRoot, const QString& toRoot);
+// this window's comparison root (its names matched under the rule) is taken
+// below the other's, so windows compared from different folders still meet
+// at matching folders. A key outside this window's root stays as it is.
+QString translateKey(const QString& key, const QString& fromRoot, const QString& toRoot,
+                     engine::NameMatching matching);
 
 // Selects in to the folder selected in from, or tells in to's status bar
 // why there is none.

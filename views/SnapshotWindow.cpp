@@ -417,8 +417,13 @@ void SnapshotWindow::currentNodeChanged(const QModelIndex& current) {
     tvwPaths_NodeClick(current);
 }
 
+engine::NameMatching SnapshotWindow::nameMatching() const {
+    return m_pair ? engine::nameMatchingFor(m_snapshot, m_pair->snapshot())
+                  : m_snapshot.nameMatching();
+}
+
 bool SnapshotWindow::selectFolder(const QString& key) {
-    const QModelIndex node = m_treeModel->indexOfKey(key);
+    const QModelIndex node = m_treeModel->indexOfKey(key, nameMatching());
     if (!node.isValid())
         return false;
     selectNode(node);
@@ -445,12 +450,12 @@ void SnapshotWindow::BuildTree() {
     }
 
     // The comparison root survives the rebuild when its folder is still shown.
-    const QModelIndex root = m_treeModel->indexOfKey(Separator + m_rootKey);
+    const QModelIndex root = m_treeModel->indexOfKey(Separator + m_rootKey, nameMatching());
     selectNode(root.isValid() ? root : top);
     markComparisonRoot(selectedNode());
 
     // Reopen at the folder the user was looking at, in whichever window.
-    const QModelIndex last = m_treeModel->indexOfKey(m_host.lastSelectedFolder());
+    const QModelIndex last = m_treeModel->indexOfKey(m_host.lastSelectedFolder(), nameMatching());
     selectNode(last.isValid() ? last : m_treeModel->topIndex());
 
     if (m_pair && !compared() && options.value(Key::Compare) != 0 && !m_comparisonHeld) {
@@ -494,13 +499,13 @@ void SnapshotWindow::mnuCompareRoot_Click() {
     // The root belongs to the pair: the other window takes the matching
     // folder, found as selections follow from one window to the other.
     const QString key = m_treeModel->keyOf(node);
-    const QString otherKey = translateKey(key, m_rootKey, other->m_rootKey);
+    const QString otherKey = translateKey(key, m_rootKey, other->m_rootKey, nameMatching());
     {
         // Both leave the comparison first, without comparing again on the
         // way: their trees show every folder then.
         const FlagScope holdThis(m_comparisonHeld), holdOther(other->m_comparisonHeld);
         other->resetComparison();
-        const QModelIndex match = other->m_treeModel->indexOfKey(otherKey);
+        const QModelIndex match = other->m_treeModel->indexOfKey(otherKey, nameMatching());
         if (match.isValid())
             other->markComparisonRoot(match);
         // This window's tree keeps the root and the selection through its
@@ -784,18 +789,23 @@ void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) 
     const auto nameAt = [&](int row) {
         return rows.cellText(row, engine::NameColumn).compare(name, Qt::CaseInsensitive);
     };
-    // The grid is in name order: step up past greater names, then down past
-    // lesser ones, to the first row of the name from either side.
+    // The grid is in name order without regard to case: step up past greater
+    // names, then down past lesser ones, to the first row of the name in any
+    // case from either side.
     int row = std::max(topRow(), 0);
     while (nameAt(row) > 0 && row > 0)
         --row;
     while (nameAt(row) < 0 && row < last)
         ++row;
-    if (!folder.isEmpty()) {
-        while (row < last && rows.inFolder(row).compare(folder, Qt::CaseInsensitive) != 0 &&
-               nameAt(row + 1) == 0)
-            ++row;
-    }
+    // Among those rows, step on to the one whose name and In Folder text
+    // match under the rule, or to the last of them.
+    const Qt::CaseSensitivity names = engine::caseSensitivity(nameMatching());
+    const auto matches = [&](int at) {
+        return rows.cellText(at, engine::NameColumn).compare(name, names) == 0 &&
+               (folder.isEmpty() || rows.inFolder(at).compare(folder, names) == 0);
+    };
+    while (row < last && !matches(row) && nameAt(row + 1) == 0)
+        ++row;
     const FlagScope following(m_followingScroll);
     m_grdFiles->scrollTo(m_gridModel->index(row, 0), QAbstractItemView::PositionAtTop);
 }

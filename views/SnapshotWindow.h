@@ -120,9 +120,13 @@ public:
     // root, reopens the folder selected last anywhere, compares when paired
     // and never compared, and lists the selected folder.
     void BuildTree();
-    // Selects the node with this key (without regard to case) and lists
-    // it; false when the tree has no such node.
+    // Selects the node with this key (its names matched under nameMatching)
+    // and lists it; false when the tree has no such node.
     bool selectFolder(const QString& key);
+    // How this window tells names and keys apart: the rule of its pair when
+    // it has one, else its snapshot's own (exact for a snapshot made on
+    // POSIX, without regard to case for one made on Windows).
+    engine::NameMatching nameMatching() const;
     QString selectedKey() const;
     // The comparison root's key without its leading separator ("" for the
     // top) and the index of its first entry.
@@ -150,7 +154,8 @@ public:
     // does.
     void refreshFolder();
     // ScrollPosition: makes the first row of the given name (and In Folder
-    // text, when given) the top row of the grid.
+    // text, when given) the top row of the grid, names matched under
+    // nameMatching.
     void ScrollPosition(const QString& name, const QString& folder = QString());
     // Grid scroll handling: the paired window scrolls to this grid's top
     // row, when the user scrolled this grid or this window is the active one.

@@ -207,8 +207,8 @@ int main(int argc, char* argv[]) {
     // Selection alone, timed without the way back to the top.
     const double selectOnly = medianSeconds(rounds, [&] {
         subs->setChecked(true);
-        window->RefreshScreen(window->treeModel().tagOf(window->treeModel().indexOfKey(bigTree)),
-                              bigTree);
+        const QModelIndex node = window->treeModel().indexOfKey(bigTree, window->nameMatching());
+        window->RefreshScreen(window->treeModel().tagOf(node), bigTree);
     });
     std::printf("  select a folder, files of sub-folders: %6d rows %8.3f s (both windows)\n", treeRows,
                 selectOnly);

@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
@@ -18,6 +19,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+using kestrel::engine::nativeText;
 using kestrel::test::Node;
 using kestrel::test::TempTree;
 using namespace Qt::StringLiterals;
@@ -38,6 +40,17 @@ protected:
     // writes beyond it failing as on a full disk.
     CliRun cli(const QStringList& arguments, const QString& workingFolder = {},
                rlim_t fileSizeLimit = RLIM_INFINITY) {
+        return run(QStringLiteral(KESTREL_CLI), arguments, workingFolder, fileSizeLimit);
+    }
+    // kestrel-cli started by a shell command, which reaches it as $0 and its
+    // arguments as $1...: for arguments in bytes that are not UTF-8, which
+    // QProcess cannot pass.
+    CliRun cliThroughShell(const QString& command, const QStringList& arguments) {
+        return run(u"/bin/sh"_s,
+                   QStringList{u"-c"_s, command, QStringLiteral(KESTREL_CLI)} + arguments, {});
+    }
+    CliRun run(const QString& program, const QStringList& arguments, const QString& workingFolder,
+               rlim_t fileSizeLimit = RLIM_INFINITY) {
         QProcess p;
         if (fileSizeLimit != RLIM_INFINITY)
             p.setChildProcessModifier([fileSizeLimit] {
@@ -50,7 +63,7 @@ protected:
         env.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
         p.setProcessEnvironment(env);
         p.setWorkingDirectory(workingFolder.isEmpty() ? home() : workingFolder);
-        p.start(QStringLiteral(KESTREL_CLI), arguments);
+        p.start(program, arguments);
         EXPECT_TRUE(p.waitForFinished(60000));
         CliRun r;
         r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
@@ -505,7 +518,7 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
                      "HOST\t\"sub\"\t\"\"\t\"<dir>\"\t\"16\"\r\n"_s);
 
     // The default fields are the dialog's: every column, Version included.
-    r = exported({u"--folder"_s, u"SUB"_s, u"--separator"_s, u"none"_s, u"--output"_s,
+    r = exported({u"--folder"_s, u"sub"_s, u"--separator"_s, u"none"_s, u"--output"_s,
                   home() + u"/sub.txt"_s});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.isEmpty());
@@ -529,6 +542,49 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
         EXPECT_TRUE(r.err.startsWith(QLatin1String(error))) << r.err.toStdString();
         EXPECT_TRUE(r.out.isEmpty());
     }
+}
+
+// On POSIX names are matched exactly: a folder of case twins compared with
+// itself has no difference, and --folder takes the twin asked for. Names that are not UTF-8, the root's
+// own included, are kept and printed with their bad bytes marked, and
+// --folder takes them so or in their own bytes.
+TEST_F(CliTest, NamesAreMatchedAndKeptExactly) {
+    TempTree t;
+    const QString paths[] = {u"include/xt_TCPMSS.h"_s, u"include/xt_tcpmss.h"_s, u"Dir/upper"_s,
+                             u"dir/lower"_s, u"run.sh"_s};
+    for (const QString& path : paths) {
+        t.file(path, path.toUtf8());
+        t.touch(path, 1700000000);
+    }
+    CliRun r = cli({u"compare"_s, t.root(), t.root()});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
+
+    const auto exported = [&](const QString& snapshot, const QString& folder) {
+        return cli({u"export"_s, snapshot, u"--folder"_s, folder, u"--fields"_s, u"name"_s});
+    };
+    EXPECT_EQ(exported(t.root(), u"dir"_s).out, u"lower\r\n"_s);
+    EXPECT_EQ(exported(t.root(), u"Dir"_s).out, u"upper\r\n"_s);
+    EXPECT_EQ(exported(t.root(), u"DIR"_s).status, 2);
+
+    // A root named in bytes that are not UTF-8, holding such a name beside
+    // its look-alike in UTF-8.
+    t.file(nativeText("caf\xE9/caf\xE9/x"), "1");
+    t.file(nativeText("caf\xE9/caf\xC3\xA9"), "22");
+    const QString odd = home() + u"/odd.#01"_s;
+    r = cliThroughShell(u"exec \"$0\" snapshot \"$1$(printf 'caf\\351')\" --output \"$2\""_s,
+                        {t.root(), odd});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(
+        cli({u"info"_s, odd}).out.contains(u"Root folder: "_s + t.root() + u"caf\\xE9/\n"_s));
+    QStringList names;
+    for (const QString& line : cli({u"list"_s, odd}).lines())
+        names << line.section(u'\t', 0, 0);
+    EXPECT_EQ(names, (QStringList{u"caf\\xE9/"_s, u"caf\\xE9/x"_s, u"café"_s}));
+    EXPECT_EQ(exported(odd, u"caf\\xE9"_s).out, u"x\r\n"_s);
+    r = cliThroughShell(
+        u"exec \"$0\" export \"$1\" --folder \"$(printf 'caf\\351')\" --fields name"_s, {odd});
+    EXPECT_EQ(r.out, u"x\r\n"_s) << r.err.toStdString();
 }
 
 // report writes the printed report as a PDF, here of a comparison with its

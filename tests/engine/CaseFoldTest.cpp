@@ -145,6 +145,8 @@ TEST(CaseFoldConsistency, AgreesWithFoldedForm) {
             // Distinct names colliding among a few hundred would point at a weak hash.
             ASSERT_EQ(equal, nameHash(names[i]) == nameHash(names[j]))
                 << names[i] << " / " << names[j];
+            ASSERT_EQ(names[i] == names[j], exactNameHash(names[i]) == exactNameHash(names[j]))
+                << names[i] << " / " << names[j];
             // For valid UTF-8, one folded stream leads the other exactly when its bytes do.
             if (valid[i] && valid[j]) {
                 ASSERT_EQ(startsWithIgnoringCase(names[i], names[j]),

@@ -2,6 +2,7 @@
 
 #include "engine/CaseFold.h"
 #include "engine/Compare.h"
+#include "engine/FileSystemNames.h"
 #include "engine/OleDate.h"
 #include "engine/RingLookup.h"
 #include "engine/RingWalk.h"
@@ -22,6 +23,7 @@ using kestrel::test::buildSnapshot;
 using kestrel::test::indexOf;
 using kestrel::test::Node;
 using kestrel::test::TempTree;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -57,22 +59,19 @@ TEST_F(CompareTest, MarksAddedRemovedAndChangedFilesOnBothSides) {
     before.file(QStringLiteral("docs/grown.txt"), QByteArray(1000, 'g'));
     before.file(QStringLiteral("docs/gone.txt"));
     before.file(QStringLiteral("docs/same.txt"));
-    before.file(QStringLiteral("Readme.TXT"));
     before.file(QStringLiteral("was-file"), "f");
 
     TempTree after;
     after.file(QStringLiteral("docs/grown.txt"), QByteArray(1234, 'g'));
     after.file(QStringLiteral("docs/new.txt"));
     after.file(QStringLiteral("docs/same.txt"));
-    after.file(QStringLiteral("README.txt"));
     after.file(QStringLiteral("added/inner/deep.txt"));
     after.file(QStringLiteral("was-file/now-inside.txt"));
     for (TempTree* t : {&before, &after})
         t->folder(QStringLiteral("empty"));
-    for (const char* p : {"docs/grown.txt", "docs/same.txt", "README.txt"})
-        after.touch(QString::fromLatin1(p), 1700000000);
-    for (const char* p : {"docs/grown.txt", "docs/same.txt", "Readme.TXT"})
-        before.touch(QString::fromLatin1(p), 1700000000);
+    for (TempTree* t : {&before, &after})
+        for (const char* p : {"docs/grown.txt", "docs/same.txt"})
+            t->touch(QString::fromLatin1(p), 1700000000);
     scanInto(older, before);
     scanInto(newer, after);
     ASSERT_TRUE(compare().ok);
@@ -94,14 +93,10 @@ TEST_F(CompareTest, MarksAddedRemovedAndChangedFilesOnBothSides) {
     EXPECT_EQ(WhatChanged(newer, older, at(newer, "docs"), {}),
               QStringLiteral("[contains changes]"));
 
-    // Unchanged entries match, a name that changed only in case among them;
-    // an empty folder matches with a negative index.
-    for (const auto [now, was] :
-         {std::pair{"docs/same.txt", "docs/same.txt"}, std::pair{"README.txt", "Readme.TXT"}}) {
-        EXPECT_EQ(inNew(now).match, at(older, was));
-        EXPECT_EQ(inNew(now).status, 0);
-        EXPECT_EQ(WhatChanged(newer, older, at(newer, now), {}), QString());
-    }
+    // An unchanged file matches; an empty folder matches with a negative index.
+    EXPECT_EQ(inNew("docs/same.txt").match, at(older, "docs/same.txt"));
+    EXPECT_EQ(inNew("docs/same.txt").status, 0);
+    EXPECT_EQ(WhatChanged(newer, older, at(newer, "docs/same.txt"), {}), QString());
     EXPECT_LT(inNew("empty").match, 0);
     EXPECT_EQ(inOld("empty").status, 0);
 
@@ -120,6 +115,93 @@ TEST_F(CompareTest, MarksAddedRemovedAndChangedFilesOnBothSides) {
     EXPECT_TRUE(file.status & Change::Attributes);
     EXPECT_TRUE(file.status & Change::Size);
     EXPECT_GT(folder.status, 0);
+}
+
+// On POSIX run.sh and RUN.sh are two files, and so are names that fold alike
+// (paſſwd with the long s, Kernel with the Kelvin sign) or read alike (café
+// in Latin-1 bytes): each beside its look-alike, with the same size and
+// date, is an entry without counterpart, from whichever side the comparison
+// starts. A name changed only in case is one entry gone and one added.
+TEST_F(CompareTest, LookAlikeNamesMadeOnPosixAreEntriesOfTheirOwn) {
+    const QString latin1Cafe = nativeText("caf\xE9");
+    const QStringList inBoth = {u"run.sh"_s, u"A"_s,    u"copyright"_s, u"passwd"_s,
+                                u"kernel"_s, u"café"_s, u"Dir/f"_s};
+    const QStringList onlyBefore = {u"a"_s, u"Readme.TXT"_s};
+    const QStringList onlyAfter = {u"RUN.sh"_s,      u"COPYRIGHT"_s, u"pa\u017F\u017Fwd"_s,
+                                   u"\u212Aernel"_s, latin1Cafe,     u"dir/f"_s,
+                                   u"README.txt"_s};
+    TempTree before, after;
+    const auto make = [](TempTree& tree, const QStringList& paths) {
+        for (const QString& path : paths) {
+            tree.file(path, "same");
+            tree.touch(path, 1700000000);
+        }
+    };
+    make(before, inBoth + onlyBefore);
+    make(after, inBoth + onlyAfter);
+    scanInto(older, before);
+    scanInto(newer, after);
+
+    const auto entryOf = [](const Snapshot& s, const QString& path) {
+        const int32_t i = indexOf(s, storedPath(path));
+        EXPECT_NE(i, 0) << path.toStdString();
+        return s.entry(i);
+    };
+    for (const bool fromNewer : {true, false}) {
+        ProgressMeter meter;
+        ASSERT_TRUE(fromNewer ? CompareSnapshot(newer, 1, older, 1, true, {}, meter).ok
+                              : CompareSnapshot(older, 1, newer, 1, true, {}, meter).ok);
+        for (const QString& path : inBoth) {
+            SCOPED_TRACE(path.toStdString());
+            EXPECT_EQ(entryOf(newer, path).match, indexOf(older, path));
+            EXPECT_EQ(entryOf(older, path).match, indexOf(newer, path));
+            EXPECT_EQ(entryOf(newer, path).status, 0);
+        }
+        for (const QString& path : onlyBefore)
+            EXPECT_EQ(entryOf(older, path).match, 0) << path.toStdString();
+        for (const QString& path : onlyAfter)
+            EXPECT_EQ(entryOf(newer, path).match, 0) << path.toStdString();
+        EXPECT_EQ(entryOf(newer, u"Dir"_s).status, 0);
+    }
+
+    // A folder of such twins compared with itself has no difference at all.
+    Snapshot again;
+    scanInto(again, after);
+    ProgressMeter meter;
+    ASSERT_TRUE(CompareSnapshot(newer, 1, again, 1, true, {}, meter).ok);
+    for (const Snapshot* s : {&newer, &again})
+        for (int32_t i = 1; i <= s->entryCount; ++i) {
+            EXPECT_EQ(s->entry(i).match, i) << s->name(i);
+            EXPECT_EQ(s->entry(i).status, 0) << s->name(i);
+        }
+}
+
+// A snapshot made on Windows keeps matching names without regard to case,
+// with another made there and with one made on POSIX.
+TEST_F(CompareTest, SnapshotsMadeOnWindowsStillMatchAcrossCase) {
+    // The Windows program's file: C:\Data\ holding Reports (with a.txt) and b.txt.
+    QTemporaryDir dir;
+    older.header.fileName = dir.path() + u"/data.#01"_s;
+    ASSERT_TRUE(
+        kestrel::test::writeBytes(older.header.fileName, kestrel::test::exampleSnapshotFile()));
+    ProgressMeter meter;
+    ASSERT_TRUE(LoadSnapshot(older, meter).ok);
+    TempTree tree;
+    tree.file(u"REPORTS/A.TXT"_s, QByteArray(1234, 'a'));
+    tree.file(u"B.txt"_s, QByteArray(99, 'b'));
+    scanInto(newer, tree);
+    ASSERT_TRUE(compare().ok);
+    for (const Snapshot* s : {&older, &newer})
+        for (int32_t i = 1; i <= s->entryCount; ++i)
+            EXPECT_NE(s->entry(i).match, 0) << s->name(i);
+
+    Snapshot windowsMade;
+    buildSnapshot(windowsMade,
+                  {Node::dir("reports", {Node::file("A.txt", 1234)}), Node::file("B.TXT")});
+    windowsMade.header.rootFolder = u"C:\\Data\\"_s;
+    ASSERT_TRUE(CompareSnapshot(windowsMade, 1, older, 1, true, {}, meter).ok);
+    for (int32_t i = 1; i <= windowsMade.entryCount; ++i)
+        EXPECT_NE(windowsMade.entry(i).match, 0) << windowsMade.name(i);
 }
 
 TEST_F(CompareTest, DateToleranceIsStrictAndClockChangesCanBeIgnored) {
@@ -217,7 +299,8 @@ TEST_F(CompareTest, WhatChangedListsEveryDifferenceInOrder) {
 
 TEST_F(CompareTest, FoldersListedInAnotherOrderMatchTheSame) {
     // A large folder whose entries the other snapshot lists in another
-    // order, with names that differ only in case among them.
+    // order, with names that differ only in case among them: made on POSIX
+    // each finds its own name, made on Windows one of the two in any case.
     std::vector<Node> files;
     for (int i = 0; i < 3000; ++i)
         files.push_back(Node::file("file" + std::to_string(i), i));
@@ -230,26 +313,29 @@ TEST_F(CompareTest, FoldersListedInAnotherOrderMatchTheSame) {
     shuffled.push_back(Node::file("extra"));
     buildSnapshot(older, {Node::dir("big", files)});
     buildSnapshot(newer, {Node::dir("big", shuffled)});
-    ASSERT_TRUE(compare().ok);
-
-    int unmatched = 0;
-    for (int32_t i = 2; i <= newer.entryCount; ++i) {
-        const SnapshotEntry& e = newer.entry(i);
-        if (e.match == 0) {
-            ++unmatched;
-            EXPECT_EQ(newer.name(i), "extra");
-            continue;
+    for (const QString& root : {u"/built/"_s, u"C:\\Built\\"_s}) {
+        older.header.rootFolder = newer.header.rootFolder = root;
+        ASSERT_TRUE(compare().ok);
+        const bool exact = root.startsWith(u'/');
+        int unmatched = 0;
+        for (int32_t i = 2; i <= newer.entryCount; ++i) {
+            const SnapshotEntry& e = newer.entry(i);
+            if (e.match == 0) {
+                ++unmatched;
+                EXPECT_EQ(newer.name(i), "extra");
+                continue;
+            }
+            if (exact || newer.name(i).substr(0, 4) == "file") {
+                EXPECT_EQ(older.name(e.match), newer.name(i));
+            }
+            EXPECT_TRUE(namesEqual(older.name(e.match), newer.name(i)));
         }
-        EXPECT_TRUE(namesEqual(older.name(e.match), newer.name(i)));
-        if (newer.name(i).substr(0, 4) == "file") {
-            EXPECT_EQ(older.name(e.match), newer.name(i));
-        }
+        EXPECT_EQ(unmatched, 1);
+        int removed = 0;
+        for (int32_t i = 2; i <= older.entryCount; ++i)
+            removed += older.entry(i).match == 0;
+        EXPECT_EQ(removed, 1);
     }
-    EXPECT_EQ(unmatched, 1);
-    int removed = 0;
-    for (int32_t i = 2; i <= older.entryCount; ++i)
-        removed += older.entry(i).match == 0;
-    EXPECT_EQ(removed, 1);
 }
 
 TEST_F(CompareTest, LoadedSnapshotsWithManyFoldersCompare) {
@@ -274,37 +360,40 @@ TEST_F(CompareTest, LoadedSnapshotsWithManyFoldersCompare) {
 
 TEST(RingLookup, AnswersExactlyAsTheRingWalk) {
     // Rings of several sizes with repeated names (in any case), looked up
-    // from every start: the index must give what the walk gives.
+    // from every start under either rule: the index must give what the walk
+    // gives.
     std::mt19937 random(11);
-    for (int size : {1, 5, 40, 300}) {
-        std::vector<Node> nodes;
-        for (int i = 0; i < size; ++i) {
-            std::string name = "n" + std::to_string(random() % (size / 3 + 1));
-            if (random() % 2)
-                name[0] = 'N';
-            nodes.push_back(Node::file(name));
-        }
-        Snapshot s;
-        buildSnapshot(s, nodes);
-        for (const std::string wanted : {"n0", "N1", "n2", "missing"}) {
-            NameHashes hashes(s);
-            RingLookup lookup(s, hashes);
-            // The wanted name as the name of an entry of a snapshot of its own.
-            Snapshot wantedSnapshot;
-            buildSnapshot(wantedSnapshot, {Node::file(wanted)});
-            NameHashes wantedHashes(wantedSnapshot);
-            int32_t viaIndex = 1;
-            int32_t viaWalk = 1;
-            for (int step = 0; step < size + 3; ++step) {
-                const int32_t a = lookup.locate(viaIndex, wanted, wantedHashes, 1);
-                const int32_t b = s.locateEntry(viaWalk, wanted);
-                ASSERT_EQ(a, b) << "size " << size << " name " << wanted << " step " << step;
-                ASSERT_EQ(viaIndex, viaWalk);
-                // Move on as the comparison does: from the match or a member.
-                viaIndex = viaWalk = 1 + int32_t(random() % uint32_t(size));
+    for (const NameMatching rule : {NameMatching::Exact, NameMatching::IgnoreCase})
+        for (int size : {1, 5, 40, 300}) {
+            std::vector<Node> nodes;
+            for (int i = 0; i < size; ++i) {
+                std::string name = "n" + std::to_string(random() % (size / 3 + 1));
+                if (random() % 2)
+                    name[0] = 'N';
+                nodes.push_back(Node::file(name));
+            }
+            Snapshot s;
+            buildSnapshot(s, nodes);
+            for (const std::string wanted : {"n0", "N1", "n2", "missing"}) {
+                NameHashes hashes(s, rule);
+                RingLookup lookup(s, hashes);
+                // The wanted name as the name of an entry of a snapshot of its own.
+                Snapshot wantedSnapshot;
+                buildSnapshot(wantedSnapshot, {Node::file(wanted)});
+                NameHashes wantedHashes(wantedSnapshot, rule);
+                int32_t viaIndex = 1;
+                int32_t viaWalk = 1;
+                for (int step = 0; step < size + 3; ++step) {
+                    const int32_t a = lookup.locate(viaIndex, wanted, wantedHashes, 1);
+                    const int32_t b = s.locateEntry(viaWalk, wanted, rule);
+                    ASSERT_EQ(a, b) << "rule " << int(rule) << " size " << size << " name "
+                                    << wanted << " step " << step;
+                    ASSERT_EQ(viaIndex, viaWalk);
+                    // Move on as the comparison does: from the match or a member.
+                    viaIndex = viaWalk = 1 + int32_t(random() % uint32_t(size));
+                }
             }
         }
-    }
 }
 
 // A random tree, and a second one as another listing and some changes would
@@ -369,14 +458,17 @@ private:
 };
 
 // Compares first and second both ways, and each of them one way, and expects
-// every entry's match and status to come out the same.
+// every entry's match and status to come out the same: with both snapshots
+// made on POSIX (names matched exactly), and with the first made on Windows
+// (names matched without regard to case).
 void expectBothWaysAsOneWay(const std::vector<Node>& first, const std::vector<Node>& second,
-                            const std::string& context) {
+                            const QString& firstRoot, const std::string& context) {
     Snapshot a, b, oneWayA, oneWayB;
     buildSnapshot(a, first);
     buildSnapshot(oneWayA, first);
     buildSnapshot(b, second);
     buildSnapshot(oneWayB, second);
+    a.header.rootFolder = oneWayA.header.rootFolder = firstRoot;
     ProgressMeter meter;
     ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, true, {}, meter).ok);
     ASSERT_TRUE(CompareSnapshot(oneWayA, 1, oneWayB, 1, false, {}, meter).ok);
@@ -388,6 +480,13 @@ void expectBothWaysAsOneWay(const std::vector<Node>& first, const std::vector<No
             ASSERT_EQ(std::pair(e.match, e.status), std::pair(expected.match, expected.status))
                 << context << " entry " << i << " " << both->name(i);
         }
+}
+
+void expectBothWaysAsOneWay(const std::vector<Node>& first, const std::vector<Node>& second,
+                            const std::string& context) {
+    for (const QString& firstRoot : {u"/built/"_s, u"C:\\Built\\"_s})
+        expectBothWaysAsOneWay(first, second, firstRoot,
+                               context + " first root " + firstRoot.toStdString());
 }
 
 TEST(CompareBothWays, GivesWhatTwoOneWayComparisonsGive) {

@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include "engine/DirectoryReader.h"
+#include "engine/FileSystemNames.h"
 #include "engine/OleDate.h"
 #include "engine/RingWalk.h"
 #include "engine/Scan.h"
@@ -208,16 +209,25 @@ TEST(Scan, OddNamesSurviveSaveAndLoad) {
     t.file(QStringLiteral("Ärger über €"), "22");
     t.file(QStringLiteral("line\nbreak"), "333");
     t.file(QStringLiteral("folder, odd/tab\there"));
-    // A name that is not valid UTF-8 is kept as its Windows-1252 reading, the
-    // way the snapshot file reads such bytes back.
-    t.file(QString::fromLatin1("latin"));
-    ASSERT_EQ(::rename(QFile::encodeName(t.root() + QStringLiteral("latin")).constData(),
-                       (QFile::encodeName(t.root()) + "caf\xE9").constData()),
-              0);
+    // Names as on disk: café in Latin-1 bytes beside café in UTF-8, and
+    // names whose own backslashes look like the marks of bad bytes.
+    const std::string raw[] = {"caf\xE9", "caf\xC3\xA9", "caf\\xE9", "a\\b", "\xFF\\\xC3"};
+    for (const std::string& name : raw)
+        t.file(nativeText(name), "4444");
 
     Scan s = scan(t);
     ASSERT_TRUE(s.outcome.ok);
-    EXPECT_NE(indexOf(s.snapshot, QStringLiteral("café")), 0);
+    const std::pair<const char*, std::string> stored[] = {{"caf\\xE9", raw[0]},
+                                                          {"café", raw[1]},
+                                                          {"caf\\\\xE9", raw[2]},
+                                                          {"a\\\\b", raw[3]},
+                                                          {"\\xFF\\\\\\xC3", raw[4]}};
+    for (const auto& [text, bytes] : stored) {
+        const int32_t i = indexOf(s.snapshot, QString::fromUtf8(text));
+        ASSERT_NE(i, 0) << text;
+        EXPECT_EQ(fileSystemBytes(s.snapshot.name(i)), bytes) << text;
+    }
+    EXPECT_EQ(s.snapshot.fileCount, 4 + int(std::size(raw)));
 
     QTemporaryDir out;
     s.snapshot.header.title = QStringLiteral("Snapshot #1 of odd, \"names\"");
@@ -231,13 +241,11 @@ TEST(Scan, OddNamesSurviveSaveAndLoad) {
     EXPECT_EQ(loaded.header.title, s.snapshot.header.title);
     EXPECT_EQ(loaded.header.created, s.snapshot.header.created);
     kestrel::test::expectSameSnapshot(s.snapshot, loaded);
-    // Qt cannot name the file to remove it with the tree.
-    ::unlink((QFile::encodeName(t.root()) + "caf\xE9").constData());
 }
 
 // Names at the system's limits: 255 bytes (in one-byte and in multi-byte
-// characters), bytes that are not UTF-8 on a folder the scan must enter, and
-// paths past the 4,096 bytes the system takes whole.
+// characters), bytes that are not UTF-8 on a folder the scan must enter and
+// on a root folder, and paths past the 4,096 bytes the system takes whole.
 TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
     TempTree t;
     const std::string longAscii(255, 'n');
@@ -274,8 +282,8 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
         EXPECT_EQ(snap.entryCount, 2 + 2 + 20 + 1);
         EXPECT_EQ(snap.name(indexOf(snap, QString::fromStdString(longAscii))).size(), 255u);
         EXPECT_NE(indexOf(snap, QString::fromStdString(longWide)), 0);
-        // Read as Windows-1252, the folder's name still leads to its contents.
-        EXPECT_NE(indexOf(snap, QString::fromUtf8("bad\u00FF\u00FEname/inside.txt")), 0);
+        // Kept with its bad bytes marked, the folder's name still leads to its contents.
+        EXPECT_NE(indexOf(snap, QStringLiteral("bad\\xFF\\xFEname/inside.txt")), 0);
         int32_t deepest = 0;
         for (int32_t i = 1; i <= snap.entryCount; ++i)
             if (snap.name(i) == "deepest.txt")
@@ -284,10 +292,19 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
         EXPECT_GT(snap.relativePath(deepest).toUtf8().size(), 5000);
         EXPECT_EQ(snap.entry(deepest).attributes, Attribute::Normal);
     }
+    // The folder whose name is not UTF-8 as the root: kept marked as its
+    // names are, and scanned again from that, as Repeat does.
+    Scan bad;
+    bad.snapshot.header.rootFolder =
+        storedPath(nativeText((root + "bad\xFF\xFEname/").toStdString()));
+    EXPECT_EQ(bad.snapshot.header.rootFolder, t.root() + QStringLiteral("bad\\xFF\\xFEname/"));
+    ProgressMeter meter;
+    ASSERT_TRUE(CreateSnapshot(bad.snapshot, {}, meter).ok);
+    EXPECT_EQ(bad.snapshot.entryCount, 1);
+    EXPECT_EQ(bad.snapshot.name(1), "inside.txt");
+
     // The tree cannot be removed by its long paths: take it down from the top.
     std::system(("rm -rf '" + root + "'0ddd*").constData());
-    ::unlink((root + "bad\xFF\xFEname/inside.txt").constData());
-    ::rmdir((root + "bad\xFF\xFEname").constData());
 }
 
 // While the scans run, another thread changes the tree: files created and

@@ -86,32 +86,42 @@ TEST(SnapshotTable, AccessOutsideTheTableRaises) {
     EXPECT_EQ(raised([&] { s.name(INT32_MIN); }), OutOfRange);
 }
 
-// Whole names without regard to case, the first match in ring order after
-// the given entry, which is visited last; without a match the index is left
-// at the ring's start.
+// Whole names under the rule, the first match in ring order after the given
+// entry, which is visited last; without a match the index is left at the
+// ring's start.
 TEST(LocateEntry, WalksTheRingFromTheGivenEntry) {
+    constexpr NameMatching Exact = NameMatching::Exact;
+    constexpr NameMatching AnyCase = NameMatching::IgnoreCase;
     const struct {
+        NameMatching rule;
         std::initializer_list<const char*> ring;
         int32_t given;
         const char* name;
         int32_t found, indexAfter;
     } cases[] = {
-        {{"Only"}, 1, "ONLY", 1, 1},
-        {{"Only"}, 1, "other", 0, 1},
-        {{"a.txt", "Readme.TXT", "b"}, 1, "README.txt", 2, 2},
-        {{"a.txt", "Readme.TXT", "b"}, 2, "readme.txt", 2, 2},
-        {{"a.txt", "Readme.TXT", "b"}, 3, "A.TXT", 1, 1},
-        {{"a.txt", "Readme.TXT", "b"}, 1, "Readme", 0, 2},
-        {{"a.txt", "Readme.TXT", "b"}, 3, "Readme.TXT2", 0, 1},
-        {{"a.txt", "Readme.TXT", "b"}, 2, "", 0, 3},
-        {{"README", "x", "readme"}, 1, "Readme", 3, 3},
-        {{"README", "x", "readme"}, 2, "Readme", 3, 3},
-        {{"README", "x", "readme"}, 3, "Readme", 1, 1},
+        {AnyCase, {"Only"}, 1, "ONLY", 1, 1},
+        {AnyCase, {"Only"}, 1, "other", 0, 1},
+        {AnyCase, {"a.txt", "Readme.TXT", "b"}, 1, "README.txt", 2, 2},
+        {AnyCase, {"a.txt", "Readme.TXT", "b"}, 2, "readme.txt", 2, 2},
+        {AnyCase, {"a.txt", "Readme.TXT", "b"}, 3, "A.TXT", 1, 1},
+        {AnyCase, {"a.txt", "Readme.TXT", "b"}, 1, "Readme", 0, 2},
+        {AnyCase, {"a.txt", "Readme.TXT", "b"}, 3, "Readme.TXT2", 0, 1},
+        {AnyCase, {"a.txt", "Readme.TXT", "b"}, 2, "", 0, 3},
+        {AnyCase, {"README", "x", "readme"}, 1, "Readme", 3, 3},
+        {AnyCase, {"README", "x", "readme"}, 2, "Readme", 3, 3},
+        {AnyCase, {"README", "x", "readme"}, 3, "Readme", 1, 1},
+        {Exact, {"Only"}, 1, "ONLY", 0, 1},
+        {Exact, {"Only"}, 1, "Only", 1, 1},
+        {Exact, {"a.txt", "Readme.TXT", "b"}, 3, "a.txt", 1, 1},
+        {Exact, {"a.txt", "Readme.TXT", "b"}, 1, "README.txt", 0, 2},
+        {Exact, {"README", "x", "readme"}, 1, "README", 1, 1},
+        {Exact, {"README", "x", "readme"}, 1, "readme", 3, 3},
+        {Exact, {"README", "x", "readme"}, 3, "Readme", 0, 1},
     };
     for (const auto& c : cases) {
         const Snapshot s = ringOf(c.ring);
         int32_t index = c.given;
-        EXPECT_EQ(s.locateEntry(index, c.name), c.found) << c.given << " " << c.name;
+        EXPECT_EQ(s.locateEntry(index, c.name, c.rule), c.found) << c.given << " " << c.name;
         EXPECT_EQ(index, c.indexAfter) << c.given << " " << c.name;
     }
 }
@@ -121,13 +131,14 @@ TEST(LocateEntry, DamagedRingsRaiseInsteadOfHanging) {
     Snapshot s = ringOf({"a", "b", "c", "d"});
     s.mutableEntry(3).nextSibling = 2;
     int32_t index = 4;
-    EXPECT_EQ(raised([&] { s.locateEntry(index, "missing"); }), OutOfRange);
+    EXPECT_EQ(raised([&] { s.locateEntry(index, "missing", NameMatching::Exact); }), OutOfRange);
 
     // A link out of the table, and a start outside it.
     s.mutableEntry(3).nextSibling = s.capacity() + 1;
     for (int32_t start : {1, -1, s.capacity() + 1}) {
         index = start;
-        EXPECT_EQ(raised([&] { s.locateEntry(index, "missing"); }), OutOfRange) << start;
+        EXPECT_EQ(raised([&] { s.locateEntry(index, "missing", NameMatching::Exact); }), OutOfRange)
+            << start;
     }
 }
 

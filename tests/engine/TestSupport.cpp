@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/RingWalk.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <ftw.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,19 +21,52 @@
 
 namespace kestrel::test {
 
+// Paths are native text: a name's bytes that are not UTF-8 reach the system
+// as they are, where Qt's file classes would replace them.
+static QByteArray native(const QString& path) {
+    return engine::nativeBytes(path);
+}
+
+static int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
+    ::remove(path);
+    return 0;
+}
+
+// Every folder of the path, made where missing.
+static bool makeFolders(const QByteArray& path) {
+    for (qsizetype at = path.indexOf('/', 1);; at = path.indexOf('/', at + 1)) {
+        const QByteArray part = at < 0 ? path : path.left(at);
+        if (::mkdir(part.constData(), 0777) != 0 && errno != EEXIST)
+            return false;
+        if (at < 0)
+            return true;
+    }
+}
+
 TempTree::TempTree() { EXPECT_TRUE(m_dir.isValid()); }
 
-QString TempTree::root() const { return m_dir.path() + QLatin1Char('/'); }
+TempTree::~TempTree() {
+    // Qt cannot name what is not UTF-8: the tree goes by its bytes first.
+    ::nftw(native(m_dir.path()).constData(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
 
-static QByteArray native(const QString& path) { return QFile::encodeName(path); }
+QString TempTree::root() const {
+    return m_dir.path() + QLatin1Char('/');
+}
 
-void TempTree::folder(const QString& path) { ASSERT_TRUE(QDir().mkpath(root() + path)); }
+void TempTree::folder(const QString& path) {
+    ASSERT_TRUE(makeFolders(native(root() + path)));
+}
 
 void TempTree::file(const QString& path, const QByteArray& contents) {
-    QDir().mkpath(QFileInfo(root() + path).absolutePath());
-    QFile f(root() + path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
-    f.write(contents);
+    const QByteArray bytes = native(root() + path);
+    makeFolders(bytes.left(bytes.lastIndexOf('/')));
+    const int fd = ::open(bytes.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    ASSERT_GE(fd, 0) << path.toStdString();
+    const bool written =
+        ::write(fd, contents.constData(), size_t(contents.size())) == contents.size();
+    ::close(fd);
+    ASSERT_TRUE(written) << path.toStdString();
 }
 
 void TempTree::sparseFile(const QString& path, int64_t size) {

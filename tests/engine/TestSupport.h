@@ -60,9 +60,12 @@ struct RecordingView : engine::ProgressView {
 class TempTree {
 public:
     TempTree();
+    ~TempTree();
     // The tree's root, ending in "/".
     QString root() const;
-    // Paths are relative to the root; parent folders are made as needed.
+    // Paths are relative to the root, native text (engine/FileSystemNames.h),
+    // so names may hold bytes that are not UTF-8; parent folders are made as
+    // needed.
     void folder(const QString& path);
     void file(const QString& path, const QByteArray& contents = {});
     void sparseFile(const QString& path, int64_t size);

@@ -1,4 +1,5 @@
 #include "engine/TextFormats.h"
+#include "engine/FileSystemNames.h"
 #include "engine/OleDate.h"
 #include "engine/TextDecode.h"
 
@@ -12,6 +13,8 @@
 #include <cmath>
 #include <iomanip>
 #include <limits>
+#include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -222,6 +225,60 @@ TEST(TextDecode, Windows1252) {
     EXPECT_EQ(decodeText("Gr\xC3\xBCn"), u("Grün"));
     EXPECT_EQ(decodeText("\xE4\x80"), u("ä€"));
     EXPECT_EQ(decodeText("\xC3\xA4\x80"), u("Ã¤€")); // one bad byte makes it all Windows-1252
+}
+
+// A name from the disk is stored as valid UTF-8 that gives back its exact
+// bytes, and no two names share a stored form; a valid name without a
+// backslash is stored as it is. Tried on every string of up to four bytes
+// and on longer random ones, from an alphabet of awkward bytes: the marks'
+// own characters, valid, cut-off and overlong sequences, a surrogate.
+TEST(StoredNames, EveryNameComesBackAsItsBytes) {
+    const std::string alphabet = "a\\xE9\xC3\xA9\xE9\x80\xED\xF0\x9F\xC0";
+    std::map<std::string, std::string> namesByStored;
+    const auto check = [&](const std::string& bytes) {
+        std::string scratch;
+        const std::string stored(storedName(bytes, scratch));
+        ASSERT_TRUE(isValidUtf8(stored)) << testing::PrintToString(bytes);
+        ASSERT_EQ(fileSystemBytes(stored), bytes);
+        if (isValidUtf8(bytes) && bytes.find('\\') == std::string::npos) {
+            ASSERT_EQ(stored, bytes);
+        }
+        const auto [it, added] = namesByStored.emplace(stored, bytes);
+        ASSERT_EQ(it->second, bytes) << testing::PrintToString(stored);
+        // The same through native text, as command lines and launches carry it.
+        const QString native = nativeText(bytes);
+        ASSERT_EQ(nativeBytes(native).toStdString(), bytes);
+        ASSERT_EQ(storedPath(native).toStdString(), stored);
+        ASSERT_EQ(nativeFromStored(QString::fromStdString(stored)), native);
+    };
+    std::vector<std::string> level{""};
+    for (int length = 0; length <= 4; ++length) {
+        std::vector<std::string> longer;
+        for (const std::string& s : level) {
+            check(s);
+            for (char c : alphabet)
+                longer.push_back(s + c);
+        }
+        level = std::move(longer);
+    }
+    // Longer names, mostly plain, take the eight-bytes-at-a-time paths.
+    std::mt19937 random(5);
+    for (int i = 0; i < 5000; ++i) {
+        std::string s(5 + random() % 20, ' ');
+        for (char& c : s)
+            c = random() % 4 ? 'a' : alphabet[random() % alphabet.size()];
+        check(s);
+    }
+
+    std::string scratch;
+    EXPECT_EQ(storedName("caf\xE9", scratch), "caf\\xE9");
+    EXPECT_EQ(storedName("a\\b", scratch), "a\\\\b");
+    EXPECT_EQ(storedName("\xED\xA0\x80", scratch), "\\xED\\xA0\\x80");     // a surrogate
+    EXPECT_EQ(storedName("caf\xC3\xA9\xC3", scratch), "caf\xC3\xA9\\xC3"); // cut off
+    // A name stored before names were escaped may hold a backslash that
+    // marks nothing: it stands for itself.
+    EXPECT_EQ(fileSystemBytes("a\\b\\x4"), "a\\b\\x4");
+    EXPECT_EQ(fileSystemBytes("\\xe9"), "\xE9");
 }
 
 } // namespace

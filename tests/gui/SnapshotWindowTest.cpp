@@ -8,6 +8,7 @@
 #include "TemporaryHome.h"
 #include "TestFrame.h"
 
+#include "engine/FileSystemNames.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
@@ -21,6 +22,10 @@
 #include "views/SnapshotStatusBar.h"
 #include "views/SnapshotWindow.h"
 #include "views/SplitterBar.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace kestrel;
 using namespace Qt::StringLiterals;
@@ -61,7 +66,7 @@ QVariant cell(const SnapshotWindow& w, const QString& name, int column, int role
 
 // Clicks a folder in a window's tree with the mouse, as a user does.
 void clickNode(const SnapshotWindow& w, const QString& key) {
-    const QModelIndex node = w.treeModel().indexOfKey(key);
+    const QModelIndex node = w.treeModel().indexOfKey(key, w.nameMatching());
     QVERIFY2(node.isValid(), qPrintable(key));
     w.tree()->scrollTo(node);
     QTest::mouseClick(w.tree()->viewport(), Qt::LeftButton, {},
@@ -232,12 +237,13 @@ private Q_SLOTS:
         QVERIFY(!cell(*newer, u"keep.txt"_s, engine::NameColumn, Qt::ForegroundRole).isValid());
         QCOMPARE(colourOf(cell(*newer, u"sub"_s, engine::NameColumn, Qt::BackgroundRole)), cyan);
         // Folders are coloured in the tree the same way.
-        const views::FolderTreeModel& tree = newer->treeModel();
-        QCOMPARE(colourOf(tree.indexOfKey(u"/newdir/"_s).data(Qt::ForegroundRole)), red);
-        QCOMPARE(colourOf(tree.indexOfKey(u"/sub/"_s).data(Qt::BackgroundRole)), cyan);
-        QVERIFY(!tree.indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole).isValid());
-        QCOMPARE(colourOf(older->treeModel().indexOfKey(u"/gone/"_s).data(Qt::BackgroundRole)),
-                 cyan);
+        const auto node = [](const SnapshotWindow* w, const QString& key) {
+            return w->treeModel().indexOfKey(key, engine::NameMatching::Exact);
+        };
+        QCOMPARE(colourOf(node(newer, u"/newdir/"_s).data(Qt::ForegroundRole)), red);
+        QCOMPARE(colourOf(node(newer, u"/sub/"_s).data(Qt::BackgroundRole)), cyan);
+        QVERIFY(!node(newer, u"/gone/"_s).data(Qt::BackgroundRole).isValid());
+        QCOMPARE(colourOf(node(older, u"/gone/"_s).data(Qt::BackgroundRole)), cyan);
         // A file of another date: its Modified cell.
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         QCOMPARE(colourOf(cell(*newer, u"b.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole)),
@@ -495,9 +501,62 @@ private Q_SLOTS:
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         QCOMPARE(older->selectedKey(), u"/"_s);
 
-        QCOMPARE(views::translateKey(u"/sub/x/"_s, u"sub/"_s, QString()), u"/x/"_s);
-        QCOMPARE(views::translateKey(u"/x/"_s, QString(), u"Sub/"_s), u"/Sub/x/"_s);
-        QCOMPARE(views::translateKey(u"/other/"_s, u"sub/"_s, u"a/"_s), u"/other/"_s);
+        constexpr auto Exact = engine::NameMatching::Exact;
+        constexpr auto AnyCase = engine::NameMatching::IgnoreCase;
+        QCOMPARE(views::translateKey(u"/sub/x/"_s, u"sub/"_s, QString(), Exact), u"/x/"_s);
+        QCOMPARE(views::translateKey(u"/x/"_s, QString(), u"Sub/"_s, Exact), u"/Sub/x/"_s);
+        QCOMPARE(views::translateKey(u"/other/"_s, u"sub/"_s, u"a/"_s, Exact), u"/other/"_s);
+        QCOMPARE(views::translateKey(u"/SUB/x/"_s, u"sub/"_s, u"a/"_s, Exact), u"/SUB/x/"_s);
+        QCOMPARE(views::translateKey(u"/SUB/x/"_s, u"sub/"_s, u"a/"_s, AnyCase), u"/a/x/"_s);
+    }
+
+    // Snapshots made on POSIX tell names apart exactly: twins that differ
+    // only in case are each followed to themselves in the other window, by
+    // selection and by scrolling, and twins added beside others are entries
+    // only in their snapshot.
+    void caseTwinsAreFollowedExactly() {
+        const QString twins = m_dir->filePath(u"Twins"_s);
+        QStringList files = {u"Dir/upper"_s, u"dir/lower"_s, u"README"_s, u"readme"_s, u"run.sh"_s};
+        for (int i = 0; i < 60; ++i)
+            files << u"m%1"_s.arg(i, 2, 10, QLatin1Char('0'))
+                  << u"z%1"_s.arg(i, 2, 10, QLatin1Char('0'));
+        for (const QString& file : files) {
+            QVERIFY(QDir().mkpath(QFileInfo(twins + u'/' + file).path()));
+            writeFile(twins + u'/' + file, "same");
+            setTime(twins + u'/' + file, Fixed);
+        }
+        Frame frame(iniPath());
+        frame->resize(1000, 800);
+        frame->show();
+        QVERIFY(frame->NewSnapshot(twins, true, true, false, 1));
+        for (const QString& added : {u"RUN.sh"_s, u"DIR/x"_s}) {
+            QVERIFY(QDir().mkpath(QFileInfo(twins + u'/' + added).path()));
+            writeFile(twins + u'/' + added, "same");
+            setTime(twins + u'/' + added, Fixed);
+        }
+        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer->compared());
+        QCOMPARE(newer->statusBar()->panelText(2), u"1 extra file, 1 extra folder"_s);
+        QCOMPARE(older->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        QVERIFY(newer->selectFolder(u"/"_s));
+        newer->setShowPosition(1);
+        QCOMPARE(gridRows(*newer), (QStringList{u"DIR"_s, u"RUN.sh"_s}));
+        newer->setShowPosition(0);
+
+        for (const QString& name : {u"dir"_s, u"Dir"_s}) {
+            QVERIFY(newer->selectFolder(u'/' + name + u'/'));
+            QCOMPARE(older->selectedKey(), u'/' + name + u'/');
+            QCOMPARE(gridRows(*older), gridRows(*newer));
+        }
+
+        QVERIFY(newer->selectFolder(u"/"_s));
+        for (const QString& name : {u"README"_s, u"readme"_s}) {
+            newer->grid()->verticalScrollBar()->setValue(rowNamed(*newer, name));
+            QCOMPARE(gridRows(*newer).at(newer->topRow()), name);
+            QCOMPARE(gridRows(*older).at(older->topRow()), name);
+        }
     }
 
     // Clicks with the mouse in either window, and the arrow keys, select
@@ -692,7 +751,7 @@ private Q_SLOTS:
         for (const QString& name : words(u"a.txt new.txt newdir sub"_s))
             for (const int role : {Qt::ForegroundRole, Qt::BackgroundRole})
                 QVERIFY2(!cell(*newer, name, engine::SizeColumn, role).isValid(), qPrintable(name));
-        QVERIFY(!newer->treeModel().indexOfKey(u"/newdir/"_s).data(Qt::ForegroundRole).isValid());
+        QVERIFY(!newer->treeModel().indexOfKey(u"/newdir/"_s, newer->nameMatching()).data(Qt::ForegroundRole).isValid());
         QCOMPARE(newer->statusBar()->panelText(2), u"No changes in selected folder"_s);
         QCOMPARE(older->statusBar()->panelText(2), u"No changes in selected folder"_s);
         for (int position = 1; position < 5; ++position) {
@@ -908,13 +967,88 @@ private Q_SLOTS:
         second(frame)->mnuFileConfig_Click();
         const QColor yellow(255, 255, 0);
         for (SnapshotWindow* w : {first(frame), second(frame)}) {
-            QCOMPARE(colourOf(w->treeModel().indexOfKey(u"/sub/"_s).data(Qt::BackgroundRole)),
+            QCOMPARE(colourOf(w->treeModel().indexOfKey(u"/sub/"_s, w->nameMatching()).data(Qt::BackgroundRole)),
                      yellow);
             QCOMPARE(colourOf(cell(*w, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
                      yellow);
             QVERIFY(w->showsSubFolders());
             QVERIFY(gridRows(*w).contains(u"sub/b.txt"_s));
         }
+    }
+
+    // A name that is not UTF-8, the root folder's own included, reaches the
+    // desktop, the program it names and the external compare program in its
+    // own bytes, never as the look-alike beside it; Repeat scans that root
+    // again.
+    void launchedNamesKeepTheirBytes() {
+        const QByteArray root = QFile::encodeName(m_dir->path()) + "/Odd\xE9/";
+        const QByteArray folder = root + "in/";
+        const QByteArray args = QFile::encodeName(m_dir->filePath(u"args"_s));
+        // Writes its own path and its arguments, a line each.
+        const QByteArray recorder = "#!/bin/sh\nprintf '%s\\n' \"$0\" \"$@\" > '" + args +
+                                    ".part' && mv '" + args + ".part' '" + args + "'\n";
+        const auto put = [](const QByteArray& path, const QByteArray& contents, mode_t mode) {
+            const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, mode);
+            QVERIFY(fd >= 0);
+            QCOMPARE(::write(fd, contents.constData(), size_t(contents.size())), contents.size());
+            ::close(fd);
+        };
+        QCOMPARE(::mkdir(root.constData(), 0755), 0);
+        // Qt cannot name these files to remove them with the temporary folder.
+        const auto removeOdd = qScopeGuard(
+            [&] { QProcess::execute(u"rm"_s, {u"-rf"_s, m_dir->path()}); });
+        QCOMPARE(::mkdir(folder.constData(), 0755), 0);
+        put(folder + "caf\xE9.txt", "Latin-1", 0644);
+        put(folder + "caf\xC3\xA9.txt", "UTF-8", 0644);
+        put(folder + "run\xE9", recorder, 0755);
+        const QString record = m_dir->filePath(u"record"_s);
+        put(QFile::encodeName(record), recorder, 0755);
+        const auto recorded = [&] { return readFile(QString::fromUtf8(args)); };
+
+        Frame frame(iniPath());
+        frame->launcher().setDesktop({[&frame](const QUrl& url) {
+                                          frame.opened << url;
+                                          return true;
+                                      },
+                                      shell::Launcher::systemDesktop().startProgram});
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        const QString storedRoot = engine::storedPath(engine::nativeText(root.toStdString()));
+        QVERIFY(frame->NewSnapshot(storedRoot, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        QCOMPARE(w->snapshot().header.rootFolder, m_dir->path() + u"/Odd\\xE9/"_s);
+        const auto pressEnter = [](SnapshotWindow* w, const QString& name) {
+            w->grid()->setFocus();
+            w->grid()->setCurrentIndex(w->gridModel().index(rowNamed(*w, name), 0));
+            QTest::keyClick(w->grid(), Qt::Key_Return);
+        };
+        // The file's bytes, as the desktop's launcher reads them from the URL.
+        const auto openedLast = [&frame] {
+            return QByteArray::fromPercentEncoding(frame.opened.last().toEncoded().mid(7));
+        };
+        QVERIFY(w->selectFolder(u"/in/"_s));
+        pressEnter(w, u"caf\\xE9.txt"_s);
+        QCOMPARE(frame.opened.size(), 1);
+        QCOMPARE(openedLast(), folder + "caf\xE9.txt");
+        pressEnter(w, u"café.txt"_s);
+        QCOMPARE(openedLast(), folder + "caf\xC3\xA9.txt");
+        // An executable file is started as a program.
+        pressEnter(w, u"run\\xE9"_s);
+        QTRY_COMPARE(recorded(), folder + "run\xE9\n");
+        QFile::remove(QString::fromUtf8(args));
+
+        // The external program, on the file and its counterpart in a
+        // repeated snapshot.
+        frame->options().setValue(Key::Shell, 1);
+        control<QLineEdit>(frame->configDialog(), "txtProgram")->setText(record);
+        w->mnuFileRepeat_Click();
+        SnapshotWindow* repeated = second(frame);
+        QCOMPARE(repeated->snapshot().header.rootFolder, storedRoot);
+        QVERIFY(repeated->selectFolder(u"/in/"_s));
+        QCOMPARE(repeated->statusBar()->panelText(2), u"No changes in selected folder"_s);
+        pressEnter(repeated, u"caf\\xE9.txt"_s);
+        QTRY_COMPARE(recorded(), QFile::encodeName(record) + '\n' + folder + "caf\xE9.txt\n" +
+                                     folder + "caf\xE9.txt\n");
     }
 
     // The options that act on the windows: what a double-click starts, the
