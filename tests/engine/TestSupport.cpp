@@ -18,7 +18,16 @@
 
 namespace kestrel::test {
 
-TempTree::TempTree() { EXPECT_TRUE(m_dir.isValid()); }
+static QString temporaryFolderTemplate(TempTree::Storage storage) {
+    const QString memory = QStringLiteral("/dev/shm");
+    if (storage == TempTree::InMemory && ::access(memory.toUtf8().constData(), W_OK | X_OK) == 0)
+        return memory + QStringLiteral("/kestrel-test-XXXXXX");
+    return QDir::tempPath() + QStringLiteral("/kestrel-test-XXXXXX");
+}
+
+TempTree::TempTree(Storage storage) : m_dir(temporaryFolderTemplate(storage)) {
+    EXPECT_TRUE(m_dir.isValid());
+}
 
 QString TempTree::root() const { return m_dir.path() + QLatin1Char('/'); }
 
