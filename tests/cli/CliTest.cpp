@@ -13,6 +13,9 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+#include <grp.h>
+#include <unistd.h>
+
 using kestrel::test::Node;
 using kestrel::test::TempTree;
 using namespace Qt::StringLiterals;
@@ -29,8 +32,17 @@ struct CliRun {
 // Runs kestrel-cli with its settings pointed at a folder of the test's own.
 class CliTest : public testing::Test {
 protected:
-    CliRun cli(const QStringList& arguments, const QString& workingFolder = {}) {
+    // asNobody: where the tests run as root, kestrel-cli runs as the user
+    // nobody, to whom folder permissions apply.
+    CliRun cli(const QStringList& arguments, const QString& workingFolder = {},
+               bool asNobody = false) {
         QProcess p;
+        if (asNobody && kestrel::test::runningAsRoot())
+            p.setChildProcessModifier([] {
+                constexpr uid_t Nobody = 65534;
+                if (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0)
+                    ::_exit(99);
+            });
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"HOME"_s, home());
         env.insert(u"XDG_CONFIG_HOME"_s, home() + u"/config"_s);
@@ -95,6 +107,58 @@ TEST_F(CliTest, ListPrintsOneTabSeparatedLinePerEntry) {
     static const QRegularExpression file(
         u"^sub/line\\\\nbreak\t5\t\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\tNorm\t$"_s);
     EXPECT_TRUE(file.match(lines[1]).hasMatch()) << lines[1].toStdString();
+}
+
+// Folders that could not be read: snapshot names them and exits 3; list,
+// info and compare show a folder that could not be listed as its path and
+// " (unreadable)", never as an entry of its own, and values that could not
+// be read as "unknown", never compared.
+TEST_F(CliTest, UnreadableFoldersAreSaidNotListedAsEntries) {
+    TempTree t;
+    t.file(u"data/secret/s.txt"_s, "s");
+    t.file(u"data/unsearchable/u.txt"_s, "u");
+    t.file(u"data/open.txt"_s, "o");
+    t.chmod(QString(), 0755);
+    t.chmod(u"data"_s, 0755);
+    t.chmod(u"data/secret"_s, 0);
+    t.chmod(u"data/unsearchable"_s, 0644);
+    QTemporaryDir out;
+    ASSERT_TRUE(QFile::setPermissions(out.path(), QFileDevice::Permissions(0x7777)));
+    const QString data = t.root() + u"data"_s;
+    CliRun r = cli({u"snapshot"_s, data, u"--dir"_s, out.path()}, {}, true);
+    t.chmod(u"data/secret"_s, 0755);
+    t.chmod(u"data/unsearchable"_s, 0755);
+    ASSERT_EQ(r.status, 3) << r.err.toStdString();
+    const QString unreadable = out.path() + u"/data.#01"_s;
+    EXPECT_EQ(r.out.trimmed(), unreadable);
+    EXPECT_TRUE(r.err.contains(u", 2 folders could not be read\n"_s)) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains(u"Could not be read: "_s + data + u"/secret/\n"_s));
+    EXPECT_TRUE(r.err.contains(u"Could not be read: "_s + data + u"/unsearchable/\n"_s));
+
+    r = cli({u"list"_s, unreadable});
+    // The folder's own line, then the marker's.
+    const QStringList secret = r.lines().filter(u"secret"_s);
+    ASSERT_EQ(secret.size(), 2) << r.out.toStdString();
+    EXPECT_TRUE(secret[0].startsWith(u"secret/\t0\t"_s) && secret[0].endsWith(u"Dir\t"_s));
+    EXPECT_EQ(secret[1], u"secret/ (unreadable)"_s);
+    EXPECT_TRUE(r.lines().contains(u"unsearchable/u.txt\tunknown\tunknown\tunknown\t"_s));
+    EXPECT_TRUE(
+        cli({u"info"_s, unreadable}).out.contains(u"Folders that could not be read: 2\n"_s));
+
+    // Read as root, everything is there: the file read and the folder listed
+    // are no changes, only what could not be seen before.
+    r = cli({u"snapshot"_s, data, u"--dir"_s, out.path()});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    for (const char* format : {"text", "csv", "jsonl"}) {
+        r = cli({u"compare"_s, unreadable, out.path() + u"/data.#02"_s, u"--format"_s,
+                 QString::fromLatin1(format)});
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.lines().filter(u"secret/ (unreadable)"_s).size(), 1) << format;
+        EXPECT_EQ(r.lines().filter(u"secret/s.txt"_s).size(), 1) << format;
+        EXPECT_TRUE(r.lines().filter(u"u.txt"_s).isEmpty()) << format;
+    }
+    EXPECT_EQ(r.err.trimmed(),
+              u"1 only in NEW, 0 only in OLD, 0 changed, 1 folder could not be read on one side"_s);
 }
 
 TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
