@@ -276,6 +276,41 @@ TEST_F(CliTest, ConvertFitsDamagedFilesAndBringsOldOnesUpToDate) {
     EXPECT_TRUE(r.lines()[1].startsWith(u"Docs/a.txt\t1234\t2001-02-28 12:00:00\tArc"_s));
 }
 
+// Dot names are hidden items: a snapshot without hidden items says how many
+// it left out, and compared with one that has them, both ways, they are
+// extra entries like any other; a grown sparse file shows its true size.
+TEST_F(CliTest, DotEntriesAndTrueSizesCompareBothWays) {
+    TempTree t;
+    t.file(u"data/run.sh"_s, "r");
+    t.file(u"data/.htaccess"_s, "h");
+    t.file(u"data/.ssh/authorized_keys"_s, "k");
+    t.sparseFile(u"data/disk.img"_s, 65536);
+    const QString data = t.root() + u"data"_s;
+    CliRun r = cli({u"snapshot"_s, data, u"--dir"_s, home()});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    r = cli({u"snapshot"_s, data, u"--dir"_s, home(), u"--no-hidden"_s});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains(u", 2 hidden entries left out\n"_s)) << r.err.toStdString();
+    const QString all = home() + u"/data.#01"_s, shown = home() + u"/data.#02"_s;
+
+    const QStringList hidden = {u".htaccess"_s, u".ssh/"_s, u".ssh/authorized_keys"_s};
+    for (const auto& [older, newer, sign] :
+         {std::tuple{all, shown, u"-\t"_s}, std::tuple{shown, all, u"+\t"_s}}) {
+        r = cli({u"compare"_s, older, newer});
+        EXPECT_EQ(r.status, 1);
+        QStringList expected;
+        for (const QString& path : hidden)
+            expected << sign + path;
+        EXPECT_EQ(r.lines(), expected);
+    }
+
+    t.sparseFile(u"data/disk.img"_s, int64_t(4) << 30);
+    r = cli({u"compare"_s, all, data});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.lines().filter(u"disk.img"_s).value(0).startsWith(u"~\tdisk.img\t[was 65,536"_s))
+        << r.out.toStdString();
+}
+
 TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     TempTree before, after;
     for (TempTree* t : {&before, &after}) {
