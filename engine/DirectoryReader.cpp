@@ -94,13 +94,13 @@ uint32_t appendText(std::string& text, std::string_view part) {
 
 thread_local LocalTimeConverter t_localTime;
 
-constexpr int FolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-// Folders below the root: a link in a folder's place is never followed.
-constexpr int SubFolderFlags = FolderFlags | O_NOFOLLOW;
+// The root, which may be reached through a link the user named.
+constexpr int RootOpenFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-// Descriptors a listing holds at once besides the kept ones: its folder's.
-// The kept ones get half the limit on open files, less one for each thread
-// that may be listing, so the rest of the process keeps the other half.
+// How many descriptors may be kept open for folders whose sub-folders wait:
+// half the limit on open files, less one for each thread that may be
+// listing a folder meanwhile, so the rest of the process keeps the other
+// half.
 int keptDescriptorBudget() {
     rlimit limit{};
     rlim_t open = 1024;
@@ -109,10 +109,6 @@ int keptDescriptorBudget() {
     const rlim_t half = std::min<rlim_t>(open, INT_MAX) / 2;
     const rlim_t listing = DirectoryReader::MaxWorkers + 1;
     return int(std::max<rlim_t>(half > listing ? half - listing : 0, 4));
-}
-
-bool isDotOrDotDot(const char* name) {
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 struct DirectoryItem {
@@ -382,9 +378,8 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
 }
 
 int DirectoryReader::openFolder(FolderTask& task) {
-    // The root may be reached through a link the user named.
     if (!task.parent)
-        return ::open(task.name.c_str(), FolderFlags);
+        return ::open(task.name.c_str(), RootOpenFlags);
     const int parentFd = borrow(*task.parent);
     const int fd = parentFd < 0 ? -1 : openSubFolder(parentFd, task.name, false);
     giveBack(*task.parent);
@@ -392,7 +387,7 @@ int DirectoryReader::openFolder(FolderTask& task) {
 }
 
 int DirectoryReader::openSubFolder(int parentFd, const std::string& name, bool lockHeld) {
-    const int fd = ::openat(parentFd, name.c_str(), SubFolderFlags);
+    const int fd = ::openat(parentFd, name.c_str(), SubFolderOpenFlags);
     if (fd >= 0 || (errno != EMFILE && errno != ENFILE))
         return fd;
     // The process ran out of descriptors elsewhere: give back the kept ones
@@ -403,7 +398,7 @@ int DirectoryReader::openSubFolder(int parentFd, const std::string& name, bool l
             lock.lock();
         trimKept(0);
     }
-    return ::openat(parentFd, name.c_str(), SubFolderFlags);
+    return ::openat(parentFd, name.c_str(), SubFolderOpenFlags);
 }
 
 int DirectoryReader::borrow(FolderTask& folder) {
@@ -434,7 +429,7 @@ void DirectoryReader::climbToParent(FolderTask& folder) {
     FolderTask* parent = folder.parent;
     if (!parent->parent || parent->m_fd >= 0 || parent->m_waiting <= 0 || parent->inode == 0)
         return;
-    const int fd = ::openat(folder.m_fd, "..", SubFolderFlags);
+    const int fd = ::openat(folder.m_fd, "..", SubFolderOpenFlags);
     struct stat st;
     if (fd >= 0 && ::fstat(fd, &st) == 0 && st.st_dev == parent->device &&
         st.st_ino == parent->inode) {
@@ -521,7 +516,8 @@ void DirectoryReader::keep(FolderTask& folder, int fd) {
 }
 
 void DirectoryReader::closeKept(FolderTask& folder) {
-    ::close(folder.m_fd);
+    if (folder.m_fd >= 0)
+        ::close(folder.m_fd);
     folder.m_fd = -1;
     if (!folder.m_kept)
         return;
@@ -542,11 +538,6 @@ void DirectoryReader::trimKept(int budget) {
             closeKept(*at);
         at = newer;
     }
-}
-
-int DirectoryReader::keptDescriptors() const {
-    std::lock_guard lock(m_descriptorMutex);
-    return m_keptCount;
 }
 
 FolderTask* DirectoryReader::firstPending() const {

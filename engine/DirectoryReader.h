@@ -11,9 +11,19 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 namespace kestrel::engine {
+
+// How a folder below the root is opened, from its parent's descriptor: a
+// link in its place is never followed.
+inline constexpr int SubFolderOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// "." and "..", which a listing gives and a scan never records.
+inline bool isDotOrDotDot(const char* name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
 
 // What the reader needs to know to list folders the way a scan records them.
 struct ListingRules {
@@ -183,9 +193,6 @@ public:
     // parent must have been listed.
     void list(FolderTask& task);
 
-    // Descriptors kept open for folders whose sub-folders wait to be opened.
-    int keptDescriptors() const;
-
 private:
     // Takes a pending task off the queue and lists it outside the lock.
     void listPending(FolderTask& task, std::unique_lock<std::mutex>& lock);
@@ -248,7 +255,7 @@ private:
     int m_windowWaiting = 0;  // of those, the ones that waited for the device
     std::vector<std::thread> m_threads;
 
-    mutable std::mutex m_descriptorMutex;
+    std::mutex m_descriptorMutex;
     FolderTask* m_oldestKept = nullptr;
     FolderTask* m_newestKept = nullptr;
     int m_keptCount = 0;

@@ -178,7 +178,7 @@ static int32_t countFolders(int dirFd, int16_t depth, int16_t limit) {
     int32_t count = 0;
     while (const dirent* de = ::readdir(dir)) {
         const char* name = de->d_name;
-        if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+        if (isDotOrDotDot(name))
             continue;
         bool folder = de->d_type == DT_DIR;
         if (de->d_type == DT_UNKNOWN) {
@@ -190,8 +190,7 @@ static int32_t countFolders(int dirFd, int16_t depth, int16_t limit) {
             continue;
         count = checkedAdd(count, 1);
         if (depth < limit) {
-            const int sub =
-                ::openat(::dirfd(dir), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            const int sub = ::openat(::dirfd(dir), name, SubFolderOpenFlags);
             if (sub >= 0)
                 count = checkedAdd(count, countFolders(sub, int16_t(depth + 1), limit));
         }
