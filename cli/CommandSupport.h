@@ -22,6 +22,8 @@ namespace kestrel::cli {
 inline constexpr int ExitOk = 0;
 inline constexpr int ExitDifferences = 1;
 inline constexpr int ExitTrouble = 2;
+// snapshot: saved, but folders could not be read (their paths on standard error).
+inline constexpr int ExitUnreadable = 3;
 
 // "Title: text" on standard error.
 void printError(const QString& title, const QString& text);

@@ -71,12 +71,40 @@ QString isoDateTime(double oleDate) {
 
 QString plainNumber(double value) { return QString::number(value, 'f', 0); }
 
+// Size, date and attributes of an entry as the command line prints them;
+// "unknown" where the scan could not read them.
+QString sizeText(const SnapshotEntry& e) {
+    return e.valuesUnknown() ? QString::fromLatin1(UnknownValueText) : plainNumber(e.size);
+}
+QString modifiedIsoText(const SnapshotEntry& e) {
+    return e.valuesUnknown() ? QString::fromLatin1(UnknownValueText) : isoDateTime(e.modified);
+}
+QString attributesText(const SnapshotEntry& e) {
+    return e.valuesUnknown() ? QString::fromLatin1(UnknownValueText) : AttributeText(e.attributes);
+}
+
+// The path of a folder below the root as the command line prints it, "./"
+// for the root.
+QString folderPath(const Snapshot& s, int32_t folder) {
+    return folder == 0 ? QStringLiteral("./") : s.relativePath(folder);
+}
+
+// The nameless entry that stands for the contents of a folder that could not
+// be listed, as the command line prints it: the folder's path and
+// " (unreadable)", never an entry of its own.
+QString unreadableText(const Snapshot& s, int32_t marker) {
+    return escapedPath(folderPath(s, s.entry(marker).parent)) + QStringLiteral(" (unreadable)");
+}
+
 int snapshotCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
         "Takes a snapshot of FOLDER and saves it in DIR (the current folder by default) as\n"
         "FOLDER.#01 ... .#99, numbered one past the highest number there; when FOLDER.#99\n"
         "exists the series is full and nothing is replaced unless named with --output.\n"
-        "Prints the summary on standard error and the path written on standard output."));
+        "Prints the summary on standard error and the path written on standard output.\n"
+        "Folders that could not be read are recorded as such and their paths printed on\n"
+        "standard error. Exit status: 0 saved, 3 saved with folders that could not be\n"
+        "read, 2 trouble."));
     QCommandLineParser& p = cl.parser;
     p.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The folder to scan."));
     const QCommandLineOption output(QStringLiteral("output"), QStringLiteral("Save as FILE."),
@@ -161,12 +189,17 @@ int snapshotCommand(const QStringList& arguments) {
     snapshot.header.title =
         p.isSet(title) ? p.value(title) : NewSnapshotTitle(storedPath(folder), number, false);
     snapshot.header.fileName = path;
-    const Outcome saved = SaveSnapshot(snapshot, meter);
+    const Outcome saved = guardedOperation(QStringLiteral("Error Writing Snapshot"),
+                                           [&] { return SaveSnapshot(snapshot, meter); });
     if (!succeeded(saved))
         return ExitTrouble;
     printLine(stderr, summary);
+    const std::vector<int32_t> unreadable = UnreadableFolders(snapshot);
+    for (const int32_t folder : unreadable)
+        printLine(stderr, QStringLiteral("Could not be read: ") + snapshot.header.rootFolder +
+                              escapedPath(snapshot.relativePath(folder)));
     printLine(stdout, path);
-    return ExitOk;
+    return unreadable.empty() ? ExitOk : ExitUnreadable;
 }
 
 int listCommand(const QStringList& arguments) {
@@ -174,7 +207,9 @@ int listCommand(const QStringList& arguments) {
         "Lists every entry of a snapshot file, or of a folder scanned without saving, one per\n"
         "line: path below the root (folders end with /), size, modified (local yyyy-MM-dd\n"
         "hh:mm:ss), attributes and version, separated by tabs. Tabs, line breaks and\n"
-        "backslashes in names are written as \\t, \\n, \\r and \\\\.\n"
+        "backslashes in names are written as \\t, \\n, \\r and \\\\. Values that could not\n"
+        "be read are \"unknown\"; a folder that could not be listed is followed by a line\n"
+        "with its path and \" (unreadable)\".\n"
         "Entries come in path order, whatever order the file system listed them in: name by\n"
         "name from the top, names compared byte by byte (UTF-8, as LC_ALL=C sort does), each\n"
         "folder followed by its contents."));
@@ -192,9 +227,13 @@ int listCommand(const QStringList& arguments) {
     try {
         for (const int32_t i : entriesInPathOrder(snapshot)) {
             const SnapshotEntry& e = snapshot.entry(i);
+            if (e.isUnreadableMarker()) {
+                out << unreadableText(snapshot, i) << '\n';
+                continue;
+            }
             const std::string_view version = snapshot.versionOf(e);
-            out << escapedPath(snapshot.relativePath(i)) << '\t' << plainNumber(e.size) << '\t'
-                << isoDateTime(e.modified) << '\t' << AttributeText(e.attributes) << '\t'
+            out << escapedPath(snapshot.relativePath(i)) << '\t' << sizeText(e) << '\t'
+                << modifiedIsoText(e) << '\t' << attributesText(e) << '\t'
                 << QString::fromUtf8(version.data(), qsizetype(version.size())) << '\n';
         }
     } catch (const RuntimeError& e) {
@@ -207,7 +246,8 @@ int listCommand(const QStringList& arguments) {
 
 int infoCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral("Describes a snapshot file: title, root folder, creation time,\n"
-                                  "scan flags, counts and total size."));
+                                  "scan flags, counts, total size and the folders that could not\n"
+                                  "be read."));
     cl.parser.addPositionalArgument(QStringLiteral("SNAPSHOT"), QStringLiteral("A snapshot file."));
     if (!cl.parse(arguments, 1, QStringLiteral("kestrel-cli info SNAPSHOT")))
         return ExitTrouble;
@@ -228,7 +268,8 @@ int infoCommand(const QStringList& arguments) {
         << "Files: " << s.fileCount << '\n'
         << "Folders: " << s.folderCount << '\n'
         << "Total size: " << plainNumber(s.totalSize) << " bytes ("
-        << FormatByteSize(s.totalSize, true) << ")\n";
+        << FormatByteSize(s.totalSize, true) << ")\n"
+        << "Folders that could not be read: " << UnreadableFolders(s).size() << '\n';
     return ExitOk;
 }
 
@@ -246,7 +287,8 @@ int convertCommand(const QStringList& arguments) {
     if (!loadSnapshotFile(cl.parser.positionalArguments().at(0), snapshot, meter, &summary))
         return ExitTrouble;
     snapshot.header.fileName = QFileInfo(cl.parser.positionalArguments().at(1)).absoluteFilePath();
-    const Outcome saved = SaveSnapshot(snapshot, meter);
+    const Outcome saved = guardedOperation(QStringLiteral("Error Writing Snapshot"),
+                                           [&] { return SaveSnapshot(snapshot, meter); });
     if (!succeeded(saved))
         return ExitTrouble;
     printLine(stderr, summary);
@@ -351,6 +393,10 @@ public:
         const bool inOld = d.kind == Difference::OnlyInOld;
         const Snapshot& s = inOld ? m_old : m_new;
         const QString change(QLatin1Char(char(d.kind)));
+        if (s.entry(d.index).isUnreadableMarker()) {
+            unreadable(change, s, d.index);
+            return;
+        }
         const QString path = s.relativePath(d.index);
         const QString was = d.kind == Difference::Changed ? WhatChanged(m_new, m_old, d.index, m_options)
                                                           : QString();
@@ -379,11 +425,15 @@ public:
         const QString change = e.match == 0 ? QStringLiteral("+")
                                : (!e.isFolder() && e.status > 0) ? QStringLiteral("~")
                                                                   : QString();
+        if (e.isUnreadableMarker()) {
+            unreadable(change, m_new, index);
+            return;
+        }
         const QString was = WhatChanged(m_new, m_old, index, m_options);
         switch (m_format) {
         case Text:
-            m_out << escapedPath(m_new.relativePath(index)) << '\t' << plainNumber(e.size) << '\t'
-                  << isoDateTime(e.modified) << '\t' << AttributeText(e.attributes) << '\t'
+            m_out << escapedPath(m_new.relativePath(index)) << '\t' << sizeText(e) << '\t'
+                  << modifiedIsoText(e) << '\t' << attributesText(e) << '\t'
                   << textOf(m_new.versionOf(e)) << '\t' << was << '\n';
             break;
         case Csv:
@@ -396,20 +446,47 @@ public:
     }
 
 private:
+    // The nameless entry of a folder that could not be listed: the folder's
+    // path and " (unreadable)", with nothing of an entry.
+    void unreadable(const QString& change, const Snapshot& s, int32_t marker) {
+        const QString text = unreadableText(s, marker);
+        switch (m_format) {
+        case Text:
+            m_out << change << '\t' << text << '\n';
+            break;
+        case Csv:
+            m_out << csvField(change) << ',' << csvField(text);
+            for (int field = 0; field < 5; ++field)
+                m_out << ',' << csvField(QString());
+            m_out << '\n';
+            break;
+        case Jsonl:
+            m_out << "{\"change\":" << jsonString(change) << ",\"path\":" << jsonString(text)
+                  << ",\"unreadable\":true}\n";
+            break;
+        }
+    }
+
     void csvRow(const QString& change, const Snapshot& s, int32_t i, const QString& was) {
         const SnapshotEntry& e = s.entry(i);
         m_out << csvField(change) << ',' << csvField(s.relativePath(i)) << ','
-              << csvField(plainNumber(e.size)) << ',' << csvField(isoDateTime(e.modified)) << ','
-              << csvField(AttributeText(e.attributes)) << ',' << csvField(textOf(s.versionOf(e)))
-              << ',' << csvField(was) << '\n';
+              << csvField(sizeText(e)) << ',' << csvField(modifiedIsoText(e)) << ','
+              << csvField(attributesText(e)) << ',' << csvField(textOf(s.versionOf(e))) << ','
+              << csvField(was) << '\n';
     }
 
     void jsonEntry(const QString& change, const Snapshot& s, int32_t i, const QString& was) {
         const SnapshotEntry& e = s.entry(i);
-        m_out << "{\"change\":" << jsonString(change) << ",\"path\":" << jsonString(s.relativePath(i))
-              << ",\"folder\":" << (e.isFolder() ? "true" : "false") << ",\"size\":" << plainNumber(e.size)
-              << ",\"modified\":" << jsonString(isoDateTime(e.modified))
-              << ",\"attributes\":" << jsonString(AttributeText(e.attributes))
+        // Values the scan could not read are null.
+        const bool unknown = e.valuesUnknown();
+        m_out << "{\"change\":" << jsonString(change)
+              << ",\"path\":" << jsonString(s.relativePath(i))
+              << ",\"folder\":" << (e.isFolder() ? "true" : "false")
+              << ",\"size\":" << (unknown ? QStringLiteral("null") : plainNumber(e.size))
+              << ",\"modified\":"
+              << (unknown ? QStringLiteral("null") : jsonString(isoDateTime(e.modified)))
+              << ",\"attributes\":"
+              << (unknown ? QStringLiteral("null") : jsonString(AttributeText(e.attributes)))
               << ",\"version\":" << jsonString(textOf(s.versionOf(e)));
         if (!was.isEmpty())
             m_out << ",\"was\":" << jsonString(was);
@@ -450,7 +527,9 @@ int compareCommand(const QStringList& arguments) {
         "listed too. Paths are relative to the root; folders end with /. Lines come in path\n"
         "order, whatever order the file systems listed the folders in: name by name from the\n"
         "top, names compared byte by byte (UTF-8, as LC_ALL=C sort does), each folder followed\n"
-        "by its contents; the summary line goes to standard error.\n"
+        "by its contents; the summary line goes to standard error. A folder that one side could\n"
+        "not list is shown as its path and \" (unreadable)\" on that side's line; values that\n"
+        "could not be read are \"unknown\" and never compared.\n"
         "Nothing is ignored unless asked; versions are compared only when both snapshots\n"
         "recorded them. Exit status: 0 no differences, 1 differences, 2 trouble."));
     QCommandLineParser& p = cl.parser;
@@ -550,12 +629,19 @@ int compareCommand(const QStringList& arguments) {
     const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, options, meter);
     if (!succeeded(compared))
         return ExitTrouble;
-    int added = 0, removed = 0, changed = 0;
+    int added = 0, removed = 0, changed = 0, unreadable = 0;
     try {
         std::vector<Difference> differences = listDifferences(newer, older);
         CompareReport report(reportFormat, newer, older, options);
-        for (const Difference& d : differences)
-            (d.kind == Difference::OnlyInNew ? added : d.kind == Difference::OnlyInOld ? removed : changed)++;
+        for (const Difference& d : differences) {
+            const Snapshot& side = d.kind == Difference::OnlyInOld ? older : newer;
+            if (side.entry(d.index).isUnreadableMarker())
+                ++unreadable;
+            else
+                (d.kind == Difference::OnlyInNew   ? added
+                 : d.kind == Difference::OnlyInOld ? removed
+                                                   : changed)++;
+        }
         if (showMode == ShowMode::None) {
             // By path, an entry only in OLD among NEW's; kinds break the tie
             // of a name that is on both sides.
@@ -574,9 +660,15 @@ int compareCommand(const QStringList& arguments) {
         printError(QStringLiteral("Comparing Snapshots"), e.text());
         return ExitTrouble;
     }
-    printLine(stderr, QStringLiteral("%1 only in NEW, %2 only in OLD, %3 changed")
-                          .arg(added).arg(removed).arg(changed));
-    return added + removed + changed > 0 ? ExitDifferences : ExitOk;
+    QString summary = QStringLiteral("%1 only in NEW, %2 only in OLD, %3 changed")
+                          .arg(added)
+                          .arg(removed)
+                          .arg(changed);
+    if (unreadable > 0)
+        summary += QStringLiteral(", ") + unreadableFoldersText(unreadable) +
+                   QStringLiteral(" on one side");
+    printLine(stderr, summary);
+    return added + removed + changed + unreadable > 0 ? ExitDifferences : ExitOk;
 }
 
 const char* const kUsage =
@@ -594,7 +686,8 @@ const char* const kUsage =
     "  report SNAPSHOT       print the file list of a folder to a PDF file\n"
     "\n"
     "kestrel-cli COMMAND --help describes a command. Exit status: 0 success, 2 trouble\n"
-    "(compare: 0 no differences, 1 differences, 2 trouble).\n";
+    "(compare: 0 no differences, 1 differences, 2 trouble; snapshot: 3 saved with folders\n"
+    "that could not be read).\n";
 
 } // namespace
 

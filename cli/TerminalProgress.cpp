@@ -10,6 +10,7 @@ TerminalProgress::TerminalProgress() : m_terminal(::isatty(STDERR_FILENO)) {}
 void TerminalProgress::meterStarted(int32_t maximum, const QString& caption, bool) {
     m_maximum = maximum;
     m_caption = caption;
+    m_note.clear();
     m_value = 0;
     if (m_visible)
         draw();
@@ -28,6 +29,11 @@ void TerminalProgress::meterValue(int32_t value) {
         draw();
 }
 
+void TerminalProgress::meterNote(const QString& note) {
+    m_note = note;
+    draw();
+}
+
 void TerminalProgress::meterClosed() {
     if (m_visible)
         std::fputs("\r\033[K", stderr);
@@ -41,9 +47,11 @@ void TerminalProgress::draw() {
     constexpr int Width = 30;
     const double share = m_maximum > 0 ? std::clamp(double(m_value) / m_maximum, 0.0, 1.0) : 0.0;
     const int filled = int(share * Width);
-    std::fprintf(stderr, "\r\033[K%s [%s%s] %3d%%", m_caption.toLocal8Bit().constData(),
+    const QByteArray note = m_note.isEmpty() ? QByteArray() : ("  " + m_note.toLocal8Bit());
+    std::fprintf(stderr, "\r\033[K%s [%s%s] %3d%%%s", m_caption.toLocal8Bit().constData(),
                  std::string(size_t(filled), '#').c_str(),
-                 std::string(size_t(Width - filled), ' ').c_str(), int(share * 100));
+                 std::string(size_t(Width - filled), ' ').c_str(), int(share * 100),
+                 note.constData());
     std::fflush(stderr);
 }
 

@@ -16,6 +16,7 @@ public:
     void meterStarted(int32_t maximum, const QString& caption, bool cancellable) override;
     void meterShown() override;
     void meterValue(int32_t value) override;
+    void meterNote(const QString& note) override;
     void processEvents() override {}
     void meterClosed() override;
 
@@ -27,6 +28,7 @@ private:
     int32_t m_maximum = 0;
     int32_t m_value = 0;
     QString m_caption;
+    QString m_note;
     std::chrono::steady_clock::time_point m_lastDraw;
 };
 

@@ -261,6 +261,11 @@ int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modifi
                      int16_t attributes, std::string_view version, const CompareOptions& options) {
     SnapshotEntry& e = holder.entries.mutableAt(index);
     int16_t status = 0;
+    // Values a scan could not read say nothing about a change.
+    if (e.valuesUnknown() || valuesUnknown(attributes, size, modified)) {
+        e.status = 0;
+        return 0;
+    }
     if (!options.ignoreSize && e.size != size)
         status = Change::Size;
     if (datesDiffer(e.modified, modified, options))
@@ -288,6 +293,8 @@ QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t index, 
         return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
     }
     const SnapshotEntry& e = self.entries.at(index);
+    if (e.valuesUnknown() || valuesUnknown(attributes, size, modified))
+        return QString();
     QString list;
     if (!options.ignoreSize && e.size != size)
         list += formatGrouped(e.size) + QStringLiteral("  ");
@@ -324,11 +331,12 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
         if (bothWays)
             compareOneWay(other, otherHashes, otherTop, self, selfHashes, selfTop, options, meter,
                           nullptr, &*firstWay);
-    } catch (const RuntimeError& e) {
+    } catch (...) {
         meter.close();
-        return Outcome::failure(UserMessage{QStringLiteral("Comparing Snapshots"), e.text(),
-                                            MessageIcon::Exclamation},
-                                e.code());
+        const CaughtError e = caughtError();
+        return Outcome::failure(
+            UserMessage{QStringLiteral("Comparing Snapshots"), e.text, MessageIcon::Exclamation},
+            e.code);
     }
     meter.close();
     return Outcome::success();

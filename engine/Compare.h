@@ -39,13 +39,15 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
 
 // CompareFiles: compares entry index of holder with the values of its
 // counterpart, stores the change bits in the entry's status and returns them.
+// When either side's values could not be read by its scan, nothing differs.
 int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
                      int16_t attributes, std::string_view version, const CompareOptions& options);
 
 // WhatChanged, asked on the snapshot that holds entry index (index >= 0): what
 // the entry was, where its values differ from the given ones, as
 // "[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"; empty when nothing
-// differs. Asked with a negated index (-i) about an entry of self:
+// differs or when either side's values could not be read. Asked with a
+// negated index (-i) about an entry of self:
 // "[was not in other Snapshot]" when it has no counterpart, for a file the
 // text other gives about its counterpart, for a folder "[contains changes]"
 // when something beneath it changed.

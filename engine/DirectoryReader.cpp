@@ -7,14 +7,18 @@
 #include "Snapshot.h"
 #include "TextDecode.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
-#include <sys/resource.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <utility>
 
 namespace kestrel::engine {
 
@@ -44,10 +48,10 @@ long voluntarySleeps() {
 // The attribute bits of an item from its lstat mode, with the Windows values
 // snapshots store: folders 16, symbolic links 1024 (never followed), anything
 // that is neither a file, a folder nor a link (device, FIFO, socket) the
-// system bit 4, read-only 1 when the owner may not write, and 128 for a
-// regular file with no other bit. Hidden (2) and archive (32) are never set:
-// dot names, the POSIX hidden items, are skipped anyway.
-int32_t attributesFromMode(mode_t mode) {
+// system bit 4, read-only 1 when the owner may not write, hidden 2 for a name
+// beginning with a dot, and 128 for a regular file with no other bit. The
+// archive bit (32) is never set.
+int32_t attributesFromMode(mode_t mode, bool hidden) {
     int32_t attributes = 0;
     if (S_ISDIR(mode))
         attributes = Attribute::Folder;
@@ -57,24 +61,29 @@ int32_t attributesFromMode(mode_t mode) {
         attributes = Attribute::System;
     if (!(mode & S_IWUSR))
         attributes |= Attribute::ReadOnly;
+    if (hidden)
+        attributes |= Attribute::Hidden;
     if (attributes == 0)
         attributes = Attribute::Normal;
     return attributes;
 }
 
-// The same from the directory entry's type, for an item that cannot be
-// examined further.
-int32_t attributesFromType(unsigned char type) {
+// What the directory entry's type tells of an item that cannot be examined:
+// its kind, marked unknown.
+int32_t unknownAttributes(unsigned char type, bool hidden) {
+    int32_t attributes = Attribute::Unknown;
+    if (hidden)
+        attributes |= Attribute::Hidden;
     switch (type) {
     case DT_DIR:
-        return Attribute::Folder;
+        return attributes | Attribute::Folder;
     case DT_LNK:
-        return Attribute::ReparsePoint;
+        return attributes | Attribute::ReparsePoint;
     case DT_REG:
     case DT_UNKNOWN:
-        return Attribute::Normal;
+        return attributes;
     default:
-        return Attribute::System;
+        return attributes | Attribute::System;
     }
 }
 
@@ -86,39 +95,21 @@ uint32_t appendText(std::string& text, std::string_view part) {
 
 thread_local LocalTimeConverter t_localTime;
 
-// Opens a folder with flags. A path longer than the system takes whole
-// (deep trees pass 4,096 bytes) is opened one folder at a time, each
-// relative to the one before; only the last gets the flags, as a plain
-// open would give them.
-int openFolder(const std::string& path, int flags) {
-    const int fd = ::open(path.c_str(), flags);
-    if (fd >= 0 || errno != ENAMETOOLONG)
-        return fd;
-    constexpr int Through = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-    const bool absolute = !path.empty() && path.front() == '/';
-    int dir = ::open(absolute ? "/" : ".", Through);
-    size_t start = absolute ? 1 : 0;
-    while (dir >= 0) {
-        while (start < path.size() && path[start] == '/')
-            ++start;
-        size_t end = path.find('/', start);
-        if (end == std::string::npos)
-            end = path.size();
-        size_t after = end;
-        while (after < path.size() && path[after] == '/')
-            ++after;
-        const bool last = after >= path.size();
-        const std::string part = path.substr(start, end - start);
-        const int next = ::openat(dir, part.empty() ? "." : part.c_str(), last ? flags : Through);
-        const int error = errno;
-        ::close(dir);
-        errno = error;
-        if (last)
-            return next;
-        dir = next;
-        start = after;
-    }
-    return -1;
+// The root, which may be reached through a link the user named.
+constexpr int RootOpenFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+// How many descriptors may be kept open for folders whose sub-folders wait:
+// half the limit on open files, less one for each thread that may be
+// listing a folder meanwhile, so the rest of the process keeps the other
+// half.
+int keptDescriptorBudget() {
+    rlimit limit{};
+    rlim_t open = 1024;
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0)
+        open = limit.rlim_cur;
+    const rlim_t half = std::min<rlim_t>(open, INT_MAX) / 2;
+    const rlim_t listing = DirectoryReader::MaxWorkers + 1;
+    return int(std::max<rlim_t>(half > listing ? half - listing : 0, 4));
 }
 
 struct DirectoryItem {
@@ -128,12 +119,11 @@ struct DirectoryItem {
 
 #ifdef __linux__
 // The items of an open folder, read with getdents64 into a large buffer: no
-// stream object to set up per folder and few system calls per folder. Closes
-// the folder when done.
+// stream object to set up per folder and few system calls per folder. The
+// descriptor stays the caller's.
 class DirectoryStream {
 public:
     explicit DirectoryStream(int fd) : m_fd(fd) {}
-    ~DirectoryStream() { ::close(m_fd); }
     const DirectoryItem* next() {
         for (;;) {
             if (m_at < m_size) {
@@ -186,12 +176,14 @@ private:
 };
 alignas(8) thread_local char DirectoryStream::t_buffer[1 << 16];
 #else
-// The items of an open folder through the portable directory stream.
+// The items of an open folder through the portable directory stream, on a
+// duplicate of the caller's descriptor.
 class DirectoryStream {
 public:
-    explicit DirectoryStream(int fd) : m_dir(::fdopendir(fd)) {
-        if (!m_dir)
-            ::close(fd);
+    explicit DirectoryStream(int fd) : m_dir(nullptr) {
+        const int own = ::dup(fd);
+        if (own >= 0 && !(m_dir = ::fdopendir(own)))
+            ::close(own);
     }
     ~DirectoryStream() {
         if (m_dir)
@@ -221,8 +213,17 @@ private:
 
 } // namespace
 
-DirectoryReader::DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits)
-    : m_rules(std::move(rules)), m_assumeDeviceWaits(assumeDeviceWaits) {
+FolderTask::~FolderTask() {
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+DirectoryReader::DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits,
+                                 ThreadStarter startThread)
+    : m_rules(std::move(rules)), m_startThread(std::move(startThread)),
+      m_assumeDeviceWaits(assumeDeviceWaits), m_keptBudget(keptDescriptorBudget()) {
+    if (!m_startThread)
+        m_startThread = [](std::function<void()> run) { return std::thread(std::move(run)); };
     // The walk lists folders too while it waits, so one thread per core
     // besides it keeps every core busy; more come while listings wait.
     if (workers < 0) {
@@ -230,39 +231,51 @@ DirectoryReader::DirectoryReader(ListingRules rules, int workers, bool assumeDev
         m_growing = true;
     }
     m_threaded = workers > 0;
-    for (int i = 0; i < workers; ++i)
-        m_threads.emplace_back([this] { work(); });
+    // Room for every worker there may be: adding one never moves the others.
+    m_threads.reserve(size_t(std::max(workers, MaxWorkers)));
+    try {
+        for (int i = 0; i < workers; ++i)
+            startWorker();
+    } catch (...) {
+        // Threads left running when their objects go would end the program.
+        stopWorkers();
+        throw;
+    }
 }
 
 DirectoryReader::~DirectoryReader() {
+    stopWorkers();
+}
+
+void DirectoryReader::startWorker() {
+    m_threads.push_back(m_startThread([this] { work(); }));
+}
+
+void DirectoryReader::stopWorkers() {
     {
         std::lock_guard lock(m_mutex);
         m_stopping = true;
     }
     m_work.notify_all();
     for (auto& t : m_threads)
-        t.join();
+        if (t.joinable())
+            t.join();
 }
 
 FolderTask& DirectoryReader::root(std::string path) {
     m_root = std::make_unique<FolderTask>();
-    m_root->path = std::move(path);
+    m_root->name = std::move(path);
     return *m_root;
 }
 
-void DirectoryReader::list(FolderTask& task) const {
+void DirectoryReader::list(FolderTask& task) {
     FolderListing& listing = task.listing;
+    int fd = -1;
     try {
         if (m_rules.versions && !task.versionsOn)
             task.versionsOn = startsWithIgnoringCase(m_rules.rootText + task.relativeText,
                                                      m_rules.versionFolderText);
-        int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-        // The root may be reached through a link the user named; folders
-        // beneath it are never links (they were examined with lstat), and
-        // one swapped for a link meanwhile is not followed.
-        if (&task != m_root.get())
-            flags |= O_NOFOLLOW;
-        const int fd = openFolder(task.path, flags);
+        fd = openFolder(task);
         if (fd < 0) {
             // A folder that cannot be listed, whether it is locked, missing
             // or gone since its parent was listed, gives one entry with an
@@ -272,75 +285,301 @@ void DirectoryReader::list(FolderTask& task) const {
             listing.items.emplace_back();
             return;
         }
-        DirectoryStream stream(fd);
-        const size_t expected = stream.expectedItems();
-        listing.items.reserve(expected);
-        listing.text.reserve(expected * 24);
-        std::string converted;
-        while (const DirectoryItem* de = stream.next()) {
-            const char* rawName = de->name;
-            if (rawName[0] == '.') // every dot name, not only . and ..
-                continue;
-            ListedItem item;
-            struct stat st;
-            if (::fstatat(fd, rawName, &st, AT_SYMLINK_NOFOLLOW) == 0) {
-                item.attributes = attributesFromMode(st.st_mode);
-                if (!S_ISDIR(st.st_mode))
-                    item.size = st.st_size;
-                if (!t_localTime.convert(st.st_mtime, item.modified))
-                    item.modified = 0;
-            } else if (errno == ENOENT) {
-                continue; // gone since it was listed
-            } else {
-                item.attributes = attributesFromType(de->type);
-            }
-            if (!m_rules.hidden && (item.attributes & (Attribute::Hidden | Attribute::System)))
-                continue;
-
-            const std::string_view raw(rawName);
-            const std::string_view name = storedName(raw, converted);
-            item.nameOffset = appendText(listing.text, name);
-            item.nameLength = uint32_t(name.size());
-
-            const bool folder = item.attributes & Attribute::Folder;
-            // Only regular files are read; links, devices and FIFOs give "".
-            if (!folder && task.versionsOn) {
-                const std::string version = fileVersionTextAt(fd, rawName);
-                item.versionOffset = appendText(listing.text, version);
-                item.versionLength = uint32_t(version.size());
-            }
-            if (folder && m_rules.recurse) {
-                auto child = std::make_unique<FolderTask>();
-                child->path.reserve(task.path.size() + raw.size() + 1);
-                child->path.append(task.path).append(raw).push_back('/');
-                if (m_rules.versions)
-                    child->relativeText.append(task.relativeText).append(name).push_back('/');
-                child->key.reserve(task.key.size() + 1);
-                child->key = task.key;
-                child->key.push_back(uint32_t(listing.items.size()));
-                child->versionsOn = task.versionsOn;
-                item.folder = child.get();
-                listing.children.push_back(std::move(child));
-            }
-            listing.items.push_back(item);
-        }
-        if (stream.failed() && listing.items.empty()) {
-            // The folder opened but could not be listed: as unreadable.
-            listing.state = FolderListing::Unreadable;
-            listing.items.emplace_back();
-        }
+        const int32_t subFolders = listItems(task, fd);
+        keepOrClose(task, std::exchange(fd, -1), subFolders);
     } catch (...) {
+        if (fd >= 0)
+            ::close(fd);
         task.failure = std::current_exception();
     }
+}
+
+int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
+    FolderListing& listing = task.listing;
+    DirectoryStream stream(fd);
+    const size_t expected = stream.expectedItems();
+    listing.items.reserve(expected);
+    listing.text.reserve(expected * 24);
+    // Sub-folders need their text below the root only while they may still
+    // lead to the version folder.
+    const bool childTexts =
+        m_rules.versions && !task.versionsOn &&
+        startsWithIgnoringCase(m_rules.versionFolderText, m_rules.rootText + task.relativeText);
+    std::string converted;
+    while (const DirectoryItem* de = stream.next()) {
+        const char* rawName = de->name;
+        if (isDotOrDotDot(rawName))
+            continue;
+        // A name beginning with a dot is the hidden item of POSIX: without
+        // hidden items it is left out, and everything beneath it, unexamined.
+        const bool dotName = rawName[0] == '.';
+        if (dotName && !m_rules.hidden) {
+            ++listing.hiddenLeftOut;
+            continue;
+        }
+        ListedItem item;
+        struct stat st;
+        bool examined = ::fstatat(fd, rawName, &st, AT_SYMLINK_NOFOLLOW) == 0;
+        if (examined) {
+            item.attributes = attributesFromMode(st.st_mode, dotName);
+            if (!S_ISDIR(st.st_mode))
+                item.size = st.st_size;
+            if (!t_localTime.convert(st.st_mtime, item.modified))
+                item.modified = 0;
+        } else if (errno == ENOENT) {
+            continue; // gone since it was listed
+        } else {
+            // Listed but not examined (a folder that may be read but not
+            // searched): size and date stay 0 and the entry says so.
+            item.attributes = unknownAttributes(de->type, dotName);
+            listing.state = FolderListing::Unsearchable;
+        }
+        if (!m_rules.hidden && (item.attributes & (Attribute::Hidden | Attribute::System))) {
+            ++listing.hiddenLeftOut;
+            continue;
+        }
+
+        const std::string_view raw(rawName);
+        const std::string_view name = storedName(raw, converted);
+        item.nameOffset = appendText(listing.text, name);
+        item.nameLength = uint32_t(name.size());
+
+        const bool folder = item.attributes & Attribute::Folder;
+        // Only what lstat showed as a regular file is opened for its
+        // version: opening a FIFO would release a writer waiting on it, and
+        // opening a device can act on the device.
+        if (examined && S_ISREG(st.st_mode) && task.versionsOn) {
+            const std::string version = fileVersionTextAt(fd, rawName, &st);
+            item.versionOffset = appendText(listing.text, version);
+            item.versionLength = uint32_t(version.size());
+        }
+        if (folder && m_rules.recurse) {
+            auto child = std::make_unique<FolderTask>();
+            child->parent = &task;
+            child->name.assign(raw);
+            if (examined) {
+                child->device = st.st_dev;
+                child->inode = st.st_ino;
+            }
+            if (childTexts)
+                child->relativeText.append(task.relativeText).append(name).push_back('/');
+            child->versionsOn = task.versionsOn;
+            item.folder = child.get();
+            listing.children.push_back(std::move(child));
+        }
+        listing.items.push_back(item);
+    }
+    if (stream.failed() && listing.items.empty()) {
+        // The folder opened but could not be listed: as unreadable.
+        listing.state = FolderListing::Unreadable;
+        listing.items.emplace_back();
+    }
+    return int32_t(listing.children.size());
+}
+
+int DirectoryReader::openFolder(FolderTask& task) {
+    if (!task.parent)
+        return ::open(task.name.c_str(), RootOpenFlags);
+    const int parentFd = borrow(*task.parent);
+    const int fd = parentFd < 0 ? -1 : openSubFolder(parentFd, task.name, false);
+    giveBack(*task.parent);
+    return fd;
+}
+
+int DirectoryReader::openSubFolder(int parentFd, const std::string& name, bool lockHeld) {
+    const int fd = ::openat(parentFd, name.c_str(), SubFolderOpenFlags);
+    if (fd >= 0 || (errno != EMFILE && errno != ENFILE))
+        return fd;
+    // The process ran out of descriptors elsewhere: give back the kept ones
+    // not in use, which can be opened again, and try once more.
+    {
+        std::unique_lock lock(m_descriptorMutex, std::defer_lock);
+        if (!lockHeld)
+            lock.lock();
+        trimKept(0);
+    }
+    return ::openat(parentFd, name.c_str(), SubFolderOpenFlags);
+}
+
+int DirectoryReader::borrow(FolderTask& folder) {
+    std::lock_guard lock(m_descriptorMutex);
+    const int fd = folder.m_fd >= 0 ? folder.m_fd : reopen(folder);
+    ++folder.m_borrowers;
+    trimKept(m_keptBudget);
+    return fd;
+}
+
+void DirectoryReader::giveBack(FolderTask& folder) {
+    std::lock_guard lock(m_descriptorMutex);
+    --folder.m_borrowers;
+    --folder.m_waiting;
+    // The root's stays open for the whole walk: every other folder can be
+    // opened again from it.
+    if (folder.m_waiting > 0 || folder.m_borrowers > 0 || !folder.parent || folder.m_fd < 0)
+        return;
+    climbToParent(folder);
+    closeKept(folder);
+}
+
+void DirectoryReader::climbToParent(FolderTask& folder) {
+    // A parent whose descriptor was given up and whose sub-folders still
+    // wait is opened again from this one's "..", one step, where opening it
+    // from the nearest folder still open would take one step a level: so a
+    // long chain is climbed back as cheaply as it was gone down.
+    FolderTask* parent = folder.parent;
+    if (!parent->parent || parent->m_fd >= 0 || parent->m_waiting <= 0 || parent->inode == 0)
+        return;
+    const int fd = ::openat(folder.m_fd, "..", SubFolderOpenFlags);
+    struct stat st;
+    if (fd >= 0 && ::fstat(fd, &st) == 0 && st.st_dev == parent->device &&
+        st.st_ino == parent->inode) {
+        keep(*parent, fd);
+        trimKept(m_keptBudget);
+    } else if (fd >= 0) {
+        ::close(fd);
+    }
+}
+
+void DirectoryReader::keepOrClose(FolderTask& task, int fd, int32_t subFolders) {
+    if (subFolders == 0 && task.parent) {
+        ::close(fd);
+        return;
+    }
+    std::lock_guard lock(m_descriptorMutex);
+    task.m_waiting = subFolders;
+    if (!task.parent) {
+        task.m_fd = fd;
+        return;
+    }
+    keep(task, fd);
+    trimKept(m_keptBudget);
+}
+
+int DirectoryReader::reopen(FolderTask& folder) {
+    // Up to the nearest folder still open (the root always is), then down
+    // again name by name, each checked to be the folder its parent's listing
+    // saw. Folders on the way whose sub-folders wait are kept open again,
+    // within the budget: the walk meets the deepest of them first.
+    std::vector<FolderTask*> way;
+    FolderTask* at = &folder;
+    while (at->m_fd < 0 && at->parent) {
+        way.push_back(at);
+        at = at->parent;
+    }
+    if (at->m_fd < 0)
+        return -1;
+    FolderTask* holder = at; // the kept folder whose descriptor leads on
+    int passing = -1;        // or a descriptor open only for the way down
+    ++holder->m_borrowers;
+    int dirFd = at->m_fd;
+    for (auto step = way.rbegin(); step != way.rend(); ++step) {
+        FolderTask& next = **step;
+        int fd = openSubFolder(dirFd, next.name, true);
+        struct stat st;
+        if (fd >= 0 && next.inode != 0 &&
+            (::fstat(fd, &st) != 0 || st.st_dev != next.device || st.st_ino != next.inode)) {
+            ::close(fd);
+            fd = -1;
+        }
+        if (holder)
+            --holder->m_borrowers;
+        if (passing >= 0)
+            ::close(passing);
+        holder = nullptr;
+        passing = -1;
+        dirFd = fd;
+        if (fd < 0)
+            break;
+        if (next.m_waiting > 0) {
+            trimKept(m_keptBudget - 1);
+            keep(next, fd);
+            holder = &next;
+            ++holder->m_borrowers;
+        } else {
+            passing = fd;
+        }
+    }
+    if (holder)
+        --holder->m_borrowers;
+    // The folder asked for has sub-folders waiting, so it is kept, not passing.
+    return dirFd;
+}
+
+void DirectoryReader::keep(FolderTask& folder, int fd) {
+    folder.m_fd = fd;
+    folder.m_kept = true;
+    folder.m_olderKept = m_newestKept;
+    folder.m_newerKept = nullptr;
+    (m_newestKept ? m_newestKept->m_newerKept : m_oldestKept) = &folder;
+    m_newestKept = &folder;
+    ++m_keptCount;
+}
+
+void DirectoryReader::closeKept(FolderTask& folder) {
+    if (folder.m_fd >= 0)
+        ::close(folder.m_fd);
+    folder.m_fd = -1;
+    if (!folder.m_kept)
+        return;
+    (folder.m_olderKept ? folder.m_olderKept->m_newerKept : m_oldestKept) = folder.m_newerKept;
+    (folder.m_newerKept ? folder.m_newerKept->m_olderKept : m_newestKept) = folder.m_olderKept;
+    folder.m_olderKept = folder.m_newerKept = nullptr;
+    folder.m_kept = false;
+    --m_keptCount;
+}
+
+void DirectoryReader::trimKept(int budget) {
+    // The walk meets sub-folders of the folders kept last first: those kept
+    // longest wait longest, and go first.
+    FolderTask* at = m_oldestKept;
+    while (m_keptCount > budget && at) {
+        FolderTask* newer = at->m_newerKept;
+        if (at->m_borrowers == 0)
+            closeKept(*at);
+        at = newer;
+    }
+}
+
+FolderTask* DirectoryReader::firstPending() const {
+    // Folders being listed keep their places at the front.
+    for (FolderTask* at = m_queueFirst; at; at = at->m_after)
+        if (at->state == FolderTask::Pending)
+            return at;
+    return nullptr;
+}
+
+void DirectoryReader::queueAfter(FolderTask* before, FolderTask& task) {
+    FolderTask* after = before ? before->m_after : m_queueFirst;
+    task.m_before = before;
+    task.m_after = after;
+    (before ? before->m_after : m_queueFirst) = &task;
+    (after ? after->m_before : m_queueLast) = &task;
+    task.m_queued = true;
+}
+
+void DirectoryReader::unqueue(FolderTask& task) {
+    (task.m_before ? task.m_before->m_after : m_queueFirst) = task.m_after;
+    (task.m_after ? task.m_after->m_before : m_queueLast) = task.m_before;
+    task.m_before = task.m_after = nullptr;
+    task.m_queued = false;
 }
 
 void DirectoryReader::finish(FolderTask& task) {
     task.state = FolderTask::Done;
     m_buffered += task.listing.items.size() + 1;
-    if (m_threaded && !task.listing.children.empty()) {
-        for (auto& child : task.listing.children)
-            m_pending.insert(child.get());
-        if (m_idleWorkers > 0)
+    if (m_threaded) {
+        // The sub-folders take the folder's place in the queue: in the
+        // walk's order they come right after it, before anything queued
+        // after it.
+        FolderTask* before = task.m_queued ? task.m_before : nullptr;
+        if (task.m_queued)
+            unqueue(task);
+        for (auto& child : task.listing.children) {
+            queueAfter(before, *child);
+            before = child.get();
+        }
+        m_pendingCount += task.listing.children.size();
+        if (m_idleWorkers > 0 && !task.listing.children.empty())
             m_work.notify_all();
     }
     if (&task == m_awaited)
@@ -365,17 +604,18 @@ void DirectoryReader::work() {
     for (;;) {
         ++m_idleWorkers;
         m_work.wait(lock, [this] {
-            return m_stopping || (!m_pending.empty() && m_buffered < MaxBufferedItems);
+            return m_stopping || (m_pendingCount > 0 && m_buffered < MaxBufferedItems);
         });
         --m_idleWorkers;
         if (m_stopping)
             return;
-        listPending(**m_pending.begin(), lock);
+        listPending(*firstPending(), lock);
     }
 }
 
 void DirectoryReader::listPending(FolderTask& task, std::unique_lock<std::mutex>& lock) {
-    m_pending.erase(&task);
+    if (task.m_queued)
+        --m_pendingCount;
     task.state = FolderTask::Claimed;
     lock.unlock();
     const long sleepsBefore = m_growing ? voluntarySleeps() : 0;
@@ -400,13 +640,18 @@ void DirectoryReader::considerAnotherWorker(long deviceWaits) {
         return;
     const bool waiting = m_windowWaiting * 2 >= m_windowListings;
     m_windowListings = m_windowWaiting = 0;
-    if (!waiting || m_stopping || m_idleWorkers > 0 || m_pending.empty())
+    if (!waiting || m_stopping || m_idleWorkers > 0 || m_pendingCount == 0)
         return;
     // Four times as many each time: enough workers for a cold device within
     // a few windows.
     const int add = std::min(3 * int(m_threads.size()), MaxWorkers - int(m_threads.size()));
-    for (int i = 0; i < add; ++i)
-        m_threads.emplace_back([this] { work(); });
+    try {
+        for (int i = 0; i < add; ++i)
+            startWorker();
+    } catch (const std::exception&) {
+        // The system starts no more threads: the workers there are carry on.
+        m_growing = false;
+    }
 }
 
 } // namespace kestrel::engine

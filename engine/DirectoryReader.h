@@ -2,15 +2,28 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/types.h>
+
 namespace kestrel::engine {
+
+// How a folder below the root is opened, from its parent's descriptor: a
+// link in its place is never followed.
+inline constexpr int SubFolderOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// "." and "..", which a listing gives and a scan never records.
+inline bool isDotOrDotDot(const char* name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
 
 // What the reader needs to know to list folders the way a scan records them.
 struct ListingRules {
@@ -29,20 +42,24 @@ struct ListedItem {
     uint32_t nameLength = 0;
     uint32_t versionOffset = 0; // version text in FolderListing::text
     uint32_t versionLength = 0;
-    int64_t size = 0;           // st_size; the scan applies the program's size rule
+    int64_t size = 0;           // st_size
     double modified = 0;        // local OLE date, 0 when it could not be converted
     int32_t attributes = 0;
     FolderTask* folder = nullptr; // the folder to descend into, when there is one
 };
 
 // The listing of one folder, in the order the file system gave its items,
-// with dot names and (unless hidden items are kept) hidden and system items
-// already left out.
+// with "." and ".." and (unless hidden items are kept) hidden and system
+// items already left out.
 struct FolderListing {
     // Unreadable: the folder could not be listed (locked, missing, gone);
     // its listing is then one item with an empty name and zero values.
-    enum State { Listed, Unreadable };
+    // Unsearchable: it was listed, but some of its items could not be
+    // examined (the folder may be read but not searched); those carry
+    // Attribute::Unknown.
+    enum State { Listed, Unreadable, Unsearchable };
     State state = Listed;
+    int32_t hiddenLeftOut = 0; // items left out because hidden items are not kept
     std::vector<ListedItem> items;
     std::string text; // names and versions, back to back
     std::vector<std::unique_ptr<FolderTask>> children;
@@ -55,18 +72,48 @@ struct FolderListing {
     }
 };
 
-// A folder to list. Its key is the path of item positions from the root, so
-// that ordering keys orders folders the way a depth-first walk meets them.
+// A folder to list. Every folder but the root is opened from its parent's
+// open descriptor by its name, never by a path, so that a folder exchanged
+// for a link after its parent was listed is not followed out of the tree.
+// The reader keeps a folder's descriptor open while sub-folders of it wait
+// to be opened (see DirectoryReader).
 struct FolderTask {
     enum State { Pending, Claimed, Done };
-    std::string path;         // file-system bytes, ending in "/"
-    std::string relativeText; // stored text below the root (only when versions are read)
-    std::vector<uint32_t> key;
+    FolderTask() = default;
+    FolderTask(const FolderTask&) = delete;
+    FolderTask& operator=(const FolderTask&) = delete;
+    ~FolderTask();
+
+    FolderTask* parent = nullptr; // none for the root
+    std::string name;             // file-system bytes: the name in parent; the root's path
+    // Stored text below the root, ending in "/": kept only while the folder
+    // may still lead to the version folder.
+    std::string relativeText;
+    dev_t device = 0; // as the parent's listing saw the folder; 0 when unknown
+    ino_t inode = 0;
     bool versionsOn = false;
     State state = Pending;
     FolderListing listing;
     std::exception_ptr failure;
+
+private:
+    friend class DirectoryReader;
+    // Guarded by the reader's descriptor lock.
+    int m_fd = -1;                     // open while sub-folders wait; the root's for the whole walk
+    int32_t m_waiting = 0;             // sub-folders not yet opened from it
+    int32_t m_borrowers = 0;           // openings from it under way
+    FolderTask* m_olderKept = nullptr; // the descriptors kept, oldest first
+    FolderTask* m_newerKept = nullptr;
+    bool m_kept = false;
+    // Guarded by the reader's lock: the queue of folders to list.
+    FolderTask* m_before = nullptr;
+    FolderTask* m_after = nullptr;
+    bool m_queued = false;
 };
+
+// Starts one listing thread running the given work; a test may make it fail
+// as the system does when it can start no more (std::system_error).
+using ThreadStarter = std::function<std::thread(std::function<void()>)>;
 
 // Lists the folders of a tree for a depth-first walk. The walk runs on the
 // caller's thread and asks for each folder's listing in turn; worker threads
@@ -79,6 +126,13 @@ struct FolderTask {
 // answers several requests at once as fast as one. When listings wait for the
 // device, the reader adds workers, up to MaxWorkers, so that more requests
 // are in flight; a tree in memory never waits and keeps one worker per core.
+//
+// Folders are opened from their parent's descriptor, which stays open while
+// sub-folders of it wait to be opened. So that no tree, however deep or
+// wide, runs the process out of descriptors, at most half the limit on open
+// files is kept that way; past it the oldest kept descriptor, the one the
+// walk needs last, is closed, and opened again when its turn comes, name by
+// name from the nearest folder still open and checked to be the same folder.
 class DirectoryReader {
 public:
     static constexpr int MaxWorkers = 32;
@@ -86,13 +140,18 @@ public:
     // workers: listing threads besides the caller's; -1 for one per core
     // and more while listings wait on the device, 0 for the caller alone.
     // assumeDeviceWaits counts every listing as one that waited (tests).
-    DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits = false);
+    // startThread starts the workers (std::thread when empty). When a
+    // worker cannot be started, the constructor stops and joins those it
+    // started and rethrows.
+    DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits = false,
+                    ThreadStarter startThread = {});
     ~DirectoryReader();
 
     DirectoryReader(const DirectoryReader&) = delete;
     DirectoryReader& operator=(const DirectoryReader&) = delete;
 
-    // The task of the root folder (path as the file system takes it).
+    // The task of the root folder (path as the file system takes it; a link
+    // named there is followed).
     FolderTask& root(std::string path);
 
     // Returns once the task is listed: takes it over when no worker has
@@ -110,8 +169,8 @@ public:
             }
             // A worker is listing the folder the walk needs. Rather than sleep,
             // list the next folder waiting: the walk needs it soon anyway.
-            if (!m_pending.empty()) {
-                listPending(**m_pending.begin(), lock);
+            if (FolderTask* next = firstPending()) {
+                listPending(*next, lock);
                 continue;
             }
             m_awaited = &task;
@@ -130,28 +189,59 @@ public:
     // The walk is done with a task's listing: frees it and its children.
     void release(FolderTask& task);
 
-    // Lists one folder on the calling thread (also used by workers).
-    void list(FolderTask& task) const;
+    // Lists one folder on the calling thread (also used by workers). Its
+    // parent must have been listed.
+    void list(FolderTask& task);
 
 private:
-    struct KeyOrder {
-        bool operator()(const FolderTask* a, const FolderTask* b) const { return a->key < b->key; }
-    };
-
     // Takes a pending task off the queue and lists it outside the lock.
     void listPending(FolderTask& task, std::unique_lock<std::mutex>& lock);
     void finish(FolderTask& task);
     void work();
+    void startWorker();
+    void stopWorkers();
     // After a listing that waited for the device deviceWaits times: adds a
     // worker while listings wait and folders are queued for none free.
     void considerAnotherWorker(long deviceWaits);
 
+    // The queue of folders to list, in the order the walk meets them. A
+    // folder being listed keeps its place until its sub-folders take it.
+    FolderTask* firstPending() const;
+    void queueAfter(FolderTask* before, FolderTask& task);
+    void unqueue(FolderTask& task);
+
+    // Reads the items of an open folder into its listing; returns the
+    // number of sub-folders queued for listing.
+    int32_t listItems(FolderTask& task, int fd);
+    // Opens a folder: the root by its path, any other from its parent.
+    int openFolder(FolderTask& task);
+    // Opens a sub-folder by its name, never through a link; when the process
+    // is out of descriptors, closes the kept ones not in use and tries again.
+    int openSubFolder(int parentFd, const std::string& name, bool descriptorLockHeld);
+    // The descriptor of a folder whose sub-folders wait, opened again when
+    // it was closed; -1 when it cannot be. giveBack ends the borrowing and
+    // counts one sub-folder as opened.
+    int borrow(FolderTask& folder);
+    void giveBack(FolderTask& folder);
+    // After listing: keeps the folder's descriptor while sub-folders wait,
+    // else closes it.
+    void keepOrClose(FolderTask& task, int fd, int32_t subFolders);
+    // With the descriptor lock held.
+    int reopen(FolderTask& folder);
+    void keep(FolderTask& folder, int fd);
+    void closeKept(FolderTask& folder);
+    void climbToParent(FolderTask& folder);
+    void trimKept(int budget);
+
     ListingRules m_rules;
     std::unique_ptr<FolderTask> m_root;
+    ThreadStarter m_startThread;
     std::mutex m_mutex;
     std::condition_variable m_work;
     std::condition_variable m_done;
-    std::set<FolderTask*, KeyOrder> m_pending;
+    FolderTask* m_queueFirst = nullptr;
+    FolderTask* m_queueLast = nullptr;
+    size_t m_pendingCount = 0;
     size_t m_buffered = 0; // items listed but not yet released by the walk
     int m_idleWorkers = 0;
     // The task the walk waits for: only its completion wakes the walk, so
@@ -164,6 +254,12 @@ private:
     int m_windowListings = 0; // listings since workers were last considered
     int m_windowWaiting = 0;  // of those, the ones that waited for the device
     std::vector<std::thread> m_threads;
+
+    std::mutex m_descriptorMutex;
+    FolderTask* m_oldestKept = nullptr;
+    FolderTask* m_newestKept = nullptr;
+    int m_keptCount = 0;
+    int m_keptBudget = 0;
 };
 
 } // namespace kestrel::engine

@@ -1,6 +1,9 @@
 #include "Errors.h"
 
+#include <cerrno>
 #include <cstring>
+#include <new>
+#include <system_error>
 
 namespace kestrel::engine {
 
@@ -43,6 +46,22 @@ void raise(ErrorCode code) { throw RuntimeError(code); }
 
 void raiseSystemError(int errnoValue) {
     throw RuntimeError(ErrorCode::SystemError, QString::fromLocal8Bit(std::strerror(errnoValue)));
+}
+
+CaughtError caughtError() {
+    try {
+        throw;
+    } catch (const RuntimeError& e) {
+        return {e.code(), e.text()};
+    } catch (const std::bad_alloc&) {
+        return {ErrorCode::SystemError, QString::fromLocal8Bit(std::strerror(ENOMEM))};
+    } catch (const std::system_error& e) {
+        return {ErrorCode::SystemError, QString::fromLocal8Bit(e.code().message())};
+    } catch (const std::exception& e) {
+        return {ErrorCode::SystemError, QString::fromLocal8Bit(e.what())};
+    } catch (...) {
+        return {ErrorCode::SystemError, errorText(ErrorCode::SystemError)};
+    }
 }
 
 } // namespace kestrel::engine

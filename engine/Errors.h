@@ -87,4 +87,30 @@ struct Outcome {
     }
 };
 
+// An exception caught at the boundary of a long operation, as the user is
+// told of it.
+struct CaughtError {
+    ErrorCode code = ErrorCode::SystemError;
+    QString text;
+};
+
+// The exception being handled; call only inside a catch block. A
+// RuntimeError gives its code and text; running out of memory and a
+// std::system_error (a thread that cannot be started) give the system's own
+// text; any other exception its what().
+CaughtError caughtError();
+
+// Runs a long operation and turns an exception escaping it into a failure
+// with the given title, so that none reaches the event loop or ends the
+// command line.
+template <typename Operation>
+Outcome guardedOperation(const QString& title, Operation&& operation) {
+    try {
+        return operation();
+    } catch (...) {
+        const CaughtError e = caughtError();
+        return Outcome::failure(UserMessage{title, e.text, MessageIcon::Exclamation}, e.code);
+    }
+}
+
 } // namespace kestrel::engine

@@ -82,7 +82,9 @@ int sortKeyColumn(int column) {
 bool sortNeedsKeys(int column) { return sortKeyColumn(column) != column; }
 
 QString sizeCellText(const SnapshotEntry& e) {
-    return e.isFolder() ? QStringLiteral("<dir>") : formatGrouped(e.size);
+    if (e.isFolder())
+        return QStringLiteral("<dir>");
+    return e.valuesUnknown() ? QString::fromLatin1(UnknownValueText) : formatGrouped(e.size);
 }
 
 QString sizeKeyText(double size) {
@@ -175,9 +177,10 @@ QString FileList::cellText(int32_t row, int column) const {
         // A dot in a folder's name ("v1.2") does not make a type.
         return e.isFolder() ? QString() : FileTypeText(m_snapshot.nameText(i)).toLower();
     case ModifiedColumn:
-        return modifiedText(e.modified);
+        return e.valuesUnknown() ? QString::fromLatin1(UnknownValueText) : modifiedText(e.modified);
     case AttributesColumn:
-        return AttributeText(e.attributes);
+        return e.valuesUnknown() ? QString::fromLatin1(UnknownValueText)
+                                 : AttributeText(e.attributes);
     case VersionColumn: {
         const std::string_view version = m_snapshot.versionOf(e);
         return QLatin1Char(' ') + QString::fromUtf8(version.data(), qsizetype(version.size()));

@@ -132,7 +132,8 @@ private:
     ListingCounters m_counters;
 };
 
-// Cell texts of one entry, as the file list shows them.
+// Cell texts of one entry, as the file list shows them. Values the scan
+// could not read show as "unknown".
 QString sizeCellText(const SnapshotEntry& entry);
 QString sizeKeyText(double size);         // 15 digits, zero-padded
 QString modifiedKeyText(double modified); // the plain day number

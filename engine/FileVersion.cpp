@@ -350,17 +350,28 @@ std::optional<FixedFileVersion> parseFixedFileVersion(std::span<const uint8_t> i
     return PeParser(source).fixedFileVersion();
 }
 
-std::string fileVersionTextAt(int dirFd, const char* name) {
+std::string fileVersionTextAt(int dirFd, const char* name, const struct stat* listed) {
     if (name == nullptr)
         return {};
-    // O_NONBLOCK so that opening a FIFO returns at once; it is then refused as
-    // not a regular file.
-    const int fd = ::openat(dirFd, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    struct stat looked;
+    if (!listed) {
+        if (::fstatat(dirFd, name, &looked, AT_SYMLINK_NOFOLLOW) != 0)
+            return {};
+        listed = &looked;
+    }
+    // Anything but a regular file stays closed: opening a FIFO releases a
+    // writer waiting on it, opening a device can act on the device.
+    if (!S_ISREG(listed->st_mode) || listed->st_size <= 0)
+        return {};
+    // O_NONBLOCK: should the name have become a FIFO since, the open does
+    // not wait for a writer; the file is then refused below.
+    const int fd = ::openat(dirFd, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0)
         return {};
     FdCloser closer(fd);
     struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size <= 0)
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_dev != listed->st_dev ||
+        st.st_ino != listed->st_ino || st.st_size <= 0)
         return {};
     FileSource source(fd, uint64_t(st.st_size));
     const auto version = PeParser(source).fixedFileVersion();

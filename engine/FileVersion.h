@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 
+#include <sys/stat.h>
+
 namespace kestrel::engine {
 
 // The two file-version words of a version resource's fixed file-information
@@ -34,10 +36,11 @@ std::string formatFileVersion(FixedFileVersion version);
 std::optional<FixedFileVersion> parseFixedFileVersion(std::span<const uint8_t> image);
 
 // The same for a file opened relative to dirFd (AT_FDCWD for a plain path),
-// reading only the parts it needs. Symbolic links are not followed and only
-// regular files are read. "" when the file is not a PE image, has no version
-// resource or cannot be read.
-std::string fileVersionTextAt(int dirFd, const char* name);
+// reading only the parts it needs. listed is what lstat said of the name
+// (looked up here when not given): only a regular file is opened, never
+// through a link, and read only when it is still that same file. "" when
+// the file is not a PE image, has no version resource or cannot be read.
+std::string fileVersionTextAt(int dirFd, const char* name, const struct stat* listed = nullptr);
 
 // GetFileVersionText: the version text of the file at path, "" when none.
 QString GetFileVersionText(const QString& path);

@@ -82,10 +82,11 @@ Outcome FolderIndex::buildChecked(const Snapshot& snapshot, const QString& failu
                                   FolderIndex& index) {
     try {
         index = build(snapshot);
-    } catch (const RuntimeError& e) {
+    } catch (...) {
         index = FolderIndex();
-        return Outcome::failure(UserMessage{failureTitle, e.text(), MessageIcon::Exclamation},
-                                e.code());
+        const CaughtError e = caughtError();
+        return Outcome::failure(UserMessage{failureTitle, e.text, MessageIcon::Exclamation},
+                                e.code);
     }
     return Outcome::success();
 }

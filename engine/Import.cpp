@@ -190,6 +190,13 @@ ImportOutcome ImportSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     } catch (const RuntimeError& e) {
         outcome.error = e.code();
         return outcome;
+    } catch (...) {
+        // Memory or the system failed, not the file: say so.
+        const CaughtError e = caughtError();
+        outcome.error = e.code;
+        outcome.message =
+            UserMessage{QStringLiteral("Invalid Snapshot"), e.text, MessageIcon::Exclamation};
+        return outcome;
     }
     finishRead(outcome, meter, QStringLiteral("imported"), startTime, snapshot);
     return outcome;

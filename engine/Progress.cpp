@@ -39,6 +39,11 @@ void ProgressMeter::update(int32_t value) {
         m_view->processEvents();
 }
 
+void ProgressMeter::note(const QString& text) {
+    if (m_view)
+        m_view->meterNote(text);
+}
+
 void ProgressMeter::cancel() {
     if (m_cancellable)
         m_cancelled = true;

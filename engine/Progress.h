@@ -18,6 +18,10 @@ public:
     // The operation has run for more than a second: show the meter.
     virtual void meterShown() = 0;
     virtual void meterValue(int32_t value) = 0;
+    // A line about the operation so far, shown under the caption until the
+    // next start ("2 folders could not be read"). Views without room for it
+    // ignore it.
+    virtual void meterNote(const QString& note) { (void)note; }
     // Let the user interface handle what is pending; this is where a click
     // on Cancel reaches ProgressMeter::cancel.
     virtual void processEvents() = 0;
@@ -45,6 +49,9 @@ public:
     // elapsed time being negative), moves the bar unless value is above the
     // maximum, and lets pending events run.
     void update(int32_t value);
+
+    // Shows a line about the operation so far under the caption.
+    void note(const QString& text);
 
     // The meter's Cancel button: sets the flag only when cancellable.
     void cancel();

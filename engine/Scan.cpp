@@ -8,6 +8,7 @@
 #include "Snapshot.h"
 #include "TextFormats.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -15,12 +16,6 @@
 #include <unistd.h>
 
 namespace kestrel::engine {
-
-double sizeFromHalves(uint32_t high, uint32_t low) {
-    const int64_t scaled = int64_t(int32_t(high)) * 65536;
-    toInt32(scaled);
-    return double(toInt32(scaled + int64_t(int32_t(low))));
-}
 
 namespace {
 
@@ -67,12 +62,22 @@ private:
     // could not be listed.
     void enter(FolderTask& task, int32_t parentIndex, int16_t depth) {
         m_reader.acquire(task, [this] { m_meter.update(m_snapshot.progress); });
+        noteWhatWasLeftOut(task.listing);
         Frame f;
         f.task = &task;
         f.first = checkedAdd(checkedAdd(m_snapshot.fileCount, m_snapshot.folderCount), 1);
         f.parentIndex = parentIndex;
         f.depth = depth;
         m_stack.push_back(f);
+    }
+
+    void noteWhatWasLeftOut(const FolderListing& listing) {
+        Snapshot& s = m_snapshot;
+        s.hiddenLeftOut = checkedAdd(s.hiddenLeftOut, listing.hiddenLeftOut);
+        if (listing.state != FolderListing::Listed) {
+            s.unreadableFolders = checkedAdd(s.unreadableFolders, 1);
+            m_meter.note(unreadableFoldersText(s.unreadableFolders));
+        }
     }
 
     void drain() {
@@ -117,8 +122,8 @@ private:
         e.attributes = toInt16(item.attributes);
         e.modified = item.modified;
         if (!folder) {
-            const auto size = uint64_t(item.size);
-            e.size = sizeFromHalves(uint32_t(size >> 32), uint32_t(size));
+            // Every size up to 2^53 is exact in a double.
+            e.size = double(item.size);
             s.totalSize += e.size;
             s.setVersion(e, listing.version(item));
         }
@@ -160,37 +165,75 @@ private:
 } // namespace
 
 // Counts with the file system's own bytes for names, so that folders whose
-// names are not valid text are still reached.
-static int32_t countFolders(const std::string& path, int16_t depth, int16_t limit) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return 0;
-    DIR* dir = ::fdopendir(fd);
+// names are not valid text are still reached; each folder is opened from its
+// parent, never through a link. Closes dirFd.
+static int32_t countFolders(int dirFd, int16_t depth, int16_t limit) {
+    DIR* dir = ::fdopendir(dirFd);
     if (!dir) {
-        ::close(fd);
+        ::close(dirFd);
         return 0;
     }
     int32_t count = 0;
     while (const dirent* de = ::readdir(dir)) {
-        if (de->d_name[0] == '.')
+        const char* name = de->d_name;
+        if (isDotOrDotDot(name))
             continue;
         bool folder = de->d_type == DT_DIR;
         if (de->d_type == DT_UNKNOWN) {
             struct stat st;
-            folder = ::fstatat(fd, de->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+            folder =
+                ::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
         }
         if (!folder)
             continue;
         count = checkedAdd(count, 1);
-        if (depth < limit)
-            count = checkedAdd(count, countFolders(path + de->d_name + '/', int16_t(depth + 1), limit));
+        if (depth < limit) {
+            const int sub = ::openat(::dirfd(dir), name, SubFolderOpenFlags);
+            if (sub >= 0)
+                count = checkedAdd(count, countFolders(sub, int16_t(depth + 1), limit));
+        }
     }
     ::closedir(dir);
     return count;
 }
 
 int32_t CountFolders(const QString& path, int16_t depth, int16_t limit) {
-    return countFolders(fileSystemPath(withSeparator(path)).toStdString(), depth, limit);
+    const int fd = ::open(fileSystemPath(withSeparator(path)).constData(),
+                          O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return fd < 0 ? 0 : countFolders(fd, depth, limit);
+}
+
+QString unreadableFoldersText(int32_t folders) {
+    return folders == 1 ? QStringLiteral("1 folder could not be read")
+                        : formatCount(folders) + QStringLiteral(" folders could not be read");
+}
+
+QString scanNotes(int32_t hiddenLeftOut, int32_t unreadableFolders) {
+    QString notes;
+    if (hiddenLeftOut > 0)
+        notes += hiddenLeftOut == 1 ? QStringLiteral(", 1 hidden entry left out")
+                                    : QStringLiteral(", ") + formatCount(hiddenLeftOut) +
+                                          QStringLiteral(" hidden entries left out");
+    if (unreadableFolders > 0)
+        notes += QStringLiteral(", ") + unreadableFoldersText(unreadableFolders);
+    return notes;
+}
+
+std::vector<int32_t> UnreadableFolders(const Snapshot& snapshot) {
+    std::vector<int32_t> folders;
+    std::vector<bool> seen(size_t(snapshot.entryCount) + 1);
+    for (int32_t i = 1; i <= snapshot.entryCount; ++i) {
+        const SnapshotEntry& e = snapshot.entries.get(i);
+        if (!(e.isUnreadableMarker() || e.valuesUnknown()) ||
+            !snapshot.entries.contains(e.parent) || e.parent >= i)
+            continue;
+        if (!seen[size_t(e.parent)]) {
+            seen[size_t(e.parent)] = true;
+            folders.push_back(e.parent);
+        }
+    }
+    std::sort(folders.begin(), folders.end());
+    return folders;
 }
 
 Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter) {
@@ -213,7 +256,8 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
             rules.versionFolderText = storedText(storedPath(folder + Separator));
         }
         {
-            DirectoryReader reader(rules, settings.listingThreads, settings.assumeDeviceWaits);
+            DirectoryReader reader(rules, settings.listingThreads, settings.assumeDeviceWaits,
+                                   settings.startThread);
             TreeWalk walk(snapshot, reader, meter);
             walk.run(reader.root(fileSystemPath(root).toStdString()));
         }
@@ -221,12 +265,10 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
         // its subtree count. An empty snapshot has no entry 1 to write.
         if (snapshot.entryCount >= 1)
             snapshot.entries.mutableAt(1).count = maximum;
-    } catch (const RuntimeError& e) {
-        return Outcome::failure(UserMessage{QStringLiteral("Kestrel"), e.text(), MessageIcon::Exclamation},
-                                e.code());
-    } catch (const std::bad_alloc&) {
-        return Outcome::failure(UserMessage{QStringLiteral("Kestrel"), QStringLiteral("Out of memory"),
-                                            MessageIcon::Exclamation});
+    } catch (...) {
+        const CaughtError e = caughtError();
+        return Outcome::failure(
+            UserMessage{QStringLiteral("Kestrel"), e.text, MessageIcon::Exclamation}, e.code);
     }
     if (meter.cancelled()) {
         Outcome o;
@@ -246,7 +288,8 @@ Outcome CreateSnapshot(Snapshot& snapshot, const ScanSettings& settings, Progres
     if (!outcome.ok)
         return outcome;
     outcome.summary = SummaryLine(QStringLiteral("found"), start, secondsSinceMidnight(),
-                                  snapshot.fileCount, snapshot.folderCount);
+                                  snapshot.fileCount, snapshot.folderCount) +
+                      scanNotes(snapshot.hiddenLeftOut, snapshot.unreadableFolders);
     snapshot.header.created = oleNow();
     return outcome;
 }

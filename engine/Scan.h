@@ -5,6 +5,9 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
+#include <thread>
+#include <vector>
 
 namespace kestrel::engine {
 
@@ -31,6 +34,9 @@ struct ScanSettings {
     // that threads are added as on a cold disk (for tests, with a tree in
     // memory).
     bool assumeDeviceWaits = false;
+    // Starts the listing threads; std::thread when empty (a test makes it
+    // fail as the system does when it can start no more).
+    std::function<std::thread(std::function<void()>)> startThread;
 };
 
 // CreateSnapshot: scans the tree (TakeSnapshot) and on success sets the
@@ -38,23 +44,34 @@ struct ScanSettings {
 Outcome CreateSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter);
 
 // TakeSnapshot: walks header.rootFolder depth first, in the order the file
-// system lists each folder, recording every item as an entry: dot names are
-// never recorded, hidden and system items only with header.hidden, the
-// contents of sub-folders only with header.recurse. The meter counts folders
-// near the top and is cancellable; the cancel flag is read after every item.
+// system lists each folder, recording every item as an entry with its size
+// (st_size) and attributes: hidden items (names beginning with a dot) and
+// system items only with header.hidden, and nothing beneath one left out;
+// the contents of sub-folders only with header.recurse. The meter counts
+// folders near the top and is cancellable; the cancel flag is read after
+// every item. The snapshot's hiddenLeftOut and unreadableFolders count what
+// could not be recorded; the meter notes unreadable folders as they come.
 // Fails with "Empty Snapshot" when nothing was recorded, silently when
-// cancelled, and with "Overflow" when a counter, an attribute or a size
-// overflows. Progress and cancel reach the meter on the caller's thread.
+// cancelled, with "Overflow" when a counter or an attribute overflows, and
+// with the system's text when memory or threads run out.
 Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter);
 
-// CountFolders: the folders (names not starting with ".") in path and, while
-// depth < limit, beneath them: the meter's maximum. It looks at neither the
-// hidden nor the recurse flag, so it can exceed the ticks a scan gives.
+// CountFolders: the folders in path and, while depth < limit, beneath them:
+// the meter's maximum. It looks at neither the hidden nor the recurse flag,
+// so it can exceed the ticks a scan gives.
 int32_t CountFolders(const QString& path, int16_t depth, int16_t limit);
 
-// The program's size rule: the high half of the size counts 65,536 and the
-// halves are added in 32-bit signed arithmetic (a low half of 2^31 or more
-// counts as negative); a sum outside 32 bits raises "Overflow".
-double sizeFromHalves(uint32_t high, uint32_t low);
+// What a scan could not record, as its summary and the meter say it: ", 37
+// hidden entries left out, 2 folders could not be read", empty when it
+// recorded everything.
+QString scanNotes(int32_t hiddenLeftOut, int32_t unreadableFolders);
+// "1 folder could not be read", "2 folders could not be read".
+QString unreadableFoldersText(int32_t folders);
+
+// The folders of a snapshot, scanned or loaded, whose contents could not be
+// read, in table order (0 for the root folder): those that hold the
+// nameless entry of a folder that could not be listed, and those whose
+// entries could not be examined.
+std::vector<int32_t> UnreadableFolders(const Snapshot& snapshot);
 
 } // namespace kestrel::engine

@@ -170,6 +170,7 @@ void Snapshot::clearEntries() {
     totalSize = 0;
     progress = 0;
     meterDepth = 0;
+    hiddenLeftOut = unreadableFolders = 0;
 }
 
 size_t Snapshot::memoryUsed() const { return entries.memoryUsed() + m_names.memoryUsed(); }

@@ -25,13 +25,24 @@ inline constexpr int16_t Normal = 128;
 inline constexpr int16_t Temporary = 256;
 inline constexpr int16_t ReparsePoint = 1024;
 inline constexpr int16_t Compressed = 2048;
+// The Windows "offline" bit, which nothing on POSIX sets: the scan marks
+// with it an item it could list but not examine (its folder may be read but
+// not searched), recorded with size 0 and date 0.
+inline constexpr int16_t Unknown = 4096;
 } // namespace Attribute
+
+// The values of an item the scan could not read: the unknown bit with size
+// and date 0. A file from the Windows program that was offline keeps its
+// date, so it is not taken for one.
+inline bool valuesUnknown(int16_t attributes, double size, double modified) {
+    return (attributes & Attribute::Unknown) && size == 0 && modified == 0;
+}
 
 // One file or folder of a snapshot: a fixed 48-byte record. The name and the
 // version text live in the snapshot's pools and are reached through it.
 struct SnapshotEntry {
     double modified = 0;     // local last-write time, days since 1899-12-30
-    double size = 0;         // bytes, by the program's size rule; 0 for a folder
+    double size = 0;         // bytes (st_size on POSIX); 0 for a folder
     int32_t nextSibling = 0; // next entry of the same folder; the last links to the first
     int32_t parent = 0;      // folder holding this entry; 0 for the root's own items
     // A folder: the entries beneath it at all depths. Entry 0: the entries
@@ -58,6 +69,12 @@ struct SnapshotEntry {
     int16_t status = 0;
 
     bool isFolder() const { return attributes & Attribute::Folder; }
+    // The scan could not read the item's size, date and attributes: they
+    // are shown as unknown and never compared.
+    bool valuesUnknown() const { return engine::valuesUnknown(attributes, size, modified); }
+    // The nameless file entry that stands in for the contents of a folder
+    // that could not be listed.
+    bool isUnreadableMarker() const { return nameLength == 0 && !isFolder(); }
 };
 static_assert(sizeof(SnapshotEntry) == 48, "entries must stay compact");
 
@@ -186,6 +203,11 @@ public:
     double totalSize = 0;    // sum of the files' sizes
     int32_t progress = 0;    // running counter handed to the meter
     int16_t meterDepth = 0;  // folder depth down to which a scan ticks the meter
+    // What the last scan could not record (not saved): items it left out
+    // because hidden and system items were not asked for, and folders it
+    // could not list or whose items it could not examine.
+    int32_t hiddenLeftOut = 0;
+    int32_t unreadableFolders = 0;
     int16_t importedNumber = 0; // the 16-bit number an old-format file carried
 
     int32_t capacity() const { return entries.capacity(); }

@@ -257,12 +257,13 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             snapshot.entries.setCapacity(checkedAdd(fitted, 1));
             snapshot.entries.mutableAt(0).count = fitted;
         }
-    } catch (const RuntimeError& e) {
-        outcome.error = e.code();
+    } catch (...) {
+        const CaughtError e = caughtError();
+        outcome.error = e.code;
         // An overflow is passed over silently, as it always was.
-        if (e.code() != ErrorCode::Overflow)
-            outcome.message = UserMessage{QStringLiteral("Invalid Snapshot"), e.text(),
-                                          MessageIcon::Exclamation};
+        if (e.code != ErrorCode::Overflow)
+            outcome.message =
+                UserMessage{QStringLiteral("Invalid Snapshot"), e.text, MessageIcon::Exclamation};
         return outcome;
     }
     finishRead(outcome, meter, QStringLiteral("read"), startTime, snapshot);

@@ -81,6 +81,8 @@ QString AttributeText(int16_t attributes) {
         text += QStringLiteral("Norm,");
     if (attributes & 256)
         text += QStringLiteral("Temp,");
+    if (attributes & 1024)
+        text += QStringLiteral("Link,");
     if (attributes & 2048)
         text += QStringLiteral("Comp,");
     if (!text.isEmpty())

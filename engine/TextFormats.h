@@ -32,8 +32,12 @@ QString ShortenPath(const QString& root, const QString& key, int maximum);
 
 // AttributeText: the short text of attribute bits, "R/O", "Hid", then "Sys"
 // (which replaces what came before it, so 7 gives "Sys" alone), "Dir", "Arc",
-// "Norm", "Temp", "Comp", separated by commas: 33 gives "R/O,Arc".
+// "Norm", "Temp", "Link" (a symbolic link, 1024), "Comp", separated by
+// commas: 33 gives "R/O,Arc", 1026 "Hid,Link".
 QString AttributeText(int16_t attributes);
+
+// What the file list shows for a value the scan could not read.
+inline constexpr char UnknownValueText[] = "unknown";
 
 // The text after the last "." of a file name; empty when there is none.
 QString FileTypeText(const QString& name);

@@ -101,6 +101,11 @@ CellWriter::~CellWriter() = default;
 
 void CellWriter::append(int32_t row, int column, LineBuffer& out) {
     const SnapshotEntry& e = m_snapshot.entries.get(m_rows.entryAt(row));
+    // Values the scan could not read take the file list's "unknown".
+    if (e.valuesUnknown()) [[unlikely]] {
+        appendSlow(row, column, out);
+        return;
+    }
     switch (column) {
     case engine::NameColumn:
         appendName(e, row, out);

@@ -29,6 +29,11 @@ MeterWindow::MeterWindow(QWidget* frame)
     m_bar->setTextVisible(false);
     m_bar->setMinimumWidth(260);
 
+    // What the operation could not do so far ("2 folders could not be
+    // read"), shown only once there is something to say.
+    m_note = new QLabel(this);
+    m_note->hide();
+
     m_cancel = new QPushButton(QStringLiteral("Cancel"), this);
     m_cancel->setEnabled(false);
     connect(m_cancel, &QPushButton::clicked, this, &MeterWindow::cmdCancel_Click);
@@ -36,10 +41,11 @@ MeterWindow::MeterWindow(QWidget* frame)
     auto* layout = new QGridLayout(this);
     layout->setContentsMargins(12, 12, 12, 12);
     layout->setHorizontalSpacing(12);
-    layout->addWidget(m_picture, 0, 0, 3, 1, Qt::AlignTop);
+    layout->addWidget(m_picture, 0, 0, 4, 1, Qt::AlignTop);
     layout->addWidget(m_caption, 0, 1);
     layout->addWidget(m_bar, 1, 1);
-    layout->addWidget(m_cancel, 2, 1, Qt::AlignRight);
+    layout->addWidget(m_note, 2, 1);
+    layout->addWidget(m_cancel, 3, 1, Qt::AlignRight);
     setFixedSize(sizeHint());
 }
 
@@ -48,8 +54,25 @@ void MeterWindow::meterStarted(int32_t maximum, const QString& caption, bool can
     setWindowTitle(caption);
     m_caption->setText(caption + QStringLiteral("..."));
     m_cancel->setEnabled(cancellable);
+    if (!m_note->isHidden()) {
+        m_note->clear();
+        m_note->hide();
+        setFixedSize(sizeHint());
+    }
     if (m_frame)
         m_frame->setCursor(Qt::WaitCursor);
+}
+
+void MeterWindow::meterNote(const QString& note) {
+    m_note->setText(note);
+    if (m_note->isHidden()) {
+        m_note->show();
+        setFixedSize(sizeHint());
+    }
+}
+
+QString MeterWindow::noteText() const {
+    return m_note->isHidden() ? QString() : m_note->text();
 }
 
 QString MeterWindow::captionText() const {

@@ -32,11 +32,14 @@ public:
     void meterStarted(int32_t maximum, const QString& caption, bool cancellable) override;
     void meterShown() override;
     void meterValue(int32_t value) override;
+    void meterNote(const QString& note) override;
     void processEvents() override;
     void meterClosed() override;
 
     QProgressBar* bar() const { return m_bar; }
     QString captionText() const;
+    // The note under the bar; empty while none is shown.
+    QString noteText() const;
     QPushButton* cancelButton() const { return m_cancel; }
 
 protected:
@@ -51,6 +54,7 @@ private:
     engine::ProgressMeter* m_meter = nullptr;
     QLabel* m_picture = nullptr;
     QLabel* m_caption = nullptr;
+    QLabel* m_note = nullptr;
     QProgressBar* m_bar = nullptr;
     QPushButton* m_cancel = nullptr;
 };

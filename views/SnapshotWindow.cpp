@@ -921,7 +921,9 @@ void SnapshotWindow::mnuFileSaveAs_Click() {
     engine::Outcome outcome;
     {
         const OperationScope operation(m_host);
-        outcome = engine::SaveSnapshot(m_snapshot, m_host.progressMeter());
+        outcome = engine::guardedOperation(QStringLiteral("Error Writing Snapshot"), [this] {
+            return engine::SaveSnapshot(m_snapshot, m_host.progressMeter());
+        });
     }
     if (!outcome.ok) {
         // Nothing was stored under the new name: keep the old one and the mark.

@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <grp.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -42,6 +43,11 @@ protected:
                rlim_t fileSizeLimit = RLIM_INFINITY) {
         return run(QStringLiteral(KESTREL_CLI), arguments, workingFolder, fileSizeLimit);
     }
+    // Where the tests run as root, kestrel-cli runs as the user nobody, to
+    // whom folder permissions apply.
+    CliRun cliAsNobody(const QStringList& arguments) {
+        return run(QStringLiteral(KESTREL_CLI), arguments, {}, RLIM_INFINITY, true);
+    }
     // kestrel-cli started by a shell command, which reaches it as $0 and its
     // arguments as $1...: for arguments in bytes that are not UTF-8, which
     // QProcess cannot pass.
@@ -50,12 +56,19 @@ protected:
                    QStringList{u"-c"_s, command, QStringLiteral(KESTREL_CLI)} + arguments, {});
     }
     CliRun run(const QString& program, const QStringList& arguments, const QString& workingFolder,
-               rlim_t fileSizeLimit = RLIM_INFINITY) {
+               rlim_t fileSizeLimit = RLIM_INFINITY, bool asNobody = false) {
         QProcess p;
-        if (fileSizeLimit != RLIM_INFINITY)
-            p.setChildProcessModifier([fileSizeLimit] {
-                const rlimit limit{fileSizeLimit, fileSizeLimit};
-                ::setrlimit(RLIMIT_FSIZE, &limit);
+        const bool nobody = asNobody && kestrel::test::runningAsRoot();
+        if (fileSizeLimit != RLIM_INFINITY || nobody)
+            p.setChildProcessModifier([fileSizeLimit, nobody] {
+                if (fileSizeLimit != RLIM_INFINITY) {
+                    const rlimit limit{fileSizeLimit, fileSizeLimit};
+                    ::setrlimit(RLIMIT_FSIZE, &limit);
+                }
+                constexpr uid_t Nobody = 65534;
+                if (nobody &&
+                    (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0))
+                    ::_exit(99);
             });
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"HOME"_s, home());
@@ -222,6 +235,58 @@ TEST_F(CliTest, ListPrintsOneTabSeparatedLinePerEntry) {
     EXPECT_TRUE(file.match(lines[1]).hasMatch()) << lines[1].toStdString();
 }
 
+// Folders that could not be read: snapshot names them and exits 3; list,
+// info and compare show a folder that could not be listed as its path and
+// " (unreadable)", never as an entry of its own, and values that could not
+// be read as "unknown", never compared.
+TEST_F(CliTest, UnreadableFoldersAreSaidNotListedAsEntries) {
+    TempTree t;
+    t.file(u"data/secret/s.txt"_s, "s");
+    t.file(u"data/unsearchable/u.txt"_s, "u");
+    t.file(u"data/open.txt"_s, "o");
+    t.chmod(QString(), 0755);
+    t.chmod(u"data"_s, 0755);
+    t.chmod(u"data/secret"_s, 0);
+    t.chmod(u"data/unsearchable"_s, 0644);
+    QTemporaryDir out;
+    ASSERT_TRUE(QFile::setPermissions(out.path(), QFileDevice::Permissions(0x7777)));
+    const QString data = t.root() + u"data"_s;
+    CliRun r = cliAsNobody({u"snapshot"_s, data, u"--dir"_s, out.path()});
+    t.chmod(u"data/secret"_s, 0755);
+    t.chmod(u"data/unsearchable"_s, 0755);
+    ASSERT_EQ(r.status, 3) << r.err.toStdString();
+    const QString unreadable = out.path() + u"/data.#01"_s;
+    EXPECT_EQ(r.out.trimmed(), unreadable);
+    EXPECT_TRUE(r.err.contains(u", 2 folders could not be read\n"_s)) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains(u"Could not be read: "_s + data + u"/secret/\n"_s));
+    EXPECT_TRUE(r.err.contains(u"Could not be read: "_s + data + u"/unsearchable/\n"_s));
+
+    r = cli({u"list"_s, unreadable});
+    // The folder's own line, then the marker's.
+    const QStringList secret = r.lines().filter(u"secret"_s);
+    ASSERT_EQ(secret.size(), 2) << r.out.toStdString();
+    EXPECT_TRUE(secret[0].startsWith(u"secret/\t0\t"_s) && secret[0].endsWith(u"Dir\t"_s));
+    EXPECT_EQ(secret[1], u"secret/ (unreadable)"_s);
+    EXPECT_TRUE(r.lines().contains(u"unsearchable/u.txt\tunknown\tunknown\tunknown\t"_s));
+    EXPECT_TRUE(
+        cli({u"info"_s, unreadable}).out.contains(u"Folders that could not be read: 2\n"_s));
+
+    // Read as root, everything is there: the file read and the folder listed
+    // are no changes, only what could not be seen before.
+    r = cli({u"snapshot"_s, data, u"--dir"_s, out.path()});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    for (const char* format : {"text", "csv", "jsonl"}) {
+        r = cli({u"compare"_s, unreadable, out.path() + u"/data.#02"_s, u"--format"_s,
+                 QString::fromLatin1(format)});
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.lines().filter(u"secret/ (unreadable)"_s).size(), 1) << format;
+        EXPECT_EQ(r.lines().filter(u"secret/s.txt"_s).size(), 1) << format;
+        EXPECT_TRUE(r.lines().filter(u"u.txt"_s).isEmpty()) << format;
+    }
+    EXPECT_EQ(r.err.trimmed(),
+              u"1 only in NEW, 0 only in OLD, 0 changed, 1 folder could not be read on one side"_s);
+}
+
 TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
     TempTree t;
     CliRun r = cli({u"snapshot"_s, t.root()});
@@ -335,6 +400,41 @@ TEST_F(CliTest, ConvertFitsDamagedFilesAndBringsOldOnesUpToDate) {
     ASSERT_EQ(r.lines().size(), 2);
     EXPECT_TRUE(r.lines()[0].startsWith(u"Docs/\t"_s));
     EXPECT_TRUE(r.lines()[1].startsWith(u"Docs/a.txt\t1234\t2001-02-28 12:00:00\tArc"_s));
+}
+
+// Dot names are hidden items: a snapshot without hidden items says how many
+// it left out, and compared with one that has them, both ways, they are
+// extra entries like any other; a grown sparse file shows its true size.
+TEST_F(CliTest, DotEntriesAndTrueSizesCompareBothWays) {
+    TempTree t;
+    t.file(u"data/run.sh"_s, "r");
+    t.file(u"data/.htaccess"_s, "h");
+    t.file(u"data/.ssh/authorized_keys"_s, "k");
+    t.sparseFile(u"data/disk.img"_s, 65536);
+    const QString data = t.root() + u"data"_s;
+    CliRun r = cli({u"snapshot"_s, data, u"--dir"_s, home()});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    r = cli({u"snapshot"_s, data, u"--dir"_s, home(), u"--no-hidden"_s});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains(u", 2 hidden entries left out\n"_s)) << r.err.toStdString();
+    const QString all = home() + u"/data.#01"_s, shown = home() + u"/data.#02"_s;
+
+    const QStringList hidden = {u".htaccess"_s, u".ssh/"_s, u".ssh/authorized_keys"_s};
+    for (const auto& [older, newer, sign] :
+         {std::tuple{all, shown, u"-\t"_s}, std::tuple{shown, all, u"+\t"_s}}) {
+        r = cli({u"compare"_s, older, newer});
+        EXPECT_EQ(r.status, 1);
+        QStringList expected;
+        for (const QString& path : hidden)
+            expected << sign + path;
+        EXPECT_EQ(r.lines(), expected);
+    }
+
+    t.sparseFile(u"data/disk.img"_s, int64_t(4) << 30);
+    r = cli({u"compare"_s, all, data});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.lines().filter(u"disk.img"_s).value(0).startsWith(u"~\tdisk.img\t[was 65,536"_s))
+        << r.out.toStdString();
 }
 
 TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {

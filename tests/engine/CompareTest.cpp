@@ -285,6 +285,26 @@ TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
     EXPECT_EQ(WhatChanged(newer, older, at(newer, "arc"), options), QString());
 }
 
+// Values a scan could not read are never compared, from either side; a file
+// that was offline on Windows (the same bit, with its date) still is.
+TEST_F(CompareTest, UnknownValuesAreNeverCompared) {
+    const int16_t unknown = Attribute::Unknown;
+    buildSnapshot(older, {Node::file("unread", 0, 0, unknown), Node::file("was-unread", 5),
+                          Node::file("offline", 5, 45000, unknown)});
+    buildSnapshot(newer,
+                  {Node::file("unread", 70, 45001, 128), Node::file("was-unread", 0, 0, unknown),
+                   Node::file("offline", 6, 45000, unknown)});
+    ASSERT_TRUE(compare().ok);
+    for (const char* name : {"unread", "was-unread"}) {
+        EXPECT_EQ(inNew(name).status, 0) << name;
+        EXPECT_GT(inNew(name).match, 0) << name;
+        EXPECT_EQ(WhatChanged(newer, older, at(newer, name), {}), QString()) << name;
+        EXPECT_EQ(WhatChanged(older, newer, at(older, name), {}), QString()) << name;
+    }
+    EXPECT_EQ(inNew("offline").status, Change::Size);
+    EXPECT_EQ(older.entry(1).status, 0);
+}
+
 TEST_F(CompareTest, WhatChangedListsEveryDifferenceInOrder) {
     buildSnapshot(
         older, {Node::file("f", 1000, oleDateFromParts(2001, 3, 4, 10, 15, 0), 33, "1.00.0000")});

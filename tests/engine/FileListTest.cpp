@@ -83,9 +83,17 @@ TEST_F(FileListTest, ListsTheRingAndOnRequestEverySubFolderBeneathIt) {
 TEST_F(FileListTest, CellTextsAndKeys) {
     Snapshot s;
     buildSnapshot(s, {Node::file("Setup.EXE", 5368709120.0, 45000.5, 33, "1.02.03.04"),
-                      Node::dir("folder.d", {Node::file("x")})});
+                      Node::dir("folder.d", {Node::file("x")}),
+                      Node::file("unread", 0, 0, Attribute::Unknown),
+                      Node::file("offline", 10, 45000, Attribute::Unknown)});
     FileList list(s);
     list.list(1, {});
+    // What a scan could not read is unknown; a file offline on Windows shows
+    // its values.
+    for (const int column : {SizeColumn, ModifiedColumn, AttributesColumn})
+        EXPECT_EQ(list.cellText(2, column), "unknown");
+    EXPECT_EQ(list.cellText(3, SizeColumn), "10");
+    EXPECT_EQ(list.cellText(3, ModifiedColumn), modifiedText(45000));
     EXPECT_EQ(list.cellText(0, SizeColumn), "5,368,709,120");
     EXPECT_EQ(list.cellText(0, TypeColumn), "exe");
     EXPECT_EQ(list.cellText(0, AttributesColumn), "R/O,Arc");

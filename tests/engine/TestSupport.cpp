@@ -43,7 +43,16 @@ static bool makeFolders(const QByteArray& path) {
     }
 }
 
-TempTree::TempTree() { EXPECT_TRUE(m_dir.isValid()); }
+static QString temporaryFolderTemplate(TempTree::Storage storage) {
+    const QString memory = QStringLiteral("/dev/shm");
+    if (storage == TempTree::InMemory && ::access(memory.toUtf8().constData(), W_OK | X_OK) == 0)
+        return memory + QStringLiteral("/kestrel-test-XXXXXX");
+    return QDir::tempPath() + QStringLiteral("/kestrel-test-XXXXXX");
+}
+
+TempTree::TempTree(Storage storage) : m_dir(temporaryFolderTemplate(storage)) {
+    EXPECT_TRUE(m_dir.isValid());
+}
 
 TempTree::~TempTree() {
     // Qt cannot name what is not UTF-8: the tree goes by its bytes first.

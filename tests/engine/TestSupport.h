@@ -59,7 +59,10 @@ struct RecordingView : engine::ProgressView {
 // A folder tree built in a temporary folder for one test.
 class TempTree {
 public:
-    TempTree();
+    enum Storage { OnDisk, InMemory };
+    // InMemory: in /dev/shm where there is one, whose folders come and go
+    // far faster than on a disk (for trees of thousands of levels).
+    explicit TempTree(Storage storage = OnDisk);
     ~TempTree();
     // The tree's root, ending in "/".
     QString root() const;

@@ -86,10 +86,17 @@ TEST_F(TextFormats, FileTypeAndAttributeText) {
     for (auto [name, type] : types)
         EXPECT_EQ(FileTypeText(u(name)), u(type)) << name;
 
-    // "Sys" replaces what came before it; the link bit (1024) has no text.
-    const Table<int16_t> attributes = {
-        {0, ""},       {33, "R/O,Arc"}, {7, "Sys"},          {3, "R/O,Hid"},
-        {128, "Norm"}, {1024, ""},      {52, "Sys,Dir,Arc"}, {256 | 2048, "Temp,Comp"}};
+    // "Sys" replaces what came before it; a link (1024) shows "Link" in bit
+    // order; the unknown bit (4096) has no text of its own.
+    const Table<int16_t> attributes = {{0, ""},
+                                       {33, "R/O,Arc"},
+                                       {7, "Sys"},
+                                       {3, "R/O,Hid"},
+                                       {128, "Norm"},
+                                       {1026, "Hid,Link"},
+                                       {52, "Sys,Dir,Arc"},
+                                       {256 | 1024 | 2048, "Temp,Link,Comp"},
+                                       {4096 | 16, "Dir"}};
     for (auto [bits, text] : attributes)
         EXPECT_EQ(AttributeText(bits), u(text)) << bits;
     EXPECT_EQ(AttributeText(2487), u("Sys,Dir,Arc,Norm,Temp,Comp"));

@@ -294,6 +294,31 @@ private Q_SLOTS:
         QCOMPARE(frame.titles, QStringList{u"Empty Snapshot"_s});
     }
 
+    // Without hidden items, dot names are left out and the summary says how
+    // many; Repeat, clicked on the toolbar, leaves them out again.
+    void hiddenEntriesLeftOutAreSaid() {
+        Frame frame(iniPath());
+        frame->show();
+        writeFile(m_tree + u"/.profile"_s, "p");
+        QVERIFY(QDir().mkpath(m_tree + u"/.git"_s));
+        writeFile(m_tree + u"/.git/config"_s, "c");
+        QVERIFY(frame->NewSnapshot(m_tree, true, false, false, 1));
+        QVERIFY2(frame->summaryText().endsWith(u"/sec), 2 hidden entries left out"_s),
+                 qPrintable(frame->summaryText()));
+        QCOMPARE(frame->snapshotWindows().first()->snapshot().entryCount, 4);
+
+        QToolButton* repeat = nullptr;
+        for (QObject* object : frame->toolbarButton(u"Repeat"_s)->associatedObjects())
+            if (auto* button = qobject_cast<QToolButton*>(object))
+                repeat = button;
+        QVERIFY(repeat);
+        QTest::mouseClick(repeat, Qt::LeftButton);
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        QVERIFY(!frame->snapshotWindows().last()->snapshot().header.hidden);
+        QCOMPARE(frame->snapshotWindows().last()->snapshot().entryCount, 4);
+        QVERIFY(frame->summaryText().endsWith(u"2 hidden entries left out"_s));
+    }
+
     void openSnapshotNumbersFromTheFileName() {
         const QString path = m_dir->filePath(u"Tree.#02"_s);
         {

@@ -50,9 +50,18 @@ private Q_SLOTS:
         QCOMPARE(rig.window->bar()->value(), 5);
         QCOMPARE(rig.frame.cursor().shape(), Qt::WaitCursor);
 
+        // A note shows under the bar until the next operation starts.
+        rig.meter.note(QStringLiteral("2 folders could not be read"));
+        QCOMPARE(rig.window->noteText(), QStringLiteral("2 folders could not be read"));
+        QVERIFY(rig.window->height() >
+                rig.window->bar()->geometry().bottom() + rig.window->cancelButton()->height());
+
         rig.meter.close();
         QVERIFY(!rig.window->isVisible());
         QCOMPARE(rig.frame.cursor().shape(), Qt::ArrowCursor);
+        rig.meter.initialise(40, QStringLiteral("Comparing Snapshots"), false);
+        QCOMPARE(rig.window->noteText(), QString());
+        rig.meter.close();
     }
 
     // A click on Cancel arrives while the operation lets events through;

@@ -212,6 +212,9 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
             ++i;
         }
     top.push_back(Node::dir("Folder.X", {Node::file("inner", 1)}));
+    // Values a scan could not read, and a file that was offline on Windows.
+    top.push_back(Node::file("unknown.txt", 0, 0, engine::Attribute::Unknown));
+    top.push_back(Node::file("offline.txt", 10, 45000, engine::Attribute::Unknown));
     ShownListFixture f;
     f.show(top);
 
