@@ -104,22 +104,25 @@ void FileList::clear() {
     m_counters = ListingCounters();
 }
 
-void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter* meter) {
-    clear();
-    m_options = options;
-    const Snapshot& s = m_snapshot;
+namespace {
+
+// Walks the rows a listing of the ring that starts at first gives, in ring
+// order, folder by folder when sub-folders are listed. row(index, folder)
+// is called for each entry that gets a row and returns false to stop;
+// enter(index, folder) for each sub-folder listed returns the number of its
+// In Folder text. Each entry is met once in a sound snapshot, and the walk
+// is bounded by the table, so a damaged ring ends it instead of hanging it.
+template <typename Row, typename Enter>
+void walkRows(const Snapshot& s, int32_t first, const ListingOptions& options, Row row,
+              Enter enter) {
     if (first <= 0 || !s.entries.contains(first))
         return;
-    m_folders.emplace_back();
-
     struct Ring {
         int32_t first;
         int32_t current;
         uint32_t folder;
     };
     std::vector<Ring> stack{{first, first, 0}};
-    const bool compared = options.mode != ShowMode::None;
-    // Each entry is met once in a sound snapshot.
     int64_t budget = int64_t(s.capacity()) + 1;
     while (!stack.empty() && --budget >= 0) {
         Ring& ring = stack.back();
@@ -133,29 +136,58 @@ void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter*
             ring.current = next;
 
         const bool contents = e.isFolder() && hasContents(s, i);
-        if (rowShown(e, options.mode) && (options.emptyFolders || !e.isFolder() || contents)) {
-            m_rows.push_back({i, folder});
-            if (e.isFolder()) {
-                ++m_counters.folders;
-            } else {
-                ++m_counters.files;
-                m_counters.bytes += e.size;
-            }
-            if (compared) {
-                if (e.match == 0)
-                    ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
-                else if (e.status > 0)
-                    ++(e.isFolder() ? m_counters.changedFolders : m_counters.changedFiles);
-            }
-        }
-        if (options.subFolders && contents) {
-            if (meter)
-                meter->update(rowCount());
-            QString path = m_folders[folder] + s.nameText(i) + Separator;
-            m_folders.push_back(std::move(path));
-            stack.push_back({i + 1, i + 1, uint32_t(m_folders.size() - 1)});
-        }
+        if (rowShown(e, options.mode) && (options.emptyFolders || !e.isFolder() || contents) &&
+            !row(i, folder))
+            return;
+        if (options.subFolders && contents)
+            stack.push_back({i + 1, i + 1, enter(i, folder)});
     }
+}
+
+} // namespace
+
+int32_t FileList::countRows(const Snapshot& snapshot, int32_t first, const ListingOptions& options,
+                            int32_t stopAfter) {
+    int32_t rows = 0;
+    walkRows(
+        snapshot, first, options, [&](int32_t, uint32_t) { return ++rows <= stopAfter; },
+        [](int32_t, uint32_t) { return 0u; });
+    return rows;
+}
+
+void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter* meter) {
+    clear();
+    m_options = options;
+    const Snapshot& s = m_snapshot;
+    if (first <= 0 || !s.entries.contains(first))
+        return;
+    m_folders.emplace_back();
+    const bool compared = options.mode != ShowMode::None;
+    const auto row = [&](int32_t i, uint32_t folder) {
+        const SnapshotEntry& e = s.entries.get(i);
+        m_rows.push_back({i, folder});
+        if (e.isFolder()) {
+            ++m_counters.folders;
+        } else {
+            ++m_counters.files;
+            m_counters.bytes += e.size;
+        }
+        if (compared) {
+            if (e.match == 0)
+                ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
+            else if (e.status > 0)
+                ++(e.isFolder() ? m_counters.changedFolders : m_counters.changedFiles);
+        }
+        return true;
+    };
+    const auto enter = [&](int32_t i, uint32_t folder) {
+        if (meter)
+            meter->update(rowCount());
+        QString path = m_folders[folder] + s.nameText(i) + Separator;
+        m_folders.push_back(std::move(path));
+        return uint32_t(m_folders.size() - 1);
+    };
+    walkRows(s, first, options, row, enter);
 }
 
 QString FileList::cellText(int32_t row, int column) const {

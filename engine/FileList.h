@@ -92,6 +92,10 @@ public:
     // table, so a damaged ring ends the listing instead of hanging it.
     void list(int32_t first, const ListingOptions& options, ProgressMeter* meter = nullptr);
     void clear();
+    // The rows list would give, counted without listing them; the count
+    // stops at stopAfter + 1, which stands for "more than stopAfter".
+    static int32_t countRows(const Snapshot& snapshot, int32_t first, const ListingOptions& options,
+                             int32_t stopAfter);
 
     const ListingOptions& options() const { return m_options; }
     int32_t rowCount() const { return int32_t(m_rows.size()); }

@@ -7,11 +7,11 @@ using namespace engine;
 FileGridModel::FileGridModel(const Snapshot& snapshot, QObject* parent)
     : QAbstractTableModel(parent), m_list(snapshot) {}
 
-void FileGridModel::list(int32_t first, const ListingOptions& options,
-                         const HighlightColours& colours, ProgressMeter* meter) {
+void FileGridModel::select(int32_t tag, const RowSelection& selection,
+                           const HighlightColours& colours, ProgressMeter* meter) {
     beginResetModel();
     m_colours = colours;
-    m_list.list(first, options, meter);
+    selectRows(m_list, tag, selection, meter);
     endResetModel();
 }
 

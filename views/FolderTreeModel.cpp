@@ -5,6 +5,7 @@
 #include "engine/CaseFold.h"
 #include "engine/FolderIndex.h"
 #include "engine/RingWalk.h"
+#include "engine/RowSelection.h"
 #include "engine/Snapshot.h"
 
 #include <algorithm>
@@ -45,13 +46,14 @@ void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours) {
                 else if (contents && e.status >= 1)
                     highlight = Highlight::Changed;
             }
-            m_nodes.push_back({folder, int32_t(n), count, 0, 0, contents ? entry + 1 : 0, highlight});
+            m_nodes.push_back(
+                {folder, int32_t(n), count, 0, 0, engine::folderTag(m_snapshot, entry), highlight});
             ++count;
         }
         m_nodes[n].firstChild = first;
         m_nodes[n].childCount = count;
     }
-    m_nodes[0].tag = hasFolders() ? 1 : 0;
+    m_nodes[0].tag = engine::folderTag(m_snapshot, 0);
     endResetModel();
 }
 

@@ -25,8 +25,8 @@ namespace kestrel::views {
 // name and "/". Keys are compared without regard to case; of two folders
 // whose names differ only in case, only the first in the snapshot is reached
 // by its key. A node's tag is the index of the first entry inside its folder
-// (0 for a folder without contents; the top's is 1 once any folder was
-// added beneath it).
+// (0 for a folder without contents; the top's is 1 whenever the snapshot has
+// any entry, so that the files of a root without folders are listed).
 //
 // It reads the snapshot and the folder index, which the window owns and
 // keeps alive; it never walks the entry table itself.

@@ -8,6 +8,7 @@
 #include "engine/FileList.h"
 #include "engine/FolderIndex.h"
 #include "engine/Progress.h"
+#include "engine/RowSelection.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
@@ -158,6 +159,50 @@ TEST_F(FileListTest, SortEqualsAStableSortOfTheCaseFoldedTexts) {
 }
 
 // The texts a snapshot window does not show in its tests.
+// The files of sub-folders are limited by the rows the show mode lists:
+// counted as the listing would give them, a big folder's few differences
+// fit, all of its entries do not; "Always" gives them to short lists only.
+TEST_F(FileListTest, SubFolderLimitCountsTheRowsTheModeLists) {
+    std::vector<Node> many, changed;
+    for (int i = 0; i < SubFolderRowLimit; ++i) {
+        many.push_back(Node::file("f" + std::to_string(i), 1));
+        changed.push_back(Node::file("f" + std::to_string(i), i == 7 ? 2 : 1));
+    }
+    Snapshot s, other;
+    buildSnapshot(s, {Node::file("top.txt"), Node::dir("big", many), Node::dir("gone")});
+    buildSnapshot(other, {Node::file("top.txt"), Node::dir("big", changed)});
+    ProgressMeter meter;
+    ASSERT_TRUE(CompareSnapshot(s, 1, other, 1, true, CompareOptions{}, meter).ok);
+    const int32_t big = indexOf(s, "big");
+
+    // The count is the listing's, in every mode, with and without empty
+    // folders, and stops one past where it was asked to.
+    FileList list(s);
+    for (int mode = 0; mode <= 5; ++mode) {
+        for (const bool empty : {true, false}) {
+            const ListingOptions options{ShowMode(mode), true, true, empty};
+            list.list(1, options);
+            EXPECT_EQ(FileList::countRows(s, 1, options, INT32_MAX), list.rowCount());
+            EXPECT_EQ(FileList::countRows(s, 1, options, 2), std::min(list.rowCount(), 3));
+        }
+    }
+
+    const auto choose = [&](ShowMode mode, int32_t tag, bool asked, int32_t alwaysBelow) {
+        const SubFolderChoice c = chooseSubFolders(s, tag, {mode}, asked, alwaysBelow);
+        return std::tuple(c.subFolders, c.refused, c.rows);
+    };
+    // Everything beneath the top: the stored count of its first entry does
+    // not decide, the rows do.
+    EXPECT_EQ(choose(ShowMode::All, 1, true, 0), std::tuple(false, true, 0));
+    EXPECT_EQ(choose(ShowMode::Differences, 1, true, 0), std::tuple(true, false, 3));
+    EXPECT_EQ(choose(ShowMode::All, big + 1, true, 0), std::tuple(true, false, SubFolderRowLimit));
+    EXPECT_EQ(choose(ShowMode::Changed, big + 1, false, 0), std::tuple(false, false, 0));
+    // "Always" with a limit of 1,000: below it on, at it off, never refused.
+    EXPECT_EQ(choose(ShowMode::Changed, 1, false, 1000), std::tuple(true, false, 2));
+    EXPECT_EQ(choose(ShowMode::All, 1, false, 1000), std::tuple(false, false, 0));
+    EXPECT_EQ(choose(ShowMode::Differences, 1, false, 3), std::tuple(false, false, 0));
+}
+
 TEST(ChangeSummary, Texts) {
     ListingCounters none;
     EXPECT_EQ(ShowChanges(true, false, ShowMode::None, none),
