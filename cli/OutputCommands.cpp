@@ -7,7 +7,7 @@
 #include "engine/FileList.h"
 #include "engine/FolderIndex.h"
 #include "engine/Progress.h"
-#include "engine/RingWalk.h"
+#include "engine/RowSelection.h"
 #include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
 #include "output/ExportLines.h"
@@ -88,13 +88,14 @@ struct ViewOptions {
 
 // A folder of a snapshot found by its path.
 struct FolderFound {
-    int32_t tag = 0; // its first entry, 0 when it is empty
-    QString key;     // "/Top/Sub/", with the snapshot's own spelling of the names
+    int32_t tag = 0;   // its first entry, 0 when it is empty
+    QString key;       // "/Top/Sub/", with the snapshot's own spelling of the names
+    int32_t entry = 0; // its own entry, 0 for the top
 };
 
 // Looks up a path below the root, name by name, without regard to case.
 std::optional<FolderFound> findFolder(const Snapshot& s, const QString& path) {
-    FolderFound found{s.entryCount >= 1 ? 1 : 0, QStringLiteral("/")};
+    FolderFound found{folderTag(s, 0), QStringLiteral("/")};
     for (const QString& name : path.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
         if (found.tag == 0)
             return std::nullopt;
@@ -105,7 +106,8 @@ std::optional<FolderFound> findFolder(const Snapshot& s, const QString& path) {
             !s.entries.get(index).isFolder())
             return std::nullopt;
         found.key += s.nameText(index) + QLatin1Char('/');
-        found.tag = hasContents(s, index) ? index + 1 : 0;
+        found.tag = folderTag(s, index);
+        found.entry = index;
     }
     return found;
 }
@@ -120,13 +122,14 @@ public:
 
 private:
     bool openSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter);
-    bool sortRows(const QString& text);
+    // The --sort option's column and order; false, with the reason printed,
+    // when the text names none or the keys it needs are not kept.
+    bool parseSort(const QString& text, RowSelection& selection);
 
     Snapshot m_snapshot;
     Snapshot m_other;
     std::unique_ptr<FileList> m_rows;
     output::ShownList m_list;
-    bool m_keys = true;
 };
 
 bool WindowlessView::openSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
@@ -164,7 +167,6 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
         listing.keys = stored.value(settings::Key::Faster) == 0;
         listing.emptyFolders = stored.value(settings::Key::Empty) != 0;
     }
-    m_keys = listing.keys;
 
     if (!openSnapshot(p.positionalArguments().at(0), m_snapshot, meter))
         return false;
@@ -192,10 +194,20 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
                    p.value(o.folder) + QStringLiteral(" is not a folder of the snapshot"));
         return false;
     }
-    m_rows = std::make_unique<FileList>(m_snapshot);
-    m_rows->list(folder->tag, listing);
-    if (!sortRows(p.value(o.sort)))
+    // The window's tree offers no folder its show mode hides.
+    if (!folderReachable(m_snapshot, folder->entry, mode)) {
+        printError(QStringLiteral("Folder Not Found"),
+                   p.value(o.folder) + QStringLiteral(" is not shown with --show ") +
+                       p.value(o.show));
         return false;
+    }
+    // The rows the window lists for this view, in the same order.
+    RowSelection selection;
+    selection.listing = listing;
+    if (!parseSort(p.value(o.sort), selection))
+        return false;
+    m_rows = std::make_unique<FileList>(m_snapshot);
+    selectRows(*m_rows, folder->tag, selection);
 
     output::ShownList& l = m_list;
     l.snapshot = &m_snapshot;
@@ -218,7 +230,7 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
     return true;
 }
 
-bool WindowlessView::sortRows(const QString& text) {
+bool WindowlessView::parseSort(const QString& text, RowSelection& selection) {
     QString word = text.toLower();
     bool descending = false;
     if (word.endsWith(QLatin1String(":desc"))) {
@@ -231,14 +243,15 @@ bool WindowlessView::sortRows(const QString& text) {
     if (column < 0)
         return usage(QStringLiteral("--sort takes name, folder, size, type, modified, attributes, "
                                     "version or none, with :desc to reverse"));
-    if (!m_keys && sortNeedsKeys(column)) {
+    if (!selection.listing.keys && sortNeedsKeys(column)) {
         printError(QStringLiteral("Sorting Restriction"),
                    QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +
                        QString(settings::fasterCaption()).remove(QLatin1Char('&')) +
                        QStringLiteral("' is enabled (see Options and Preferences)."));
         return false;
     }
-    m_rows->sortByText(sortKeyColumn(column), descending);
+    selection.sortColumn = column;
+    selection.descending = descending;
     return true;
 }
 
