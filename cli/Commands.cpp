@@ -193,7 +193,9 @@ int listCommand(const QStringList& arguments) {
 
 int infoCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral("Describes a snapshot file: title, root folder, creation time,\n"
-                                  "scan flags, counts and total size."));
+                                  "scan flags, counts and total size. Tabs, line breaks and\n"
+                                  "backslashes in the title and the root folder are written as\n"
+                                  "\\t, \\n, \\r and \\\\, as list writes them."));
     cl.parser.addPositionalArgument(QStringLiteral("SNAPSHOT"), QStringLiteral("A snapshot file."));
     if (!cl.parse(arguments, 1, QStringLiteral("kestrel-cli info SNAPSHOT")))
         return ExitTrouble;
@@ -205,8 +207,9 @@ int infoCommand(const QStringList& arguments) {
     auto yesNo = [](bool b) { return b ? QStringLiteral("yes") : QStringLiteral("no"); };
     QTextStream out(stdout);
     out.setEncoding(QStringConverter::Utf8);
-    out << "Title: " << s.header.title << '\n'
-        << "Root folder: " << s.header.rootFolder << '\n'
+    // Escaped as list escapes paths: a line break in either cannot forge a line.
+    out << "Title: " << escapedPath(s.header.title) << '\n'
+        << "Root folder: " << escapedPath(s.header.rootFolder) << '\n'
         << "Created: " << isoDateTime(s.header.created) << '\n'
         << "Files in sub-folders: " << yesNo(s.header.recurse) << '\n'
         << "Hidden and system files: " << yesNo(s.header.hidden) << '\n'

@@ -301,8 +301,9 @@ int exportCommand(const QStringList& arguments) {
         "Writes the file list of a folder of SNAPSHOT (a snapshot file, or a folder scanned\n"
         "without saving) as the Export dialog writes it: one line per row of the list, in\n"
         "the list's order, no heading line, lines ending in CR LF, UTF-8. A grid value has its\n"
-        "leading blanks removed and is put in double quotes with --quotes; custom text is\n"
-        "never quoted, and quotes or separators inside values are written as they are."));
+        "leading blanks removed and is put in double quotes with --quotes; one that holds the\n"
+        "separator, a double quote, a carriage return or a line feed is always quoted, its\n"
+        "quotes doubled (as RFC 4180 has it). Custom text is written as it stands."));
     QCommandLineParser& p = cl.parser;
     const ViewOptions view;
     view.addTo(p);

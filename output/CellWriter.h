@@ -6,6 +6,7 @@
 #include <QLocale>
 #include <QString>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -35,6 +36,8 @@ public:
     char at(size_t index) const { return m_bytes[index]; }
     // Takes out count bytes from index on.
     void erase(size_t index, size_t count);
+    // Drops everything from index on.
+    void truncate(size_t index) { m_used = std::min(m_used, index); }
     // Empty, its room kept.
     void clear() { m_used = 0; }
     QByteArray toByteArray() const { return QByteArray(data(), qsizetype(m_used)); }

@@ -93,6 +93,8 @@ ExportLines::ExportLines(const ShownList& list, std::vector<ExportField> fields,
     }
     if (list.snapshot && list.rows)
         m_cells = std::make_unique<CellWriter>(*list.snapshot, *list.rows);
+    for (const char c : m_separator + QByteArray("\"\r\n"))
+        m_forcesQuotes[uint8_t(c)] = true;
 }
 
 void ExportLines::appendLine(int32_t row, LineBuffer& out) {
@@ -107,6 +109,7 @@ void ExportLines::appendLine(int32_t row, LineBuffer& out) {
             out.append(field.text);
             continue;
         }
+        const size_t opening = out.size();
         out.append(m_quote);
         const size_t start = out.size();
         m_cells->append(row, field.column, out);
@@ -116,8 +119,26 @@ void ExportLines::appendLine(int32_t row, LineBuffer& out) {
             ++blanks;
         if (blanks > 0)
             out.erase(start, blanks);
-        out.append(m_quote);
+        bool forced = false;
+        for (size_t i = start; i < out.size() && !forced; ++i)
+            forced = m_forcesQuotes[uint8_t(out.at(i))];
+        if (forced)
+            quoteValue(out, opening, start);
+        else
+            out.append(m_quote);
     }
+}
+
+void ExportLines::quoteValue(LineBuffer& out, size_t opening, size_t start) {
+    m_value.assign(out.data() + start, out.size() - start);
+    out.truncate(opening);
+    out.append('"');
+    for (const char c : m_value) {
+        if (c == '"')
+            out.append('"');
+        out.append(c);
+    }
+    out.append('"');
 }
 
 QString ExportLines::line(int32_t row) {

@@ -9,11 +9,13 @@
 #include <QString>
 #include <QStringList>
 
+#include <array>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 class QIODevice;
-#include <vector>
 
 namespace kestrel::output {
 
@@ -73,8 +75,11 @@ struct ExportChoices {
 // The line builder: one line per row of a shown list, with the checked
 // fields from top to bottom, the separator between them and none before the
 // first or after the last. A grid value is the cell's text less its leading
-// blanks, in quotes when asked; embedded quotes and separators are written
-// as they are, without escaping. Lines are UTF-8, without their line end.
+// blanks, in quotes when asked. A grid value holding the separator, a double
+// quote, a carriage return or a line feed (a file name may hold any of them)
+// is always quoted, its quotes doubled, so that no name can split its row or
+// forge another; custom text is written as it stands. Lines are UTF-8,
+// without their line end.
 class ExportLines {
 public:
     // list must outlive the builder.
@@ -94,12 +99,19 @@ private:
         QByteArray text;
     };
 
+    // Encloses the value that starts at start in out, just after the
+    // opening quote (if any) at opening, in quotes with its own doubled.
+    void quoteValue(LineBuffer& out, size_t opening, size_t start);
+
     const ShownList& m_list;
     std::vector<ExportField> m_fields;
     std::vector<Written> m_written;
     ExportChoices m_choices;
     QByteArray m_separator;
     QByteArray m_quote;
+    // The bytes that make a value quoted whatever the choice.
+    std::array<bool, 256> m_forcesQuotes{};
+    std::string m_value;
     // Made when the list has rows.
     std::unique_ptr<CellWriter> m_cells;
 };

@@ -1,5 +1,7 @@
 #include "FileGridModel.h"
 
+#include "engine/TextFormats.h"
+
 namespace kestrel::views {
 
 using namespace engine;
@@ -44,7 +46,7 @@ QVariant FileGridModel::data(const QModelIndex& index, int role) const {
     const int column = index.column();
     switch (role) {
     case Qt::DisplayRole:
-        return m_list.cellText(row, column);
+        return visibleText(m_list.cellText(row, column));
     case Qt::TextAlignmentRole:
         return column == SizeColumn ? QVariant(Qt::AlignRight | Qt::AlignVCenter)
                                     : QVariant(Qt::AlignLeft | Qt::AlignVCenter);

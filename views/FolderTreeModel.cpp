@@ -7,6 +7,7 @@
 #include "engine/RingWalk.h"
 #include "engine/RowSelection.h"
 #include "engine/Snapshot.h"
+#include "engine/TextFormats.h"
 
 #include <algorithm>
 
@@ -180,7 +181,7 @@ QVariant FolderTreeModel::data(const QModelIndex& index, int role) const {
     const Node& n = m_nodes[size_t(node)];
     switch (role) {
     case Qt::DisplayRole:
-        return node == 0 ? m_snapshot.header.rootFolder : nameOf(node);
+        return engine::visibleText(node == 0 ? m_snapshot.header.rootFolder : nameOf(node));
     case Qt::DecorationRole:
         return node == m_root ? rootIcon() : folderIcon();
     case Qt::ForegroundRole:

@@ -8,6 +8,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -380,7 +382,8 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
 
     CliRun r = exported({u"--fields"_s, u"name,size,type,attributes"_s});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, u"A.bin,1,234,bin,Norm\r\nb.TXT,5,txt,Norm\r\nsub,<dir>,,Dir\r\n"_s);
+    // A size holding the separator is quoted all the same.
+    EXPECT_EQ(r.out, u"A.bin,\"1,234\",bin,Norm\r\nb.TXT,5,txt,Norm\r\nsub,<dir>,,Dir\r\n"_s);
 
     r = exported({u"--quotes"_s, u"--separator"_s, u"tab"_s, u"--fields"_s,
                   u"custom:HOST,0,folder,size,attributes"_s, u"--subfolders"_s,
@@ -417,6 +420,94 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
         EXPECT_TRUE(r.err.startsWith(QLatin1String(error))) << r.err.toStdString();
         EXPECT_TRUE(r.out.isEmpty());
     }
+}
+
+// Names that hold a separator, a double quote, a carriage return or a line
+// feed, alone, together and as a forged row, come back whole from Python's
+// csv module, with and without --quotes, for every separator, in the name
+// and the In Folder column alike. info escapes them as list does.
+TEST_F(CliTest, ExportedNamesReadBackWithPythonsCsvModule) {
+    const QString python = QStandardPaths::findExecutable(u"python3"_s);
+    if (python.isEmpty())
+        GTEST_SKIP() << "python3 is not installed";
+    TempTree t;
+    const QStringList names{u"plain.txt"_s,
+                            u"a,b.txt"_s,
+                            u"say \"hi\".txt"_s,
+                            u"\"quoted\""_s,
+                            u"line\nbreak"_s,
+                            u"cr\rname"_s,
+                            u"crlf\r\nend"_s,
+                            u"tab\tname"_s,
+                            u"two words"_s,
+                            u"trailing,"_s,
+                            u"\""_s,
+                            u","_s,
+                            u"\",0,,1 Jan 2024 00:00:00,Norm,\r\n\"ghost.exe"_s};
+    const QString folder = u"dir, \"x\"\n"_s;
+    QStringList expected{folder + u'\x1f'};
+    for (const QString& name : names) {
+        t.file(u"tree/"_s + name, "x");
+        t.file(u"tree/"_s + folder + u'/' + name, "x");
+        expected << name + u'\x1f' << name + u'\x1f' + folder + u'/';
+    }
+    expected.sort();
+    const QString exported = home() + u"/export.txt"_s;
+    const std::pair<const char*, const char*> separators[] = {
+        {"comma", ","}, {"tab", "\t"}, {"space", " "}, {"none", "\x01"}};
+    for (const auto& [separator, delimiter] : separators) {
+        const bool alone = QLatin1String(separator) == QLatin1String("none");
+        for (const bool quotes : {false, true}) {
+            QStringList options{u"export"_s,
+                                t.root() + u"tree"_s,
+                                u"--subfolders"_s,
+                                u"--separator"_s,
+                                QLatin1String(separator),
+                                u"--fields"_s,
+                                alone ? u"name"_s : u"name,folder"_s,
+                                u"--output"_s,
+                                exported};
+            if (quotes)
+                options << u"--quotes"_s;
+            const CliRun r = cli(options);
+            ASSERT_EQ(r.status, 0) << r.err.toStdString();
+
+            QProcess reader;
+            reader.start(python,
+                         {u"-c"_s,
+                          u"import csv, json, sys\n"
+                          "with open(sys.argv[1], newline='', encoding='utf-8') as f:\n"
+                          "    print(json.dumps(list(csv.reader(f, delimiter=sys.argv[2]))))"_s,
+                          exported, QLatin1String(delimiter)});
+            ASSERT_TRUE(reader.waitForFinished(60000));
+            const QJsonArray rows = QJsonDocument::fromJson(reader.readAllStandardOutput()).array();
+            QStringList read;
+            for (const QJsonValue& row : rows) {
+                const QJsonArray fields = row.toArray();
+                read << fields.at(0).toString() + u'\x1f' + fields.at(1).toString();
+            }
+            read.sort();
+            QStringList wanted = expected;
+            if (alone) {
+                for (QString& row : wanted)
+                    row = row.left(row.indexOf(u'\x1f') + 1);
+                wanted.sort();
+            }
+            EXPECT_EQ(read, wanted) << separator << (quotes ? " quoted" : "");
+        }
+    }
+
+    // info: the title and the root folder escaped as list escapes paths.
+    t.file(u"line\nroot/a"_s);
+    const QString snapshot = home() + u"/escaped.#01"_s;
+    ASSERT_EQ(cli({u"snapshot"_s, t.root() + u"line\nroot"_s, u"--title"_s, u"two\tlines\\"_s,
+                   u"--output"_s, snapshot})
+                  .status,
+              0);
+    const CliRun info = cli({u"info"_s, snapshot});
+    EXPECT_TRUE(info.out.startsWith(u"Title: two\\tlines\\\\\nRoot folder: "_s + t.root() +
+                                    u"line\\nroot/\n"_s))
+        << info.out.toStdString();
 }
 
 // report writes the printed report as a PDF, here of a comparison with its

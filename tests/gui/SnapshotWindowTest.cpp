@@ -10,6 +10,7 @@
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
+#include "engine/TextFormats.h"
 #include "engine/Twips.h"
 #include "settings/Settings.h"
 #include "views/FileGridModel.h"
@@ -488,6 +489,28 @@ private Q_SLOTS:
         QCOMPARE(shown.changesPanel, u"1 extra file, 1 file changed"_s);
         for (SnapshotWindow* w : frame->snapshotWindows())
             w->setChanged(false);
+    }
+
+    // Line breaks and carriage returns in names show as a mark in the tree,
+    // the grid and the status bar; the names themselves stay whole.
+    void lineBreaksInNamesShowAsAMark() {
+        const QString odd = m_dir->filePath(u"Odd"_s);
+        QVERIFY(QDir().mkpath(odd + u"/two\nlines"_s));
+        writeFile(odd + u"/two\nlines/car\rriage.txt"_s, "x");
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(frame->NewSnapshot(odd, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        const QString mark(QChar(engine::LineBreakMark));
+        const QModelIndex node = w->treeModel().indexOfKey(u"/two\nlines/"_s);
+        QCOMPARE(node.data().toString(), u"two"_s + mark + u"lines"_s);
+        QTest::mouseClick(w->tree()->viewport(), Qt::LeftButton, {},
+                          w->tree()->visualRect(node).center());
+        QCOMPARE(w->selectedKey(), u"/two\nlines/"_s);
+        QCOMPARE(gridRows(*w), QStringList{u"car\rriage.txt"_s});
+        QCOMPARE(w->gridModel().index(0, engine::NameColumn).data().toString(),
+                 u"car"_s + mark + u"riage.txt"_s);
+        QVERIFY(w->statusBar()->panelText(1).endsWith(u"/two"_s + mark + u"lines/"_s));
     }
 
     // 30,000 entries beneath a folder can be listed with their sub-folders'

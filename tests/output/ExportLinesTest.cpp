@@ -106,16 +106,16 @@ TEST_F(ExportLinesTest, SeparatorsAndQuotesStandBetweenTheValuesOnly) {
     EXPECT_EQ(line(exportFields(false), ExportChoices{}, 1), expected);
 }
 
-// Custom text is never quoted and nothing is escaped; unchecked entries
-// write nothing, not even a separator; grid values lose their leading
-// blanks; entries write in the order they were moved to.
+// Custom text is never quoted; unchecked entries write nothing, not even a
+// separator; grid values lose their leading blanks; entries write in the
+// order they were moved to.
 TEST_F(ExportLinesTest, ValuesCustomTextAndOrder) {
     f.show({Node::file("say \"hi\", ok", 7, 45000, 0, "1.02.03.04")});
     std::vector<ExportField> fields = onlyFields({7, engine::NameColumn, 8});
     fields[0].text = QStringLiteral("X");
     fields[2].text = QStringLiteral(" two words");
     EXPECT_EQ(line(fields, choose(QStringLiteral(","), true)),
-              QStringLiteral("X,\"say \"hi\", ok\", two words"));
+              QStringLiteral("X,\"say \"\"hi\"\", ok\", two words"));
     fields[1].checked = false;
     EXPECT_EQ(line(fields, choose(QStringLiteral(","), true)), QStringLiteral("X, two words"));
 
@@ -127,7 +127,42 @@ TEST_F(ExportLinesTest, ValuesCustomTextAndOrder) {
         field.checked = field.number == engine::NameColumn || field.number == engine::SizeColumn ||
                         field.number == engine::VersionColumn;
     EXPECT_EQ(line(fields, choose(QStringLiteral(";"), false)),
-              QStringLiteral("7;say \"hi\", ok;1.02.03.04"));
+              QStringLiteral("7;\"say \"\"hi\"\", ok\";1.02.03.04"));
+}
+
+// A value holding the separator, a double quote, a carriage return or a
+// line feed is quoted, its quotes doubled, whatever the Quotes box says;
+// what holds none of them is written as the box says.
+TEST_F(ExportLinesTest, ValuesThatWouldSplitTheirRowAreAlwaysQuoted) {
+    struct Case {
+        const char* name;
+        const char* separator;
+        bool quotes;
+        const char* written;
+    };
+    const Case cases[] = {
+        {"plain", ",", false, "plain"},
+        {"plain", ",", true, "\"plain\""},
+        {"a,b", ",", false, "\"a,b\""},
+        {"a,b", "\t", false, "a,b"},
+        {"a\tb", "\t", false, "\"a\tb\""},
+        {"a b", " ", false, "\"a b\""},
+        {"a,b", "", false, "a,b"},
+        {"q\"", "", false, "\"q\"\"\""},
+        {"\"q\"", ",", true, "\"\"\"q\"\"\""},
+        {"line\nbreak", "\t", false, "\"line\nbreak\""},
+        {"cr\rname", " ", true, "\"cr\rname\""},
+    };
+    for (const Case& c : cases) {
+        ShownListFixture named;
+        named.show({Node::file(c.name)});
+        const QString separator = QString::fromUtf8(c.separator);
+        ExportLines lines(named.list, onlyFields({engine::NameColumn, 7}),
+                          choose(separator, c.quotes));
+        EXPECT_EQ(lines.line(0),
+                  QString::fromUtf8(c.written) + separator + QStringLiteral("Custom"))
+            << c.name;
+    }
 }
 
 TEST_F(ExportLinesTest, NumericAttributesComeFromTheHiddenKeyColumn) {
