@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -97,6 +98,20 @@ TEST_F(CliTest, ListPrintsOneTabSeparatedLinePerEntry) {
     static const QRegularExpression file(
         u"^sub/line\\\\nbreak\t5\t\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\tNorm\t$"_s);
     EXPECT_TRUE(file.match(lines[1]).hasMatch()) << lines[1].toStdString();
+}
+
+TEST_F(CliTest, EveryCommandsUsageLineNamesIt) {
+    const std::pair<const char*, const char*> usages[] = {
+        {"snapshot", "[options] FOLDER"}, {"list", "[options] SNAPSHOT|FOLDER"},
+        {"info", "[options] SNAPSHOT"},   {"convert", "[options] SNAPSHOT OUTPUT"},
+        {"compare", "[options] OLD NEW"}, {"export", "[options] SNAPSHOT"},
+        {"report", "[options] SNAPSHOT"}};
+    for (const auto& [command, rest] : usages) {
+        const CliRun r = cli({QLatin1String(command), u"--help"_s});
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.lines().value(0),
+                  u"Usage: kestrel-cli "_s + QLatin1String(command) + u' ' + QLatin1String(rest));
+    }
 }
 
 TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
@@ -242,7 +257,15 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     ASSERT_EQ(lines.size(), 4) << r.out.toStdString();
     EXPECT_EQ(lines.mid(0, 3),
               (QStringList{u"+\tnew/"_s, u"+\tnew/inside.txt"_s, u"-\tdocs/old.txt"_s}));
+    // What the file was, then each changed field, old and new, in the ISO
+    // form the other outputs use.
+    const auto iso = [](qint64 seconds) {
+        return QDateTime::fromSecsSinceEpoch(seconds).toString(u"yyyy-MM-dd hh:mm:ss"_s);
+    };
     EXPECT_TRUE(lines[3].startsWith(u"~\tgrown.txt\t[was 1  "_s));
+    EXPECT_TRUE(lines[3].endsWith(u"]\tsize 1 -> 2, modified "_s + iso(1700000000) + u" -> "_s +
+                                  iso(1700000002)))
+        << lines[3].toStdString();
     EXPECT_EQ(r.err.trimmed(), u"2 only in NEW, 1 only in OLD, 1 changed"_s);
 
     // Ignoring size and two seconds of date difference leaves the grown file alone.
@@ -288,7 +311,8 @@ TEST_F(CliTest, CompareTakesTheStoredOptionsOnlyWhenAsked) {
     storeSettings("[Ignore]\nSize=1\n");
     CliRun r = compare();
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.lines(), (QStringList{u"~\tf\t[was Norm]"_s, u"~\tsized\t[was 1]"_s}));
+    EXPECT_EQ(r.lines(), (QStringList{u"~\tf\t[was Norm]\tattributes Norm -> R/O"_s,
+                                      u"~\tsized\t[was 1]\tsize 1 -> 2"_s}));
     EXPECT_EQ(compare({u"--ignore-attributes"_s, u"R"_s, u"--ignore-size"_s}).status, 0);
 
     // "Ignore attributes" off: none compared.
