@@ -118,8 +118,13 @@ public:
     size_t memoryUsed() const;
 
 private:
-    // The case-folded text a sort compares, appended as UTF-16.
-    void appendSortText(int32_t row, int column, std::vector<char16_t>& out) const;
+    // The case-folded text a sort compares, appended as UTF-16 units, or as
+    // bytes while every unit is below 256; false, with out unfinished, for
+    // a text whose units do not fit Unit.
+    template <typename Unit>
+    bool appendSortText(int32_t row, int column, std::vector<Unit>& out) const;
+    // Sorts by the texts of a column, as units of one size.
+    template <typename Unit> bool sortByUnits(int column, bool descending);
 
     struct Row {
         int32_t entry;

@@ -6,6 +6,11 @@
 #include <QSaveFile>
 
 #include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 namespace kestrel::output {
 
@@ -77,7 +82,8 @@ ExportLines::ExportLines(const ShownList& list, std::vector<ExportField> fields,
                          ExportChoices choices)
     : m_list(list), m_fields(std::move(fields)), m_choices(std::move(choices)),
       m_separator(m_choices.separator.toUtf8()),
-      m_quote(m_choices.quotes ? QByteArray("\"") : QByteArray()) {
+      m_quote(m_choices.quotes ? QByteArray("\"") : QByteArray()),
+      m_forcing(m_separator + QByteArray("\"\r\n")) {
     // Only the checked entries count, each as the column it reads or the
     // text it writes.
     for (const ExportField& field : m_fields) {
@@ -91,45 +97,66 @@ ExportLines::ExportLines(const ShownList& list, std::vector<ExportField> fields,
             field.number == engine::AttributesColumn && m_choices.numericAttributes;
         m_written.push_back({numeric ? int(engine::AttributesKeyColumn) : field.number, {}});
     }
-    if (list.snapshot && list.rows)
-        m_cells = std::make_unique<CellWriter>(*list.snapshot, *list.rows);
-    for (const char c : m_separator + QByteArray("\"\r\n"))
+    for (const char c : m_forcing)
         m_forcesQuotes[uint8_t(c)] = true;
 }
 
-void ExportLines::appendLine(int32_t row, LineBuffer& out) {
+ExportLines::~ExportLines() = default;
+
+ExportLines::Maker::Maker(const ExportLines& lines) : m_lines(lines) {
+    const ShownList& list = lines.m_list;
+    if (list.snapshot && list.rows)
+        m_cells = std::make_unique<CellWriter>(
+            *list.snapshot, *list.rows,
+            std::string_view(lines.m_forcing.constData(), size_t(lines.m_forcing.size())));
+}
+
+ExportLines::Maker::~Maker() = default;
+
+void ExportLines::Maker::appendLine(int32_t row, LineBuffer& out) {
     if (m_cells)
         m_cells->prefetch(row);
     bool first = true;
-    for (const Written& field : m_written) {
-        if (!first)
-            out.append(m_separator);
+    const QByteArray& separator = m_lines.m_separator;
+    const bool quoted = !m_lines.m_quote.isEmpty();
+    for (const Written& field : m_lines.m_written) {
+        if (!first) {
+            if (separator.size() == 1)
+                out.append(separator.front());
+            else
+                out.append(separator);
+        }
         first = false;
         if (field.column < 0) {
             out.append(field.text);
             continue;
         }
         const size_t opening = out.size();
-        out.append(m_quote);
+        if (quoted)
+            out.append('"');
         const size_t start = out.size();
-        m_cells->append(row, field.column, out);
+        // The writer tells whether the cell may need quotes; only then is
+        // the value, less the blanks taken off, looked at.
+        bool forced = m_cells->append(row, field.column, out);
         // Written without its leading blanks (Version's text starts with one).
         size_t blanks = 0;
         while (start + blanks < out.size() && out.at(start + blanks) == ' ')
             ++blanks;
         if (blanks > 0)
             out.erase(start, blanks);
-        bool forced = false;
-        for (size_t i = start; i < out.size() && !forced; ++i)
-            forced = m_forcesQuotes[uint8_t(out.at(i))];
+        if (forced) {
+            forced = false;
+            for (size_t i = start; i < out.size() && !forced; ++i)
+                forced = m_lines.m_forcesQuotes[uint8_t(out.at(i))];
+        }
         if (forced)
             quoteValue(out, opening, start);
-        else
-            out.append(m_quote);
+        else if (quoted)
+            out.append('"');
     }
 }
 
-void ExportLines::quoteValue(LineBuffer& out, size_t opening, size_t start) {
+void ExportLines::Maker::quoteValue(LineBuffer& out, size_t opening, size_t start) {
     m_value.assign(out.data() + start, out.size() - start);
     out.truncate(opening);
     out.append('"');
@@ -139,6 +166,12 @@ void ExportLines::quoteValue(LineBuffer& out, size_t opening, size_t start) {
         out.append(c);
     }
     out.append('"');
+}
+
+void ExportLines::appendLine(int32_t row, LineBuffer& out) {
+    if (!m_maker)
+        m_maker = std::make_unique<Maker>(*this);
+    m_maker->appendLine(row, out);
 }
 
 QString ExportLines::line(int32_t row) {
@@ -157,7 +190,136 @@ QString ExportLines::preview() {
     return QString::fromUtf8(text.data(), qsizetype(text.size()));
 }
 
-bool writeExportLines(ExportLines& lines, QIODevice& device) {
+namespace {
+
+// Writes the lines of a list, made block by block by a few threads: each
+// thread takes every n-th block, and the calling thread writes the blocks
+// in order as they are ready. A thread makes a block only once a slot for
+// it is free, so the blocks in memory stay few whatever the list's length.
+class ParallelLines {
+public:
+    ParallelLines(ExportLines& lines, int threads)
+        : m_lines(lines), m_threads(threads),
+          m_blocks((lines.rowCount() + BlockRows - 1) / BlockRows), m_slots(size_t(2 * threads)),
+          m_made(size_t(2 * threads), -1) {}
+
+    ~ParallelLines() { stopAndJoin(); }
+
+    // Starts the threads; false, with none left running, when the system
+    // will not start them all.
+    bool start() {
+        try {
+            for (int t = 0; t < m_threads; ++t)
+                m_running.emplace_back(&ParallelLines::make, this, t);
+        } catch (const std::system_error&) {
+            stopAndJoin();
+            return false;
+        }
+        return true;
+    }
+
+    // Writes the blocks in order; rethrows what a thread threw.
+    bool writeTo(QIODevice& device) {
+        auto* file = qobject_cast<QFileDevice*>(&device);
+        qint64 startedOut = 0;
+        bool ok = true;
+        for (int32_t block = 0; block < m_blocks && ok; ++block) {
+            const size_t slot = size_t(block) % m_slots.size();
+            {
+                std::unique_lock lock(m_mutex);
+                m_changed.wait(lock, [&] { return m_failure || m_made[slot] == block; });
+                if (m_failure)
+                    break;
+            }
+            // The slot is this thread's until the written count passes it.
+            const LineBuffer& text = m_slots[slot];
+            ok = engine::writeWhole(device, text.data(), qint64(text.size()));
+            if (ok && file)
+                engine::startWriteBack(*file, startedOut);
+            {
+                const std::lock_guard lock(m_mutex);
+                m_written = block + 1;
+            }
+            m_changed.notify_all();
+        }
+        stopAndJoin();
+        if (m_failure)
+            std::rethrow_exception(m_failure);
+        return ok;
+    }
+
+private:
+    static constexpr int32_t BlockRows = 8192;
+
+    void make(int thread) {
+        try {
+            ExportLines::Maker maker(m_lines);
+            const int32_t rows = m_lines.rowCount();
+            // Each thread makes its block in a buffer of its own, handed to
+            // the slot when done: buffers written by two threads at once
+            // would share their cache lines.
+            LineBuffer text;
+            for (int32_t block = thread; block < m_blocks; block += m_threads) {
+                text.clear();
+                const int32_t end = std::min(rows, (block + 1) * BlockRows);
+                for (int32_t row = block * BlockRows; row < end; ++row) {
+                    maker.appendLine(row, text);
+                    text.append(std::string_view(LineEnd));
+                }
+                const size_t slot = size_t(block) % m_slots.size();
+                {
+                    std::unique_lock lock(m_mutex);
+                    m_changed.wait(lock, [&] {
+                        return m_stop || block - m_written < int32_t(m_slots.size());
+                    });
+                    if (m_stop)
+                        return;
+                    // The slot's written buffer comes back for the next block.
+                    std::swap(m_slots[slot], text);
+                    m_made[slot] = block;
+                }
+                m_changed.notify_all();
+            }
+        } catch (...) {
+            const std::lock_guard lock(m_mutex);
+            if (!m_failure)
+                m_failure = std::current_exception();
+            m_stop = true;
+            m_changed.notify_all();
+        }
+    }
+
+    void stopAndJoin() {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_stop = true;
+        }
+        m_changed.notify_all();
+        for (std::thread& t : m_running)
+            t.join();
+        m_running.clear();
+    }
+
+    ExportLines& m_lines;
+    const int m_threads;
+    const int32_t m_blocks;
+    std::vector<LineBuffer> m_slots;
+    std::vector<int32_t> m_made; // the block each slot holds, made
+    int32_t m_written = 0;       // the blocks written
+    bool m_stop = false;
+    std::exception_ptr m_failure;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<std::thread> m_running;
+};
+
+// Lists shorter than this are made on the calling thread alone.
+constexpr int32_t ParallelRows = 65536;
+// Threads that make lines at most: the memory, not the cores, sets the pace
+// beyond this.
+constexpr unsigned MostLineThreads = 4;
+
+bool writeInOneThread(ExportLines& lines, QIODevice& device) {
     // A file starts going to the disk while the rest is made.
     auto* file = qobject_cast<QFileDevice*>(&device);
     qint64 startedOut = 0;
@@ -175,6 +337,19 @@ bool writeExportLines(ExportLines& lines, QIODevice& device) {
         }
     }
     return true;
+}
+
+} // namespace
+
+bool writeExportLines(ExportLines& lines, QIODevice& device) {
+    const unsigned cores = std::thread::hardware_concurrency();
+    if (lines.rowCount() >= ParallelRows && cores > 1) {
+        ParallelLines parallel(lines, int(std::min(cores, MostLineThreads)));
+        // Without threads the lines are made here, as for a short list.
+        if (parallel.start())
+            return parallel.writeTo(device);
+    }
+    return writeInOneThread(lines, device);
 }
 
 Outcome writeExportFile(const QString& path, ExportLines& lines) {

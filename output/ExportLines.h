@@ -84,6 +84,7 @@ class ExportLines {
 public:
     // list must outlive the builder.
     ExportLines(const ShownList& list, std::vector<ExportField> fields, ExportChoices choices);
+    ~ExportLines();
 
     int32_t rowCount() const { return m_list.rowCount(); }
     void appendLine(int32_t row, LineBuffer& out);
@@ -92,16 +93,31 @@ public:
     // The preview: the first rows, at most ten, each followed by CR LF.
     QString preview();
 
+    // Makes lines on one thread with texts of its own: one maker per thread
+    // lets several threads make the lines of one builder at once.
+    class Maker {
+    public:
+        explicit Maker(const ExportLines& lines);
+        ~Maker();
+        void appendLine(int32_t row, LineBuffer& out);
+
+    private:
+        // Encloses the value that starts at start in out, just after the
+        // opening quote (if any) at opening, in quotes with its own doubled.
+        void quoteValue(LineBuffer& out, size_t opening, size_t start);
+
+        const ExportLines& m_lines;
+        // Made when the list has rows.
+        std::unique_ptr<CellWriter> m_cells;
+        std::string m_value;
+    };
+
 private:
     // A checked field: the grid column it reads, or -1 and the custom text.
     struct Written {
         int column;
         QByteArray text;
     };
-
-    // Encloses the value that starts at start in out, just after the
-    // opening quote (if any) at opening, in quotes with its own doubled.
-    void quoteValue(LineBuffer& out, size_t opening, size_t start);
 
     const ShownList& m_list;
     std::vector<ExportField> m_fields;
@@ -110,10 +126,10 @@ private:
     QByteArray m_separator;
     QByteArray m_quote;
     // The bytes that make a value quoted whatever the choice.
+    QByteArray m_forcing;
     std::array<bool, 256> m_forcesQuotes{};
-    std::string m_value;
-    // Made when the list has rows.
-    std::unique_ptr<CellWriter> m_cells;
+    // The maker of appendLine, made when first asked.
+    std::unique_ptr<Maker> m_maker;
 };
 
 // The rows of the preview: all of them up to ten.
@@ -122,7 +138,10 @@ inline constexpr int32_t PreviewRows = 10;
 inline constexpr char LineEnd[] = "\r\n";
 
 // Writes every row of the list, each line followed by CR LF, to device;
-// false when the device did not take them all.
+// false when the device did not take them all. A long list has its lines
+// made by a few threads, block by block, and written in order by the
+// calling thread as the blocks are ready; the threads are joined before it
+// returns or throws.
 bool writeExportLines(ExportLines& lines, QIODevice& device);
 
 // Writes every row of the list, in display order and without a heading
