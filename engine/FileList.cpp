@@ -241,24 +241,17 @@ Highlight FileList::highlight(int32_t row, int column) const {
 
 namespace {
 
-// A row to sort: the first units of its text packed into a number whose
-// order is theirs, and the row.
-struct SortKey {
-    uint64_t prefix;
-    uint32_t row;
-};
-
 // Sorts keys by prefix, keeping the order of equal prefixes: eight passes
 // of a byte each (none for a byte all keys share), so that a million rows
 // cost a few reads and writes of the keys rather than twenty comparisons
 // each.
-void radixSort(std::vector<SortKey>& keys) {
+void radixSort(std::vector<FileList::SortKey>& keys) {
     const size_t n = keys.size();
     std::array<std::array<size_t, 256>, 8> counts{};
-    for (const SortKey& k : keys)
+    for (const FileList::SortKey& k : keys)
         for (size_t digit = 0; digit < 8; ++digit)
             ++counts[digit][(k.prefix >> (8 * digit)) & 0xFF];
-    std::vector<SortKey> other(n);
+    std::vector<FileList::SortKey> other(n);
     for (size_t digit = 0; digit < 8; ++digit) {
         std::array<size_t, 256>& count = counts[digit];
         if (std::find(count.begin(), count.end(), n) != count.end())
@@ -266,7 +259,7 @@ void radixSort(std::vector<SortKey>& keys) {
         size_t start = 0;
         for (size_t& c : count)
             start += std::exchange(c, start);
-        for (const SortKey& k : keys)
+        for (const FileList::SortKey& k : keys)
             other[count[(k.prefix >> (8 * digit)) & 0xFF]++] = k;
         keys.swap(other);
     }
@@ -275,63 +268,46 @@ void radixSort(std::vector<SortKey>& keys) {
 } // namespace
 
 void FileList::sortByText(int column, bool descending) {
-    // Texts of units below 256 (ASCII names, the keys' digits, most Latin
-    // names) are compared as bytes: half the memory, and eight units in a
-    // key's prefix rather than four.
-    if (!sortByUnits<char>(column, descending))
-        sortByUnits<char16_t>(column, descending);
-}
-
-template <typename Unit> bool FileList::sortByUnits(int column, bool descending) {
     const size_t n = m_rows.size();
-    // Each row's case-folded text, back to back in one block, and its first
-    // units packed into a number whose order is theirs: most rows are told
-    // apart by that number alone, without reaching for their texts.
-    constexpr size_t PrefixUnits = sizeof(uint64_t) / sizeof(Unit);
-    std::vector<Unit> units;
-    units.reserve(n * 24);
-    std::vector<size_t> starts(n + 1);
+    // Each row's key: the first units of its case-folded text packed into a
+    // number whose order is theirs, eight of them when each fits a byte
+    // (ASCII names, digits, most Latin names), four otherwise. Most rows are
+    // told apart by their keys alone; only rows whose keys are equal have
+    // their whole texts made and compared.
     std::vector<SortKey> keys(n);
-    for (size_t r = 0; r < n; ++r) {
-        starts[r] = units.size();
-        if (!appendSortText(int32_t(r), column, units))
-            return false;
-        uint64_t prefix = 0;
-        for (size_t i = 0; i < PrefixUnits; ++i) {
-            const size_t at = starts[r] + i;
-            using Unsigned = std::make_unsigned_t<Unit>;
-            prefix =
-                (prefix << (8 * sizeof(Unit))) | (at < units.size() ? Unsigned(units[at]) : 0u);
-        }
-        // Descending is ascending on the complement; equal prefixes keep
-        // their rows' order either way.
-        keys[r] = {descending ? ~prefix : prefix, uint32_t(r)};
-    }
-    starts[n] = units.size();
+    if (!makeSortKeys<uint8_t>(column, descending, keys))
+        makeSortKeys<char16_t>(column, descending, keys);
     radixSort(keys);
 
-    // Rows whose prefixes are equal are put in order by their whole texts;
-    // rows with equal texts keep their order, in either direction.
-    using View = std::conditional_t<std::is_same_v<Unit, char>, std::string_view, QStringView>;
-    const auto text = [&](uint32_t row) {
-        return View(units.data() + starts[row], qsizetype(starts[row + 1] - starts[row]));
-    };
-    const auto before = [&](const SortKey& a, const SortKey& b) {
-        int order = 0;
-        if constexpr (std::is_same_v<Unit, char>)
-            order = text(a.row).compare(text(b.row));
-        else
-            order = QtPrivate::compareStrings(text(a.row), text(b.row));
-        if (order != 0)
-            return descending ? order > 0 : order < 0;
-        return a.row < b.row;
-    };
+    // Rows with equal texts keep their order, in either direction.
+    std::vector<char16_t> units;
+    std::vector<size_t> starts;
     for (size_t first = 0; first < n;) {
         size_t end = first + 1;
         while (end < n && keys[end].prefix == keys[first].prefix)
             ++end;
-        if (end - first > 1)
-            std::sort(keys.begin() + ptrdiff_t(first), keys.begin() + ptrdiff_t(end), before);
+        if (end - first > 1) {
+            units.clear();
+            starts.clear();
+            for (size_t k = first; k < end; ++k) {
+                starts.push_back(units.size());
+                appendSortText(int32_t(keys[k].row), column, units);
+                // The key's row, from here on, is where its text is.
+                keys[k].text = uint32_t(k - first);
+            }
+            starts.push_back(units.size());
+            const auto text = [&](uint32_t at) {
+                return QStringView(units.data() + starts[at],
+                                   qsizetype(starts[at + 1] - starts[at]));
+            };
+            std::sort(keys.begin() + ptrdiff_t(first), keys.begin() + ptrdiff_t(end),
+                      [&](const SortKey& a, const SortKey& b) {
+                          const int order = QtPrivate::compareStrings(text(a.text), text(b.text));
+                          if (order != 0)
+                              return descending ? order > 0 : order < 0;
+                          return a.row < b.row;
+                      });
+        }
         first = end;
     }
 
@@ -339,29 +315,54 @@ template <typename Unit> bool FileList::sortByUnits(int column, bool descending)
     for (size_t r = 0; r < n; ++r)
         sorted[r] = m_rows[keys[r].row];
     m_rows = std::move(sorted);
-    return true;
 }
 
 template <typename Unit>
-bool FileList::appendSortText(int32_t row, int column, std::vector<Unit>& out) const {
-    constexpr char16_t Largest = char16_t(std::numeric_limits<std::make_unsigned_t<Unit>>::max());
-    if (column == NameColumn) {
-        // An ASCII name folds to its lower case, without a detour through
-        // two strings.
-        const std::string_view name = m_snapshot.nameOf(m_snapshot.entries.get(entryAt(row)));
-        if (std::all_of(name.begin(), name.end(), [](char c) { return (unsigned char)c < 0x80; })) {
-            for (const char c : name)
-                out.push_back(Unit(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c));
-            return true;
+bool FileList::makeSortKeys(int column, bool descending, std::vector<SortKey>& keys) const {
+    constexpr size_t PrefixUnits = sizeof(uint64_t) / sizeof(Unit);
+    constexpr char16_t Largest = char16_t(std::numeric_limits<Unit>::max());
+    std::vector<char16_t> units;
+    for (size_t r = 0; r < keys.size(); ++r) {
+        units.clear();
+        appendSortText(int32_t(r), column, units, PrefixUnits);
+        uint64_t prefix = 0;
+        for (size_t i = 0; i < PrefixUnits; ++i) {
+            const char16_t unit = i < units.size() ? units[i] : 0;
+            if (unit > Largest)
+                return false;
+            prefix = (prefix << (8 * sizeof(Unit))) | unit;
         }
-    }
-    const QString folded = cellText(row, column).toCaseFolded();
-    for (const QChar c : folded) {
-        if (c.unicode() > Largest)
-            return false;
-        out.push_back(Unit(c.unicode()));
+        // Descending is ascending on the complement; equal prefixes keep
+        // their rows' order either way.
+        keys[r] = {descending ? ~prefix : prefix, uint32_t(r), 0};
     }
     return true;
+}
+
+void FileList::appendSortText(int32_t row, int column, std::vector<char16_t>& out,
+                              size_t atMost) const {
+    if (column == NameColumn) {
+        // An ASCII name folds to its lower case, without a detour through
+        // two strings; any other is taken back and folded as text. Each
+        // ASCII character folds to one, so the beginning of a name that is
+        // ASCII so far folds so too.
+        const std::string_view whole = m_snapshot.nameOf(m_snapshot.entries.get(entryAt(row)));
+        const std::string_view name = whole.substr(0, std::min(atMost, whole.size()));
+        const size_t start = out.size();
+        out.resize(start + name.size());
+        char16_t* folded = out.data() + start;
+        unsigned char bits = 0;
+        for (const char c : name) {
+            bits |= (unsigned char)c;
+            *folded++ = char16_t(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+        }
+        if (bits < 0x80)
+            return;
+        out.resize(start);
+    }
+    const QString folded = cellText(row, column).toCaseFolded();
+    const size_t size = std::min(atMost, size_t(folded.size()));
+    out.insert(out.end(), folded.utf16(), folded.utf16() + size);
 }
 
 size_t FileList::memoryUsed() const {

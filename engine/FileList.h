@@ -118,13 +118,24 @@ public:
     size_t memoryUsed() const;
 
 private:
-    // The case-folded text a sort compares, appended as UTF-16 units, or as
-    // bytes while every unit is below 256; false, with out unfinished, for
-    // a text whose units do not fit Unit.
+public:
+    // A row to sort: the first units of its text packed into a number whose
+    // order is theirs, the row, and where the row's whole text was put.
+    struct SortKey {
+        uint64_t prefix;
+        uint32_t row;
+        uint32_t text;
+    };
+
+private:
+    // The case-folded text a sort compares, or its first atMost units,
+    // appended as UTF-16.
+    void appendSortText(int32_t row, int column, std::vector<char16_t>& out,
+                        size_t atMost = SIZE_MAX) const;
+    // Every row's key, with units of Unit's size; false when a unit does not
+    // fit it.
     template <typename Unit>
-    bool appendSortText(int32_t row, int column, std::vector<Unit>& out) const;
-    // Sorts by the texts of a column, as units of one size.
-    template <typename Unit> bool sortByUnits(int column, bool descending);
+    bool makeSortKeys(int column, bool descending, std::vector<SortKey>& keys) const;
 
     struct Row {
         int32_t entry;

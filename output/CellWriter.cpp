@@ -17,7 +17,6 @@ using engine::SnapshotEntry;
 namespace {
 
 constexpr int SecondsPerDay = 86400;
-constexpr size_t AttributeValues = 65536;
 // How many rows ahead prefetch asks for an entry, and for its name.
 constexpr int32_t EntryLead = 16;
 constexpr int32_t NameLead = 8;
@@ -272,6 +271,8 @@ void LineBuffer::erase(size_t index, size_t count) {
 }
 
 void TextTable::put(size_t key, const QByteArray& text, uint8_t flags) {
+    if (key >= m_places.size())
+        m_places.resize(std::max(key + 1, m_places.size() * 2), Unknown);
     const auto length = std::min<uint64_t>(uint64_t(text.size()), 0xFFFFFF);
     // Before the spare bytes at the end.
     const auto start = uint64_t(m_bytes.size() - LineBuffer::PaddedSize);
@@ -282,9 +283,7 @@ void TextTable::put(size_t key, const QByteArray& text, uint8_t flags) {
 
 CellWriter::CellWriter(const engine::Snapshot& snapshot, const engine::FileList& rows,
                        std::string_view watchedBytes)
-    : m_snapshot(snapshot), m_rows(rows), m_timeFormat(engine::longTimeFormat()),
-      m_times(SecondsPerDay), m_days(CachedDays), m_attributes(AttributeValues),
-      m_folders(rows.folderCount()) {
+    : m_snapshot(snapshot), m_rows(rows), m_timeFormat(engine::longTimeFormat()) {
     for (size_t c = 0x80; c < m_classes.size(); ++c)
         m_classes[c] = NotAscii;
     for (const char c : watchedBytes)

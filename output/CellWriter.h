@@ -83,15 +83,14 @@ private:
 // text can be appended padded.
 class TextTable {
 public:
-    explicit TextTable(size_t keys = 0)
-        : m_places(keys, Unknown), m_bytes(LineBuffer::PaddedSize) {}
-    bool has(size_t key) const { return m_places[key] != Unknown; }
+    TextTable() : m_bytes(LineBuffer::PaddedSize) {}
+    bool has(size_t key) const { return key < m_places.size() && m_places[key] != Unknown; }
     std::string_view at(size_t key) const {
         const uint64_t place = m_places[key];
         return {m_bytes.data() + (place >> 32), size_t((place >> 8) & 0xFFFFFF)};
     }
     uint8_t flags(size_t key) const { return uint8_t(m_places[key]); }
-    // A text of up to 16 MB.
+    // A text of up to 16 MB. The table grows to hold the keys put.
     void put(size_t key, const QByteArray& text, uint8_t flags = 0);
 
 private:

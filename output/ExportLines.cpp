@@ -192,25 +192,26 @@ QString ExportLines::preview() {
 
 namespace {
 
-// Writes the lines of a list, made block by block by a few threads: each
-// thread takes every n-th block, and the calling thread writes the blocks
-// in order as they are ready. A thread makes a block only once a slot for
-// it is free, so the blocks in memory stay few whatever the list's length.
+// Writes the lines of a list, made block by block by a few threads, the
+// calling one among them: each takes every n-th block, and the calling
+// thread writes the blocks in order as they are ready, its own as soon as
+// it has made them. A helper makes a block only once a slot for it is free,
+// so the blocks in memory stay few whatever the list's length.
 class ParallelLines {
 public:
-    ParallelLines(ExportLines& lines, int threads)
-        : m_lines(lines), m_threads(threads),
-          m_blocks((lines.rowCount() + BlockRows - 1) / BlockRows), m_slots(size_t(2 * threads)),
-          m_made(size_t(2 * threads), -1) {}
+    ParallelLines(ExportLines& lines, int makers)
+        : m_lines(lines), m_makers(makers),
+          m_blocks((lines.rowCount() + BlockRows - 1) / BlockRows), m_slots(size_t(2 * makers)),
+          m_made(size_t(2 * makers), -1) {}
 
     ~ParallelLines() { stopAndJoin(); }
 
-    // Starts the threads; false, with none left running, when the system
+    // Starts the helpers; false, with none left running, when the system
     // will not start them all.
     bool start() {
         try {
-            for (int t = 0; t < m_threads; ++t)
-                m_running.emplace_back(&ParallelLines::make, this, t);
+            for (int maker = 1; maker < m_makers; ++maker)
+                m_running.emplace_back(&ParallelLines::help, this, maker);
         } catch (const std::system_error&) {
             stopAndJoin();
             return false;
@@ -218,22 +219,27 @@ public:
         return true;
     }
 
-    // Writes the blocks in order; rethrows what a thread threw.
+    // Makes the calling thread's blocks and writes all of them in order;
+    // rethrows what a helper threw.
     bool writeTo(QIODevice& device) {
         auto* file = qobject_cast<QFileDevice*>(&device);
         qint64 startedOut = 0;
+        LineBuffer own;
         bool ok = true;
         for (int32_t block = 0; block < m_blocks && ok; ++block) {
-            const size_t slot = size_t(block) % m_slots.size();
-            {
+            const LineBuffer* text = &own;
+            if (block % m_makers == 0) {
+                makeBlock(m_lines, block, own);
+            } else {
+                const size_t slot = size_t(block) % m_slots.size();
                 std::unique_lock lock(m_mutex);
                 m_changed.wait(lock, [&] { return m_failure || m_made[slot] == block; });
                 if (m_failure)
                     break;
+                // The slot is this thread's until the written count passes it.
+                text = &m_slots[slot];
             }
-            // The slot is this thread's until the written count passes it.
-            const LineBuffer& text = m_slots[slot];
-            ok = engine::writeWhole(device, text.data(), qint64(text.size()));
+            ok = engine::writeWhole(device, text->data(), qint64(text->size()));
             if (ok && file)
                 engine::startWriteBack(*file, startedOut);
             {
@@ -251,21 +257,24 @@ public:
 private:
     static constexpr int32_t BlockRows = 8192;
 
-    void make(int thread) {
+    template <typename Maker> void makeBlock(Maker& maker, int32_t block, LineBuffer& text) {
+        text.clear();
+        const int32_t end = std::min(m_lines.rowCount(), (block + 1) * BlockRows);
+        for (int32_t row = block * BlockRows; row < end; ++row) {
+            maker.appendLine(row, text);
+            text.append(std::string_view(LineEnd));
+        }
+    }
+
+    void help(int maker) {
         try {
-            ExportLines::Maker maker(m_lines);
-            const int32_t rows = m_lines.rowCount();
-            // Each thread makes its block in a buffer of its own, handed to
+            ExportLines::Maker lines(m_lines);
+            // Each helper makes its block in a buffer of its own, handed to
             // the slot when done: buffers written by two threads at once
             // would share their cache lines.
             LineBuffer text;
-            for (int32_t block = thread; block < m_blocks; block += m_threads) {
-                text.clear();
-                const int32_t end = std::min(rows, (block + 1) * BlockRows);
-                for (int32_t row = block * BlockRows; row < end; ++row) {
-                    maker.appendLine(row, text);
-                    text.append(std::string_view(LineEnd));
-                }
+            for (int32_t block = maker; block < m_blocks; block += m_makers) {
+                makeBlock(lines, block, text);
                 const size_t slot = size_t(block) % m_slots.size();
                 {
                     std::unique_lock lock(m_mutex);
@@ -301,7 +310,7 @@ private:
     }
 
     ExportLines& m_lines;
-    const int m_threads;
+    const int m_makers;
     const int32_t m_blocks;
     std::vector<LineBuffer> m_slots;
     std::vector<int32_t> m_made; // the block each slot holds, made
@@ -315,8 +324,8 @@ private:
 
 // Lists shorter than this are made on the calling thread alone.
 constexpr int32_t ParallelRows = 65536;
-// Threads that make lines at most: the memory, not the cores, sets the pace
-// beyond this.
+// Threads that make lines at most, the calling one included: the memory,
+// not the cores, sets the pace beyond this.
 constexpr unsigned MostLineThreads = 4;
 
 bool writeInOneThread(ExportLines& lines, QIODevice& device) {
