@@ -239,19 +239,27 @@ Highlight FileList::highlight(int32_t row, int column) const {
     return Highlight::None;
 }
 
+// The first units of a row's text packed into a number whose order is
+// theirs, the row, and where the row's whole text was put when it was made.
+struct FileList::SortKey {
+    uint64_t prefix;
+    uint32_t row;
+    uint32_t text;
+};
+
 namespace {
 
 // Sorts keys by prefix, keeping the order of equal prefixes: eight passes
 // of a byte each (none for a byte all keys share), so that a million rows
 // cost a few reads and writes of the keys rather than twenty comparisons
 // each.
-void radixSort(std::vector<FileList::SortKey>& keys) {
+template <typename Key> void radixSort(std::vector<Key>& keys) {
     const size_t n = keys.size();
     std::array<std::array<size_t, 256>, 8> counts{};
-    for (const FileList::SortKey& k : keys)
+    for (const Key& k : keys)
         for (size_t digit = 0; digit < 8; ++digit)
             ++counts[digit][(k.prefix >> (8 * digit)) & 0xFF];
-    std::vector<FileList::SortKey> other(n);
+    std::vector<Key> other(n);
     for (size_t digit = 0; digit < 8; ++digit) {
         std::array<size_t, 256>& count = counts[digit];
         if (std::find(count.begin(), count.end(), n) != count.end())
@@ -259,7 +267,7 @@ void radixSort(std::vector<FileList::SortKey>& keys) {
         size_t start = 0;
         for (size_t& c : count)
             start += std::exchange(c, start);
-        for (const FileList::SortKey& k : keys)
+        for (const Key& k : keys)
             other[count[(k.prefix >> (8 * digit)) & 0xFF]++] = k;
         keys.swap(other);
     }
@@ -292,7 +300,7 @@ void FileList::sortByText(int column, bool descending) {
             for (size_t k = first; k < end; ++k) {
                 starts.push_back(units.size());
                 appendSortText(int32_t(keys[k].row), column, units);
-                // The key's row, from here on, is where its text is.
+                // Where the row's text is among the run's.
                 keys[k].text = uint32_t(k - first);
             }
             starts.push_back(units.size());

@@ -118,16 +118,8 @@ public:
     size_t memoryUsed() const;
 
 private:
-public:
-    // A row to sort: the first units of its text packed into a number whose
-    // order is theirs, the row, and where the row's whole text was put.
-    struct SortKey {
-        uint64_t prefix;
-        uint32_t row;
-        uint32_t text;
-    };
-
-private:
+    // A row to sort: the first units of its text packed into a number.
+    struct SortKey;
     // The case-folded text a sort compares, or its first atMost units,
     // appended as UTF-16.
     void appendSortText(int32_t row, int column, std::vector<char16_t>& out,
