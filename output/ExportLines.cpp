@@ -221,9 +221,7 @@ public:
 
     // Makes the calling thread's blocks and writes all of them in order;
     // rethrows what a helper threw.
-    bool writeTo(QIODevice& device) {
-        auto* file = qobject_cast<QFileDevice*>(&device);
-        qint64 startedOut = 0;
+    bool writeTo(const std::function<bool(std::string_view)>& write) {
         LineBuffer own;
         bool ok = true;
         for (int32_t block = 0; block < m_blocks && ok; ++block) {
@@ -239,9 +237,7 @@ public:
                 // The slot is this thread's until the written count passes it.
                 text = &m_slots[slot];
             }
-            ok = engine::writeWhole(device, text->data(), qint64(text->size()));
-            if (ok && file)
-                engine::startWriteBack(*file, startedOut);
+            ok = write(std::string_view(text->data(), text->size()));
             {
                 const std::lock_guard lock(m_mutex);
                 m_written = block + 1;
@@ -328,21 +324,16 @@ constexpr int32_t ParallelRows = 65536;
 // not the cores, sets the pace beyond this.
 constexpr unsigned MostLineThreads = 4;
 
-bool writeInOneThread(ExportLines& lines, QIODevice& device) {
-    // A file starts going to the disk while the rest is made.
-    auto* file = qobject_cast<QFileDevice*>(&device);
-    qint64 startedOut = 0;
+bool writeInOneThread(ExportLines& lines, const std::function<bool(std::string_view)>& write) {
     LineBuffer block;
     const int32_t rows = lines.rowCount();
     for (int32_t row = 0; row < rows; ++row) {
         lines.appendLine(row, block);
         block.append(std::string_view(LineEnd));
         if (block.size() >= WriteBlock || row + 1 == rows) {
-            if (!engine::writeWhole(device, block.data(), qint64(block.size())))
+            if (!write(std::string_view(block.data(), block.size())))
                 return false;
             block.clear();
-            if (file)
-                engine::startWriteBack(*file, startedOut);
         }
     }
     return true;
@@ -350,15 +341,28 @@ bool writeInOneThread(ExportLines& lines, QIODevice& device) {
 
 } // namespace
 
-bool writeExportLines(ExportLines& lines, QIODevice& device) {
+bool writeExportLines(ExportLines& lines, const std::function<bool(std::string_view)>& write) {
     const unsigned cores = std::thread::hardware_concurrency();
     if (lines.rowCount() >= ParallelRows && cores > 1) {
         ParallelLines parallel(lines, int(std::min(cores, MostLineThreads)));
         // Without threads the lines are made here, as for a short list.
         if (parallel.start())
-            return parallel.writeTo(device);
+            return parallel.writeTo(write);
     }
-    return writeInOneThread(lines, device);
+    return writeInOneThread(lines, write);
+}
+
+bool writeExportLines(ExportLines& lines, QIODevice& device) {
+    // A file starts going to the disk while the rest is made.
+    auto* file = qobject_cast<QFileDevice*>(&device);
+    qint64 startedOut = 0;
+    return writeExportLines(lines, [&](std::string_view bytes) {
+        if (!engine::writeWhole(device, bytes.data(), qint64(bytes.size())))
+            return false;
+        if (file)
+            engine::startWriteBack(*file, startedOut);
+        return true;
+    });
 }
 
 Outcome writeExportFile(const QString& path, ExportLines& lines) {

@@ -11,8 +11,10 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class QIODevice;
@@ -137,11 +139,13 @@ inline constexpr int32_t PreviewRows = 10;
 // Each exported line ends with CR LF, as the export files always have.
 inline constexpr char LineEnd[] = "\r\n";
 
-// Writes every row of the list, each line followed by CR LF, to device;
-// false when the device did not take them all. A long list has its lines
-// made by a few threads, block by block, and written in order by the
-// calling thread as the blocks are ready; the threads are joined before it
-// returns or throws.
+// Writes every row of the list, each line followed by CR LF, in blocks
+// handed to write; false as soon as write refuses one. A long list has its
+// lines made by a few threads, block by block, and handed to write in
+// order by the calling thread as the blocks are ready; the threads are
+// joined before it returns or throws.
+bool writeExportLines(ExportLines& lines, const std::function<bool(std::string_view)>& write);
+// The same to device; false when the device did not take them all.
 bool writeExportLines(ExportLines& lines, QIODevice& device);
 
 // Writes every row of the list, in display order and without a heading
