@@ -18,10 +18,11 @@ build="${KESTREL_BUILD_DIR:-$here/build}"
 # The checked build: clang with the sanitizers and the fuzzers' coverage.
 checked="${KESTREL_CHECKED_BUILD_DIR:-$here/build-checked}"
 
-# poppler-utils: the report tests read the printed PDF back with pdftotext.
+# poppler-utils: the report tests read the printed PDF back with pdftotext;
+# python3: the export tests read the export back with Python's csv module.
 packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
           fonts-dejavu-core xvfb xauth dpkg-dev desktop-file-utils libxml2-utils
-          poppler-utils)
+          poppler-utils python3)
 # clang and its runtimes: AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer.
 checked_packages=(clang-14 libclang-rt-14-dev)
 

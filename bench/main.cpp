@@ -337,8 +337,10 @@ int drive(const Config& c) {
     targets.push_back({QStringLiteral("compare, other listing order"), compareShuffled.sample.seconds, 0.45, QStringLiteral("s")});
     targets.push_back({QStringLiteral("compare, other order / same order"), compareShuffled.sample.seconds / compareSelf.sample.seconds, 1.5, QStringLiteral("x")});
     // Wall time, as the user waits; the processor time beside it is what a
-    // machine busy with other work cannot inflate.
-    targets.push_back({QStringLiteral("kestrel-cli export, all sub-folders"), exportRow.sample.seconds, 1.5, QStringLiteral("s")});
+    // machine busy with other work cannot inflate (the lines of a long list
+    // are made by a few threads, so it may exceed the wall time).
+    targets.push_back({QStringLiteral("kestrel-cli export, all sub-folders"),
+                       exportRow.sample.seconds, 1.0, QStringLiteral("s")});
     targets.push_back({QStringLiteral("  the same, processor time"), exportRow.sample.cpuSeconds, 1.5, QStringLiteral("s")});
     targets.push_back({QStringLiteral("kestrel-cli report, 30,000 rows"), reportRow.sample.seconds, 5, QStringLiteral("s")});
     targets.push_back({QStringLiteral("  the same, processor time"), reportRow.sample.cpuSeconds, 5, QStringLiteral("s")});

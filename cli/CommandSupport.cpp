@@ -7,6 +7,7 @@
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -66,7 +67,14 @@ bool CommandLine::parse(const QStringList& arguments, int positionals, const QSt
         return false;
     }
     if (parser.isSet(QStringLiteral("help"))) {
-        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
+        // Qt's usage line names the program alone: put the command's name,
+        // the first argument, in its place.
+        QString help = parser.helpText();
+        const QString programUsage =
+            QStringLiteral("Usage: ") + QCoreApplication::arguments().value(0);
+        if (help.startsWith(programUsage))
+            help.replace(0, programUsage.size(), QStringLiteral("Usage: ") + arguments.value(0));
+        std::fputs(help.toLocal8Bit().constData(), stdout);
         std::exit(ExitOk);
     }
     if (parser.positionalArguments().size() != positionals) {

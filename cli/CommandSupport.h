@@ -43,7 +43,8 @@ struct CommandLine {
     QCommandLineParser parser;
     explicit CommandLine(const QString& description);
     // Parses; on an error prints it and returns false (exit status 2). With
-    // --help prints the help and ends the program.
+    // --help prints the help and ends the program. The first argument is the
+    // command's name as its usage line shows it ("kestrel-cli compare").
     bool parse(const QStringList& arguments, int positionals, const QString& usage);
 };
 

@@ -247,7 +247,8 @@ int listCommand(const QStringList& arguments) {
 int infoCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral("Describes a snapshot file: title, root folder, creation time,\n"
                                   "scan flags, counts, total size and the folders that could not\n"
-                                  "be read."));
+                                  "be read. Tabs and line breaks in the title and the root folder\n"
+                                  "are written as \\t, \\n and \\r, as list writes them."));
     cl.parser.addPositionalArgument(QStringLiteral("SNAPSHOT"), QStringLiteral("A snapshot file."));
     if (!cl.parse(arguments, 1, QStringLiteral("kestrel-cli info SNAPSHOT")))
         return ExitTrouble;
@@ -259,8 +260,9 @@ int infoCommand(const QStringList& arguments) {
     auto yesNo = [](bool b) { return b ? QStringLiteral("yes") : QStringLiteral("no"); };
     QTextStream out(stdout);
     out.setEncoding(QStringConverter::Utf8);
-    out << "Title: " << s.header.title << '\n'
-        << "Root folder: " << s.header.rootFolder << '\n'
+    // Escaped as list escapes paths: a line break in either cannot forge a line.
+    out << "Title: " << escapedPath(s.header.title) << '\n'
+        << "Root folder: " << escapedPath(s.header.rootFolder) << '\n'
         << "Created: " << isoDateTime(s.header.created) << '\n'
         << "Files in sub-folders: " << yesNo(s.header.recurse) << '\n'
         << "Hidden and system files: " << yesNo(s.header.hidden) << '\n'
@@ -405,6 +407,8 @@ public:
             m_out << change << '\t' << escapedPath(path);
             if (!was.isEmpty())
                 m_out << '\t' << was;
+            if (d.kind == Difference::Changed)
+                m_out << '\t' << changesText(d.index);
             m_out << '\n';
             break;
         case Csv:
@@ -493,21 +497,54 @@ private:
         m_out << "}\n";
     }
 
-    void jsonChanged(int32_t i) {
+    // A field of a changed file whose value differs, with its old and new
+    // values in the forms list prints them.
+    struct FieldChange {
+        const char* field;
+        QString before;
+        QString after;
+        bool number;
+    };
+    std::vector<FieldChange> fieldChanges(int32_t i) const {
         const SnapshotEntry& now = m_new.entry(i);
         const SnapshotEntry& before = m_old.entry(now.match);
-        m_out << "{\"change\":\"~\",\"path\":" << jsonString(m_new.relativePath(i));
+        std::vector<FieldChange> changes;
         if (now.status & Change::Size)
-            m_out << ",\"size\":{\"old\":" << plainNumber(before.size) << ",\"new\":" << plainNumber(now.size) << '}';
+            changes.push_back({"size", plainNumber(before.size), plainNumber(now.size), true});
         if (now.status & Change::Date)
-            m_out << ",\"modified\":{\"old\":" << jsonString(isoDateTime(before.modified))
-                  << ",\"new\":" << jsonString(isoDateTime(now.modified)) << '}';
+            changes.push_back(
+                {"modified", isoDateTime(before.modified), isoDateTime(now.modified), false});
         if (now.status & Change::Attributes)
-            m_out << ",\"attributes\":{\"old\":" << jsonString(AttributeText(before.attributes))
-                  << ",\"new\":" << jsonString(AttributeText(now.attributes)) << '}';
+            changes.push_back({"attributes", AttributeText(before.attributes),
+                               AttributeText(now.attributes), false});
         if (now.status & Change::Version)
-            m_out << ",\"version\":{\"old\":" << jsonString(textOf(m_old.versionOf(before)))
-                  << ",\"new\":" << jsonString(textOf(m_new.versionOf(now))) << '}';
+            changes.push_back(
+                {"version", textOf(m_old.versionOf(before)), textOf(m_new.versionOf(now)), false});
+        return changes;
+    }
+
+    // "size 18 -> 9, modified 2025-02-16 05:23:41 -> 2026-11-24 18:28:51":
+    // a changed file's line read on its own.
+    QString changesText(int32_t i) const {
+        QStringList parts;
+        for (const FieldChange& c : fieldChanges(i))
+            parts << QLatin1String(c.field) + QLatin1Char(' ') + valueText(c.before) +
+                         QStringLiteral(" -> ") + valueText(c.after);
+        return parts.join(QStringLiteral(", "));
+    }
+    static QString valueText(const QString& value) {
+        return value.isEmpty() ? QStringLiteral("none") : escapedPath(value);
+    }
+
+    void jsonChanged(int32_t i) {
+        m_out << "{\"change\":\"~\",\"path\":" << jsonString(m_new.relativePath(i));
+        for (const FieldChange& c : fieldChanges(i)) {
+            m_out << ",\"" << c.field << "\":{\"old\":";
+            if (c.number)
+                m_out << c.before << ",\"new\":" << c.after << '}';
+            else
+                m_out << jsonString(c.before) << ",\"new\":" << jsonString(c.after) << '}';
+        }
         m_out << "}\n";
     }
 
@@ -522,14 +559,16 @@ int compareCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
         "Compares two snapshots, each a snapshot file (current or version-2 format) or a folder\n"
         "scanned without saving, both ways. Lists every difference: + and the path of an entry\n"
-        "only in NEW, - and the path of an entry only in OLD, ~, the path and what the file was\n"
-        "in OLD for a changed file; everything inside a folder that is only on one side is\n"
-        "listed too. Paths are relative to the root; folders end with /. Lines come in path\n"
-        "order, whatever order the file systems listed the folders in: name by name from the\n"
-        "top, names compared byte by byte (UTF-8, as LC_ALL=C sort does), each folder followed\n"
-        "by its contents; the summary line goes to standard error. A folder that one side could\n"
-        "not list is shown as its path and \" (unreadable)\" on that side's line; values that\n"
-        "could not be read are \"unknown\" and never compared.\n"
+        "only in NEW, - and the path of an entry only in OLD, ~ and the path of a changed\n"
+        "file, what it was in OLD (\"[was ...]\") and the fields that changed, old and new\n"
+        "(\"size 18 -> 9, modified 2025-02-16 05:23:41 -> 2026-11-24 18:28:51\"). Everything\n"
+        "inside a folder that is only on one side is listed too. Paths are relative to the\n"
+        "root; folders end with /. Lines come in path order, whatever order the file systems\n"
+        "listed the folders in: name by name from the top, names compared byte by byte\n"
+        "(UTF-8, as LC_ALL=C sort does), each folder followed by its contents; the summary\n"
+        "line goes to standard error. A folder that one side could not list is shown as its\n"
+        "path and \" (unreadable)\" on that side's line; values that could not be read are\n"
+        "\"unknown\" and never compared.\n"
         "Nothing is ignored unless asked; versions are compared only when both snapshots\n"
         "recorded them. Exit status: 0 no differences, 1 differences, 2 trouble."));
     QCommandLineParser& p = cl.parser;
@@ -698,7 +737,8 @@ int run(const QStringList& arguments) {
     }
     const QString command = arguments.at(1);
     QStringList rest = arguments.mid(1);
-    rest[0] = arguments.at(0) + QLatin1Char(' ') + command;
+    // The name a command's usage line gives it.
+    rest[0] = QStringLiteral("kestrel-cli ") + command;
     if (command == QLatin1String("--help") || command == QLatin1String("-h") ||
         command == QLatin1String("help")) {
         std::fputs(kUsage, stdout);

@@ -8,7 +8,7 @@
 #include "engine/FileSystemNames.h"
 #include "engine/FolderIndex.h"
 #include "engine/Progress.h"
-#include "engine/RingWalk.h"
+#include "engine/RowSelection.h"
 #include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
 #include "engine/TextDecode.h"
@@ -91,8 +91,9 @@ struct ViewOptions {
 
 // A folder of a snapshot found by its path.
 struct FolderFound {
-    int32_t tag = 0; // its first entry, 0 when it is empty
-    QString key;     // "/Top/Sub/", with the snapshot's own spelling of the names
+    int32_t tag = 0;   // its first entry, 0 when it is empty
+    QString key;       // "/Top/Sub/", with the snapshot's own spelling of the names
+    int32_t entry = 0; // its own entry, 0 for the top
 };
 
 // Looks up a path below the root, name by name, matched as the snapshot
@@ -100,7 +101,7 @@ struct FolderFound {
 // case when it was made on Windows. Names are written as kestrel-cli prints
 // them; a name given in bytes that are not UTF-8 is taken as those bytes.
 std::optional<FolderFound> findFolder(const Snapshot& s, const QString& path) {
-    FolderFound found{s.entryCount >= 1 ? 1 : 0, QStringLiteral("/")};
+    FolderFound found{folderTag(s, 0), QStringLiteral("/")};
     for (const QString& name : path.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
         if (found.tag == 0)
             return std::nullopt;
@@ -113,7 +114,8 @@ std::optional<FolderFound> findFolder(const Snapshot& s, const QString& path) {
         if (s.locateEntry(index, wanted, s.nameMatching()) == 0 || !s.entries.get(index).isFolder())
             return std::nullopt;
         found.key += s.nameText(index) + QLatin1Char('/');
-        found.tag = hasContents(s, index) ? index + 1 : 0;
+        found.tag = folderTag(s, index);
+        found.entry = index;
     }
     return found;
 }
@@ -128,13 +130,14 @@ public:
 
 private:
     bool openSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter);
-    bool sortRows(const QString& text);
+    // The --sort option's column and order; false, with the reason printed,
+    // when the text names none or the keys it needs are not kept.
+    bool parseSort(const QString& text, RowSelection& selection);
 
     Snapshot m_snapshot;
     Snapshot m_other;
     std::unique_ptr<FileList> m_rows;
     output::ShownList m_list;
-    bool m_keys = true;
 };
 
 bool WindowlessView::openSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
@@ -172,7 +175,6 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
         listing.keys = stored.value(settings::Key::Faster) == 0;
         listing.emptyFolders = stored.value(settings::Key::Empty) != 0;
     }
-    m_keys = listing.keys;
 
     if (!openSnapshot(p.positionalArguments().at(0), m_snapshot, meter))
         return false;
@@ -200,10 +202,20 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
                    p.value(o.folder) + QStringLiteral(" is not a folder of the snapshot"));
         return false;
     }
-    m_rows = std::make_unique<FileList>(m_snapshot);
-    m_rows->list(folder->tag, listing);
-    if (!sortRows(p.value(o.sort)))
+    // The window's tree offers no folder its show mode hides.
+    if (!folderReachable(m_snapshot, folder->entry, mode)) {
+        printError(QStringLiteral("Folder Not Found"),
+                   p.value(o.folder) + QStringLiteral(" is not shown with --show ") +
+                       p.value(o.show));
         return false;
+    }
+    // The rows the window lists for this view, in the same order.
+    RowSelection selection;
+    selection.listing = listing;
+    if (!parseSort(p.value(o.sort), selection))
+        return false;
+    m_rows = std::make_unique<FileList>(m_snapshot);
+    selectRows(*m_rows, folder->tag, selection);
 
     output::ShownList& l = m_list;
     l.snapshot = &m_snapshot;
@@ -226,7 +238,7 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
     return true;
 }
 
-bool WindowlessView::sortRows(const QString& text) {
+bool WindowlessView::parseSort(const QString& text, RowSelection& selection) {
     QString word = text.toLower();
     bool descending = false;
     if (word.endsWith(QLatin1String(":desc"))) {
@@ -239,14 +251,15 @@ bool WindowlessView::sortRows(const QString& text) {
     if (column < 0)
         return usage(QStringLiteral("--sort takes name, folder, size, type, modified, attributes, "
                                     "version or none, with :desc to reverse"));
-    if (!m_keys && sortNeedsKeys(column)) {
+    if (!selection.listing.keys && sortNeedsKeys(column)) {
         printError(QStringLiteral("Sorting Restriction"),
                    QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +
                        QString(settings::fasterCaption()).remove(QLatin1Char('&')) +
                        QStringLiteral("' is enabled (see Options and Preferences)."));
         return false;
     }
-    m_rows->sortByText(sortKeyColumn(column), descending);
+    selection.sortColumn = column;
+    selection.descending = descending;
     return true;
 }
 
@@ -296,8 +309,9 @@ int exportCommand(const QStringList& arguments) {
         "Writes the file list of a folder of SNAPSHOT (a snapshot file, or a folder scanned\n"
         "without saving) as the Export dialog writes it: one line per row of the list, in\n"
         "the list's order, no heading line, lines ending in CR LF, UTF-8. A grid value has its\n"
-        "leading blanks removed and is put in double quotes with --quotes; custom text is\n"
-        "never quoted, and quotes or separators inside values are written as they are."));
+        "leading blanks removed and is put in double quotes with --quotes; one that holds the\n"
+        "separator, a double quote, a carriage return or a line feed is always quoted, its\n"
+        "quotes doubled (as RFC 4180 has it). Custom text is written as it stands."));
     QCommandLineParser& p = cl.parser;
     const ViewOptions view;
     view.addTo(p);

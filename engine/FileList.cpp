@@ -8,7 +8,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <numeric>
+#include <string_view>
+#include <type_traits>
+#include <utility>
 
 namespace kestrel::engine {
 
@@ -106,22 +110,25 @@ void FileList::clear() {
     m_counters = ListingCounters();
 }
 
-void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter* meter) {
-    clear();
-    m_options = options;
-    const Snapshot& s = m_snapshot;
+namespace {
+
+// Walks the rows a listing of the ring that starts at first gives, in ring
+// order, folder by folder when sub-folders are listed. row(index, folder)
+// is called for each entry that gets a row and returns false to stop;
+// enter(index, folder) for each sub-folder listed returns the number of its
+// In Folder text. Each entry is met once in a sound snapshot, and the walk
+// is bounded by the table, so a damaged ring ends it instead of hanging it.
+template <typename Row, typename Enter>
+void walkRows(const Snapshot& s, int32_t first, const ListingOptions& options, Row row,
+              Enter enter) {
     if (first <= 0 || !s.entries.contains(first))
         return;
-    m_folders.emplace_back();
-
     struct Ring {
         int32_t first;
         int32_t current;
         uint32_t folder;
     };
     std::vector<Ring> stack{{first, first, 0}};
-    const bool compared = options.mode != ShowMode::None;
-    // Each entry is met once in a sound snapshot.
     int64_t budget = int64_t(s.capacity()) + 1;
     while (!stack.empty() && --budget >= 0) {
         Ring& ring = stack.back();
@@ -135,32 +142,62 @@ void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter*
             ring.current = next;
 
         const bool contents = e.isFolder() && hasContents(s, i);
+        // Outside the comparison's part of the tree an entry takes no part
+        // in it: shown only as the way down to that part.
         const bool covered = !options.compared || options.compared->covers(i);
         const bool shown =
             covered ? rowShown(e, options.mode) : options.compared->shownOutside(i, options.mode);
-        if (shown && (options.emptyFolders || !e.isFolder() || contents)) {
-            m_rows.push_back({i, folder});
-            if (e.isFolder()) {
-                ++m_counters.folders;
-            } else {
-                ++m_counters.files;
-                m_counters.bytes += e.size;
-            }
-            if (compared && covered) {
-                if (e.match == 0)
-                    ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
-                else if (e.status > 0)
-                    ++(e.isFolder() ? m_counters.changedFolders : m_counters.changedFiles);
-            }
-        }
-        if (options.subFolders && contents) {
-            if (meter)
-                meter->update(rowCount());
-            QString path = m_folders[folder] + s.nameText(i) + Separator;
-            m_folders.push_back(std::move(path));
-            stack.push_back({i + 1, i + 1, uint32_t(m_folders.size() - 1)});
-        }
+        if (shown && (options.emptyFolders || !e.isFolder() || contents) && !row(i, folder))
+            return;
+        if (options.subFolders && contents)
+            stack.push_back({i + 1, i + 1, enter(i, folder)});
     }
+}
+
+} // namespace
+
+int32_t FileList::countRows(const Snapshot& snapshot, int32_t first, const ListingOptions& options,
+                            int32_t stopAfter) {
+    int32_t rows = 0;
+    walkRows(
+        snapshot, first, options, [&](int32_t, uint32_t) { return ++rows <= stopAfter; },
+        [](int32_t, uint32_t) { return 0u; });
+    return rows;
+}
+
+void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter* meter) {
+    clear();
+    m_options = options;
+    const Snapshot& s = m_snapshot;
+    if (first <= 0 || !s.entries.contains(first))
+        return;
+    m_folders.emplace_back();
+    const bool compared = options.mode != ShowMode::None;
+    const auto row = [&](int32_t i, uint32_t folder) {
+        const SnapshotEntry& e = s.entries.get(i);
+        m_rows.push_back({i, folder});
+        if (e.isFolder()) {
+            ++m_counters.folders;
+        } else {
+            ++m_counters.files;
+            m_counters.bytes += e.size;
+        }
+        if (compared && (!options.compared || options.compared->covers(i))) {
+            if (e.match == 0)
+                ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
+            else if (e.status > 0)
+                ++(e.isFolder() ? m_counters.changedFolders : m_counters.changedFiles);
+        }
+        return true;
+    };
+    const auto enter = [&](int32_t i, uint32_t folder) {
+        if (meter)
+            meter->update(rowCount());
+        QString path = m_folders[folder] + s.nameText(i) + Separator;
+        m_folders.push_back(std::move(path));
+        return uint32_t(m_folders.size() - 1);
+    };
+    walkRows(s, first, options, row, enter);
 }
 
 QString FileList::cellText(int32_t row, int column) const {
@@ -213,63 +250,138 @@ Highlight FileList::highlight(int32_t row, int column) const {
     return Highlight::None;
 }
 
+// The first units of a row's text packed into a number whose order is
+// theirs, the row, and where the row's whole text was put when it was made.
+struct FileList::SortKey {
+    uint64_t prefix;
+    uint32_t row;
+    uint32_t text;
+};
+
+namespace {
+
+// Sorts keys by prefix, keeping the order of equal prefixes: eight passes
+// of a byte each (none for a byte all keys share), so that a million rows
+// cost a few reads and writes of the keys rather than twenty comparisons
+// each.
+template <typename Key> void radixSort(std::vector<Key>& keys) {
+    const size_t n = keys.size();
+    std::array<std::array<size_t, 256>, 8> counts{};
+    for (const Key& k : keys)
+        for (size_t digit = 0; digit < 8; ++digit)
+            ++counts[digit][(k.prefix >> (8 * digit)) & 0xFF];
+    std::vector<Key> other(n);
+    for (size_t digit = 0; digit < 8; ++digit) {
+        std::array<size_t, 256>& count = counts[digit];
+        if (std::find(count.begin(), count.end(), n) != count.end())
+            continue;
+        size_t start = 0;
+        for (size_t& c : count)
+            start += std::exchange(c, start);
+        for (const Key& k : keys)
+            other[count[(k.prefix >> (8 * digit)) & 0xFF]++] = k;
+        keys.swap(other);
+    }
+}
+
+} // namespace
+
 void FileList::sortByText(int column, bool descending) {
     const size_t n = m_rows.size();
-    // Each row's case-folded text, back to back in one block, and its first
-    // four UTF-16 units packed into a number whose order is theirs: most
-    // rows are told apart by that number alone, without reaching for their
-    // texts.
-    std::vector<char16_t> units;
-    units.reserve(n * 24);
-    std::vector<size_t> starts(n + 1);
-    struct Key {
-        uint64_t prefix;
-        uint32_t row;
-    };
-    std::vector<Key> keys(n);
-    for (size_t r = 0; r < n; ++r) {
-        starts[r] = units.size();
-        appendSortText(int32_t(r), column, units);
-        uint64_t prefix = 0;
-        for (size_t i = 0; i < 4; ++i) {
-            const size_t at = starts[r] + i;
-            prefix = (prefix << 16) | (at < units.size() ? units[at] : 0u);
-        }
-        keys[r] = {prefix, uint32_t(r)};
-    }
-    starts[n] = units.size();
-    const auto text = [&](uint32_t row) {
-        return QStringView(units.data() + starts[row], qsizetype(starts[row + 1] - starts[row]));
-    };
+    // Each row's key: the first units of its case-folded text packed into a
+    // number whose order is theirs, eight of them when each fits a byte
+    // (ASCII names, digits, most Latin names), four otherwise. Most rows are
+    // told apart by their keys alone; only rows whose keys are equal have
+    // their whole texts made and compared.
+    std::vector<SortKey> keys(n);
+    if (!makeSortKeys<uint8_t>(column, descending, keys))
+        makeSortKeys<char16_t>(column, descending, keys);
+    radixSort(keys);
+
     // Rows with equal texts keep their order, in either direction.
-    const auto before = [&](const Key& a, const Key& b) {
-        if (a.prefix != b.prefix)
-            return descending ? b.prefix < a.prefix : a.prefix < b.prefix;
-        const int order = QtPrivate::compareStrings(text(a.row), text(b.row));
-        if (order != 0)
-            return descending ? order > 0 : order < 0;
-        return a.row < b.row;
-    };
-    std::sort(keys.begin(), keys.end(), before);
+    std::vector<char16_t> units;
+    std::vector<size_t> starts;
+    for (size_t first = 0; first < n;) {
+        size_t end = first + 1;
+        while (end < n && keys[end].prefix == keys[first].prefix)
+            ++end;
+        if (end - first > 1) {
+            units.clear();
+            starts.clear();
+            for (size_t k = first; k < end; ++k) {
+                starts.push_back(units.size());
+                appendSortText(int32_t(keys[k].row), column, units);
+                // Where the row's text is among the run's.
+                keys[k].text = uint32_t(k - first);
+            }
+            starts.push_back(units.size());
+            const auto text = [&](uint32_t at) {
+                return QStringView(units.data() + starts[at],
+                                   qsizetype(starts[at + 1] - starts[at]));
+            };
+            std::sort(keys.begin() + ptrdiff_t(first), keys.begin() + ptrdiff_t(end),
+                      [&](const SortKey& a, const SortKey& b) {
+                          const int order = QtPrivate::compareStrings(text(a.text), text(b.text));
+                          if (order != 0)
+                              return descending ? order > 0 : order < 0;
+                          return a.row < b.row;
+                      });
+        }
+        first = end;
+    }
+
     std::vector<Row> sorted(n);
     for (size_t r = 0; r < n; ++r)
         sorted[r] = m_rows[keys[r].row];
     m_rows = std::move(sorted);
 }
 
-void FileList::appendSortText(int32_t row, int column, std::vector<char16_t>& out) const {
+template <typename Unit>
+bool FileList::makeSortKeys(int column, bool descending, std::vector<SortKey>& keys) const {
+    constexpr size_t PrefixUnits = sizeof(uint64_t) / sizeof(Unit);
+    constexpr char16_t Largest = char16_t(std::numeric_limits<Unit>::max());
+    std::vector<char16_t> units;
+    for (size_t r = 0; r < keys.size(); ++r) {
+        units.clear();
+        appendSortText(int32_t(r), column, units, PrefixUnits);
+        uint64_t prefix = 0;
+        for (size_t i = 0; i < PrefixUnits; ++i) {
+            const char16_t unit = i < units.size() ? units[i] : 0;
+            if (unit > Largest)
+                return false;
+            prefix = (prefix << (8 * sizeof(Unit))) | unit;
+        }
+        // Descending is ascending on the complement; equal prefixes keep
+        // their rows' order either way.
+        keys[r] = {descending ? ~prefix : prefix, uint32_t(r), 0};
+    }
+    return true;
+}
+
+void FileList::appendSortText(int32_t row, int column, std::vector<char16_t>& out,
+                              size_t atMost) const {
     if (column == NameColumn) {
         // An ASCII name folds to its lower case, without a detour through
-        // two strings.
-        const std::string_view name = m_snapshot.nameOf(m_snapshot.entries.get(entryAt(row)));
-        if (std::all_of(name.begin(), name.end(), [](char c) { return (unsigned char)c < 0x80; })) {
-            for (const char c : name)
-                out.push_back(char16_t(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c));
-            return;
+        // two strings; any other is taken back and folded as text. Each
+        // ASCII character folds to one, so the beginning of a name that is
+        // ASCII so far folds so too.
+        const std::string_view whole = m_snapshot.nameOf(m_snapshot.entries.get(entryAt(row)));
+        const std::string_view name = whole.substr(0, std::min(atMost, whole.size()));
+        const size_t start = out.size();
+        out.resize(start + name.size());
+        char16_t* folded = out.data() + start;
+        unsigned char bits = 0;
+        for (const char c : name) {
+            bits |= (unsigned char)c;
+            *folded++ = char16_t(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
         }
+        if (bits < 0x80)
+            return;
+        out.resize(start);
     }
     const QString folded = cellText(row, column).toCaseFolded();
-    out.insert(out.end(), folded.utf16(), folded.utf16() + folded.size());
+    const size_t size = std::min(atMost, size_t(folded.size()));
+    out.insert(out.end(), folded.utf16(), folded.utf16() + size);
 }
 
 size_t FileList::memoryUsed() const {

@@ -95,6 +95,10 @@ public:
     // table, so a damaged ring ends the listing instead of hanging it.
     void list(int32_t first, const ListingOptions& options, ProgressMeter* meter = nullptr);
     void clear();
+    // The rows list would give, counted without listing them; the count
+    // stops at stopAfter + 1, which stands for "more than stopAfter".
+    static int32_t countRows(const Snapshot& snapshot, int32_t first, const ListingOptions& options,
+                             int32_t stopAfter);
 
     const ListingOptions& options() const { return m_options; }
     int32_t rowCount() const { return int32_t(m_rows.size()); }
@@ -117,8 +121,16 @@ public:
     size_t memoryUsed() const;
 
 private:
-    // The case-folded text a sort compares, appended as UTF-16.
-    void appendSortText(int32_t row, int column, std::vector<char16_t>& out) const;
+    // A row to sort: the first units of its text packed into a number.
+    struct SortKey;
+    // The case-folded text a sort compares, or its first atMost units,
+    // appended as UTF-16.
+    void appendSortText(int32_t row, int column, std::vector<char16_t>& out,
+                        size_t atMost = SIZE_MAX) const;
+    // Every row's key, with units of Unit's size; false when a unit does not
+    // fit it.
+    template <typename Unit>
+    bool makeSortKeys(int column, bool descending, std::vector<SortKey>& keys) const;
 
     struct Row {
         int32_t entry;

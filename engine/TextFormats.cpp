@@ -51,8 +51,18 @@ static QString drivePart(const QString& root) {
     return root.left(3);
 }
 
+QString visibleText(QString text) {
+    // Most texts hold neither: they are returned without a copy.
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text.at(i).unicode();
+        if (c == u'\n' || c == u'\r')
+            text[i] = QChar(LineBreakMark);
+    }
+    return text;
+}
+
 QString ShortenPath(const QString& root, const QString& key, int maximum) {
-    const QString full = root + key.mid(1);
+    const QString full = visibleText(root + key.mid(1));
     if (full.size() <= maximum)
         return full;
     QString tail = full.right(std::max(maximum, 0));

@@ -28,7 +28,14 @@ QString FormatByteSize(double size, bool abbreviate);
 // The display path of a folder for a status-bar panel: root joined with the
 // key (which starts with a separator); when longer than maximum, the drive
 // part of the root, "..." and the tail of the path from a folder boundary.
+// Line breaks show as visibleText shows them.
 QString ShortenPath(const QString& root, const QString& key, int maximum);
+
+// A text as the program shows it on screen and on paper: each line feed and
+// carriage return (a POSIX name may hold them) becomes the mark "⏎", so
+// that it neither breaks a line nor silently vanishes.
+inline constexpr char16_t LineBreakMark = u'\u23CE';
+QString visibleText(QString text);
 
 // AttributeText: the short text of attribute bits, "R/O", "Hid", then "Sys"
 // (which replaces what came before it, so 7 gives "Sys" alone), "Dir", "Arc",

@@ -9,9 +9,11 @@
 #include <QString>
 #include <QStringList>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -75,12 +77,16 @@ struct ExportChoices {
 // The line builder: one line per row of a shown list, with the checked
 // fields from top to bottom, the separator between them and none before the
 // first or after the last. A grid value is the cell's text less its leading
-// blanks, in quotes when asked; embedded quotes and separators are written
-// as they are, without escaping. Lines are UTF-8, without their line end.
+// blanks, in quotes when asked. A grid value holding the separator, a double
+// quote, a carriage return or a line feed (a file name may hold any of them)
+// is always quoted, its quotes doubled, so that no name can split its row or
+// forge another; custom text is written as it stands. Lines are UTF-8,
+// without their line end.
 class ExportLines {
 public:
     // list must outlive the builder.
     ExportLines(const ShownList& list, std::vector<ExportField> fields, ExportChoices choices);
+    ~ExportLines();
 
     int32_t rowCount() const { return m_list.rowCount(); }
     void appendLine(int32_t row, LineBuffer& out);
@@ -88,6 +94,25 @@ public:
 
     // The preview: the first rows, at most ten, each followed by CR LF.
     QString preview();
+
+    // Makes lines on one thread with texts of its own: one maker per thread
+    // lets several threads make the lines of one builder at once.
+    class Maker {
+    public:
+        explicit Maker(const ExportLines& lines);
+        ~Maker();
+        void appendLine(int32_t row, LineBuffer& out);
+
+    private:
+        // Encloses the value that starts at start in out, just after the
+        // opening quote (if any) at opening, in quotes with its own doubled.
+        void quoteValue(LineBuffer& out, size_t opening, size_t start);
+
+        const ExportLines& m_lines;
+        // Made when the list has rows.
+        std::unique_ptr<CellWriter> m_cells;
+        std::string m_value;
+    };
 
 private:
     // A checked field: the grid column it reads, or -1 and the custom text.
@@ -102,8 +127,11 @@ private:
     ExportChoices m_choices;
     QByteArray m_separator;
     QByteArray m_quote;
-    // Made when the list has rows.
-    std::unique_ptr<CellWriter> m_cells;
+    // The bytes that make a value quoted whatever the choice.
+    QByteArray m_forcing;
+    std::array<bool, 256> m_forcesQuotes{};
+    // The maker of appendLine, made when first asked.
+    std::unique_ptr<Maker> m_maker;
 };
 
 // The rows of the preview: all of them up to ten.
@@ -112,7 +140,10 @@ inline constexpr int32_t PreviewRows = 10;
 inline constexpr char LineEnd[] = "\r\n";
 
 // Writes every row of the list, each line followed by CR LF, in blocks
-// handed to write; false as soon as write refuses one.
+// handed to write; false as soon as write refuses one. A long list has its
+// lines made by a few threads, block by block, and handed to write in
+// order by the calling thread as the blocks are ready; the threads are
+// joined before it returns or throws.
 bool writeExportLines(ExportLines& lines, const std::function<bool(std::string_view)>& write);
 // The same to device; false when the device did not take them all.
 bool writeExportLines(ExportLines& lines, QIODevice& device);

@@ -159,7 +159,7 @@ public:
 
     void header() {
         for (const QString& line : reportHeader(m_list, m_settings)) {
-            m_document.addPiece(0, line);
+            m_document.addPiece(0, engine::visibleText(line));
             m_document.endLine();
         }
     }
@@ -171,7 +171,7 @@ public:
             const qreal width = m_positions[size_t(column + 1)] - start;
             if (width == 0)
                 continue; // a column the grid hides
-            const QString text = rows.cellText(row, column);
+            const QString text = engine::visibleText(rows.cellText(row, column));
             if (column == engine::SizeColumn) {
                 // Right-aligned, two blanks short of the column's end.
                 m_document.addPiece(start + width - m_twoBlanks - m_metrics.horizontalAdvance(text),

@@ -1,5 +1,7 @@
 #include "FileGridModel.h"
 
+#include "engine/TextFormats.h"
+
 namespace kestrel::views {
 
 using namespace engine;
@@ -7,11 +9,11 @@ using namespace engine;
 FileGridModel::FileGridModel(const Snapshot& snapshot, QObject* parent)
     : QAbstractTableModel(parent), m_list(snapshot) {}
 
-void FileGridModel::list(int32_t first, const ListingOptions& options,
-                         const HighlightColours& colours, ProgressMeter* meter) {
+void FileGridModel::select(int32_t tag, const RowSelection& selection,
+                           const HighlightColours& colours, ProgressMeter* meter) {
     beginResetModel();
     m_colours = colours;
-    m_list.list(first, options, meter);
+    selectRows(m_list, tag, selection, meter);
     endResetModel();
 }
 
@@ -44,7 +46,7 @@ QVariant FileGridModel::data(const QModelIndex& index, int role) const {
     const int column = index.column();
     switch (role) {
     case Qt::DisplayRole:
-        return m_list.cellText(row, column);
+        return visibleText(m_list.cellText(row, column));
     case Qt::TextAlignmentRole:
         return column == SizeColumn ? QVariant(Qt::AlignRight | Qt::AlignVCenter)
                                     : QVariant(Qt::AlignLeft | Qt::AlignVCenter);

@@ -3,6 +3,7 @@
 #include "Highlight.h"
 
 #include "engine/FileList.h"
+#include "engine/RowSelection.h"
 
 #include <QAbstractTableModel>
 
@@ -26,9 +27,10 @@ public:
 
     explicit FileGridModel(const engine::Snapshot& snapshot, QObject* parent = nullptr);
 
-    // Lists the folder whose first entry is first (0 empties the grid).
-    void list(int32_t first, const engine::ListingOptions& options,
-              const HighlightColours& colours, engine::ProgressMeter* meter = nullptr);
+    // Lists the folder whose first entry is tag (0 empties the grid), sorted
+    // as the selection says.
+    void select(int32_t tag, const engine::RowSelection& selection, const HighlightColours& colours,
+                engine::ProgressMeter* meter = nullptr);
     void clear();
     // Sorts by a column's text (0-based; a hidden key column for the sorted
     // ones), rows with equal texts keeping their order.

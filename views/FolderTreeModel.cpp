@@ -5,7 +5,9 @@
 #include "engine/CaseFold.h"
 #include "engine/FolderIndex.h"
 #include "engine/RingWalk.h"
+#include "engine/RowSelection.h"
 #include "engine/Snapshot.h"
+#include "engine/TextFormats.h"
 
 #include <algorithm>
 
@@ -47,13 +49,14 @@ void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours,
                 else if (contents && e.status >= 1)
                     highlight = Highlight::Changed;
             }
-            m_nodes.push_back({folder, int32_t(n), count, 0, 0, contents ? entry + 1 : 0, highlight});
+            m_nodes.push_back(
+                {folder, int32_t(n), count, 0, 0, engine::folderTag(m_snapshot, entry), highlight});
             ++count;
         }
         m_nodes[n].firstChild = first;
         m_nodes[n].childCount = count;
     }
-    m_nodes[0].tag = hasFolders() ? 1 : 0;
+    m_nodes[0].tag = engine::folderTag(m_snapshot, 0);
     endResetModel();
 }
 
@@ -197,7 +200,7 @@ QVariant FolderTreeModel::data(const QModelIndex& index, int role) const {
     const Node& n = m_nodes[size_t(node)];
     switch (role) {
     case Qt::DisplayRole:
-        return node == 0 ? m_snapshot.header.rootFolder : nameOf(node);
+        return engine::visibleText(node == 0 ? m_snapshot.header.rootFolder : nameOf(node));
     case Qt::DecorationRole:
         return node == m_root ? rootIcon() : folderIcon();
     case Qt::ForegroundRole:

@@ -26,9 +26,9 @@ namespace kestrel::views {
 // name and "/". Keys are compared under the window's rule for names: exactly,
 // so that two folders whose names differ only in case are both reached, or
 // without regard to case, when only the first of them in the snapshot is. A
-// node's tag is the index of the first entry inside its folder
-// (0 for a folder without contents; the top's is 1 once any folder was
-// added beneath it).
+// node's tag is the index of the first entry inside its folder (0 for a
+// folder without contents; the top's is 1 whenever the snapshot has any
+// entry, so that the files of a root without folders are listed).
 //
 // It reads the snapshot and the folder index, which the window owns and
 // keeps alive; it never walks the entry table itself.

@@ -10,6 +10,7 @@
 #include "engine/Compare.h"
 #include "engine/Progress.h"
 #include "engine/RingWalk.h"
+#include "engine/RowSelection.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
 #include "engine/Twips.h"
@@ -641,33 +642,31 @@ void SnapshotWindow::mnuFilePrintPreview_Click() {
 
 void SnapshotWindow::RefreshScreen(int32_t tag, const QString& key) {
     const settings::Options& options = m_host.options();
-    // The entries beneath the folder: its own record counts them; the top's
-    // is entry 0, which holds the whole snapshot's.
-    const int32_t entries = tag > 0 ? m_snapshot.entries.get(tag - 1).count : 0;
-    bool subFolders = m_mnuViewSubs->isChecked();
-    if (options.value(Key::Always) != 0 &&
-        settings::limitValue(options.value(Key::Limit)) > entries)
-        subFolders = true;
-    if (subFolders && entries > SubFolderEntryLimit) {
+    // The limit counts the rows the show mode would list, not the entries
+    // beneath the folder: a flat list of a big tree's few differences fits.
+    const int32_t alwaysBelow =
+        options.value(Key::Always) != 0 ? settings::limitValue(options.value(Key::Limit)) : 0;
+    const engine::SubFolderChoice choice = engine::chooseSubFolders(
+        m_snapshot, tag, rowSelection().listing, m_mnuViewSubs->isChecked(), alwaysBelow);
+    if (choice.refused) {
         m_host.showMessage(UserMessage{
             QStringLiteral("Entry Limit"),
             QStringLiteral("Too many entries to show files in sub-folders (maximum is 30,000), "
                            "option will be ignored"),
             MessageIcon::Exclamation});
-        subFolders = false;
     }
-    m_mnuViewSubs->setChecked(subFolders);
-    m_subFolders = subFolders;
+    m_mnuViewSubs->setChecked(choice.subFolders);
+    m_subFolders = choice.subFolders;
     applyColumnWidths();
 
     engine::ProgressMeter& meter = m_host.progressMeter();
-    if (subFolders) {
+    if (m_subFolders) {
         // The count shows only while every entry is listed.
         const QString count = int(m_showMode) <= int(ShowMode::All)
-                                  ? QLatin1Char(' ') + engine::formatCount(entries)
+                                  ? QLatin1Char(' ') + engine::formatCount(choice.rows)
                                   : QString();
-        meter.initialise(entries, QStringLiteral("Displaying") + count + QStringLiteral(" Entries"),
-                         false);
+        meter.initialise(choice.rows,
+                         QStringLiteral("Displaying") + count + QStringLiteral(" Entries"), false);
         const OperationScope operation(m_host);
         const engine::MeterCloser closer(meter);
         RefreshList(&meter);
@@ -685,23 +684,32 @@ void SnapshotWindow::RefreshScreen(int32_t tag, const QString& key) {
     Q_UNUSED(key)
 }
 
-void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
-    engine::ListingOptions listing;
-    listing.mode = m_showMode;
-    listing.subFolders = m_subFolders;
-    listing.keys = !m_faster;
+engine::RowSelection SnapshotWindow::rowSelection() const {
+    engine::RowSelection selection;
+    selection.listing.mode = m_showMode;
+    selection.listing.subFolders = m_subFolders;
+    selection.listing.keys = !m_faster;
     // "Show empty folders in the file list" off leaves out folders without
     // contents.
-    listing.emptyFolders = m_host.options().value(Key::Empty) != 0;
-    listing.compared = &m_comparedPart;
-    m_gridModel->list(m_currentTag, listing, colours(), meter);
-    m_grdFiles->horizontalHeader()->setSortIndicatorShown(false);
-    updateStatusBar();
+    selection.listing.emptyFolders = m_host.options().value(Key::Empty) != 0;
+    selection.listing.compared = &m_comparedPart;
     if (m_sortColumn > 0) {
-        // Sorted again in the same order: SortSequence reverses it back.
-        m_sortOrder = 3 - m_sortOrder;
-        SortSequence(m_sortColumn);
+        selection.sortColumn = m_sortColumn - 1;
+        selection.descending = m_sortOrder == 2;
     }
+    return selection;
+}
+
+void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
+    // Sorted again by the sort column, in the same order.
+    const bool sorted = m_sortColumn > 0;
+    if (sorted)
+        QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+    m_gridModel->select(m_currentTag, rowSelection(), colours(), meter);
+    updateStatusBar();
+    showSortOrder();
+    if (sorted)
+        QGuiApplication::restoreOverrideCursor();
 }
 
 void SnapshotWindow::updateStatusBar() {
@@ -755,14 +763,24 @@ void SnapshotWindow::SortSequence(int column) {
         m_sortOrder = 3 - m_sortOrder;
     }
     m_gridModel->sortByText(engine::sortKeyColumn(column - 1), m_sortOrder == 2);
-    m_grdFiles->horizontalHeader()->setSortIndicator(
-        column - 1, m_sortOrder == 2 ? Qt::DescendingOrder : Qt::AscendingOrder);
-    m_grdFiles->horizontalHeader()->setSortIndicatorShown(true);
+    showSortOrder();
+    QGuiApplication::restoreOverrideCursor();
+}
+
+void SnapshotWindow::showSortOrder() {
+    QHeaderView* header = m_grdFiles->horizontalHeader();
+    if (m_sortColumn <= 0) {
+        header->setSortIndicatorShown(false);
+        return;
+    }
+    header->setSortIndicator(m_sortColumn - 1,
+                             m_sortOrder == 2 ? Qt::DescendingOrder : Qt::AscendingOrder);
+    header->setSortIndicatorShown(true);
     if (m_gridModel->rowCount() >= 1)
         m_grdFiles->setCurrentIndex(m_gridModel->index(0, 0));
-    if (!(column == SortByName && m_sortOrder == 1))
+    // Scrolling together needs both grids in name order.
+    if (!(m_sortColumn == SortByName && m_sortOrder == 1))
         m_mnuViewScroll->setChecked(false);
-    QGuiApplication::restoreOverrideCursor();
 }
 
 int SnapshotWindow::topRow() const { return m_grdFiles->rowAt(0); }

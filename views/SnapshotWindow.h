@@ -4,6 +4,7 @@
 #include "SnapshotHost.h"
 
 #include "engine/FolderIndex.h"
+#include "engine/RowSelection.h"
 #include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
 #include "output/ShownList.h"
@@ -48,8 +49,8 @@ public:
     static constexpr int SortBySize = 3;
     static constexpr int SortByModified = 5;
     static constexpr int SortByAttributes = 6;
-    // Sub-folder files are never listed for a folder with more entries.
-    static constexpr int32_t SubFolderEntryLimit = 30000;
+    // Sub-folder files are never listed when they would give more rows.
+    static constexpr int32_t SubFolderEntryLimit = engine::SubFolderRowLimit;
     // The splitter keeps this far from either edge of the window, in twips.
     static constexpr int SplitMargin = 2300;
 
@@ -222,6 +223,12 @@ private:
     void layOutControls();
 
     void RefreshList(engine::ProgressMeter* meter);
+    // How the grid lists the current folder: the show mode, the files of
+    // sub-folders, the options that leave rows or keys out, the sort.
+    engine::RowSelection rowSelection() const;
+    // The header's sort mark and the first row current once rows are
+    // sorted; Scroll Together goes off unless they are in name order.
+    void showSortOrder();
     void updateStatusBar();
     void applyColumnWidths();
     void selectNode(const QModelIndex& node);

@@ -7,8 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -287,6 +290,20 @@ TEST_F(CliTest, UnreadableFoldersAreSaidNotListedAsEntries) {
               u"1 only in NEW, 0 only in OLD, 0 changed, 1 folder could not be read on one side"_s);
 }
 
+TEST_F(CliTest, EveryCommandsUsageLineNamesIt) {
+    const std::pair<const char*, const char*> usages[] = {
+        {"snapshot", "[options] FOLDER"}, {"list", "[options] SNAPSHOT|FOLDER"},
+        {"info", "[options] SNAPSHOT"},   {"convert", "[options] SNAPSHOT OUTPUT"},
+        {"compare", "[options] OLD NEW"}, {"export", "[options] SNAPSHOT"},
+        {"report", "[options] SNAPSHOT"}};
+    for (const auto& [command, rest] : usages) {
+        const CliRun r = cli({QLatin1String(command), u"--help"_s});
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.lines().value(0),
+                  u"Usage: kestrel-cli "_s + QLatin1String(command) + u' ' + QLatin1String(rest));
+    }
+}
+
 TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
     TempTree t;
     CliRun r = cli({u"snapshot"_s, t.root()});
@@ -465,7 +482,15 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     ASSERT_EQ(lines.size(), 4) << r.out.toStdString();
     EXPECT_EQ(lines.mid(0, 3),
               (QStringList{u"+\tnew/"_s, u"+\tnew/inside.txt"_s, u"-\tdocs/old.txt"_s}));
+    // What the file was, then each changed field, old and new, in the ISO
+    // form the other outputs use.
+    const auto iso = [](qint64 seconds) {
+        return QDateTime::fromSecsSinceEpoch(seconds).toString(u"yyyy-MM-dd hh:mm:ss"_s);
+    };
     EXPECT_TRUE(lines[3].startsWith(u"~\tgrown.txt\t[was 1  "_s));
+    EXPECT_TRUE(lines[3].endsWith(u"]\tsize 1 -> 2, modified "_s + iso(1700000000) + u" -> "_s +
+                                  iso(1700000002)))
+        << lines[3].toStdString();
     EXPECT_EQ(r.err.trimmed(), u"2 only in NEW, 1 only in OLD, 1 changed"_s);
 
     // Ignoring size and two seconds of date difference leaves the grown file alone.
@@ -511,7 +536,8 @@ TEST_F(CliTest, CompareTakesTheStoredOptionsOnlyWhenAsked) {
     storeSettings("[Ignore]\nSize=1\n");
     CliRun r = compare();
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.lines(), (QStringList{u"~\tf\t[was Norm]"_s, u"~\tsized\t[was 1]"_s}));
+    EXPECT_EQ(r.lines(), (QStringList{u"~\tf\t[was Norm]\tattributes Norm -> R/O"_s,
+                                      u"~\tsized\t[was 1]\tsize 1 -> 2"_s}));
     EXPECT_EQ(compare({u"--ignore-attributes"_s, u"R"_s, u"--ignore-size"_s}).status, 0);
 
     // "Ignore attributes" off: none compared.
@@ -605,7 +631,8 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
 
     CliRun r = exported({u"--fields"_s, u"name,size,type,attributes"_s});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, u"A.bin,1,234,bin,Norm\r\nb.TXT,5,txt,Norm\r\nsub,<dir>,,Dir\r\n"_s);
+    // A size holding the separator is quoted all the same.
+    EXPECT_EQ(r.out, u"A.bin,\"1,234\",bin,Norm\r\nb.TXT,5,txt,Norm\r\nsub,<dir>,,Dir\r\n"_s);
 
     r = exported({u"--quotes"_s, u"--separator"_s, u"tab"_s, u"--fields"_s,
                   u"custom:HOST,0,folder,size,attributes"_s, u"--subfolders"_s,
@@ -685,6 +712,94 @@ TEST_F(CliTest, NamesAreMatchedAndKeptExactly) {
     r = cliThroughShell(
         u"exec \"$0\" export \"$1\" --folder \"$(printf 'caf\\351')\" --fields name"_s, {odd});
     EXPECT_EQ(r.out, u"x\r\n"_s) << r.err.toStdString();
+}
+
+// Names that hold a separator, a double quote, a carriage return or a line
+// feed, alone, together and as a forged row, come back whole from Python's
+// csv module, with and without --quotes, for every separator, in the name
+// and the In Folder column alike. info escapes them as list does.
+TEST_F(CliTest, ExportedNamesReadBackWithPythonsCsvModule) {
+    const QString python = QStandardPaths::findExecutable(u"python3"_s);
+    if (python.isEmpty())
+        GTEST_SKIP() << "python3 is not installed";
+    TempTree t;
+    const QStringList names{u"plain.txt"_s,
+                            u"a,b.txt"_s,
+                            u"say \"hi\".txt"_s,
+                            u"\"quoted\""_s,
+                            u"line\nbreak"_s,
+                            u"cr\rname"_s,
+                            u"crlf\r\nend"_s,
+                            u"tab\tname"_s,
+                            u"two words"_s,
+                            u"trailing,"_s,
+                            u"\""_s,
+                            u","_s,
+                            u"\",0,,1 Jan 2024 00:00:00,Norm,\r\n\"ghost.exe"_s};
+    const QString folder = u"dir, \"x\"\n"_s;
+    QStringList expected{folder + u'\x1f'};
+    for (const QString& name : names) {
+        t.file(u"tree/"_s + name, "x");
+        t.file(u"tree/"_s + folder + u'/' + name, "x");
+        expected << name + u'\x1f' << name + u'\x1f' + folder + u'/';
+    }
+    expected.sort();
+    const QString exported = home() + u"/export.txt"_s;
+    const std::pair<const char*, const char*> separators[] = {
+        {"comma", ","}, {"tab", "\t"}, {"space", " "}, {"none", "\x01"}};
+    for (const auto& [separator, delimiter] : separators) {
+        const bool alone = QLatin1String(separator) == QLatin1String("none");
+        for (const bool quotes : {false, true}) {
+            QStringList options{u"export"_s,
+                                t.root() + u"tree"_s,
+                                u"--subfolders"_s,
+                                u"--separator"_s,
+                                QLatin1String(separator),
+                                u"--fields"_s,
+                                alone ? u"name"_s : u"name,folder"_s,
+                                u"--output"_s,
+                                exported};
+            if (quotes)
+                options << u"--quotes"_s;
+            const CliRun r = cli(options);
+            ASSERT_EQ(r.status, 0) << r.err.toStdString();
+
+            QProcess reader;
+            reader.start(python,
+                         {u"-c"_s,
+                          u"import csv, json, sys\n"
+                          "with open(sys.argv[1], newline='', encoding='utf-8') as f:\n"
+                          "    print(json.dumps(list(csv.reader(f, delimiter=sys.argv[2]))))"_s,
+                          exported, QLatin1String(delimiter)});
+            ASSERT_TRUE(reader.waitForFinished(60000));
+            const QJsonArray rows = QJsonDocument::fromJson(reader.readAllStandardOutput()).array();
+            QStringList read;
+            for (const QJsonValue& row : rows) {
+                const QJsonArray fields = row.toArray();
+                read << fields.at(0).toString() + u'\x1f' + fields.at(1).toString();
+            }
+            read.sort();
+            QStringList wanted = expected;
+            if (alone) {
+                for (QString& row : wanted)
+                    row = row.left(row.indexOf(u'\x1f') + 1);
+                wanted.sort();
+            }
+            EXPECT_EQ(read, wanted) << separator << (quotes ? " quoted" : "");
+        }
+    }
+
+    // info: the title and the root folder escaped as list escapes paths.
+    t.file(u"line\nroot/a"_s);
+    const QString snapshot = home() + u"/escaped.#01"_s;
+    ASSERT_EQ(cli({u"snapshot"_s, t.root() + u"line\nroot"_s, u"--title"_s, u"two\tlines\\"_s,
+                   u"--output"_s, snapshot})
+                  .status,
+              0);
+    const CliRun info = cli({u"info"_s, snapshot});
+    EXPECT_TRUE(info.out.startsWith(u"Title: two\\tlines\\\nRoot folder: "_s + t.root() +
+                                    u"line\\nroot/\n"_s))
+        << info.out.toStdString();
 }
 
 // report writes the printed report as a PDF, here of a comparison with its

@@ -8,6 +8,7 @@
 #include "engine/FileList.h"
 #include "engine/FolderIndex.h"
 #include "engine/Progress.h"
+#include "engine/RowSelection.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
@@ -40,6 +41,52 @@ protected:
         for (int32_t r = 0; r < list.rowCount(); ++r)
             cells << list.cellText(r, c);
         return cells;
+    }
+    // The sort against the plain one it stands for: a stable sort of the
+    // rows by their case-folded cell texts, in either direction, the hidden
+    // keys' texts for size, date and attributes (so sizes sort by value, and
+    // the attribute numbers in text order). Names share long beginnings,
+    // differ only in case, repeat in other folders, and leave ASCII
+    // (accents, a character beyond the 16-bit range, one that folds to two).
+    static void expectStableSortOfTheCaseFoldedTexts(const QStringList& names) {
+        const int16_t attributes[] = {128, 32, 1, 33, 2048, 34};
+        std::vector<Node> top;
+        for (qsizetype i = 0; i < names.size(); ++i)
+            top.push_back(Node::file(names[i].toStdString(), double(i % 5 * 700),
+                                     45000 + double(i % 3),
+                                     attributes[size_t(i) % std::size(attributes)]));
+        std::vector<Node> inner;
+        for (qsizetype i = 0; i < names.size(); i += 2)
+            inner.push_back(Node::file(names[i].toStdString(), 1));
+        top.push_back(Node::dir("sub", inner));
+        Snapshot s;
+        buildSnapshot(s, top);
+        ListingOptions withSubFolders;
+        withSubFolders.subFolders = true;
+
+        for (const int column : {int(NameColumn), int(TypeColumn), sortKeyColumn(SizeColumn),
+                                 sortKeyColumn(ModifiedColumn), sortKeyColumn(AttributesColumn)}) {
+            for (const bool descending : {false, true}) {
+                FileList list(s);
+                list.list(1, withSubFolders);
+                std::vector<int32_t> expected;
+                std::vector<QString> keys;
+                for (int32_t r = 0; r < list.rowCount(); ++r) {
+                    expected.push_back(r);
+                    keys.push_back(list.cellText(r, column).toCaseFolded());
+                }
+                std::stable_sort(expected.begin(), expected.end(), [&](int32_t a, int32_t b) {
+                    return descending ? keys[size_t(b)] < keys[size_t(a)]
+                                      : keys[size_t(a)] < keys[size_t(b)];
+                });
+                QStringList wanted;
+                for (const int32_t r : expected)
+                    wanted << list.inFolder(r) + list.cellText(r, NameColumn);
+                list.sortByText(column, descending);
+                EXPECT_EQ(rowsOf(list), wanted)
+                    << "column " << column << (descending ? " descending" : "");
+            }
+        }
     }
     static QStringList subFolderNames(const Snapshot& s, const FolderIndex& index, int32_t folder) {
         QStringList names;
@@ -157,58 +204,65 @@ TEST_F(FileListTest, OutsideTheComparedPartNothingIsCompared) {
     }
 }
 
-// The sort against the plain one it stands for: a stable sort of the rows by
-// their case-folded cell texts, in either direction, the hidden keys' texts
-// for size, date and attributes (so sizes sort by value, and the attribute
-// numbers in text order). Names share long beginnings, differ only in case,
-// repeat in other folders, and leave ASCII (accents, a character beyond the
-// 16-bit range, one that folds to two).
 TEST_F(FileListTest, SortEqualsAStableSortOfTheCaseFoldedTexts) {
-    const QStringList names =
-        QString::fromUtf8("Report|report|REPORT.txt|re|r|Réport|rÉport|Ärger|arger|Straße|STRASSE|"
-                          "strasse|\xF0\x9F\x90\xA6 bird|\xEF\xBC\xA1 wide|a b|a|ab|AB|repo|"
-                          "reportage|Report 2|report 10|Zeta|zeta|")
-            .split(QLatin1Char('|'));
-    const int16_t attributes[] = {128, 32, 1, 33, 2048, 34};
-    std::vector<Node> top;
-    for (qsizetype i = 0; i < names.size(); ++i)
-        top.push_back(Node::file(names[i].toStdString(), double(i % 5 * 700), 45000 + double(i % 3),
-                                 attributes[size_t(i) % std::size(attributes)]));
-    std::vector<Node> inner;
-    for (qsizetype i = 0; i < names.size(); i += 2)
-        inner.push_back(Node::file(names[i].toStdString(), 1));
-    top.push_back(Node::dir("sub", inner));
-    Snapshot s;
-    buildSnapshot(s, top);
-    ListingOptions withSubFolders;
-    withSubFolders.subFolders = true;
-
-    for (const int column : {int(NameColumn), int(TypeColumn), sortKeyColumn(SizeColumn),
-                             sortKeyColumn(ModifiedColumn), sortKeyColumn(AttributesColumn)}) {
-        for (const bool descending : {false, true}) {
-            FileList list(s);
-            list.list(1, withSubFolders);
-            std::vector<int32_t> expected;
-            std::vector<QString> keys;
-            for (int32_t r = 0; r < list.rowCount(); ++r) {
-                expected.push_back(r);
-                keys.push_back(list.cellText(r, column).toCaseFolded());
-            }
-            std::stable_sort(expected.begin(), expected.end(), [&](int32_t a, int32_t b) {
-                return descending ? keys[size_t(b)] < keys[size_t(a)]
-                                  : keys[size_t(a)] < keys[size_t(b)];
-            });
-            QStringList wanted;
-            for (const int32_t r : expected)
-                wanted << list.inFolder(r) + list.cellText(r, NameColumn);
-            list.sortByText(column, descending);
-            EXPECT_EQ(rowsOf(list), wanted)
-                << "column " << column << (descending ? " descending" : "");
-        }
+    // With a character beyond eight bits among the names, and without one
+    // (each unit fits a byte), with beginnings longer than eight characters.
+    for (const char* list :
+         {"Report|report|REPORT.txt|re|r|Réport|rÉport|Ärger|arger|Straße|STRASSE|strasse|"
+          "\xF0\x9F\x90\xA6 bird|\xEF\xBC\xA1 wide|a b|a|ab|AB|repo|reportage|Report 2|"
+          "report 10|Zeta|zeta|",
+          "Report|report|REPORT.txt|Réport|rÉport|Ärger|ärger|arger|Straße|strasse|ÿ|Ÿ|y|"
+          "report_number_0001|Report_Number_0001|report_number_0002|report_number_00|"
+          "report_number_|report_numbe|REPORT_NUMBER_0001.TXT|Zeta|zeta|"}) {
+        const QStringList names = QString::fromUtf8(list).split(QLatin1Char('|'));
+        expectStableSortOfTheCaseFoldedTexts(names);
     }
 }
 
-// The texts a snapshot window does not show in its tests.
+// The files of sub-folders are limited by the rows the show mode lists:
+// counted as the listing would give them, a big folder's few differences
+// fit, all of its entries do not; "Always" gives them to short lists only.
+TEST_F(FileListTest, SubFolderLimitCountsTheRowsTheModeLists) {
+    std::vector<Node> many, changed;
+    for (int i = 0; i < SubFolderRowLimit; ++i) {
+        many.push_back(Node::file("f" + std::to_string(i), 1));
+        changed.push_back(Node::file("f" + std::to_string(i), i == 7 ? 2 : 1));
+    }
+    Snapshot s, other;
+    buildSnapshot(s, {Node::file("top.txt"), Node::dir("big", many), Node::dir("gone")});
+    buildSnapshot(other, {Node::file("top.txt"), Node::dir("big", changed)});
+    ProgressMeter meter;
+    ASSERT_TRUE(CompareSnapshot(s, 1, other, 1, true, CompareOptions{}, meter).ok);
+    const int32_t big = indexOf(s, "big");
+
+    // The count is the listing's, in every mode, with and without empty
+    // folders, and stops one past where it was asked to.
+    FileList list(s);
+    for (int mode = 0; mode <= 5; ++mode) {
+        for (const bool empty : {true, false}) {
+            const ListingOptions options{ShowMode(mode), true, true, empty};
+            list.list(1, options);
+            EXPECT_EQ(FileList::countRows(s, 1, options, INT32_MAX), list.rowCount());
+            EXPECT_EQ(FileList::countRows(s, 1, options, 2), std::min(list.rowCount(), 3));
+        }
+    }
+
+    const auto choose = [&](ShowMode mode, int32_t tag, bool asked, int32_t alwaysBelow) {
+        const SubFolderChoice c = chooseSubFolders(s, tag, {mode}, asked, alwaysBelow);
+        return std::tuple(c.subFolders, c.refused, c.rows);
+    };
+    // Everything beneath the top: the stored count of its first entry does
+    // not decide, the rows do.
+    EXPECT_EQ(choose(ShowMode::All, 1, true, 0), std::tuple(false, true, 0));
+    EXPECT_EQ(choose(ShowMode::Differences, 1, true, 0), std::tuple(true, false, 3));
+    EXPECT_EQ(choose(ShowMode::All, big + 1, true, 0), std::tuple(true, false, SubFolderRowLimit));
+    EXPECT_EQ(choose(ShowMode::Changed, big + 1, false, 0), std::tuple(false, false, 0));
+    // "Always" with a limit of 1,000: below it on, at it off, never refused.
+    EXPECT_EQ(choose(ShowMode::Changed, 1, false, 1000), std::tuple(true, false, 2));
+    EXPECT_EQ(choose(ShowMode::All, 1, false, 1000), std::tuple(false, false, 0));
+    EXPECT_EQ(choose(ShowMode::Differences, 1, false, 3), std::tuple(false, false, 0));
+}
+
 TEST(ChangeSummary, Texts) {
     ListingCounters none;
     EXPECT_EQ(ShowChanges(true, false, ShowMode::None, none),

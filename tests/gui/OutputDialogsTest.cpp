@@ -6,6 +6,7 @@
 #include "TemporaryHome.h"
 #include "TestFrame.h"
 
+#include "output/ExportLines.h"
 #include "output/ui/ExportDialog.h"
 #include "output/ui/PrintDialog.h"
 #include "views/FileGridModel.h"
@@ -44,6 +45,77 @@ private:
         frame.saveAnswer = path(u"Work.#01"_s);
         window->mnuFileSaveAs_Click();
         return window;
+    }
+
+    // Two windows in frame: a snapshot of folder saved as FOLDER.#01, the
+    // folder changed, Ctrl+R and the repeat saved as FOLDER.#02. The
+    // snapshots stay on disk; the windows are marked saved.
+    bool snapshotPair(Frame& frame, const QString& folder, const std::function<void()>& change) {
+        frame->show();
+        if (!QTest::qWaitForWindowActive(frame.window.get()) ||
+            !frame->NewSnapshot(folder, true, true, false, 1))
+            return false;
+        frame.saveAnswer = folder + u".#01"_s;
+        frame->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        change();
+        QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
+        SnapshotWindow* newer = frame->activeSnapshotWindow();
+        if (frame->snapshotWindows().size() != 2 || !newer->compared())
+            return false;
+        frame.saveAnswer = folder + u".#02"_s;
+        newer->mnuFileSaveAs_Click();
+        for (SnapshotWindow* w : frame->snapshotWindows())
+            w->setChanged(false);
+        return true;
+    }
+
+    // The export lines of the window's top folder in every show mode (taken
+    // with the arrow keys), without and with the files of sub-folders,
+    // against kestrel-cli's for the same view of the same files.
+    void expectTheCommandLinesRows(SnapshotWindow& w, QSet<QByteArray>& seen) {
+        SnapshotWindow* pair = w.pairedWindow();
+        QVERIFY(pair);
+        const QStringList sortWords{u"none"_s, u"name"_s,     u"folder"_s,     u"size"_s,
+                                    u"type"_s, u"modified"_s, u"attributes"_s, u"version"_s};
+        const QStringList showWords = words(u"all only both changed diffs"_s);
+        for (const bool subFolders : {false, true}) {
+            if (w.showsSubFolders() != subFolders)
+                w.action(u"mnuViewSubs"_s)->trigger();
+            QCOMPARE(w.showsSubFolders(), subFolders);
+            w.showSelector()->setFocus();
+            QTest::keyClick(w.showSelector(), Qt::Key_Home);
+            for (int position = 0; position < 5; ++position) {
+                if (position > 0)
+                    QTest::keyClick(w.showSelector(), Qt::Key_Down);
+                QCOMPARE(w.showSelector()->currentIndex(), position);
+                QVERIFY(w.selectFolder(u"/"_s));
+
+                const output::ShownList shown = w.shownList();
+                output::ExportLines lines(shown, output::exportFields(subFolders), {});
+                QBuffer fromWindow;
+                fromWindow.open(QIODevice::WriteOnly);
+                QVERIFY(output::writeExportLines(lines, fromWindow));
+
+                const QString sort =
+                    sortWords.at(w.sortColumn()) + (w.sortDescending() ? u":desc"_s : QString());
+                QStringList arguments{u"export"_s,    w.snapshot().header.fileName,
+                                      u"--compare"_s, pair->snapshot().header.fileName,
+                                      u"--show"_s,    showWords.at(position),
+                                      u"--quotes"_s,  u"--use-settings"_s,
+                                      u"--sort"_s,    sort};
+                if (subFolders)
+                    arguments << u"--subfolders"_s;
+                QProcess cli;
+                QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+                env.insert(u"LC_ALL"_s, u"en_US.UTF-8"_s); // the locale the window test fixed
+                cli.setProcessEnvironment(env);
+                cli.start(QStringLiteral(KESTREL_CLI), arguments);
+                QVERIFY(cli.waitForFinished(60000));
+                QCOMPARE(cli.readAllStandardError(), QByteArray());
+                QCOMPARE(cli.readAllStandardOutput(), fromWindow.data());
+                seen << fromWindow.data();
+            }
+        }
     }
 
 private Q_SLOTS:
@@ -213,6 +285,71 @@ private Q_SLOTS:
         QVERIFY(cli.waitForFinished(60000));
         QCOMPARE(cli.exitCode(), 0);
         QCOMPARE(readFile(path(u"cli.txt"_s)), fromDialog);
+    }
+
+    // kestrel-cli lists exactly the window's rows, in the window's order, in
+    // every show mode, with and without the files of sub-folders, on both
+    // sides of a pair whose entries take every status: only on one side
+    // (files, folders with and without contents), changed in size, date or
+    // attributes, with changes beneath, and the same; and of a pair of
+    // folders that hold only files, whose trees show no folder at all.
+    void theCommandLineListsTheWindowsRows() {
+        const QString tree = path(u"Pair"_s);
+        for (const char* folder : {"keep", "sub", "oldonly", "oldempty", "empty"})
+            QVERIFY(QDir().mkpath(tree + u'/' + QLatin1String(folder)));
+        for (const char* file :
+             {"same.txt", "grows.txt", "dated.txt", "locked.txt", "gone.txt", "keep/k.txt",
+              "sub/changed.txt", "sub/plain.txt", "oldonly/o.txt"}) {
+            writeFile(tree + u'/' + QLatin1String(file), file);
+            setTime(tree + u'/' + QLatin1String(file), Fixed);
+        }
+        const QString flat = path(u"Flat"_s);
+        QVERIFY(QDir().mkpath(flat));
+        for (const char* file : {"same.txt", "grows.txt", "gone.txt"}) {
+            writeFile(flat + u'/' + QLatin1String(file), file);
+            setTime(flat + u'/' + QLatin1String(file), Fixed);
+        }
+        const auto changeFiles = [](const QString& folder) {
+            writeFile(folder + u"/grows.txt"_s, "grows.txt, grown");
+            setTime(folder + u"/grows.txt"_s, Fixed);
+            QVERIFY(QFile::remove(folder + u"/gone.txt"_s));
+            writeFile(folder + u"/new.txt"_s, "new");
+        };
+        const auto changeTree = [&] {
+            changeFiles(tree);
+            setTime(tree + u"/dated.txt"_s, Fixed.addDays(1));
+            QVERIFY(QFile::setPermissions(tree + u"/locked.txt"_s, QFileDevice::ReadOwner));
+            writeFile(tree + u"/sub/changed.txt"_s, "changed beneath");
+            for (const char* folder : {"oldonly", "oldempty"})
+                QVERIFY(QDir(tree + u'/' + QLatin1String(folder)).removeRecursively());
+            QVERIFY(QDir().mkpath(tree + u"/newdir"_s));
+            writeFile(tree + u"/newdir/n.txt"_s, "n");
+        };
+
+        QSet<QByteArray> seen;
+        const std::pair<QString, std::function<void()>> pairs[] = {
+            {tree, changeTree}, {flat, [&] { changeFiles(flat); }}};
+        for (const auto& [folder, change] : pairs) {
+            Frame frame(iniPath());
+            QVERIFY(snapshotPair(frame, folder, change));
+            for (SnapshotWindow* w : frame->snapshotWindows()) {
+                expectTheCommandLinesRows(*w, seen);
+                if (QTest::currentTestFailed())
+                    return;
+            }
+        }
+        // Forty views, told apart by their modes and trees.
+        QVERIFY2(seen.size() >= 24, qPrintable(QString::number(seen.size())));
+
+        // A folder the show mode hides is no folder of that view.
+        QProcess hidden;
+        hidden.start(QStringLiteral(KESTREL_CLI),
+                     {u"export"_s, path(u"Pair.#02"_s), u"--compare"_s, path(u"Pair.#01"_s),
+                      u"--show"_s, u"only"_s, u"--folder"_s, u"keep"_s});
+        QVERIFY(hidden.waitForFinished(60000));
+        QCOMPARE(hidden.exitCode(), 2);
+        QCOMPARE(hidden.readAllStandardError(),
+                 QByteArray("Folder Not Found: keep is not shown with --show only\n"));
     }
 
     // Without a printer there is nothing to print on; a PDF file chosen in

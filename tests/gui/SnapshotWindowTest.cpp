@@ -12,6 +12,7 @@
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
+#include "engine/TextFormats.h"
 #include "engine/Twips.h"
 #include "settings/Settings.h"
 #include "shell/MeterWindow.h"
@@ -877,6 +878,77 @@ private Q_SLOTS:
         frame->options().setValue(Key::Always, 1);
         QVERIFY(w->selectFolder(u"/sub/"_s));
         QVERIFY(w->showsSubFolders());
+    }
+
+    // A folder that holds only files lists them, alone and compared: the
+    // tree shows its top alone and unexpanded, the grid every file, sorted
+    // by a click on a heading, coloured after the comparison and exported.
+    void aFolderOfFilesListsItsFiles() {
+        const QString flat = m_dir->filePath(u"Flat"_s);
+        QVERIFY(QDir().mkpath(flat));
+        for (const char* name : {"one.txt", "two.txt", "three.txt"}) {
+            writeFile(flat + u'/' + QLatin1String(name), name);
+            setTime(flat + u'/' + QLatin1String(name), Fixed);
+        }
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        QVERIFY(frame->NewSnapshot(flat, true, true, false, 1));
+        SnapshotWindow* older = frame->activeSnapshotWindow();
+        const views::FolderTreeModel& tree = older->treeModel();
+        QCOMPARE(tree.rowCount(tree.topIndex()), 0);
+        QVERIFY(!older->tree()->isExpanded(tree.topIndex()));
+        QCOMPARE(older->statusBar()->panelText(3), u"23 bytes in 3 files "_s);
+        QHeaderView* header = older->grid()->horizontalHeader();
+        QTest::mouseClick(
+            header->viewport(), Qt::LeftButton, {},
+            QPoint(header->sectionViewportPosition(engine::NameColumn) + 5, header->height() / 2));
+        QCOMPARE(gridRows(*older), words(u"one.txt three.txt two.txt"_s));
+
+        writeFile(flat + u"/two.txt"_s, "two, longer");
+        writeFile(flat + u"/four.txt"_s, "four");
+        QVERIFY(QFile::remove(flat + u"/one.txt"_s));
+        QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer->compared());
+        QCOMPARE(newer->treeModel().rowCount(newer->treeModel().topIndex()), 0);
+        QCOMPARE(newer->statusBar()->panelText(2), u"1 extra file, 1 file changed"_s);
+        QCOMPARE(older->statusBar()->panelText(2), u"1 extra file, 1 file changed"_s);
+        const QColor red(255, 0, 0), cyan(0, 255, 255);
+        QCOMPARE(colourOf(cell(*newer, u"four.txt"_s, engine::NameColumn, Qt::ForegroundRole)),
+                 red);
+        QCOMPARE(colourOf(cell(*newer, u"two.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
+                 cyan);
+        QCOMPARE(colourOf(cell(*older, u"one.txt"_s, engine::NameColumn, Qt::ForegroundRole)), red);
+        // What export and the report read is what the grid shows.
+        const output::ShownList shown = newer->shownList();
+        QCOMPARE(shown.rowCount(), 3);
+        QCOMPARE(shown.changesPanel, u"1 extra file, 1 file changed"_s);
+        for (SnapshotWindow* w : frame->snapshotWindows())
+            w->setChanged(false);
+    }
+
+    // Line breaks and carriage returns in names show as a mark in the tree,
+    // the grid and the status bar; the names themselves stay whole.
+    void lineBreaksInNamesShowAsAMark() {
+        const QString odd = m_dir->filePath(u"Odd"_s);
+        QVERIFY(QDir().mkpath(odd + u"/two\nlines"_s));
+        writeFile(odd + u"/two\nlines/car\rriage.txt"_s, "x");
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(frame->NewSnapshot(odd, true, true, false, 1));
+        SnapshotWindow* w = frame->activeSnapshotWindow();
+        const QString mark(QChar(engine::LineBreakMark));
+        const QModelIndex node = w->treeModel().indexOfKey(u"/two\nlines/"_s, w->nameMatching());
+        QCOMPARE(node.data().toString(), u"two"_s + mark + u"lines"_s);
+        QTest::mouseClick(w->tree()->viewport(), Qt::LeftButton, {},
+                          w->tree()->visualRect(node).center());
+        QCOMPARE(w->selectedKey(), u"/two\nlines/"_s);
+        QCOMPARE(gridRows(*w), QStringList{u"car\rriage.txt"_s});
+        QCOMPARE(w->gridModel().index(0, engine::NameColumn).data().toString(),
+                 u"car"_s + mark + u"riage.txt"_s);
+        QVERIFY(w->statusBar()->panelText(1).endsWith(u"/two"_s + mark + u"lines/"_s));
     }
 
     // 30,000 entries beneath a folder can be listed with their sub-folders'

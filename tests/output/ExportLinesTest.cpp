@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QBuffer>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -106,16 +107,16 @@ TEST_F(ExportLinesTest, SeparatorsAndQuotesStandBetweenTheValuesOnly) {
     EXPECT_EQ(line(exportFields(false), ExportChoices{}, 1), expected);
 }
 
-// Custom text is never quoted and nothing is escaped; unchecked entries
-// write nothing, not even a separator; grid values lose their leading
-// blanks; entries write in the order they were moved to.
+// Custom text is never quoted; unchecked entries write nothing, not even a
+// separator; grid values lose their leading blanks; entries write in the
+// order they were moved to.
 TEST_F(ExportLinesTest, ValuesCustomTextAndOrder) {
     f.show({Node::file("say \"hi\", ok", 7, 45000, 0, "1.02.03.04")});
     std::vector<ExportField> fields = onlyFields({7, engine::NameColumn, 8});
     fields[0].text = QStringLiteral("X");
     fields[2].text = QStringLiteral(" two words");
     EXPECT_EQ(line(fields, choose(QStringLiteral(","), true)),
-              QStringLiteral("X,\"say \"hi\", ok\", two words"));
+              QStringLiteral("X,\"say \"\"hi\"\", ok\", two words"));
     fields[1].checked = false;
     EXPECT_EQ(line(fields, choose(QStringLiteral(","), true)), QStringLiteral("X, two words"));
 
@@ -127,7 +128,42 @@ TEST_F(ExportLinesTest, ValuesCustomTextAndOrder) {
         field.checked = field.number == engine::NameColumn || field.number == engine::SizeColumn ||
                         field.number == engine::VersionColumn;
     EXPECT_EQ(line(fields, choose(QStringLiteral(";"), false)),
-              QStringLiteral("7;say \"hi\", ok;1.02.03.04"));
+              QStringLiteral("7;\"say \"\"hi\"\", ok\";1.02.03.04"));
+}
+
+// A value holding the separator, a double quote, a carriage return or a
+// line feed is quoted, its quotes doubled, whatever the Quotes box says;
+// what holds none of them is written as the box says.
+TEST_F(ExportLinesTest, ValuesThatWouldSplitTheirRowAreAlwaysQuoted) {
+    struct Case {
+        const char* name;
+        const char* separator;
+        bool quotes;
+        const char* written;
+    };
+    const Case cases[] = {
+        {"plain", ",", false, "plain"},
+        {"plain", ",", true, "\"plain\""},
+        {"a,b", ",", false, "\"a,b\""},
+        {"a,b", "\t", false, "a,b"},
+        {"a\tb", "\t", false, "\"a\tb\""},
+        {"a b", " ", false, "\"a b\""},
+        {"a,b", "", false, "a,b"},
+        {"q\"", "", false, "\"q\"\"\""},
+        {"\"q\"", ",", true, "\"\"\"q\"\"\""},
+        {"line\nbreak", "\t", false, "\"line\nbreak\""},
+        {"cr\rname", " ", true, "\"cr\rname\""},
+    };
+    for (const Case& c : cases) {
+        ShownListFixture named;
+        named.show({Node::file(c.name)});
+        const QString separator = QString::fromUtf8(c.separator);
+        ExportLines lines(named.list, onlyFields({engine::NameColumn, 7}),
+                          choose(separator, c.quotes));
+        EXPECT_EQ(lines.line(0),
+                  QString::fromUtf8(c.written) + separator + QStringLiteral("Custom"))
+            << c.name;
+    }
 }
 
 TEST_F(ExportLinesTest, NumericAttributesComeFromTheHiddenKeyColumn) {
@@ -142,6 +178,48 @@ TEST_F(ExportLinesTest, NumericAttributesComeFromTheHiddenKeyColumn) {
     faster.keys = false;
     f.rows->list(1, faster);
     EXPECT_EQ(line(attributes(), choose(QStringLiteral(","), true, true)), QStringLiteral("\"\""));
+}
+
+// A long list has its lines made by several threads: the bytes are the
+// lines made one by one, in order; a device that stops taking them ends the
+// writing with false, every thread joined.
+TEST_F(ExportLinesTest, ALongListWritesTheLinesInOrder) {
+    std::vector<Node> many;
+    for (int i = 0; i < 150000; ++i)
+        many.push_back(Node::file("f" + std::to_string(i) + (i % 7 == 0 ? ",x" : ".txt"), i,
+                                  45000 + i / 86400.0));
+    f.show({Node::dir("sub", many), Node::file("top")}, {engine::ShowMode::None, true});
+    const std::vector<ExportField> fields = exportFields(true);
+    ExportLines oneByOne(f.list, fields, choose(QStringLiteral(","), false));
+    LineBuffer expected;
+    for (int32_t row = 0; row < oneByOne.rowCount(); ++row) {
+        oneByOne.appendLine(row, expected);
+        expected.append(std::string_view(LineEnd));
+    }
+
+    ExportLines lines(f.list, fields, choose(QStringLiteral(","), false));
+    QBuffer written;
+    written.open(QIODevice::WriteOnly);
+    ASSERT_TRUE(writeExportLines(lines, written));
+    EXPECT_TRUE(written.data() == expected.toByteArray());
+
+    // Full after a megabyte and a half: a few blocks in.
+    class FullDevice : public QIODevice {
+    public:
+        qint64 taken = 0;
+
+    protected:
+        qint64 readData(char*, qint64) override { return -1; }
+        qint64 writeData(const char*, qint64 size) override {
+            if (taken + size > 1500000)
+                return -1;
+            taken += size;
+            return size;
+        }
+    } full;
+    full.open(QIODevice::WriteOnly);
+    EXPECT_FALSE(writeExportLines(lines, full));
+    EXPECT_LE(full.taken, 1500000);
 }
 
 // The export dialog's tests write a grid of 26 rows; an empty grid previews
@@ -177,8 +255,9 @@ TEST_F(ExportLinesTest, AFullDiskIsReportedAndTheOldFileKept) {
 }
 
 // The short cuts of the cell writer against the grid's own texts, cell by
-// cell, in locales with other digits, separators, date orders and no
-// grouping at all, and on the days the clocks change.
+// cell, in locales with other digits, separators, date orders, 12- and
+// 24-hour clocks and no grouping at all, and on the days the clocks change;
+// and whether a text holds a watched byte, against the text itself.
 TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
     const char* const oldZone = std::getenv("TZ");
     const std::string zone = oldZone ? oldZone : "";
@@ -188,8 +267,8 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
     std::vector<Node> top;
     const double sizes[] = {0,   7, 999, 1000, 123456, 1234567, 5000000000.0, 9007199254740993.0,
                             12.5};
-    const std::string names[] = {"plain.TXT", "Ärger.Dat", "noext", "a.b.C",
-                                 " lead",     "日本.文書", "x."};
+    const std::string names[] = {"plain.TXT", "Ärger.Dat", "noext", "a.b.C",  " lead",
+                                 "日本.文書", "x.",        "a,\"b", "c\r\n.d"};
     const double dates[] = {engine::oleDateFromParts(2024, 3, 31, 2, 30, 0),  // no such local time
                             engine::oleDateFromParts(2024, 10, 27, 2, 30, 0), // twice that day
                             engine::oleDateFromParts(2024, 1, 1, 0, 0, 0),
@@ -198,7 +277,11 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
                             engine::oleDateFromParts(2150, 2, 3, 4, 5, 6),
                             45000.99999999,
                             0,
-                            -1.25};
+                            -1.25,
+                            engine::oleDateFromParts(2020, 2, 29, 0, 0, 1),
+                            engine::oleDateFromParts(2020, 2, 29, 12, 34, 56),
+                            engine::oleDateFromParts(2020, 2, 29, 13, 5, 7),
+                            engine::oleDateFromParts(2020, 2, 29, 11, 59, 59)};
     const int16_t attributes[] = {0, 1, 7, 33, 128, 2048, -1};
     int i = 0;
     for (const std::string& name : names)
@@ -231,12 +314,16 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
             options.subFolders = true;
             options.keys = keys;
             f.rows->list(1, options);
-            CellWriter writer(f.snapshot, *f.rows);
+            const std::string_view watched = " ,\"\r\n";
+            CellWriter writer(f.snapshot, *f.rows, watched);
             for (int32_t row = 0; row < f.rows->rowCount(); ++row)
                 for (const int column : {0, 1, 2, 3, 4, 5, 6, 11}) {
                     LineBuffer fast;
-                    writer.append(row, column, fast);
-                    EXPECT_EQ(fast.toByteArray(), f.rows->cellText(row, column).toUtf8())
+                    const bool held = writer.append(row, column, fast);
+                    const QByteArray text = f.rows->cellText(row, column).toUtf8();
+                    EXPECT_EQ(fast.toByteArray(), text)
+                        << QLocale().name().toStdString() << " row " << row << " column " << column;
+                    EXPECT_EQ(held, text.toStdString().find_first_of(watched) != std::string::npos)
                         << QLocale().name().toStdString() << " row " << row << " column " << column;
                 }
         }

@@ -163,6 +163,25 @@ TEST_F(ReportTest, OnlyComparedEntriesTellTheirDifferences) {
         << document.lineText(header + 2).toStdString();
 }
 
+// A line break or carriage return in a name or a header line prints as a
+// mark, so that it neither breaks the report's line nor vanishes.
+TEST_F(ReportTest, LineBreaksInTextsPrintAsAMark) {
+    f.show({Node::file("two\r\nlines.txt")});
+    f.list.title = QStringLiteral("a\ntitle");
+    QBuffer buffer;
+    QPdfWriter device(&buffer);
+    ReportDocument document;
+    ReportSettings settings;
+    settings.now = Now;
+    ASSERT_TRUE(composeReport(f.list, settings, device, meter, document).ok);
+    const int header = int(reportHeader(f.list, settings).size());
+    const QString title = QStringLiteral("a\u23CEtitle (created ");
+    EXPECT_TRUE(document.lineText(3).startsWith(title)) << document.lineText(3).toStdString();
+    const QString name = QStringLiteral("two\u23CE\u23CElines.txt ");
+    EXPECT_TRUE(document.lineText(header).startsWith(name))
+        << document.lineText(header).toStdString();
+}
+
 TEST_F(ReportTest, PagesBreakWhereTheNextLineWouldNotFit) {
     std::vector<Node> files;
     for (int i = 0; i < 250; ++i)
