@@ -16,7 +16,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <grp.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -65,9 +64,7 @@ protected:
                     const rlimit limit{fileSizeLimit, fileSizeLimit};
                     ::setrlimit(RLIMIT_FSIZE, &limit);
                 }
-                constexpr uid_t Nobody = 65534;
-                if (nobody &&
-                    (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0))
+                if (nobody && !kestrel::test::becomeNobody())
                     ::_exit(99);
             });
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

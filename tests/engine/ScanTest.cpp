@@ -23,7 +23,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <functional>
-#include <grp.h>
 #include <set>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -85,9 +84,7 @@ bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobo
     if (child < 0)
         return false;
     if (child == 0) {
-        constexpr uid_t Nobody = 65534;
-        if (asNobody &&
-            (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0))
+        if (asNobody && !kestrel::test::becomeNobody())
             ::_exit(3);
         ::_exit(check() ? 0 : 1);
     }

@@ -40,7 +40,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <ftw.h>
-#include <grp.h>
 #include <iostream>
 #include <map>
 #include <new>
@@ -59,6 +58,8 @@
 #include <vector>
 
 using namespace kestrel::engine;
+using kestrel::test::becomeNobody;
+using kestrel::test::NobodyUser;
 using kestrel::test::readBytes;
 using kestrel::test::runningAsRoot;
 using kestrel::test::TempTree;
@@ -67,19 +68,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr uid_t Nobody = 65534;
-
 QByteArray native(const QString& path) {
     return nativeBytes(path);
 }
 
-// In a forked child: gives up root for the user nobody.
-bool becomeNobody() {
-    return ::setgroups(0, nullptr) == 0 && ::setgid(Nobody) == 0 && ::setuid(Nobody) == 0;
-}
-
 int chownEntry(const char* path, const struct stat*, int, struct FTW*) {
-    return ::lchown(path, Nobody, Nobody);
+    return ::lchown(path, NobodyUser, NobodyUser);
 }
 
 // Where the tests run as root, a folder another user writes to: the user
@@ -89,7 +83,7 @@ void giveToNobody(const QString& folder, bool withContents = true) {
         return;
     const QByteArray path = native(folder);
     ASSERT_EQ(withContents ? ::nftw(path.constData(), chownEntry, 16, FTW_PHYS)
-                           : ::chown(path.constData(), Nobody, Nobody),
+                           : ::chown(path.constData(), NobodyUser, NobodyUser),
               0);
 }
 
