@@ -607,15 +607,15 @@ protected:
         const std::string root = native(m_tree.root() + folder).toStdString() + "/";
         ASSERT_EQ(::mkdir(root.c_str(), 0755), 0);
         ASSERT_EQ(::mkdir((root + m_names.folder).c_str(), 0755), 0);
-        const auto make = [](const std::string& path) {
+        const auto touch = [](const std::string& path) {
             const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
             ASSERT_GE(fd, 0) << path;
             ::close(fd);
         };
         for (const std::string& name : m_names.top)
-            make(root + name);
+            touch(root + name);
         for (const std::string& name : m_names.inner)
-            make(root + m_names.folder + "/" + name);
+            touch(root + m_names.folder + "/" + name);
     }
     QString root() const { return m_tree.root() + u"names"_s; }
 
@@ -876,10 +876,11 @@ void removeChain(const TempTree& t) {
 // A chain of 8,000 folders: each folder is opened from the one before, so
 // the scan's cost stays linear in the depth (a generous bound on processor
 // time, workers included); kestrel-cli saves and compares it whole under a
-// limit of 32 open files, and finds the deepest folder by its path. Beside a chain of 2,000 with
-// three side folders a level, listed before or after the chain as the file
-// system orders them, and a folder of 20,000 files, folders waiting their
-// turn never run the process out of descriptors either.
+// limit of 32 open files, and finds the deepest folder by its path. Beside
+// a chain of 2,000 with three side folders a level, listed before or after
+// the chain as the file system orders them, and a folder of 20,000 files,
+// folders waiting their turn never run the process out of descriptors
+// either.
 TEST_F(HostileTreesTest, DeepChainsAndWideFoldersWithinTheOpenFileLimit) {
     TempTree deep(TempTree::InMemory);
     constexpr int Depth = 8000;
