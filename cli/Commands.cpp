@@ -42,6 +42,10 @@ namespace {
 // tab-separated line. Backslashes are printed as they stand: a name of a
 // snapshot made on POSIX already has each of its own written \\ (and each
 // byte that is not UTF-8 written \xHH), and names made on Windows hold none.
+// Every other control character is written as the bytes of its UTF-8, \xHH
+// each, which read back as those bytes: printed as it stands, an escape
+// sequence in a name would act on the terminal, erasing or rewriting the
+// lines before it.
 QString escapedPath(const QString& path) {
     QString out;
     out.reserve(path.size());
@@ -57,7 +61,12 @@ QString escapedPath(const QString& path) {
             out += QStringLiteral("\\r");
             break;
         default:
-            out += c;
+            if (c.unicode() < 0x20 || (c.unicode() >= 0x7F && c.unicode() < 0xA0)) {
+                for (const char byte : QString(c).toUtf8())
+                    out += QString::asprintf("\\x%02X", unsigned(uint8_t(byte)));
+            } else {
+                out += c;
+            }
         }
     }
     return out;
@@ -207,9 +216,10 @@ int listCommand(const QStringList& arguments) {
         "Lists every entry of a snapshot file, or of a folder scanned without saving, one per\n"
         "line: path below the root (folders end with /), size, modified (local yyyy-MM-dd\n"
         "hh:mm:ss), attributes and version, separated by tabs. Tabs, line breaks and\n"
-        "backslashes in names are written as \\t, \\n, \\r and \\\\. Values that could not\n"
-        "be read are \"unknown\"; a folder that could not be listed is followed by a line\n"
-        "with its path and \" (unreadable)\".\n"
+        "backslashes in names are written as \\t, \\n, \\r and \\\\, other control characters\n"
+        "as \\x and two hexadecimal digits for each byte. Values that could not be read\n"
+        "are \"unknown\"; a folder that could not be listed is followed by a line with its\n"
+        "path and \" (unreadable)\".\n"
         "Entries come in path order, whatever order the file system listed them in: name by\n"
         "name from the top, names compared byte by byte (UTF-8, as LC_ALL=C sort does), each\n"
         "folder followed by its contents."));

@@ -143,13 +143,13 @@ QString nativeText(std::string_view bytes) {
             i += size_t(length);
             continue;
         }
-        out += QString::fromUtf8(bytes.data() + run, qsizetype(i - run));
+        out += utf8Text(bytes.substr(run, i - run));
         out += QChar(char16_t(LoneByteBase + p[i]));
         run = ++i;
     }
     if (run == 0)
-        return QString::fromUtf8(bytes.data(), qsizetype(size));
-    out += QString::fromUtf8(bytes.data() + run, qsizetype(size - run));
+        return utf8Text(bytes);
+    out += utf8Text(bytes.substr(run));
     return out;
 }
 
@@ -178,7 +178,7 @@ QString storedPath(const QString& native) {
     std::string scratch;
     const std::string_view stored =
         storedName(std::string_view(bytes.constData(), size_t(bytes.size())), scratch);
-    return QString::fromUtf8(stored.data(), qsizetype(stored.size()));
+    return utf8Text(stored);
 }
 
 QString nativeFromStored(const QString& stored) {

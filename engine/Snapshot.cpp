@@ -1,6 +1,7 @@
 #include "Snapshot.h"
 
 #include "Checked.h"
+#include "TextDecode.h"
 
 #include <cstring>
 
@@ -88,8 +89,7 @@ void VersionPool::clear() {
 }
 
 QString Snapshot::nameText(int32_t index) const {
-    const auto n = name(index);
-    return QString::fromUtf8(n.data(), qsizetype(n.size()));
+    return utf8Text(name(index));
 }
 
 void Snapshot::setName(SnapshotEntry& e, std::string_view utf8) {

@@ -92,8 +92,19 @@ bool toStoredText(std::string_view bytes, std::string& converted) {
 QString decodeText(std::string_view bytes) {
     std::string converted;
     if (toStoredText(bytes, converted))
-        return QString::fromUtf8(converted.data(), qsizetype(converted.size()));
-    return QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
+        return utf8Text(converted);
+    return utf8Text(bytes);
+}
+
+QString utf8Text(std::string_view utf8) {
+    constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+    if (!utf8.starts_with(ByteOrderMark))
+        return QString::fromUtf8(utf8.data(), qsizetype(utf8.size()));
+    // Rare: converted behind a blank, which is then taken off again.
+    std::string padded;
+    padded.reserve(utf8.size() + 1);
+    padded.append(1, ' ').append(utf8);
+    return QString::fromUtf8(padded.data(), qsizetype(padded.size())).mid(1);
 }
 
 } // namespace kestrel::engine

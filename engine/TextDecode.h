@@ -28,4 +28,10 @@ bool toStoredText(std::string_view bytes, std::string& converted);
 
 QString decodeText(std::string_view bytes);
 
+// Valid UTF-8 as text, every character kept. Qt's own conversion takes a
+// U+FEFF at the very start of what it converts for a byte-order mark and
+// drops it; at the start of a name (or of a run of one) it is a character,
+// and a file whose name starts with it is another file than the one without.
+QString utf8Text(std::string_view utf8);
+
 } // namespace kestrel::engine

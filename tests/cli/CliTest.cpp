@@ -19,7 +19,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <grp.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -68,9 +67,7 @@ protected:
                     const rlimit limit{fileSizeLimit, fileSizeLimit};
                     ::setrlimit(RLIMIT_FSIZE, &limit);
                 }
-                constexpr uid_t Nobody = 65534;
-                if (nobody &&
-                    (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0))
+                if (nobody && !kestrel::test::becomeNobody())
                     ::_exit(99);
             });
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -163,41 +160,6 @@ TEST_F(CliTest, SnapshotNumbersGoOnAfterTheHighestUpToTheNinetyNinth) {
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.err.trimmed(), u"Error Writing Snapshot: "_s + nowhere + u": "_s +
                                    QString::fromLocal8Bit(std::strerror(ENOENT)));
-}
-
-// A link planted at any name the command line writes, dangling or leading
-// to a file, is refused with a message naming it: nothing is created where
-// it points, and what it points to is left as it was.
-TEST_F(CliTest, NoCommandWritesThroughALink) {
-    TempTree t;
-    t.file(u"data/a.txt"_s, "a");
-    const QString snapshot = home() + u"/data.#01"_s;
-    ASSERT_EQ(cli({u"snapshot"_s, t.root() + u"data"_s, u"--output"_s, snapshot}).status, 0);
-    const QString victim = home() + u"/victim"_s;
-    const QString absent = home() + u"/absent"_s;
-    const QString link = home() + u"/planted"_s;
-    const QList<QStringList> commands = {{u"snapshot"_s, t.root() + u"data"_s, u"--output"_s, link},
-                                         {u"convert"_s, snapshot, link},
-                                         {u"export"_s, snapshot, u"--output"_s, link},
-                                         {u"report"_s, snapshot, u"--pdf"_s, link}};
-    for (const QString& target : {absent, victim}) {
-        ASSERT_TRUE(kestrel::test::writeBytes(victim, "victim's own"));
-        QFile::remove(link);
-        if (target == absent)
-            QFile::remove(victim);
-        ASSERT_EQ(
-            ::symlink(QFile::encodeName(target).constData(), QFile::encodeName(link).constData()),
-            0);
-        for (const QStringList& command : commands) {
-            const CliRun r = cli(command);
-            EXPECT_EQ(r.status, 2) << command.first().toStdString();
-            EXPECT_TRUE(r.err.contains(link + u" is a symbolic link"_s)) << r.err.toStdString();
-            EXPECT_EQ(QFileInfo(link).symLinkTarget(), target);
-            EXPECT_FALSE(QFileInfo::exists(absent));
-            if (target == victim)
-                EXPECT_TRUE(kestrel::test::readBytes(victim) == "victim's own");
-        }
-    }
 }
 
 // An export cut short by a full disk near its end (here a file size limit,

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <ftw.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -207,6 +208,10 @@ int32_t indexOf(const engine::Snapshot& s, const QString& relativePath) {
 }
 
 bool runningAsRoot() { return ::geteuid() == 0; }
+
+bool becomeNobody() {
+    return ::setgroups(0, nullptr) == 0 && ::setgid(NobodyUser) == 0 && ::setuid(NobodyUser) == 0;
+}
 
 static int32_t addRing(engine::Snapshot& s, const std::vector<Node>& nodes, int32_t parent) {
     const int32_t first = s.entryCount + 1;

@@ -15,6 +15,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <sys/types.h>
 #include <tuple>
 #include <vector>
 
@@ -117,6 +118,12 @@ inline std::tuple<int32_t, int32_t, int32_t, double> countsOf(const engine::Snap
 int32_t indexOf(const engine::Snapshot& s, const QString& relativePath);
 
 bool runningAsRoot();
+
+// The user nobody, to whom folder permissions apply where root's are not.
+inline constexpr uid_t NobodyUser = 65534;
+// In a forked child of a test run as root: gives up root for nobody. False
+// when the system does not let it.
+bool becomeNobody();
 
 // A file or folder for buildSnapshot.
 struct Node {
