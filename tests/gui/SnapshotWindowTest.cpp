@@ -939,7 +939,7 @@ private Q_SLOTS:
         frame->show();
         QVERIFY(frame->NewSnapshot(odd, true, true, false, 1));
         SnapshotWindow* w = frame->activeSnapshotWindow();
-        const QString mark(QChar(engine::LineBreakMark));
+        const QString mark = QChar(engine::LineBreakMark);
         const QModelIndex node = w->treeModel().indexOfKey(u"/two\nlines/"_s, w->nameMatching());
         QCOMPARE(node.data().toString(), u"two"_s + mark + u"lines"_s);
         QTest::mouseClick(w->tree()->viewport(), Qt::LeftButton, {},
