@@ -2,9 +2,8 @@
 
 #include "engine/Compare.h"
 #include "engine/Differences.h"
-#include "engine/FileList.h"
-#include "engine/FolderIndex.h"
 #include "engine/FileVersion.h"
+#include "engine/FolderIndex.h"
 #include "engine/Import.h"
 #include "engine/OleDate.h"
 #include "engine/OpenSnapshot.h"
@@ -12,6 +11,7 @@
 #include "engine/RingWalk.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
+#include "listing/FileList.h"
 #include "settings/IniFile.h"
 
 #include <QDir>

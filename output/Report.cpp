@@ -6,7 +6,7 @@
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 #include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "listing/Twips.h"
 
 #include <QBuffer>
 #include <QPageSize>

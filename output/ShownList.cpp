@@ -2,7 +2,7 @@
 
 #include "engine/OleDate.h"
 #include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "listing/Twips.h"
 
 #include <QFileInfo>
 #include <QFontMetrics>

@@ -13,9 +13,9 @@
 #include "engine/OpenSnapshot.h"
 #include "engine/Paths.h"
 #include "engine/Scan.h"
-#include "engine/SnapshotFile.h"
 #include "engine/Snapshot.h"
-#include "engine/Twips.h"
+#include "engine/SnapshotFile.h"
+#include "listing/Twips.h"
 
 #include <QAction>
 #include <QApplication>

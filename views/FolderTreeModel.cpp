@@ -5,9 +5,9 @@
 #include "engine/CaseFold.h"
 #include "engine/FolderIndex.h"
 #include "engine/RingWalk.h"
-#include "engine/RowSelection.h"
 #include "engine/Snapshot.h"
 #include "engine/TextFormats.h"
+#include "listing/RowSelection.h"
 
 #include <algorithm>
 

@@ -10,10 +10,10 @@
 #include "engine/Compare.h"
 #include "engine/Progress.h"
 #include "engine/RingWalk.h"
-#include "engine/RowSelection.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "listing/RowSelection.h"
+#include "listing/Twips.h"
 #include "settings/Settings.h"
 
 #include <QAction>

@@ -4,9 +4,9 @@
 #include "SnapshotHost.h"
 
 #include "engine/FolderIndex.h"
-#include "engine/RowSelection.h"
 #include "engine/ShowMode.h"
 #include "engine/Snapshot.h"
+#include "listing/RowSelection.h"
 #include "output/ShownList.h"
 
 #include <QList>

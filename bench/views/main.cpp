@@ -7,11 +7,11 @@
 #include "../TreeGenerator.h"
 #include "../Variants.h"
 
-#include "engine/FileList.h"
 #include "engine/FolderIndex.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
+#include "listing/FileList.h"
 #include "output/ExportLines.h"
 #include "output/Report.h"
 #include "settings/Settings.h"

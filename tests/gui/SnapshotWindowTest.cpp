@@ -13,7 +13,7 @@
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "listing/Twips.h"
 #include "settings/Settings.h"
 #include "shell/MeterWindow.h"
 #include "views/FileGridModel.h"

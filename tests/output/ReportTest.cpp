@@ -5,7 +5,7 @@
 #include "ShownListFixture.h"
 
 #include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "listing/Twips.h"
 #include "output/Report.h"
 
 #include <gtest/gtest.h>

@@ -6,10 +6,10 @@
 #include "TestSupport.h"
 
 #include "engine/Compare.h"
-#include "engine/FileList.h"
 #include "engine/OleDate.h"
 #include "engine/Progress.h"
 #include "engine/Snapshot.h"
+#include "listing/FileList.h"
 #include "output/ShownList.h"
 
 #include <QGuiApplication>

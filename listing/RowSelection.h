@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FileList.h"
-#include "ShowMode.h"
+#include "engine/ShowMode.h"
 
 #include <cstdint>
 

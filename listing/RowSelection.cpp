@@ -1,7 +1,7 @@
 #include "RowSelection.h"
 
-#include "RingWalk.h"
-#include "Snapshot.h"
+#include "engine/RingWalk.h"
+#include "engine/Snapshot.h"
 
 #include <algorithm>
 

@@ -1,9 +1,9 @@
 #include "FileList.h"
 
-#include "Progress.h"
-#include "RingWalk.h"
-#include "Snapshot.h"
-#include "TextFormats.h"
+#include "engine/Progress.h"
+#include "engine/RingWalk.h"
+#include "engine/Snapshot.h"
+#include "engine/TextFormats.h"
 
 #include <algorithm>
 #include <array>

@@ -5,13 +5,13 @@
 #include "TestSupport.h"
 
 #include "engine/Compare.h"
-#include "engine/FileList.h"
 #include "engine/FolderIndex.h"
 #include "engine/Progress.h"
-#include "engine/RowSelection.h"
 #include "engine/Snapshot.h"
 #include "engine/SnapshotFile.h"
 #include "engine/TextFormats.h"
+#include "listing/FileList.h"
+#include "listing/RowSelection.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ShowMode.h"
+#include "engine/ShowMode.h"
 
 #include <QString>
 
