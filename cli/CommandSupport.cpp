@@ -1,11 +1,11 @@
 #include "CommandSupport.h"
 
-#include "engine/FileSystemNames.h"
-#include "engine/OpenSnapshot.h"
-#include "engine/Paths.h"
-#include "engine/Scan.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/file/OpenSnapshot.h"
+#include "engine/file/Paths.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/CompareOptions.h"
-#include "engine/Errors.h"
+#include "engine/compare/CompareOptions.h"
+#include "engine/support/Errors.h"
 
 #include <QCommandLineParser>
 #include <QString>

@@ -1,9 +1,9 @@
 #include "FileList.h"
 
-#include "engine/Progress.h"
-#include "engine/RingWalk.h"
-#include "engine/Snapshot.h"
-#include "engine/TextFormats.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/ShowMode.h"
+#include "engine/compare/ShowMode.h"
 
 #include <QString>
 

@@ -1,7 +1,7 @@
 #include "RowSelection.h"
 
-#include "engine/RingWalk.h"
-#include "engine/Snapshot.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FileList.h"
-#include "engine/ShowMode.h"
+#include "engine/compare/ShowMode.h"
 
 #include <cstdint>
 

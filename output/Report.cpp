@@ -1,11 +1,11 @@
 #include "Report.h"
 
-#include "engine/Compare.h"
-#include "engine/FileWriting.h"
-#include "engine/OleDate.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
-#include "engine/TextFormats.h"
+#include "engine/compare/Compare.h"
+#include "engine/file/FileWriting.h"
+#include "engine/model/OleDate.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
 #include "listing/Twips.h"
 
 #include <QBuffer>

@@ -1,7 +1,7 @@
 #include "ShownList.h"
 
-#include "engine/OleDate.h"
-#include "engine/TextFormats.h"
+#include "engine/model/OleDate.h"
+#include "engine/support/TextFormats.h"
 #include "listing/Twips.h"
 
 #include <QFileInfo>

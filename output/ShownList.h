@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/CompareOptions.h"
-#include "engine/ShowMode.h"
+#include "engine/compare/CompareOptions.h"
+#include "engine/compare/ShowMode.h"
 #include "listing/FileList.h"
 
 #include <QFont>

@@ -1,6 +1,6 @@
 #include "shell/RecentSnapshots.h"
 
-#include "engine/SnapshotFile.h"
+#include "engine/file/SnapshotFile.h"
 #include "listing/Twips.h"
 #include "settings/SettingsStore.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "engine/Errors.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Errors.h"
+#include "engine/support/Progress.h"
 
 #include <QByteArray>
 #include <QString>

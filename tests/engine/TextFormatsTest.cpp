@@ -1,7 +1,7 @@
-#include "engine/TextFormats.h"
-#include "engine/FileSystemNames.h"
-#include "engine/OleDate.h"
-#include "engine/TextDecode.h"
+#include "engine/support/TextFormats.h"
+#include "engine/file/TextDecode.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/OleDate.h"
 
 #include <QLocale>
 #include <QStringDecoder>

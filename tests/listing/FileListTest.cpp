@@ -4,12 +4,12 @@
 
 #include "TestSupport.h"
 
-#include "engine/Compare.h"
-#include "engine/FolderIndex.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
-#include "engine/TextFormats.h"
+#include "engine/compare/Compare.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/FolderIndex.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
 #include "listing/FileList.h"
 #include "listing/RowSelection.h"
 

@@ -1,12 +1,12 @@
 #include "Scan.h"
 
-#include "Checked.h"
 #include "DirectoryReader.h"
-#include "FileSystemNames.h"
-#include "OleDate.h"
-#include "Progress.h"
-#include "Snapshot.h"
-#include "TextFormats.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/OleDate.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Checked.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 #include "Differences.h"
 
-#include "Errors.h"
-#include "RingWalk.h"
-#include "Snapshot.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Errors.h"
 
 #include <cstdlib>
 

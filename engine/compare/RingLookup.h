@@ -1,6 +1,6 @@
 #pragma once
 
-#include "NameMatching.h"
+#include "engine/model/NameMatching.h"
 
 #include <cstdint>
 #include <string_view>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Errors.h"
 #include "Snapshot.h"
+#include "engine/support/Errors.h"
 
 #include <vector>
 

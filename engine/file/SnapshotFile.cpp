@@ -1,13 +1,13 @@
 #include "SnapshotFile.h"
 
-#include "Checked.h"
 #include "FileWriting.h"
-#include "OleDate.h"
-#include "Progress.h"
-#include "Snapshot.h"
 #include "SnapshotItems.h"
 #include "TextDecode.h"
-#include "TextFormats.h"
+#include "engine/model/OleDate.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Checked.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
 
 #include <QFile>
 

@@ -1,9 +1,9 @@
 #include "SnapshotItems.h"
 
-#include "Checked.h"
-#include "Errors.h"
-#include "OleDate.h"
 #include "TextDecode.h"
+#include "engine/model/OleDate.h"
+#include "engine/support/Checked.h"
+#include "engine/support/Errors.h"
 
 #include <cerrno>
 #include <charconv>

@@ -1,11 +1,11 @@
 #include "Compare.h"
 
-#include "CaseFold.h"
-#include "Progress.h"
 #include "RingLookup.h"
-#include "RingWalk.h"
-#include "Snapshot.h"
-#include "TextFormats.h"
+#include "engine/model/CaseFold.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
 
 #include <cmath>
 #include <optional>

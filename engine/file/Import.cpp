@@ -1,12 +1,12 @@
 #include "Import.h"
 
-#include "Checked.h"
-#include "OleDate.h"
-#include "Progress.h"
-#include "Snapshot.h"
 #include "SnapshotFile.h"
 #include "SnapshotItems.h"
-#include "TextFormats.h"
+#include "engine/model/OleDate.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Checked.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
 
 #include <QFile>
 

@@ -1,8 +1,8 @@
 #include "OpenSnapshot.h"
 
 #include "Import.h"
-#include "Snapshot.h"
 #include "SnapshotFile.h"
+#include "engine/model/Snapshot.h"
 
 namespace kestrel::engine {
 

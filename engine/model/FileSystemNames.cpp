@@ -1,6 +1,6 @@
 #include "FileSystemNames.h"
 
-#include "TextDecode.h"
+#include "engine/file/TextDecode.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QFile>
 #include <QIODevice>

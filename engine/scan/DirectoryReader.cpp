@@ -1,11 +1,11 @@
 #include "DirectoryReader.h"
 
-#include "CaseFold.h"
-#include "FileSystemNames.h"
 #include "FileVersion.h"
-#include "OleDate.h"
-#include "Snapshot.h"
-#include "TextDecode.h"
+#include "engine/file/TextDecode.h"
+#include "engine/model/CaseFold.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/OleDate.h"
+#include "engine/model/Snapshot.h"
 
 #include <algorithm>
 #include <cerrno>

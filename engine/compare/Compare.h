@@ -1,7 +1,7 @@
 #pragma once
 
 #include "CompareOptions.h"
-#include "Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QString>
 

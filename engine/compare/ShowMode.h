@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Snapshot.h"
+#include "engine/model/Snapshot.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,6 +1,6 @@
 #include "TextFormats.h"
 
-#include "OleDate.h"
+#include "engine/model/OleDate.h"
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
 #include "ShowMode.h"
 
-#include "RingWalk.h"
+#include "engine/model/RingWalk.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "RingLookup.h"
 
-#include "Errors.h"
-#include "Snapshot.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Errors.h"
 
 namespace kestrel::engine {
 

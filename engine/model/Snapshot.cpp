@@ -1,6 +1,6 @@
 #include "Snapshot.h"
 
-#include "Checked.h"
+#include "engine/support/Checked.h"
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 #include "Progress.h"
 
-#include "OleDate.h"
+#include "engine/model/OleDate.h"
 
 namespace kestrel::engine {
 
