@@ -50,7 +50,7 @@ struct CommandLine {
 
 // Scans a folder as a folder given on Kestrel's command line is scanned:
 // sub-folders and hidden items, no versions. Failures are printed. Paths
-// here are the command line's native text (engine/FileSystemNames.h).
+// here are the command line's native text (engine/model/FileSystemNames.h).
 bool scanFolder(const QString& folder, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
                 QString* summary, const engine::ScanSettings& settings);
 // Opens a snapshot file of the current or the version-2 format. Failures

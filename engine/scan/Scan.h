@@ -22,7 +22,8 @@ struct ScanSettings {
     int meterLevel = 1;
     // Versions are read for files in this folder and beneath it, when the
     // header asks for versions. A path as typed or chosen (native text; see
-    // FileSystemNames.h), where the header's root folder is stored text.
+    // engine/model/FileSystemNames.h), where the header's root folder is
+    // stored text.
     QString versionFolder;
     // Threads that list folders ahead of the walk, which lists folders too
     // while it waits; -1 gives one per core besides the caller's and more

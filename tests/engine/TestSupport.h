@@ -66,7 +66,7 @@ public:
     ~TempTree();
     // The tree's root, ending in "/".
     QString root() const;
-    // Paths are relative to the root, native text (engine/FileSystemNames.h),
+    // Paths are relative to the root, native text (engine/model/FileSystemNames.h),
     // so names may hold bytes that are not UTF-8; parent folders are made as
     // needed.
     void folder(const QString& path);
