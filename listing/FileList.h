@@ -1,3 +1,5 @@
+// listing: the file list as a window shows it: rows, cells, column widths, status-bar texts.
+
 #pragma once
 
 #include "engine/compare/ShowMode.h"

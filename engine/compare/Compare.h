@@ -1,3 +1,5 @@
+// engine/compare: two snapshots compared, their differences listed, and the show modes.
+
 #pragma once
 
 #include "CompareOptions.h"

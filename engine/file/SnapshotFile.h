@@ -1,3 +1,5 @@
+// engine/file: snapshot files saved, loaded and imported; files written whole; text decoded.
+
 #pragma once
 
 #include "engine/support/Errors.h"

@@ -1,3 +1,5 @@
+// engine/model: the snapshot table, walks of its folder rings, names, case folding, dates.
+
 #pragma once
 
 #include "NameMatching.h"

@@ -1,3 +1,5 @@
+// engine/scan: a folder tree read from the disk into a snapshot, with the files' versions.
+
 #pragma once
 
 #include "engine/support/Errors.h"

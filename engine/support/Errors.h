@@ -1,3 +1,5 @@
+// engine/support: what the whole engine uses: errors, checked counters, progress, number texts.
+
 #pragma once
 
 #include <QString>
