@@ -49,12 +49,6 @@ QString absoluteFolder(const QString& path) {
     return absolutePath(path);
 }
 
-QString withSeparator(QString path) {
-    if (!path.endsWith(QLatin1Char('/')))
-        path += QLatin1Char('/');
-    return path;
-}
-
 CommandLine::CommandLine(const QString& description) {
     parser.setApplicationDescription(description);
     parser.addHelpOption();

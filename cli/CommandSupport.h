@@ -36,7 +36,6 @@ bool succeeded(const engine::Outcome& outcome);
 
 // A folder as the user named it, made absolute without resolving links.
 QString absoluteFolder(const QString& path);
-QString withSeparator(QString path);
 
 // A parser with the options every command shares.
 struct CommandLine {

@@ -10,6 +10,7 @@
 #include "engine/compare/ShowMode.h"
 #include "engine/file/FileWriting.h"
 #include "engine/file/OpenSnapshot.h"
+#include "engine/file/Paths.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/OleDate.h"

@@ -14,4 +14,13 @@ inline QString absolutePath(const QString& path) {
     return QDir::cleanPath(QDir::current().absoluteFilePath(path));
 }
 
+// A folder's path as the start of the paths inside it: with the separator
+// "/" appended unless it ends in one already. The empty path gives "/", the
+// root; a caller for which an empty path names no folder tests for it first.
+inline QString withSeparator(QString path) {
+    if (!path.endsWith(QLatin1Char('/')))
+        path += QLatin1Char('/');
+    return path;
+}
+
 } // namespace kestrel::engine

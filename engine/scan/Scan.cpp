@@ -1,6 +1,7 @@
 #include "Scan.h"
 
 #include "DirectoryReader.h"
+#include "engine/file/Paths.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
@@ -22,12 +23,6 @@ namespace {
 std::string storedText(const QString& text) {
     const QByteArray bytes = text.toUtf8();
     return std::string(bytes.constData(), size_t(bytes.size()));
-}
-
-QString withSeparator(QString path) {
-    if (!path.endsWith(Separator))
-        path += Separator;
-    return path;
 }
 
 
