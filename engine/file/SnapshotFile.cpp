@@ -108,6 +108,23 @@ int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes) {
     return file.size() / minimumBytes + 1;
 }
 
+void sizeTableToFile(Snapshot& snapshot, int32_t capacity, const QIODevice& file,
+                     int64_t minimumEntryBytes) {
+    int32_t room = capacity;
+    const int64_t fit = entriesThatFit(file, minimumEntryBytes);
+    if (fit >= 0 && fit < room)
+        room = int32_t(fit);
+    snapshot.entries.setCapacity(checkedAdd(room, 1));
+    snapshot.entries.mutableAt(0).count = capacity;
+}
+
+void fitTableToLines(Snapshot& snapshot, int32_t capacity, int32_t entryLines,
+                     std::optional<UserMessage>& notice) {
+    const int32_t fitted = fittedCapacity(capacity, entryLines, notice);
+    snapshot.entries.setCapacity(checkedAdd(fitted, 1));
+    snapshot.entries.mutableAt(0).count = fitted;
+}
+
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     AtomicFile file(snapshot.header.fileName);
     if (!file.open())
@@ -216,15 +233,8 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
 
         startCancellable(meter, capacity, QStringLiteral("Loading Snapshot"));
 
-        // While reading, the table reaches no further than the file's lines
-        // can: a damaged capacity item sizes nothing. It takes its final
-        // capacity once the lines are counted.
-        int32_t room = capacity;
-        const int64_t fit = entriesThatFit(file, MinimumEntryBytes);
-        if (fit >= 0 && fit < room)
-            room = int32_t(fit);
-        snapshot.entries.setCapacity(checkedAdd(room, 1));
-        snapshot.entries.mutableAt(0).count = capacity;
+        // The table takes its final capacity once the lines are counted.
+        sizeTableToFile(snapshot, capacity, file, MinimumEntryBytes);
 
         int32_t i = 0;
         while (!reader.atEnd()) {
@@ -252,11 +262,8 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             }
         }
         outcome.failedEntry = 0;
-        if (!meter.cancelled()) {
-            const int32_t fitted = fittedCapacity(capacity, i, outcome.message);
-            snapshot.entries.setCapacity(checkedAdd(fitted, 1));
-            snapshot.entries.mutableAt(0).count = fitted;
-        }
+        if (!meter.cancelled())
+            fitTableToLines(snapshot, capacity, i, outcome.message);
     } catch (...) {
         const CaughtError e = caughtError();
         outcome.error = e.code;

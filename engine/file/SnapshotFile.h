@@ -68,6 +68,18 @@ bool openForReading(QFile& file, QIODevice::OpenMode mode);
 // least minimumBytes (-1 when the length is unknown, as for a pipe).
 int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes);
 
+// Sizes the table of a snapshot about to be read from file, whose capacity
+// item (or entry count) says capacity: entry 0 counts capacity, but the
+// table reaches no further than entries of at least minimumEntryBytes each
+// can in the file's length, so that a damaged item sizes nothing.
+void sizeTableToFile(Snapshot& snapshot, int32_t capacity, const QIODevice& file,
+                     int64_t minimumEntryBytes);
+
+// Once entryLines lines of that file are read: the table and the count of
+// entry 0 take fittedCapacity(capacity, entryLines, notice).
+void fitTableToLines(Snapshot& snapshot, int32_t capacity, int32_t entryLines,
+                     std::optional<UserMessage>& notice);
+
 // How a read of a snapshot file that met no error ends: cancelled, or a
 // success with its summary line ("Kestrel read ..." for verb "read").
 void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb,
