@@ -211,6 +211,25 @@ private:
 };
 #endif
 
+// The task of listing a sub-folder of task later: raw is its name on disk
+// and name its stored text; examined, when it could be examined, tells
+// which folder it is. childText keeps its text below the root.
+std::unique_ptr<FolderTask> subFolderTask(FolderTask& task, std::string_view raw,
+                                          std::string_view name, const struct stat* examined,
+                                          bool childText) {
+    auto child = std::make_unique<FolderTask>();
+    child->parent = &task;
+    child->name.assign(raw);
+    if (examined) {
+        child->device = examined->st_dev;
+        child->inode = examined->st_ino;
+    }
+    if (childText)
+        child->relativeText.append(task.relativeText).append(name).push_back('/');
+    child->versionsOn = task.versionsOn;
+    return child;
+}
+
 } // namespace
 
 FolderTask::~FolderTask() {
@@ -354,16 +373,8 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             item.versionLength = uint32_t(version.size());
         }
         if (folder && m_rules.recurse) {
-            auto child = std::make_unique<FolderTask>();
-            child->parent = &task;
-            child->name.assign(raw);
-            if (examined) {
-                child->device = st.st_dev;
-                child->inode = st.st_ino;
-            }
-            if (childTexts)
-                child->relativeText.append(task.relativeText).append(name).push_back('/');
-            child->versionsOn = task.versionsOn;
+            std::unique_ptr<FolderTask> child =
+                subFolderTask(task, raw, name, examined ? &st : nullptr, childTexts);
             item.folder = child.get();
             listing.children.push_back(std::move(child));
         }
