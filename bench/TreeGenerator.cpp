@@ -2,8 +2,8 @@
 
 #include "Random.h"
 
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
 
 #include <QFile>
 

@@ -1,11 +1,11 @@
 #include "CommandSupport.h"
 
 #include "engine/file/OpenSnapshot.h"
-#include "engine/file/Paths.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/Snapshot.h"
 #include "engine/scan/Scan.h"
+#include "engine/support/Paths.h"
 
 #include <QCoreApplication>
 #include <QDir>

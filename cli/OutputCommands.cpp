@@ -5,11 +5,11 @@
 
 #include "engine/compare/Compare.h"
 #include "engine/compare/ShowMode.h"
-#include "engine/file/TextDecode.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/FolderIndex.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
+#include "engine/support/TextDecode.h"
 #include "listing/FileList.h"
 #include "listing/RowSelection.h"
 #include "output/ExportLines.h"

@@ -1,7 +1,7 @@
 #include "CellWriter.h"
 
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
 #include "engine/support/TextFormats.h"
 
 #include <QTime>

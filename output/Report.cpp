@@ -2,8 +2,8 @@
 
 #include "engine/compare/Compare.h"
 #include "engine/file/FileWriting.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
 #include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
 #include "listing/Twips.h"

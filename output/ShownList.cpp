@@ -1,6 +1,6 @@
 #include "ShownList.h"
 
-#include "engine/model/OleDate.h"
+#include "engine/support/OleDate.h"
 #include "engine/support/TextFormats.h"
 #include "listing/Twips.h"
 

@@ -2,7 +2,7 @@
 
 #include "engine/file/FileWriting.h"
 #include "engine/file/SnapshotFile.h"
-#include "engine/file/TextDecode.h"
+#include "engine/support/TextDecode.h"
 
 #include <QCoreApplication>
 #include <QDir>

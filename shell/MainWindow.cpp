@@ -10,11 +10,11 @@
 #include "ScreenPlacement.h"
 
 #include "engine/file/OpenSnapshot.h"
-#include "engine/file/Paths.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/Snapshot.h"
 #include "engine/scan/Scan.h"
+#include "engine/support/Paths.h"
 #include "listing/Twips.h"
 
 #include <QAction>

@@ -8,9 +8,9 @@
 #include "SplitterBar.h"
 
 #include "engine/compare/Compare.h"
-#include "engine/file/Paths.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/RingWalk.h"
+#include "engine/support/Paths.h"
 #include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
 #include "listing/RowSelection.h"

@@ -2,9 +2,9 @@
 
 #include "SnapshotFile.h"
 #include "SnapshotItems.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Checked.h"
+#include "engine/support/OleDate.h"
 #include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
 

@@ -2,11 +2,11 @@
 
 #include "FileWriting.h"
 #include "SnapshotItems.h"
-#include "TextDecode.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Checked.h"
+#include "engine/support/OleDate.h"
 #include "engine/support/Progress.h"
+#include "engine/support/TextDecode.h"
 #include "engine/support/TextFormats.h"
 
 #include <QFile>

@@ -1,9 +1,9 @@
 #include "SnapshotItems.h"
 
-#include "TextDecode.h"
-#include "engine/model/OleDate.h"
 #include "engine/support/Checked.h"
 #include "engine/support/Errors.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/TextDecode.h"
 
 #include <cerrno>
 #include <charconv>

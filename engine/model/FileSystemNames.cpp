@@ -1,6 +1,6 @@
 #include "FileSystemNames.h"
 
-#include "engine/file/TextDecode.h"
+#include "engine/support/TextDecode.h"
 
 #include <cstdint>
 #include <cstring>

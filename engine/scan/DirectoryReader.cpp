@@ -1,11 +1,11 @@
 #include "DirectoryReader.h"
 
 #include "FileVersion.h"
-#include "engine/file/TextDecode.h"
 #include "engine/model/CaseFold.h"
 #include "engine/model/FileSystemNames.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/TextDecode.h"
 
 #include <algorithm>
 #include <cerrno>

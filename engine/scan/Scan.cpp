@@ -1,11 +1,11 @@
 #include "Scan.h"
 
 #include "DirectoryReader.h"
-#include "engine/file/Paths.h"
 #include "engine/model/FileSystemNames.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Checked.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/Paths.h"
 #include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
 

@@ -1,6 +1,6 @@
 #include "Progress.h"
 
-#include "engine/model/OleDate.h"
+#include "OleDate.h"
 
 namespace kestrel::engine {
 

@@ -1,6 +1,6 @@
 #include "TextFormats.h"
 
-#include "engine/model/OleDate.h"
+#include "OleDate.h"
 
 #include <cmath>
 

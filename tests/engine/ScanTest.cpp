@@ -2,11 +2,11 @@
 
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 #include "engine/scan/DirectoryReader.h"
 #include "engine/scan/Scan.h"
+#include "engine/support/OleDate.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "engine/file/SnapshotFile.h"
 #include "TestSupport.h"
 #include "engine/file/FileWriting.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
 #include "engine/support/Progress.h"
 
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "engine/support/TextFormats.h"
-#include "engine/file/TextDecode.h"
 #include "engine/model/FileSystemNames.h"
-#include "engine/model/OleDate.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/TextDecode.h"
 
 #include <QLocale>
 #include <QStringDecoder>

@@ -6,8 +6,8 @@
 #include "TestSupport.h"
 
 #include "engine/compare/Compare.h"
-#include "engine/model/OleDate.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
 #include "engine/support/Progress.h"
 #include "listing/FileList.h"
 #include "output/ShownList.h"
