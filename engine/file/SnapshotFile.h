@@ -1,4 +1,4 @@
-// engine/file: snapshot files saved, loaded and imported; files written whole; text decoded.
+// engine/file: snapshot files saved, loaded and imported, and every file written whole.
 
 #pragma once
 

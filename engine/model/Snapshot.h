@@ -1,4 +1,4 @@
-// engine/model: the snapshot table, walks of its folder rings, names, case folding, dates.
+// engine/model: the snapshot table, walks of its folder rings, names and their case folding.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// engine/support: what the whole engine uses: errors, checked counters, progress, number texts.
+// engine/support: what the whole engine builds on: errors, counters, dates, text, progress.
 
 #pragma once
 
