@@ -2,8 +2,8 @@
 
 #include "Random.h"
 
-#include "engine/OleDate.h"
-#include "engine/Snapshot.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
 
 #include <QFile>
 

@@ -2,8 +2,8 @@
 
 #include "Random.h"
 
-#include "engine/RingWalk.h"
-#include "engine/Snapshot.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
 
 #include <algorithm>
 #include <unordered_map>

@@ -8,11 +8,11 @@
 #include "TreeGenerator.h"
 #include "Variants.h"
 
-#include "engine/Compare.h"
-#include "engine/Progress.h"
-#include "engine/Scan.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/compare/Compare.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
+#include "engine/support/Progress.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

@@ -1,11 +1,11 @@
 #include "CommandSupport.h"
 
-#include "engine/FileSystemNames.h"
-#include "engine/OpenSnapshot.h"
-#include "engine/Paths.h"
-#include "engine/Scan.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/file/OpenSnapshot.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
+#include "engine/support/Paths.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -47,12 +47,6 @@ bool succeeded(const Outcome& outcome) {
 
 QString absoluteFolder(const QString& path) {
     return absolutePath(path);
-}
-
-QString withSeparator(QString path) {
-    if (!path.endsWith(QLatin1Char('/')))
-        path += QLatin1Char('/');
-    return path;
 }
 
 CommandLine::CommandLine(const QString& description) {

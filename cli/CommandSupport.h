@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/CompareOptions.h"
-#include "engine/Errors.h"
+#include "engine/compare/CompareOptions.h"
+#include "engine/support/Errors.h"
 
 #include <QCommandLineParser>
 #include <QString>
@@ -36,7 +36,6 @@ bool succeeded(const engine::Outcome& outcome);
 
 // A folder as the user named it, made absolute without resolving links.
 QString absoluteFolder(const QString& path);
-QString withSeparator(QString path);
 
 // A parser with the options every command shares.
 struct CommandLine {
@@ -50,7 +49,7 @@ struct CommandLine {
 
 // Scans a folder as a folder given on Kestrel's command line is scanned:
 // sub-folders and hidden items, no versions. Failures are printed. Paths
-// here are the command line's native text (engine/FileSystemNames.h).
+// here are the command line's native text (engine/model/FileSystemNames.h).
 bool scanFolder(const QString& folder, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
                 QString* summary, const engine::ScanSettings& settings);
 // Opens a snapshot file of the current or the version-2 format. Failures

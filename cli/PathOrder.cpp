@@ -1,7 +1,7 @@
 #include "PathOrder.h"
 
-#include "engine/RingWalk.h"
-#include "engine/Snapshot.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
 
 namespace kestrel::cli {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Progress.h"
+#include "engine/support/Progress.h"
 
 #include <chrono>
 

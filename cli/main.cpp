@@ -1,6 +1,6 @@
 #include "Commands.h"
 
-#include "engine/FileSystemNames.h"
+#include "engine/model/FileSystemNames.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>

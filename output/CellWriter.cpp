@@ -1,8 +1,8 @@
 #include "CellWriter.h"
 
-#include "engine/OleDate.h"
-#include "engine/Snapshot.h"
-#include "engine/TextFormats.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/TextFormats.h"
 
 #include <QTime>
 

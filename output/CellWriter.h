@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/FileList.h"
+#include "listing/FileList.h"
 
 #include <QByteArray>
 #include <QLocale>

@@ -1,6 +1,6 @@
 #include "ExportLines.h"
 
-#include "engine/FileWriting.h"
+#include "engine/file/FileWriting.h"
 
 #include <algorithm>
 #include <condition_variable>

@@ -3,7 +3,7 @@
 #include "CellWriter.h"
 #include "ShownList.h"
 
-#include "engine/Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QByteArray>
 #include <QString>

@@ -1,12 +1,12 @@
 #include "Report.h"
 
-#include "engine/Compare.h"
-#include "engine/FileWriting.h"
-#include "engine/OleDate.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
-#include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "engine/compare/Compare.h"
+#include "engine/file/FileWriting.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
+#include "listing/Twips.h"
 
 #include <QBuffer>
 #include <QPageSize>

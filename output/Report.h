@@ -2,7 +2,7 @@
 
 #include "ShownList.h"
 
-#include "engine/Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QFont>
 #include <QFontMetricsF>

@@ -1,8 +1,8 @@
 #include "ShownList.h"
 
-#include "engine/OleDate.h"
-#include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/TextFormats.h"
+#include "listing/Twips.h"
 
 #include <QFileInfo>
 #include <QFontMetrics>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "engine/CompareOptions.h"
-#include "engine/FileList.h"
-#include "engine/ShowMode.h"
+#include "engine/compare/CompareOptions.h"
+#include "engine/compare/ShowMode.h"
+#include "listing/FileList.h"
 
 #include <QFont>
 #include <QString>

@@ -1,7 +1,7 @@
 #include "ExternalProgram.h"
 
-#include "engine/FileSystemNames.h"
-#include "engine/Snapshot.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/Snapshot.h"
 
 #include <QDir>
 #include <QProcess>

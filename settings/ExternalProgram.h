@@ -29,7 +29,7 @@ QStringList substituteArguments(const QString& params, const QString& first, con
 // which the launcher reports as not found.
 // first and second are paths as a snapshot keeps them (stored text); they are
 // put in as native text, so that the program receives their exact bytes
-// (engine/FileSystemNames.h).
+// (engine/model/FileSystemNames.h).
 CustomLaunch buildCustomLaunch(const QString& programPath, const QString& params,
                                const QString& first, const QString& second);
 

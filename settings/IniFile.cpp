@@ -1,8 +1,8 @@
 #include "IniFile.h"
 
-#include "engine/FileWriting.h"
-#include "engine/SnapshotFile.h"
-#include "engine/TextDecode.h"
+#include "engine/file/FileWriting.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/support/TextDecode.h"
 
 #include <QCoreApplication>
 #include <QDir>

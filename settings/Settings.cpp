@@ -1,6 +1,6 @@
 #include "Settings.h"
 
-#include "engine/Snapshot.h"
+#include "engine/model/Snapshot.h"
 
 #include <algorithm>
 #include <array>

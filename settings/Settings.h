@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/CompareOptions.h"
+#include "engine/compare/CompareOptions.h"
 
 #include <QObject>
 #include <QString>

@@ -1,6 +1,6 @@
 #include "DetachedProcess.h"
 
-#include "engine/FileSystemNames.h"
+#include "engine/model/FileSystemNames.h"
 
 #include <cerrno>
 #include <csignal>

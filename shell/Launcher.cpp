@@ -2,7 +2,7 @@
 
 #include "DetachedProcess.h"
 
-#include "engine/FileSystemNames.h"
+#include "engine/model/FileSystemNames.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QString>
 #include <QStringList>
@@ -43,7 +43,7 @@ public:
         // takes the type is not known at this point.
         std::function<bool(const QUrl& url)> openUrl;
         // Starts a program in a working folder; returns a launch result.
-        // The paths and arguments are native text (engine/FileSystemNames.h).
+        // The paths and arguments are native text (engine/model/FileSystemNames.h).
         std::function<int(const QString& program, const QStringList& arguments,
                           const QString& folder)>
             startProgram;

@@ -9,13 +9,13 @@
 #include "SavePrompt.h"
 #include "ScreenPlacement.h"
 
-#include "engine/FileSystemNames.h"
-#include "engine/OpenSnapshot.h"
-#include "engine/Paths.h"
-#include "engine/Scan.h"
-#include "engine/SnapshotFile.h"
-#include "engine/Snapshot.h"
-#include "engine/Twips.h"
+#include "engine/file/OpenSnapshot.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
+#include "engine/support/Paths.h"
+#include "listing/Twips.h"
 
 #include <QAction>
 #include <QApplication>

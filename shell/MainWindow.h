@@ -2,7 +2,7 @@
 
 #include "Launcher.h"
 
-#include "engine/Progress.h"
+#include "engine/support/Progress.h"
 #include "output/ui/ExportDialog.h"
 #include "output/ui/PrintDialog.h"
 #include "settings/IniFile.h"

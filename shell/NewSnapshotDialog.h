@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QDialog>
 #include <QList>

@@ -1,7 +1,7 @@
 #include "shell/RecentSnapshots.h"
 
-#include "engine/SnapshotFile.h"
-#include "engine/Twips.h"
+#include "engine/file/SnapshotFile.h"
+#include "listing/Twips.h"
 #include "settings/SettingsStore.h"
 
 #include <QDir>

@@ -3,7 +3,7 @@
 #include "MainWindow.h"
 #include "RecentSnapshots.h"
 
-#include "engine/FileSystemNames.h"
+#include "engine/model/FileSystemNames.h"
 #include "settings/IniFile.h"
 #include "views/Highlight.h"
 

@@ -11,7 +11,7 @@ class MainWindow;
 // each taken whole (nothing trimmed, no quotes stripped). An empty argument
 // names nothing and is left out (it is not the current folder); Qt's own
 // options (-platform, -style, ...) have already been taken out by
-// QApplication. The arguments are native text (engine/FileSystemNames.h).
+// QApplication. The arguments are native text (engine/model/FileSystemNames.h).
 QStringList CommandLinePaths(const QStringList& arguments);
 
 // The most paths the command line takes: OLD and NEW.

@@ -1,6 +1,6 @@
 #!/usr/bin/awk -f
-# Writes engine/CaseFoldTable.h and engine/CaseFoldTable.cpp, the case folding table that
-# engine/CaseFold.cpp looks code points up in, from Unicode's CaseFolding.txt.
+# Writes engine/model/CaseFoldTable.h and engine/model/CaseFoldTable.cpp, the case folding
+# table that engine/model/CaseFold.cpp looks code points up in, from Unicode's CaseFolding.txt.
 #
 # Run from the repository root:
 #   awk -f tools/gen-casefold.awk /usr/share/unicode/CaseFolding.txt
@@ -49,7 +49,7 @@ BEGIN {
     shift = 6
     blockSize = 2 ^ shift
     if (outdir == "")
-        outdir = "engine"
+        outdir = "engine/model"
     version = ""
     maxCp = -1
 }

@@ -1,6 +1,6 @@
 #include "FileGridModel.h"
 
-#include "engine/TextFormats.h"
+#include "engine/support/TextFormats.h"
 
 namespace kestrel::views {
 

@@ -2,8 +2,8 @@
 
 #include "Highlight.h"
 
-#include "engine/FileList.h"
-#include "engine/RowSelection.h"
+#include "listing/FileList.h"
+#include "listing/RowSelection.h"
 
 #include <QAbstractTableModel>
 

@@ -2,12 +2,12 @@
 
 #include "FolderImages.h"
 
-#include "engine/CaseFold.h"
-#include "engine/FolderIndex.h"
-#include "engine/RingWalk.h"
-#include "engine/RowSelection.h"
-#include "engine/Snapshot.h"
-#include "engine/TextFormats.h"
+#include "engine/model/CaseFold.h"
+#include "engine/model/FolderIndex.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/TextFormats.h"
+#include "listing/RowSelection.h"
 
 #include <algorithm>
 

@@ -2,8 +2,8 @@
 
 #include "Highlight.h"
 
-#include "engine/NameMatching.h"
-#include "engine/ShowMode.h"
+#include "engine/compare/ShowMode.h"
+#include "engine/model/NameMatching.h"
 
 #include <QAbstractItemModel>
 #include <QString>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/FileList.h"
+#include "listing/FileList.h"
 #include "settings/Settings.h"
 
 #include <QColor>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QList>
 #include <QString>
@@ -104,7 +104,7 @@ public:
 
     // Creates, scans and shows a new snapshot window; false when the scan
     // failed or was cancelled (the failure has been shown). folder is stored
-    // text, as a snapshot's root folder keeps it (engine/FileSystemNames.h).
+    // text, as a snapshot's root folder keeps it (engine/model/FileSystemNames.h).
     virtual bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
                              int16_t number) = 0;
     // Puts a snapshot file at the top of the recent list.

@@ -3,7 +3,7 @@
 #include "FileGridModel.h"
 #include "SnapshotWindow.h"
 
-#include "engine/Snapshot.h"
+#include "engine/model/Snapshot.h"
 
 namespace kestrel::views {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/NameMatching.h"
+#include "engine/model/NameMatching.h"
 
 #include <QString>
 

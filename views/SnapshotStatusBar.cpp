@@ -1,6 +1,6 @@
 #include "SnapshotStatusBar.h"
 
-#include "engine/TextFormats.h"
+#include "engine/support/TextFormats.h"
 
 #include <QEvent>
 #include <QLabel>

@@ -7,13 +7,14 @@
 #include "SnapshotStatusBar.h"
 #include "SplitterBar.h"
 
-#include "engine/Compare.h"
-#include "engine/Progress.h"
-#include "engine/RingWalk.h"
-#include "engine/RowSelection.h"
-#include "engine/SnapshotFile.h"
-#include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "engine/compare/Compare.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/RingWalk.h"
+#include "engine/support/Paths.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
+#include "listing/RowSelection.h"
+#include "listing/Twips.h"
 #include "settings/Settings.h"
 
 #include <QAction>
@@ -50,12 +51,6 @@ constexpr int DesignedHeight = 4800;
 // the options dialog shows it: without its accelerator marker.
 QString fasterCaptionShown() {
     return QString(settings::fasterCaption()).remove(QLatin1Char('&'));
-}
-
-QString withSeparator(QString folder) {
-    if (!folder.isEmpty() && !folder.endsWith(Separator))
-        folder += Separator;
-    return folder;
 }
 
 // Clears a flag when it goes out of scope.
@@ -925,9 +920,12 @@ void SnapshotWindow::mnuFileSaveAs_Click() {
     if (m_host.busy())
         return;
     engine::SnapshotHeader& header = m_snapshot.header;
-    const QString folder = header.fileName.isEmpty()
-                               ? withSeparator(m_host.lastFolder())
-                               : withSeparator(QFileInfo(header.fileName).absolutePath());
+    // Without a last folder the proposal is the bare name.
+    const QString lastFolder = m_host.lastFolder();
+    const QString folder =
+        header.fileName.isEmpty()
+            ? (lastFolder.isEmpty() ? QString() : engine::withSeparator(lastFolder))
+            : engine::withSeparator(QFileInfo(header.fileName).absolutePath());
     const QString proposed =
         folder + engine::NextSnapshotName(engine::SnapshotBaseName(header.rootFolder), folder);
     const QString path = m_host.askSaveFileName(proposed);

@@ -3,10 +3,10 @@
 #include "Highlight.h"
 #include "SnapshotHost.h"
 
-#include "engine/FolderIndex.h"
-#include "engine/RowSelection.h"
-#include "engine/ShowMode.h"
-#include "engine/Snapshot.h"
+#include "engine/compare/ShowMode.h"
+#include "engine/model/FolderIndex.h"
+#include "engine/model/Snapshot.h"
+#include "listing/RowSelection.h"
 #include "output/ShownList.h"
 
 #include <QList>

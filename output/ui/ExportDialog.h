@@ -3,7 +3,7 @@
 #include "output/ExportLines.h"
 #include "output/ShownList.h"
 
-#include "engine/Errors.h"
+#include "engine/support/Errors.h"
 
 #include <QDialog>
 

@@ -2,7 +2,7 @@
 
 #include "PagePicture.h"
 
-#include "engine/Progress.h"
+#include "engine/support/Progress.h"
 
 #include <QCheckBox>
 #include <QCoreApplication>

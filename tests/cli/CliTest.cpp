@@ -1,9 +1,9 @@
 #include "TestSupport.h"
 
-#include "engine/FileSystemNames.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
 
 #include <gtest/gtest.h>
 

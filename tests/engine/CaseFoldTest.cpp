@@ -1,4 +1,4 @@
-#include "engine/CaseFold.h"
+#include "engine/model/CaseFold.h"
 
 #include <gtest/gtest.h>
 

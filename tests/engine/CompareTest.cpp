@@ -1,14 +1,14 @@
 #include "TestSupport.h"
 
-#include "engine/CaseFold.h"
-#include "engine/Compare.h"
-#include "engine/FileSystemNames.h"
-#include "engine/OleDate.h"
-#include "engine/RingLookup.h"
-#include "engine/RingWalk.h"
-#include "engine/Scan.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/compare/Compare.h"
+#include "engine/compare/RingLookup.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/CaseFold.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
+#include "engine/support/OleDate.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "engine/FileVersion.h"
+#include "engine/scan/FileVersion.h"
 
 #include "TestSupport.h"
 

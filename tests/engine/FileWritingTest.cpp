@@ -1,7 +1,7 @@
 // The writer every file of Kestrel goes through: whole files only, never
 // through a link, the replaced file's permissions kept.
 
-#include "engine/FileWriting.h"
+#include "engine/file/FileWriting.h"
 
 #include "TestSupport.h"
 

@@ -1,8 +1,8 @@
-#include "engine/Import.h"
-#include "engine/OpenSnapshot.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/file/Import.h"
+#include "engine/file/OpenSnapshot.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
 
 #include "TestSupport.h"
 

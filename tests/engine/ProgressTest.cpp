@@ -1,6 +1,6 @@
 #include "TestSupport.h"
 
-#include "engine/Progress.h"
+#include "engine/support/Progress.h"
 
 #include <gtest/gtest.h>
 

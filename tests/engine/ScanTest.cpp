@@ -1,12 +1,12 @@
 #include "TestSupport.h"
 
-#include "engine/DirectoryReader.h"
-#include "engine/FileSystemNames.h"
-#include "engine/OleDate.h"
-#include "engine/RingWalk.h"
-#include "engine/Scan.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/DirectoryReader.h"
+#include "engine/scan/Scan.h"
+#include "engine/support/OleDate.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "engine/SnapshotFile.h"
+#include "engine/file/SnapshotFile.h"
 #include "TestSupport.h"
-#include "engine/FileWriting.h"
-#include "engine/OleDate.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
+#include "engine/file/FileWriting.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/Progress.h"
 
 #include <QDir>
 #include <QFile>

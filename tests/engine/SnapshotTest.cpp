@@ -1,5 +1,5 @@
-#include "engine/Snapshot.h"
-#include "engine/Errors.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Errors.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "TestSupport.h"
 
-#include "engine/FileSystemNames.h"
-#include "engine/RingWalk.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/RingWalk.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "engine/Errors.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Errors.h"
+#include "engine/support/Progress.h"
 
 #include <QByteArray>
 #include <QString>
@@ -67,7 +67,7 @@ public:
     ~TempTree();
     // The tree's root, ending in "/".
     QString root() const;
-    // Paths are relative to the root, native text (engine/FileSystemNames.h),
+    // Paths are relative to the root, native text (engine/model/FileSystemNames.h),
     // so names may hold bytes that are not UTF-8; parent folders are made as
     // needed.
     void folder(const QString& path);

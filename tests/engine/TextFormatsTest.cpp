@@ -1,7 +1,7 @@
-#include "engine/TextFormats.h"
-#include "engine/FileSystemNames.h"
-#include "engine/OleDate.h"
-#include "engine/TextDecode.h"
+#include "engine/support/TextFormats.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/TextDecode.h"
 
 #include <QLocale>
 #include <QStringDecoder>

@@ -2,9 +2,9 @@
 
 #include "TestSupport.h"
 
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
 #include "settings/IniFile.h"
 
 #include <QDir>

@@ -4,7 +4,7 @@
 
 #include "TemporaryHome.h"
 
-#include "engine/Snapshot.h"
+#include "engine/model/Snapshot.h"
 
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"

@@ -12,7 +12,7 @@
 #include "shell/ScreenPlacement.h"
 #include "shell/StartUp.h"
 
-#include "engine/Twips.h"
+#include "listing/Twips.h"
 #include "settings/IniFile.h"
 #include "settings/SettingsStore.h"
 #include "views/FileGridModel.h"

@@ -9,11 +9,11 @@
 
 #include "TestSupport.h"
 
-#include "engine/Compare.h"
-#include "engine/FileSystemNames.h"
-#include "engine/Scan.h"
-#include "engine/Snapshot.h"
-#include "engine/SnapshotFile.h"
+#include "engine/compare/Compare.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/scan/Scan.h"
+#include "engine/model/Snapshot.h"
+#include "engine/file/SnapshotFile.h"
 #include "settings/ExternalProgram.h"
 #include "settings/IniFile.h"
 #ifdef KESTREL_TEST_LAUNCHER

@@ -4,7 +4,7 @@
 
 #include "ShownListFixture.h"
 
-#include "engine/TextFormats.h"
+#include "engine/support/TextFormats.h"
 #include "output/CellWriter.h"
 #include "output/ExportLines.h"
 

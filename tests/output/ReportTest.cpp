@@ -4,8 +4,8 @@
 
 #include "ShownListFixture.h"
 
-#include "engine/TextFormats.h"
-#include "engine/Twips.h"
+#include "engine/support/TextFormats.h"
+#include "listing/Twips.h"
 #include "output/Report.h"
 
 #include <gtest/gtest.h>

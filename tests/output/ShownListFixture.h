@@ -5,11 +5,11 @@
 
 #include "TestSupport.h"
 
-#include "engine/Compare.h"
-#include "engine/FileList.h"
-#include "engine/OleDate.h"
-#include "engine/Progress.h"
-#include "engine/Snapshot.h"
+#include "engine/compare/Compare.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/Progress.h"
+#include "listing/FileList.h"
 #include "output/ShownList.h"
 
 #include <QGuiApplication>

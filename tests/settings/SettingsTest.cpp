@@ -1,7 +1,7 @@
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
 
-#include "engine/Snapshot.h"
+#include "engine/model/Snapshot.h"
 
 #include <QDir>
 #include <QSettings>

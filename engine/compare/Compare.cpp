@@ -1,0 +1,345 @@
+#include "Compare.h"
+
+#include "RingLookup.h"
+#include "engine/model/CaseFold.h"
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextFormats.h"
+
+#include <cmath>
+#include <optional>
+#include <vector>
+
+namespace kestrel::engine {
+
+namespace {
+
+// Dates are whole seconds, but a date read from a file carries the rounding
+// of its 15 digits; differences are compared to the millisecond so that a
+// difference of exactly the tolerance is no change.
+constexpr double SecondsPerDay = 86400.0;
+constexpr double SlackSeconds = 0.001;
+constexpr double OneHour = 3600.0;
+
+int16_t addSaturated(int16_t a, int16_t b) {
+    const int sum = int(a) + int(b);
+    return int16_t(std::clamp(sum, int(INT16_MIN), int(INT16_MAX)));
+}
+
+bool attributesDiffer(int16_t a, int16_t b, const CompareOptions& options) {
+    const uint16_t compared = options.attributeCompareMask;
+    return (uint16_t(a) & compared) != (uint16_t(b) & compared);
+}
+
+// What the first way of a comparison both ways learnt about the other
+// snapshot's folder rings, for the second way. Where every member of a ring
+// has a name of its own (it was indexed, and no two members share a hash) and
+// no two entries of this snapshot found the same member, the member an entry
+// found is the only one with that name on either side; so the second way's
+// look-up from that member can only find that entry, and an unfound member
+// has no counterpart at all. Such rings are remembered with the ring they
+// were compared with, and the second way takes their matches from here
+// instead of indexing this snapshot's rings again.
+class FirstWayMatches {
+public:
+    explicit FirstWayMatches(const Snapshot& other)
+        : m_foundBy(size_t(other.capacity()) + 1, 0), m_pairedWith(size_t(other.capacity()) + 1, 0) {}
+
+    // The first way starts comparing the ring of its snapshot that starts at
+    // selfFirst with the other's ring that starts at otherFirst. A ring of the
+    // other's compared twice is not remembered.
+    bool beginRing(int32_t otherFirst, int32_t selfFirst) {
+        int32_t& paired = m_pairedWith[size_t(otherFirst)];
+        paired = paired == 0 ? selfFirst : Forgotten;
+        return paired != Forgotten;
+    }
+    // Entry self found member other; false when another entry found it
+    // first. A file that finds a member compares itself with it, and marks
+    // the member with the differences.
+    bool found(int32_t other, int32_t self, bool selfIsFile) {
+        int32_t& by = m_foundBy[size_t(other)];
+        const bool first = by == 0;
+        by = selfIsFile ? self : -self;
+        return first;
+    }
+    void endRing(int32_t otherFirst, bool remembered) {
+        if (!remembered)
+            m_pairedWith[size_t(otherFirst)] = Forgotten;
+    }
+
+    // For the second way: whether the ring starting at first, compared with
+    // the ring starting at counterpartFirst, was remembered by the first way.
+    bool knows(int32_t first, int32_t counterpartFirst) const {
+        return size_t(first) < m_pairedWith.size() && m_pairedWith[size_t(first)] == counterpartFirst;
+    }
+    // The entry that found member index, 0 for none, negative for a folder.
+    int32_t foundBy(int32_t index) const { return m_foundBy[size_t(index)]; }
+
+private:
+    static constexpr int32_t Forgotten = -1;
+    std::vector<int32_t> m_foundBy;    // by the other's entry index; a folder's negative
+    std::vector<int32_t> m_pairedWith; // by the other's ring start
+};
+
+// The walk of CompareFolder, on an explicit stack: a damaged file can nest
+// folders as deep as it likes without reaching the machine's stack.
+class Comparer {
+public:
+    // The first way of a comparison both ways records into learning; the
+    // second way reads known, which the first way recorded with the two
+    // snapshots the other way round.
+    Comparer(Snapshot& self, NameHashes& selfHashes, Snapshot& other, NameHashes& otherHashes,
+             const CompareOptions& options, ProgressMeter& meter, FirstWayMatches* learning,
+             const FirstWayMatches* known)
+        : m_self(self), m_other(other), m_selfHashes(selfHashes), m_otherHashes(otherHashes),
+          m_options(options), m_meter(meter), m_budget(int64_t(self.capacity()) + 1),
+          m_learning(learning), m_known(known) {}
+
+    void run(int32_t first, int32_t otherIndex) {
+        push(first, otherIndex, true);
+        while (!m_stack.empty())
+            step();
+    }
+
+private:
+    struct Frame {
+        int32_t first = 0;      // where the ring started
+        int32_t i = 0;          // the entry being compared
+        int32_t otherIndex = 0; // position in the other snapshot's ring
+        bool hasOtherRing = true;
+        bool result = false;    // an entry of the ring had a counterpart that counted
+        int32_t found = 0;      // counterpart of the folder whose contents are compared
+        int32_t otherFirst = 0; // where the other ring was entered
+        bool knownMatches = false; // the first way's matches answer this ring
+        bool remembered = false;   // the first way may still remember this ring
+    };
+
+    void push(int32_t first, int32_t otherIndex, bool hasOtherRing) {
+        const size_t depth = m_stack.size();
+        if (m_lookups.size() <= depth)
+            m_lookups.emplace_back(std::make_unique<RingLookup>(m_other, m_otherHashes));
+        m_lookups[depth]->reset();
+        Frame f;
+        f.first = f.i = first;
+        f.otherIndex = f.otherFirst = otherIndex;
+        f.hasOtherRing = hasOtherRing;
+        f.knownMatches = hasOtherRing && m_known && m_known->knows(first, otherIndex);
+        f.remembered = hasOtherRing && m_learning && m_learning->beginRing(otherIndex, first);
+        m_stack.push_back(f);
+    }
+
+    // The counterpart of entry i of ring f, 0 for none. comparedFiles tells
+    // whether the first way already compared it, as a file, with entry i.
+    int32_t counterpartOf(Frame& f, int32_t i, const SnapshotEntry& e, bool& comparedFiles) {
+        comparedFiles = false;
+        if (f.knownMatches) {
+            const int32_t by = m_known->foundBy(i);
+            comparedFiles = by > 0;
+            return std::abs(by);
+        }
+        if (!f.hasOtherRing)
+            return 0;
+        const int32_t found = m_lookups[m_stack.size() - 1]->locate(f.otherIndex, m_self.nameOf(e),
+                                                                    m_selfHashes, i);
+        if (found != 0 && f.remembered)
+            f.remembered = m_learning->found(found, i, !e.isFolder());
+        return found;
+    }
+
+    void step() {
+        Frame& f = m_stack.back();
+        if (--m_budget < 0)
+            raise(ErrorCode::SubscriptOutOfRange);
+        m_self.progress = m_self.progress == INT32_MAX ? 0 : m_self.progress + 1;
+        if (m_self.progress % 500 == 0)
+            m_meter.update(m_self.progress);
+
+        const int32_t i = f.i;
+        SnapshotEntry& e = m_self.entries.mutableAt(i);
+        bool comparedFiles;
+        const int32_t found = counterpartOf(f, i, e, comparedFiles);
+        // The first way marked both files of a pair it compared with their
+        // differences.
+        const int16_t firstWayStatus = e.status;
+        e.status = 0;
+        if (found == 0) {
+            e.match = 0;
+            m_self.entries.mutableAt(e.parent).status = 2;
+        } else if (e.isFolder()) {
+            if (hasContents(m_self, i)) {
+                // The contents are compared with the counterpart's contents;
+                // a counterpart that is a file or an empty folder has none,
+                // so everything inside this folder is without counterpart.
+                const bool otherRing = m_other.entries.at(found).isFolder() && hasContents(m_other, found);
+                f.found = found;
+                push(i + 1, found + 1, otherRing);
+                return;
+            }
+            e.match = -found;
+            f.result = true;
+            f.otherIndex = found;
+        } else {
+            e.match = found;
+            e.status = comparedFiles ? firstWayStatus
+                                     : CompareFiles(m_other, found, e.size, e.modified,
+                                                     e.attributes, m_self.versionOf(e), m_options);
+            if (e.status > 0)
+                m_self.entries.mutableAt(e.parent).status = 2;
+            f.result = true;
+        }
+        advance();
+    }
+
+    // Moves to the next entry of the ring, or ends the ring and hands its
+    // result to the folder that holds it.
+    void advance() {
+        for (;;) {
+            Frame& f = m_stack.back();
+            const int32_t next = m_self.entries.at(f.i).nextSibling;
+            if (next != f.first) {
+                f.i = next;
+                return;
+            }
+            const bool result = f.result;
+            if (m_learning && f.hasOtherRing)
+                m_learning->endRing(f.otherFirst, f.remembered &&
+                                                      m_lookups[m_stack.size() - 1]->namesToldApart());
+            m_stack.pop_back();
+            if (m_stack.empty())
+                return;
+            Frame& parent = m_stack.back();
+            SnapshotEntry& folder = m_self.entries.mutableAt(parent.i);
+            if (result) {
+                folder.match = parent.found;
+                SnapshotEntry& holder = m_self.entries.mutableAt(folder.parent);
+                holder.status = addSaturated(holder.status, folder.status);
+                parent.result = true;
+            } else {
+                folder.match = -parent.found;
+            }
+            parent.otherIndex = parent.found;
+        }
+    }
+
+    Snapshot& m_self;
+    Snapshot& m_other;
+    NameHashes& m_selfHashes;
+    NameHashes& m_otherHashes;
+    const CompareOptions& m_options;
+    ProgressMeter& m_meter;
+    int64_t m_budget;
+    std::vector<Frame> m_stack;
+    std::vector<std::unique_ptr<RingLookup>> m_lookups; // one per depth, reused
+    FirstWayMatches* m_learning;
+    const FirstWayMatches* m_known;
+};
+
+void compareOneWay(Snapshot& self, NameHashes& selfHashes, int32_t selfTop, Snapshot& other,
+                   NameHashes& otherHashes, int32_t otherTop, const CompareOptions& options,
+                   ProgressMeter& meter, FirstWayMatches* learning, const FirstWayMatches* known) {
+    const int32_t maximum = self.entries.contains(1) ? self.entries.get(1).count : 0;
+    meter.initialise(maximum, QStringLiteral("Comparing Snapshots"), false);
+    self.progress = 0;
+    Comparer(self, selfHashes, other, otherHashes, options, meter, learning, known)
+        .run(selfTop, otherTop);
+}
+
+} // namespace
+
+bool datesDiffer(double a, double b, const CompareOptions& options) {
+    const double difference = std::fabs(a - b) * SecondsPerDay;
+    const double tolerance = options.dateTolerance * SecondsPerDay + SlackSeconds;
+    if (difference <= tolerance)
+        return false;
+    if (options.ignoreDst && std::fabs(difference - OneHour) <= tolerance)
+        return false;
+    return true;
+}
+
+int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
+                     int16_t attributes, std::string_view version, const CompareOptions& options) {
+    SnapshotEntry& e = holder.entries.mutableAt(index);
+    int16_t status = 0;
+    // Values a scan could not read say nothing about a change.
+    if (e.valuesUnknown() || valuesUnknown(attributes, size, modified)) {
+        e.status = 0;
+        return 0;
+    }
+    if (!options.ignoreSize && e.size != size)
+        status = Change::Size;
+    if (datesDiffer(e.modified, modified, options))
+        status += Change::Date;
+    if (attributesDiffer(e.attributes, attributes, options))
+        status += Change::Attributes;
+    if (!options.ignoreVersion && !namesEqual(holder.versionOf(e), version))
+        status += Change::Version;
+    e.status = status;
+    return status;
+}
+
+QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t index, double size,
+                    double modified, int16_t attributes, std::string_view version,
+                    const CompareOptions& options) {
+    if (index < 0) {
+        const int32_t i = -index;
+        const SnapshotEntry& e = self.entries.at(i);
+        if (e.match == 0)
+            return QStringLiteral("[was not in other Snapshot]");
+        if (!e.isFolder())
+            return other ? WhatChanged(*other, nullptr, e.match, e.size, e.modified, e.attributes,
+                                       self.versionOf(e), options)
+                         : QString();
+        return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
+    }
+    const SnapshotEntry& e = self.entries.at(index);
+    if (e.valuesUnknown() || valuesUnknown(attributes, size, modified))
+        return QString();
+    QString list;
+    if (!options.ignoreSize && e.size != size)
+        list += formatGrouped(e.size) + QStringLiteral("  ");
+    if (datesDiffer(e.modified, modified, options))
+        list += shortDateText(e.modified) + QLatin1Char(' ') + longTimeText(e.modified) +
+                QStringLiteral("  ");
+    if (attributesDiffer(e.attributes, attributes, options))
+        list += AttributeText(e.attributes) + QStringLiteral("  ");
+    const std::string_view ownVersion = self.versionOf(e);
+    if (!options.ignoreVersion && !namesEqual(ownVersion, version))
+        list += QString::fromUtf8(ownVersion.data(), qsizetype(ownVersion.size()));
+    while (list.endsWith(QLatin1Char(' ')))
+        list.chop(1);
+    return list.isEmpty() ? QString() : QStringLiteral("[was ") + list + QLatin1Char(']');
+}
+
+QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
+                    const CompareOptions& options) {
+    return WhatChanged(self, &other, -i, 0, 0, 0, {}, options);
+}
+
+Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
+                        bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
+    try {
+        // The names' hashes serve both ways: the second way finds them all
+        // worked out by the first.
+        const NameMatching matching = nameMatchingFor(self, other);
+        NameHashes selfHashes(self, matching), otherHashes(other, matching);
+        std::optional<FirstWayMatches> firstWay;
+        if (bothWays)
+            firstWay.emplace(other);
+        compareOneWay(self, selfHashes, selfTop, other, otherHashes, otherTop, options, meter,
+                      bothWays ? &*firstWay : nullptr, nullptr);
+        if (bothWays)
+            compareOneWay(other, otherHashes, otherTop, self, selfHashes, selfTop, options, meter,
+                          nullptr, &*firstWay);
+    } catch (...) {
+        meter.close();
+        const CaughtError e = caughtError();
+        return Outcome::failure(
+            UserMessage{QStringLiteral("Comparing Snapshots"), e.text, MessageIcon::Exclamation},
+            e.code);
+    }
+    meter.close();
+    return Outcome::success();
+}
+
+} // namespace kestrel::engine

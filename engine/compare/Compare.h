@@ -1,0 +1,67 @@
+// engine/compare: two snapshots compared, their differences listed, and the show modes.
+
+#pragma once
+
+#include "CompareOptions.h"
+#include "engine/support/Errors.h"
+
+#include <QString>
+
+#include <cstdint>
+#include <string_view>
+
+namespace kestrel::engine {
+
+class ProgressMeter;
+class Snapshot;
+
+// Status bits of a file entry after a comparison. A folder's status is only
+// meaningful as "greater than 0": something beneath it changed.
+namespace Change {
+inline constexpr int16_t Size = 8;
+inline constexpr int16_t Date = 32;
+inline constexpr int16_t Attributes = 64;
+inline constexpr int16_t Version = 128;
+} // namespace Change
+
+// CompareSnapshot: marks every entry of self that the walk reaches with its
+// status and match. Matching is by whole name within matching folders, from
+// the top rings down: exactly when both snapshots were made on POSIX, without
+// regard to case when either was made on Windows (nameMatchingFor). selfTop
+// and otherTop are the first entries of the rings to start from (1 for a
+// whole snapshot, the first entry inside the comparison root otherwise). A
+// file with a counterpart gets the change bits of CompareFiles, which also
+// marks the counterpart. With bothWays the other snapshot is then marked from
+// its own side. Entries the walk does not reach (inside a folder without
+// counterpart) keep their values. The meter's maximum is the count entry 1
+// keeps; the meter is not cancellable. A damaged snapshot whose rings do not
+// close ends the comparison with "Subscript out of range".
+Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
+                        bool bothWays, const CompareOptions& options, ProgressMeter& meter);
+
+// CompareFiles: compares entry index of holder with the values of its
+// counterpart, stores the change bits in the entry's status and returns them.
+// When either side's values could not be read by its scan, nothing differs.
+int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
+                     int16_t attributes, std::string_view version, const CompareOptions& options);
+
+// WhatChanged, asked on the snapshot that holds entry index (index >= 0): what
+// the entry was, where its values differ from the given ones, as
+// "[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"; empty when nothing
+// differs or when either side's values could not be read. Asked with a
+// negated index (-i) about an entry of self:
+// "[was not in other Snapshot]" when it has no counterpart, for a file the
+// text other gives about its counterpart, for a folder "[contains changes]"
+// when something beneath it changed.
+QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t index, double size,
+                    double modified, int16_t attributes, std::string_view version,
+                    const CompareOptions& options);
+// The text for entry i of self (the negated-index form).
+QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
+                    const CompareOptions& options);
+
+// True when two modified times differ by more than the tolerance (and, when
+// clock changes are ignored, by more than the tolerance from one hour).
+bool datesDiffer(double a, double b, const CompareOptions& options);
+
+} // namespace kestrel::engine

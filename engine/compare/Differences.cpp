@@ -1,0 +1,111 @@
+#include "Differences.h"
+
+#include "engine/model/RingWalk.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Errors.h"
+
+#include <cstdlib>
+
+namespace kestrel::engine {
+
+namespace {
+
+class DifferenceWalk {
+public:
+    DifferenceWalk(const Snapshot& newer, const Snapshot& older)
+        : m_new(newer), m_old(older),
+          m_budget(int64_t(newer.capacity()) + int64_t(older.capacity()) + 2) {}
+
+    std::vector<Difference> run() {
+        const int32_t newTop = m_new.entryCount >= 1 ? 1 : 0;
+        const int32_t oldTop = m_old.entryCount >= 1 ? 1 : 0;
+        m_stack.push_back({newTop, newTop, oldTop, false});
+        while (!m_stack.empty())
+            step();
+        return std::move(m_rows);
+    }
+
+private:
+    // A pair of matching folders' rings: the new one is walked first, then
+    // the old one for what only it has.
+    struct Pair {
+        int32_t newFirst;
+        int32_t newCurrent;
+        int32_t oldFirst;
+        bool newDone;
+    };
+
+    void spend() {
+        if (--m_budget < 0)
+            raise(ErrorCode::SubscriptOutOfRange);
+    }
+
+    // Every entry beneath folder index, in table order.
+    void emitContents(const Snapshot& s, int32_t index, Difference::Kind kind) {
+        if (hasContents(s, index))
+            walkFrom(s, index + 1, [&](int32_t i, int) { m_rows.push_back({kind, i}); });
+    }
+
+    void step() {
+        Pair& pair = m_stack.back();
+        if (!pair.newDone) {
+            if (pair.newCurrent == 0) {
+                pair.newDone = true;
+                return;
+            }
+            spend();
+            const int32_t i = pair.newCurrent;
+            const SnapshotEntry& e = m_new.entry(i);
+            const int32_t next = e.nextSibling;
+            pair.newCurrent = (next == pair.newFirst || next == i) ? 0 : next;
+            if (e.match == 0) {
+                m_rows.push_back({Difference::OnlyInNew, i});
+                if (e.isFolder())
+                    emitContents(m_new, i, Difference::OnlyInNew);
+            } else if (!e.isFolder()) {
+                if (e.status > 0)
+                    m_rows.push_back({Difference::Changed, i});
+            } else {
+                const int32_t counterpart = std::abs(e.match);
+                const int32_t newChild = hasContents(m_new, i) ? i + 1 : 0;
+                const int32_t oldChild =
+                    m_old.entries.contains(counterpart) && hasContents(m_old, counterpart) ? counterpart + 1 : 0;
+                if (newChild || oldChild)
+                    m_stack.push_back({newChild, newChild, oldChild, false});
+            }
+            return;
+        }
+        // What only the old snapshot has in this folder.
+        const int32_t first = pair.oldFirst;
+        m_stack.pop_back();
+        if (first == 0)
+            return;
+        int32_t i = first;
+        do {
+            spend();
+            const SnapshotEntry& e = m_old.entry(i);
+            if (e.match == 0) {
+                m_rows.push_back({Difference::OnlyInOld, i});
+                if (e.isFolder())
+                    emitContents(m_old, i, Difference::OnlyInOld);
+            }
+            if (e.nextSibling == i)
+                break;
+            i = e.nextSibling;
+        } while (i != first);
+    }
+
+    const Snapshot& m_new;
+    const Snapshot& m_old;
+    int64_t m_budget;
+    std::vector<Pair> m_stack;
+    std::vector<Difference> m_rows;
+};
+
+} // namespace
+
+std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older) {
+    return DifferenceWalk(newer, older).run();
+}
+
+} // namespace kestrel::engine

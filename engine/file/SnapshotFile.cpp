@@ -1,0 +1,342 @@
+#include "SnapshotFile.h"
+
+#include "FileWriting.h"
+#include "SnapshotItems.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Checked.h"
+#include "engine/support/OleDate.h"
+#include "engine/support/Progress.h"
+#include "engine/support/TextDecode.h"
+#include "engine/support/TextFormats.h"
+
+#include <QFile>
+
+#include <deque>
+#include <fcntl.h>
+#include <future>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace kestrel::engine {
+
+namespace {
+
+// Writes one title line: the title whole, with any line break made a blank
+// so that the file reads back as it was written.
+void writeTitle(ItemWriter& w, const QString& title) {
+    QByteArray bytes = title.toUtf8();
+    bytes.replace('\r', ' ');
+    bytes.replace('\n', ' ');
+    w.raw(std::string_view(bytes.constData(), size_t(bytes.size())));
+    w.endLine();
+}
+
+
+// Entry lines are made in blocks of this many, several at once.
+constexpr int32_t EntriesPerBlock = 1 << 15;
+constexpr int BlocksAhead = 4;
+
+// The lines of entries first..last, made in w (emptied first).
+ItemWriter entryLines(ItemWriter w, const Snapshot& snapshot, int32_t first, int32_t last) {
+    w.clear();
+    for (int32_t i = first; i <= last; ++i) {
+        const SnapshotEntry& e = snapshot.entries.at(i);
+        w.integer(e.attributes);
+        w.comma();
+        w.number(e.modified);
+        w.comma();
+        w.integer(e.nextSibling);
+        w.comma();
+        w.integer(e.count);
+        w.comma();
+        w.string(snapshot.nameOf(e));
+        w.comma();
+        w.integer(e.parent);
+        w.comma();
+        w.number(e.size);
+        w.comma();
+        w.string(snapshot.versionOf(e));
+        w.endLine();
+    }
+    return w;
+}
+
+// Every entry line holds eight items and each item takes at least one byte
+// (its text or the comma or line end after it).
+constexpr int64_t MinimumEntryBytes = 8;
+
+} // namespace
+
+int32_t capacityItem(int32_t n) {
+    return checkedAdd(n, 16 - n % 16);
+}
+
+int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserMessage>& notice) {
+    constexpr int64_t Slack = 16;
+    if (int64_t(capacity) - entryLines <= Slack)
+        return capacity;
+    // The writer wrote a capacity between N + 1 and N + 16 for N entries, so
+    // at least capacity - 16 entries were written and that many less the
+    // lines read are missing.
+    const int64_t missing = int64_t(capacity) - Slack - entryLines;
+    notice = UserMessage{QStringLiteral("Incomplete Snapshot"),
+                         QStringLiteral("The file ends before its last %1 entries")
+                             .arg(formatCount(double(missing))),
+                         MessageIcon::Information};
+    return capacityItem(entryLines);
+}
+
+bool openForReading(QFile& file, QIODevice::OpenMode mode) {
+    // Opened without waiting for a writer, then looked at before any read.
+    const int fd =
+        ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
+        ::close(fd);
+        return false;
+    }
+    return file.open(fd, mode, QFileDevice::AutoCloseHandle);
+}
+
+int64_t entriesThatFit(const QIODevice& file, int64_t minimumBytes) {
+    if (file.isSequential())
+        return -1;
+    return file.size() / minimumBytes + 1;
+}
+
+void sizeTableToFile(Snapshot& snapshot, int32_t capacity, const QIODevice& file,
+                     int64_t minimumEntryBytes) {
+    int32_t room = capacity;
+    const int64_t fit = entriesThatFit(file, minimumEntryBytes);
+    if (fit >= 0 && fit < room)
+        room = int32_t(fit);
+    snapshot.entries.setCapacity(checkedAdd(room, 1));
+    snapshot.entries.mutableAt(0).count = capacity;
+}
+
+void fitTableToLines(Snapshot& snapshot, int32_t capacity, int32_t entryLines,
+                     std::optional<UserMessage>& notice) {
+    const int32_t fitted = fittedCapacity(capacity, entryLines, notice);
+    snapshot.entries.setCapacity(checkedAdd(fitted, 1));
+    snapshot.entries.mutableAt(0).count = fitted;
+}
+
+Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
+    AtomicFile file(snapshot.header.fileName);
+    if (!file.open())
+        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
+                                            file.errorText(), MessageIcon::Exclamation},
+                                ErrorCode::SystemError);
+    MeterCloser closer{meter};
+    auto writeFailed = [&](const QString& text) {
+        file.abandon();
+        return Outcome::failure(UserMessage{QStringLiteral("Invalid Snapshot File"), text,
+                                            MessageIcon::Exclamation},
+                                ErrorCode::SystemError);
+    };
+    try {
+        const int32_t n = snapshot.entries.at(0).count;
+        snapshot.entryCount = n;
+        meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
+
+        auto writeOut = [&](ItemWriter& w) {
+            if (!file.append(w.data(), w.size()))
+                return false;
+            w.clear();
+            return true;
+        };
+
+        ItemWriter head;
+        writeTitle(head, snapshot.header.title);
+        const QByteArray root = snapshot.header.rootFolder.toUtf8();
+        head.string(std::string_view(root.constData(), size_t(root.size())));
+        head.comma();
+        head.date(snapshot.header.created);
+        head.comma();
+        head.boolean(snapshot.header.recurse);
+        head.comma();
+        head.boolean(snapshot.header.hidden);
+        head.comma();
+        head.boolean(snapshot.header.versions);
+        head.comma();
+        head.integer(capacityItem(n));
+        head.endLine();
+        if (!writeOut(head))
+            return writeFailed(file.errorText());
+
+        // The entry lines are made in blocks on other threads while the
+        // blocks before them are written out, in order, on this one, which
+        // also moves the meter.
+        const int32_t blocks = n / EntriesPerBlock + 1;
+        // Their buffers go round: a block written out lends its buffer to
+        // the next block started.
+        std::deque<std::future<ItemWriter>> ahead;
+        std::vector<ItemWriter> spare(BlocksAhead);
+        int32_t next = 0; // the next block to start
+        for (int32_t block = 0; block < blocks; ++block) {
+            while (next < blocks && !spare.empty()) {
+                const int32_t first = next * EntriesPerBlock + 1;
+                const int32_t last = std::min(n, first + EntriesPerBlock - 1);
+                ahead.push_back(std::async(std::launch::async,
+                                           [&snapshot, first, last, w = std::move(spare.back())]() mutable {
+                                               return entryLines(std::move(w), snapshot, first, last);
+                                           }));
+                spare.pop_back();
+                ++next;
+            }
+            ItemWriter lines = ahead.front().get();
+            ahead.pop_front();
+            if (!writeOut(lines))
+                return writeFailed(file.errorText());
+            spare.push_back(std::move(lines));
+            const int32_t last = std::min(n, (block + 1) * EntriesPerBlock);
+            for (int32_t k = (block * EntriesPerBlock / 1000 + 1) * 1000; k <= last; k += 1000)
+                meter.update(k);
+        }
+        if (!file.commit())
+            return writeFailed(file.errorText());
+    } catch (const RuntimeError& e) {
+        return writeFailed(snapshot.header.fileName + QStringLiteral(": ") + e.text());
+    }
+    return Outcome::success();
+}
+
+LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
+    LoadOutcome outcome;
+    QFile file(snapshot.header.fileName);
+    // Unbuffered: the reader takes the file in large blocks of its own.
+    if (!openForReading(file, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        outcome.error = ErrorCode::FileNotFound;
+        return outcome;
+    }
+    const double startTime = secondsSinceMidnight();
+    MeterCloser closer{meter};
+    try {
+        ItemReader reader(file);
+        std::string scratch;
+        snapshot.header.title = decodeText(reader.line());
+        {
+            const Item root = reader.next();
+            const std::string_view text = ItemReader::toText(root, scratch);
+            snapshot.header.rootFolder = QString::fromUtf8(text.data(), qsizetype(text.size()));
+        }
+        snapshot.header.created = ItemReader::toDate(reader.next());
+        snapshot.header.recurse = ItemReader::toBoolean(reader.next());
+        snapshot.header.hidden = ItemReader::toBoolean(reader.next());
+        snapshot.header.versions = ItemReader::toBoolean(reader.next());
+        const int32_t capacity = ItemReader::toInt32(reader.next());
+        outcome.headerRead = true;
+
+        startCancellable(meter, capacity, QStringLiteral("Loading Snapshot"));
+
+        // The table takes its final capacity once the lines are counted.
+        sizeTableToFile(snapshot, capacity, file, MinimumEntryBytes);
+
+        int32_t i = 0;
+        while (!reader.atEnd()) {
+            if (meter.cancelled())
+                break;
+            i = checkedAdd(i, 1);
+            outcome.failedEntry = i;
+            SnapshotEntry& e = snapshot.entries.mutableAt(i);
+            e.attributes = ItemReader::toInt16(reader.next());
+            e.modified = ItemReader::toDouble(reader.next());
+            e.nextSibling = ItemReader::toInt32(reader.next());
+            e.count = ItemReader::toInt32(reader.next());
+            snapshot.setName(e, ItemReader::toText(reader.next(), scratch));
+            e.parent = ItemReader::toInt32(reader.next());
+            e.size = ItemReader::toDouble(reader.next());
+            snapshot.setVersion(e, ItemReader::toText(reader.next(), scratch));
+            snapshot.entryCount = i;
+            if (!e.isFolder()) {
+                snapshot.fileCount = checkedAdd(snapshot.fileCount, 1);
+                snapshot.totalSize += e.size;
+            } else {
+                snapshot.folderCount = checkedAdd(snapshot.folderCount, 1);
+                if (i % 10 == 0)
+                    meter.update(i);
+            }
+        }
+        outcome.failedEntry = 0;
+        if (!meter.cancelled())
+            fitTableToLines(snapshot, capacity, i, outcome.message);
+    } catch (...) {
+        const CaughtError e = caughtError();
+        outcome.error = e.code;
+        // An overflow is passed over silently, as it always was.
+        if (e.code != ErrorCode::Overflow)
+            outcome.message =
+                UserMessage{QStringLiteral("Invalid Snapshot"), e.text, MessageIcon::Exclamation};
+        return outcome;
+    }
+    finishRead(outcome, meter, QStringLiteral("read"), startTime, snapshot);
+    return outcome;
+}
+
+void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb,
+                double startTime, const Snapshot& snapshot) {
+    if (meter.cancelled()) {
+        outcome.cancelled = true;
+        return;
+    }
+    outcome.ok = true;
+    outcome.summary = SummaryLine(verb, startTime, secondsSinceMidnight(), snapshot.fileCount,
+                                  snapshot.folderCount);
+}
+
+QString NextSnapshotName(const QString& base, const QString& folder) {
+    QString stem = base;
+    if (stem.endsWith(QLatin1Char(':')))
+        stem = stem.left(1).toUpper() + QStringLiteral("_DRIVE");
+    const auto numbered = [&stem](int n) {
+        return stem + QStringLiteral(".#") + QStringLiteral("%1").arg(n, 2, 10, QLatin1Char('0'));
+    };
+    // The highest number is the newest snapshot, so a new one goes after it
+    // even where an earlier number is free; anything with the name counts,
+    // a dangling link too.
+    for (int n = LastSnapshotNumber; n >= 1; --n) {
+        if (nameTaken(folder + numbered(n)))
+            return numbered(std::min(n + 1, LastSnapshotNumber));
+    }
+    return numbered(1);
+}
+
+QString SnapshotBaseName(const QString& rootFolder) {
+    QString path = rootFolder;
+    while (path.size() > 1 && (path.endsWith(QLatin1Char('/')) || path.endsWith(QLatin1Char('\\'))))
+        path.chop(1);
+    if (path == QLatin1String("/") || path.isEmpty())
+        return QStringLiteral("ROOT");
+    const qsizetype cut = std::max(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
+    return path.mid(cut + 1);
+}
+
+int16_t SnapshotNumberFromName(const QString& path) {
+    const QString tail = path.right(2).trimmed();
+    int value = 0;
+    for (QChar c : tail) {
+        if (!c.isDigit() || c.unicode() > '9')
+            break;
+        value = value * 10 + (c.unicode() - '0');
+    }
+    return int16_t(value);
+}
+
+QString NewSnapshotTitle(const QString& folder, int16_t number, bool naming) {
+    if (naming && number == 1)
+        return QStringLiteral("Original Snapshot of ") + folder;
+    if (naming && number == 2)
+        return QStringLiteral("Final Snapshot of ") + folder;
+    return QStringLiteral("Snapshot #%1 of ").arg(number) + folder;
+}
+
+QStringList snapshotFileFilters() {
+    return {QStringLiteral("All Snapshots (*.#?\?)"), QStringLiteral("Original Snapshots (*.#01)"),
+            QStringLiteral("All Files (*)")};
+}
+
+} // namespace kestrel::engine
