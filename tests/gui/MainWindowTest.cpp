@@ -6,6 +6,7 @@
 #include "TemporaryHome.h"
 #include "TestFrame.h"
 
+#include "shell/SnapshotFileCommands.h"
 #include "shell/Launcher.h"
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
@@ -196,7 +197,7 @@ private Q_SLOTS:
             Frame maker(iniPath());
             maker.saveAnswer = saved;
             QVERIFY(maker->NewSnapshot(m_tree, true, true, false, 3));
-            maker->activeSnapshotWindow()->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*maker.window, *maker->activeSnapshotWindow());
         }
         writeFile(m_tree + u"/a.txt"_s, "alpha, longer now");
 
@@ -241,7 +242,7 @@ private Q_SLOTS:
             QVERIFY(window);
             QCOMPARE(window->snapshot().header.rootFolder, m_tree + u'/');
             QCOMPARE(window->caption(), u"Snapshot #1 of "_s + m_tree);
-            window->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*frame.window, *window);
             QVERIFY(frame.proposedSave.endsWith(u"/Tree.#01"_s));
         }
 
@@ -252,7 +253,7 @@ private Q_SLOTS:
         QCOMPARE(frame->activeSnapshotWindow()->caption(), saved);
 
         QVERIFY(QDir::setCurrent(m_tree + u"/sub"_s));
-        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *frame->activeSnapshotWindow());
         QCOMPARE(frame->snapshotWindows().size(), 2);
         const engine::Snapshot& repeated = frame->snapshotWindows().last()->snapshot();
         QCOMPARE(repeated.header.rootFolder, m_tree + u'/');
@@ -330,7 +331,7 @@ private Q_SLOTS:
             maker.saveAnswer = path;
             QVERIFY(maker->NewSnapshot(m_tree, true, true, false, 1));
             QCOMPARE(maker.textDefaults, QStringList{u"Snapshot #1 of "_s + m_tree});
-            maker->activeSnapshotWindow()->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*maker.window, *maker->activeSnapshotWindow());
         }
         for (const bool filename : {true, false}) {
             Frame frame(iniPath());
@@ -343,7 +344,7 @@ private Q_SLOTS:
             QCOMPARE(frame->recentDialog().list().entries().value(0), path);
             QVERIFY(frame->summaryText().startsWith(u"Kestrel read 3 files"_s));
 
-            opened->mnuFileRepeat_Click();
+            shell::mnuFileRepeat_Click(*frame.window, *opened);
             QCOMPARE(frame->snapshotWindows().size(), 2);
             SnapshotWindow* repeated = frame->snapshotWindows().last();
             QCOMPARE(repeated->number(), int16_t(3));
@@ -456,7 +457,7 @@ private Q_SLOTS:
 
         const QString saved = m_dir->filePath(u"Tree.#01"_s);
         frame.saveAnswer = saved;
-        frame->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        shell::mnuFileSaveAs_Click(*frame.window, *frame->activeSnapshotWindow());
         frame->operationStarted();
         QVERIFY(!drag(QUrl::fromLocalFile(saved))); // busy
         frame->operationEnded();
