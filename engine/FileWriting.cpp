@@ -93,7 +93,16 @@ bool AtomicFile::inspectTarget(struct stat& st, bool& exists) {
 }
 
 bool AtomicFile::open() {
+    return openNew(false);
+}
+
+bool AtomicFile::openUnnamed() {
+    return openNew(true);
+}
+
+bool AtomicFile::openNew(bool unnamed) {
     abandon();
+    m_unnamed = unnamed;
     m_error.clear();
     m_written = m_runStart = m_runEnd = 0;
     const QByteArray whole = QFile::encodeName(m_path);
@@ -117,10 +126,20 @@ bool AtomicFile::open() {
     // A replaced file's contents stay private until its permissions are
     // copied; a new file takes the usual ones.
     const mode_t mode = replacing ? S_IRUSR | S_IWUSR : 0666;
+    // Read and write: moveBytes() reads back what was written.
+    if (unnamed) {
+#ifdef O_TMPFILE
+        m_fd = ::openat(m_folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
+#else
+        errno = EOPNOTSUPP;
+#endif
+        if (m_fd < 0)
+            return fail(errno);
+    }
     for (int attempt = 0; attempt < 100 && m_fd < 0; ++attempt) {
         m_temporary = temporaryName(m_name);
         m_fd = ::openat(m_folder, m_temporary.constData(),
-                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+                        O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         if (m_fd < 0 && errno != EEXIST)
             break;
     }
@@ -186,7 +205,8 @@ bool AtomicFile::moveBytes(int64_t from, int64_t to, int64_t length) {
         const int64_t size = std::min(Piece, length - done);
         const int64_t at = backwards ? length - done - size : done;
         for (int64_t got = 0; got < size;) {
-            const ssize_t n = ::pread(m_fd, buffer.get() + got, size_t(size - got), from + at + got);
+            const ssize_t n =
+                ::pread(m_fd, buffer.get() + got, size_t(size - got), from + at + got);
             if (n < 0 && errno == EINTR)
                 continue;
             if (n <= 0)
@@ -197,6 +217,17 @@ bool AtomicFile::moveBytes(int64_t from, int64_t to, int64_t length) {
             return false;
         done += size;
     }
+    return true;
+}
+
+bool AtomicFile::truncate(int64_t length) {
+    if (m_fd < 0)
+        return m_error.isEmpty() ? fail(EBADF) : false;
+    if (::ftruncate(m_fd, length) != 0)
+        return fail(errno);
+    m_written = length;
+    m_runStart = std::min(m_runStart, length);
+    m_runEnd = std::min(m_runEnd, length);
     return true;
 }
 
@@ -228,6 +259,8 @@ bool AtomicFile::commit() {
     // name holds the old file or the whole new one.
     if (::fdatasync(m_fd) != 0)
         return fail(errno);
+    if (m_unnamed && !giveTemporaryName())
+        return false;
     const int fd = m_fd;
     m_fd = -1;
     if (::close(fd) != 0)
@@ -243,6 +276,25 @@ bool AtomicFile::commit() {
     m_temporary.clear();
     closeFiles();
     return true;
+}
+
+bool AtomicFile::giveTemporaryName() {
+    // The way to name an unnamed file without privileges goes through
+    // /proc; where that is missing, privileged callers may name it from its
+    // descriptor.
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_fd);
+    int error = EEXIST;
+    for (int attempt = 0; attempt < 100 && error == EEXIST; ++attempt) {
+        m_temporary = temporaryName(m_name);
+        if (::linkat(AT_FDCWD, self.constData(), m_folder, m_temporary.constData(),
+                     AT_SYMLINK_FOLLOW) == 0 ||
+            (errno == ENOENT &&
+             ::linkat(m_fd, "", m_folder, m_temporary.constData(), AT_EMPTY_PATH) == 0))
+            return true;
+        error = errno;
+    }
+    m_temporary.clear();
+    return fail(error);
 }
 
 void AtomicFile::abandon() {

@@ -46,6 +46,11 @@ public:
     const QString& path() const { return m_path; }
 
     bool open();
+    // As open(), but the new file has no name at all until commit() (an
+    // O_TMPFILE): while it is written, a scan of its folder does not meet it
+    // and the folder's time does not change. False where the file system
+    // cannot make such files.
+    bool openUnnamed();
     // Writes at the end of what was written so far.
     bool append(const char* data, size_t size);
     bool append(std::string_view bytes) { return append(bytes.data(), bytes.size()); }
@@ -55,6 +60,8 @@ public:
     // Moves length bytes written at from to to (the two may overlap), for
     // a part written before the length of what goes ahead of it was known.
     bool moveBytes(int64_t from, int64_t to, int64_t length);
+    // Cuts the file to length bytes.
+    bool truncate(int64_t length);
     bool commit();
     // Removes the new file; the old one stays as it was. Does nothing once
     // committed or before open().
@@ -68,6 +75,9 @@ public:
 private:
     // Abandons the file with errorText() the path and the system's text of
     // error, or the path and why.
+    bool openNew(bool unnamed);
+    // Gives an unnamed file its temporary name, before the rename.
+    bool giveTemporaryName();
     bool fail(int error);
     bool refuse(const QString& why);
     // Looks at what has the target's name now, without following a link:
@@ -83,7 +93,8 @@ private:
 
     QString m_path;
     QByteArray m_name; // the last component, as the system names it
-    QByteArray m_temporary;
+    QByteArray m_temporary; // empty while the file has no name
+    bool m_unnamed = false;
     int m_folder = -1;
     int m_fd = -1;
     int64_t m_written = 0;

@@ -102,10 +102,10 @@ bool writeEntryBlocks(const Snapshot& snapshot, int32_t first, int32_t last, Pro
         while (next < blocks && !spare.empty()) {
             const int32_t from = first + next * EntriesPerBlock;
             const int32_t to = std::min(last, from + EntriesPerBlock - 1);
-            ahead.push_back(std::async(std::launch::async,
-                                       [&snapshot, from, to, w = std::move(spare.back())]() mutable {
-                                           return entryLines(std::move(w), snapshot, from, to);
-                                       }));
+            ahead.push_back(std::async(
+                std::launch::async, [&snapshot, from, to, w = std::move(spare.back())]() mutable {
+                    return entryLines(std::move(w), snapshot, from, to);
+                }));
             spare.pop_back();
             ++next;
         }
@@ -186,8 +186,9 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             return writeFailed(file.errorText());
         // The entry lines are made on other threads while the blocks before
         // them are written out, in order, on this one.
-        if (!writeEntryBlocks(snapshot, 1, n, meter,
-                              [&](const char* data, size_t size) { return file.append(data, size); }))
+        if (!writeEntryBlocks(snapshot, 1, n, meter, [&](const char* data, size_t size) {
+                return file.append(data, size);
+            }))
             return writeFailed(file.errorText());
         if (!file.commit())
             return writeFailed(file.errorText());

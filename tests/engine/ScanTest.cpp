@@ -38,6 +38,7 @@ using kestrel::test::EntryFields;
 using kestrel::test::expectSoundSnapshot;
 using kestrel::test::fieldsOf;
 using kestrel::test::indexOf;
+using kestrel::test::passesInChild;
 using kestrel::test::RecordingView;
 using kestrel::test::ringOf;
 using kestrel::test::TempTree;
@@ -76,28 +77,6 @@ std::vector<std::string> listed(const QString& folder) {
             names.emplace_back(de->d_name);
     ::closedir(dir);
     return names;
-}
-
-// Runs check in a child process, as the user nobody when asked, so that
-// folder permissions apply to a test run as root; the child's exit status is
-// check's result. False when privileges cannot be dropped here.
-bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody) {
-    const pid_t child = ::fork();
-    if (child < 0)
-        return false;
-    if (child == 0) {
-        constexpr uid_t Nobody = 65534;
-        if (asNobody &&
-            (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0))
-            ::_exit(3);
-        ::_exit(check() ? 0 : 1);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
-        return false;
-    passed = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return true;
 }
 
 TEST(Scan, RecordsTheTreeDepthFirstInListingOrder) {

@@ -14,8 +14,10 @@
 #include <cstring>
 #include <fcntl.h>
 #include <ftw.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -207,6 +209,25 @@ int32_t indexOf(const engine::Snapshot& s, const QString& relativePath) {
 }
 
 bool runningAsRoot() { return ::geteuid() == 0; }
+
+bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody) {
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0) {
+        constexpr uid_t Nobody = 65534;
+        if (asNobody &&
+            (::setgroups(0, nullptr) != 0 || ::setgid(Nobody) != 0 || ::setuid(Nobody) != 0))
+            ::_exit(3);
+        ::_exit(check() ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
+        return false;
+    passed = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return true;
+}
 
 static int32_t addRing(engine::Snapshot& s, const std::vector<Node>& nodes, int32_t parent) {
     const int32_t first = s.entryCount + 1;

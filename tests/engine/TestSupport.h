@@ -118,6 +118,11 @@ int32_t indexOf(const engine::Snapshot& s, const QString& relativePath);
 
 bool runningAsRoot();
 
+// Runs check in a child process, as the user nobody when asked, so that
+// folder permissions apply to a test run as root; the child's exit status is
+// check's result. False when privileges cannot be dropped here.
+bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody);
+
 // A file or folder for buildSnapshot.
 struct Node {
     std::string name;
