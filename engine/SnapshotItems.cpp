@@ -5,6 +5,8 @@
 #include "OleDate.h"
 #include "TextDecode.h"
 
+#include <array>
+#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -61,7 +63,9 @@ constexpr char kPairs[] = "00010203040506070809101112131415161718192021222324252
                           "8081828384858687888990919293949596979899";
 
 // Writes the digits of v ending just before end; returns where they begin.
-char* digitsBefore(char* end, uint64_t v) {
+// Almost every number of a snapshot fits in 32 bits, whose arithmetic is
+// the cheaper.
+template <typename Unsigned> char* digitsBefore(char* end, Unsigned v) {
     while (v >= 100) {
         const unsigned pair = unsigned(v % 100) * 2;
         v /= 100;
@@ -77,44 +81,70 @@ char* digitsBefore(char* end, uint64_t v) {
     return end;
 }
 
+// The number of decimal digits of v (1 for 0), from its binary length:
+// log10(2) is about 1233 / 4096.
+int decimalDigits(uint64_t v) {
+    static constexpr auto Thresholds = [] {
+        std::array<uint64_t, 20> powers{}; // 0, then 10 to 10^19
+        uint64_t power = 1;
+        for (size_t k = 1; k < powers.size(); ++k)
+            powers[k] = power *= 10;
+        return powers;
+    }();
+    const int estimate = (std::bit_width(v) * 1233) >> 12;
+    return estimate + (v >= Thresholds[estimate]);
+}
+
+// Writes v (below 100,000) as five digits, leading zeros included.
+void fiveDigits(char* out, uint32_t v) {
+    const uint32_t first = v / 10000;
+    const uint32_t rest = v - first * 10000;
+    out[0] = char('0' + first);
+    std::memcpy(out + 1, kPairs + 2 * (rest / 100), 2);
+    std::memcpy(out + 3, kPairs + 2 * (rest % 100), 2);
+}
+
 } // namespace
 
 void ItemWriter::integer(int64_t value) {
-    uint64_t magnitude = value < 0 ? 0 - uint64_t(value) : uint64_t(value);
-    int length = 1;
-    for (uint64_t v = magnitude; v >= 10; v /= 10)
-        ++length;
+    const uint64_t magnitude = value < 0 ? 0 - uint64_t(value) : uint64_t(value);
+    const int length = decimalDigits(magnitude);
     char* at = room(21);
     if (value < 0)
         *at++ = '-', ++m_used;
-    digitsBefore(at + length, magnitude);
+    if (magnitude <= UINT32_MAX)
+        digitsBefore(at + length, uint32_t(magnitude));
+    else
+        digitsBefore(at + length, magnitude);
     m_used += size_t(length);
 }
 
 void ItemWriter::number(double value) {
     // Whole numbers that a double holds exactly are written with every digit,
     // so that whatever was read is written back unchanged.
-    if (value == std::trunc(value) && std::fabs(value) <= 9007199254740992.0) {
-        integer(int64_t(value));
-        return;
+    if (std::fabs(value) <= 9007199254740992.0) {
+        const auto whole = int64_t(value);
+        if (double(whole) == value) {
+            integer(whole);
+            return;
+        }
     }
     // Dates, the most common fraction, straight from their 15 digits: five
     // before the point and up to ten after it, trailing zeros dropped.
     uint64_t digits = 0;
     if (fifteenDigitsOfDate(value, digits)) {
-        char buffer[24];
-        char* end = buffer + sizeof buffer;
-        char* begin = digitsBefore(end, digits); // 15 digits
-        char* point = begin + 5;
-        while (end[-1] == '0')
-            --end;
-        char* at = room(17);
-        std::memcpy(at, begin, 5);
+        constexpr uint64_t TenDigits = 10000000000;
+        const auto fraction = digits % TenDigits;
+        char* at = room(16);
+        fiveDigits(at, uint32_t(digits / TenDigits));
         size_t length = 5;
-        if (end > point) {
+        if (fraction != 0) {
             at[5] = '.';
-            std::memcpy(at + 6, point, size_t(end - point));
-            length = 6 + size_t(end - point);
+            fiveDigits(at + 6, uint32_t(fraction / 100000));
+            fiveDigits(at + 11, uint32_t(fraction % 100000));
+            length = 16;
+            while (at[length - 1] == '0')
+                --length;
         }
         m_used += length;
         return;
