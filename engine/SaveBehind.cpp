@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include <climits>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -35,9 +36,9 @@ int digitCount(int64_t value) {
     return digits;
 }
 
-// The capacity item of the snapshot file at path when it is one of
-// rootFolder; 0 when it is none, or of another folder.
-int32_t capacityOfSnapshotFile(const QString& path, const QString& rootFolder) {
+// The entries the snapshot file at path holds, by its capacity item, when it
+// is one of rootFolder; 0 when it is none, or of another folder.
+int32_t entriesOfSnapshotFile(const QString& path, const QString& rootFolder) {
     QFile file(path);
     if (!openForReading(file, QIODevice::ReadOnly))
         return 0;
@@ -55,17 +56,20 @@ int32_t capacityOfSnapshotFile(const QString& path, const QString& rootFolder) {
             return 0;
         for (int item = 0; item < 4; ++item) // date, recurse, hidden, versions
             reader.next();
-        return std::max(0, ItemReader::toInt32(reader.next()));
+        // The capacity item is the entries rounded up past the next multiple
+        // of 16; one below it has as many digits.
+        const int32_t capacity = ItemReader::toInt32(reader.next());
+        return capacity > 0 && capacity < INT32_MAX - 32 ? capacity - 1 : 0;
     } catch (const RuntimeError&) {
         return 0;
     }
 }
 
-// The capacity a repeated snapshot of the folder will likely have: that of
+// The entries a repeated snapshot of the folder will likely have: those of
 // the file it replaces, or of the number before it in its series.
-int32_t expectedCapacity(const SnapshotHeader& header) {
-    if (const int32_t capacity = capacityOfSnapshotFile(header.fileName, header.rootFolder))
-        return capacity;
+int32_t expectedEntries(const SnapshotHeader& header) {
+    if (const int32_t entries = entriesOfSnapshotFile(header.fileName, header.rootFolder))
+        return entries;
     static const QRegularExpression numbered(QStringLiteral("\\.#(\\d\\d)$"));
     const QRegularExpressionMatch m = numbered.match(header.fileName);
     const int number = m.hasMatch() ? m.captured(1).toInt() : 0;
@@ -73,7 +77,7 @@ int32_t expectedCapacity(const SnapshotHeader& header) {
         return 0;
     const QString before = header.fileName.left(m.capturedStart(1)) +
                            QStringLiteral("%1").arg(number - 1, 2, 10, QLatin1Char('0'));
-    return capacityOfSnapshotFile(before, header.rootFolder);
+    return entriesOfSnapshotFile(before, header.rootFolder);
 }
 
 // Makes the lines of entries as the scan finishes them and writes them
@@ -93,20 +97,20 @@ public:
     // A save not finished leaves no file: blocks still queued are dropped.
     ~SaveBehindScan() override { stopWriting(true); }
 
-    // Creates the new file and starts the writing thread, with room for a
-    // header of the given capacity item. False when either cannot be done.
-    // The file has no name while the scan goes on, so that a snapshot kept
-    // inside the tree it records does not find itself, nor change the time
-    // of its folder, which the scan records.
-    bool start(int32_t capacity) {
+    // Creates the new file and starts the writing thread, with room for the
+    // header of a snapshot of the given entries. False when either cannot
+    // be done. The file has no name while the scan goes on, so that a
+    // snapshot kept inside the tree it records does not find itself, nor
+    // change the time of its folder, which the scan records.
+    bool start(int32_t entries) {
         if (!m_file.openUnnamed())
             return false;
-        m_capacity = std::max(capacity, capacityItem(0));
-        m_writtenBase = headerLength(m_capacity);
-        m_spare.resize(BlocksInFlight);
         try {
+            m_expectedEntries = entries;
+            m_writtenBase = headerLength(m_expectedEntries);
+            m_spare.resize(BlocksInFlight);
             m_writer = std::thread([this] { writeBlocks(); });
-        } catch (const std::system_error&) {
+        } catch (...) {
             m_file.abandon();
             return false;
         }
@@ -119,10 +123,10 @@ public:
         try {
             // The header will need at least the room of a capacity for
             // every entry found so far.
-            const int32_t needed = capacityItem(snapshot.entryCount);
-            if (digitCount(needed) > digitCount(m_capacity)) {
-                m_capacity = needed;
-                moveBody(headerLength(m_capacity));
+            if (digitCount(capacityItem(snapshot.entryCount)) >
+                digitCount(capacityItem(m_expectedEntries))) {
+                m_expectedEntries = snapshot.entryCount;
+                moveBody(headerLength(m_expectedEntries));
             }
             makeLines(snapshot, last);
         } catch (...) {
@@ -179,13 +183,14 @@ private:
         int64_t newBase = 0;
     };
 
-    int64_t headerLength(int32_t capacity) const {
-        // The date of a header has one length whatever the time; the
-        // capacity item's digits are what is guessed.
+    // The length of the header of a snapshot of the given entries. Its date
+    // has one length whatever the time; the capacity item's digits are what
+    // is guessed.
+    int64_t headerLength(int32_t entries) const {
         ItemWriter w;
         SnapshotHeader header = m_header;
         header.created = oleNow();
-        writeHeaderLines(w, header, capacity - 1);
+        writeHeaderLines(w, header, entries);
         return int64_t(w.size());
     }
 
@@ -296,7 +301,7 @@ private:
     const size_t m_blockBytes;
 
     // The walking thread's.
-    int32_t m_capacity = 0;            // the capacity item the header has room for
+    int32_t m_expectedEntries = 0;     // the entries the header has room for
     std::optional<ItemWriter> m_block; // the block being made
     int32_t m_madeThrough = 0;         // entries whose lines are made
     int64_t m_madeBytes = 0;           // body bytes handed to the writing thread
@@ -323,7 +328,7 @@ ScanAndSaveOutcome ScanAndSaveSnapshot(Snapshot& snapshot, const ScanSettings& s
     ScanAndSaveOutcome outcome;
     SaveBehindScan behind(snapshot.header, options.blockBytes);
     ScanSettings following = settings;
-    if (behind.start(expectedCapacity(snapshot.header)))
+    if (behind.start(expectedEntries(snapshot.header)))
         following.follower = &behind;
     outcome.scan = CreateSnapshot(snapshot, following, meter);
     if (!outcome.scan.ok)

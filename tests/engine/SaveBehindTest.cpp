@@ -17,6 +17,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include <climits>
 #include <sys/stat.h>
 
 using namespace kestrel::engine;
@@ -162,7 +163,7 @@ TEST_F(SaveBehindTest, MixedTree) {
 
 // The header's room comes from the snapshot being replaced, or the one
 // before in the series, when it is of the same folder: right, too large,
-// too small or of another folder, the file is the same.
+// too small, damaged or of another folder, the file is the same.
 TEST_F(SaveBehindTest, RoomGuessedFromTheSnapshotBefore) {
     TempTree t(TempTree::InMemory);
     for (int i = 0; i < 300; ++i)
@@ -171,7 +172,7 @@ TEST_F(SaveBehindTest, RoomGuessedFromTheSnapshotBefore) {
         return "Old\r\n\"" + root.toUtf8() + "\",#2020-01-02 03:04:05#,#TRUE#,#TRUE#,#FALSE#," +
                QByteArray::number(capacity) + "\r\n";
     };
-    for (const int capacity : {320, 32, 1234567, 48}) {
+    for (const int capacity : {320, 32, 1234567, 48, INT32_MAX, -5}) {
         SCOPED_TRACE(capacity);
         expectSameFile(t, header(t.root(), capacity));
     }
