@@ -229,6 +229,15 @@ bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobo
     return true;
 }
 
+std::optional<bool> passesWherePermissionsHold(const std::function<bool()>& check) {
+    if (!runningAsRoot())
+        return check();
+    bool passed = false;
+    if (!passesInChild(check, passed, true))
+        return std::nullopt;
+    return passed;
+}
+
 static int32_t addRing(engine::Snapshot& s, const std::vector<Node>& nodes, int32_t parent) {
     const int32_t first = s.entryCount + 1;
     int32_t here = 0;

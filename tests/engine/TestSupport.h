@@ -122,6 +122,10 @@ bool runningAsRoot();
 // folder permissions apply to a test run as root; the child's exit status is
 // check's result. False when privileges cannot be dropped here.
 bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody);
+// Runs check where folder permissions hold: as nobody in a child process
+// when running as root (root reads anything), here otherwise. Empty when
+// root cannot be given up here.
+std::optional<bool> passesWherePermissionsHold(const std::function<bool()>& check);
 
 // A file or folder for buildSnapshot.
 struct Node {
