@@ -70,22 +70,29 @@ void writeHeaderLines(ItemWriter& w, const SnapshotHeader& header, int32_t n) {
 
 void writeEntryLine(ItemWriter& w, const Snapshot& snapshot, int32_t index) {
     const SnapshotEntry& e = snapshot.entries.at(index);
-    w.integer(e.attributes);
-    w.comma();
-    w.number(e.modified);
-    w.comma();
-    w.integer(e.nextSibling);
-    w.comma();
-    w.integer(e.count);
-    w.comma();
-    w.string(snapshot.nameOf(e));
-    w.comma();
-    w.integer(e.parent);
-    w.comma();
-    w.number(e.size);
-    w.comma();
-    w.string(snapshot.versionOf(e));
-    w.endLine();
+    const std::string_view name = snapshot.nameOf(e);
+    const std::string_view version = snapshot.versionOf(e);
+    // Taken in one go: the line is written a million times in a scan.
+    char* at = w.reserve(4 * ItemWriter::IntegerRoom + 2 * ItemWriter::NumberRoom +
+                         ItemWriter::stringRoom(name) + ItemWriter::stringRoom(version) + 7 + 2);
+    at = ItemWriter::putInteger(at, e.attributes);
+    *at++ = ',';
+    at = ItemWriter::putNumber(at, e.modified);
+    *at++ = ',';
+    at = ItemWriter::putInteger(at, e.nextSibling);
+    *at++ = ',';
+    at = ItemWriter::putInteger(at, e.count);
+    *at++ = ',';
+    at = ItemWriter::putString(at, name);
+    *at++ = ',';
+    at = ItemWriter::putInteger(at, e.parent);
+    *at++ = ',';
+    at = ItemWriter::putNumber(at, e.size);
+    *at++ = ',';
+    at = ItemWriter::putString(at, version);
+    *at++ = '\r';
+    *at++ = '\n';
+    w.keep(at);
 }
 
 bool writeEntryBlocks(const Snapshot& snapshot, int32_t first, int32_t last, ProgressMeter& meter,

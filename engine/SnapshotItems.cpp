@@ -36,9 +36,10 @@ void ItemWriter::raw(std::string_view text) {
 }
 
 void ItemWriter::string(std::string_view utf8) {
-    // At most every character doubled, and the two quotes.
-    char* at = room(2 * utf8.size() + 2);
-    char* const start = at;
+    m_used = size_t(putString(room(stringRoom(utf8)), utf8) - m_buffer.get());
+}
+
+char* ItemWriter::putString(char* at, std::string_view utf8) {
     *at++ = '"';
     // An empty name (every padding record has one) is often a view with no
     // pointer, which memchr and memcpy must not get.
@@ -53,7 +54,7 @@ void ItemWriter::string(std::string_view utf8) {
         utf8.remove_prefix(run);
     }
     *at++ = '"';
-    m_used += size_t(at - start);
+    return at;
 }
 
 namespace {
@@ -107,27 +108,32 @@ void fiveDigits(char* out, uint32_t v) {
 } // namespace
 
 void ItemWriter::integer(int64_t value) {
+    m_used = size_t(putInteger(room(IntegerRoom), value) - m_buffer.get());
+}
+
+char* ItemWriter::putInteger(char* at, int64_t value) {
     const uint64_t magnitude = value < 0 ? 0 - uint64_t(value) : uint64_t(value);
     const int length = decimalDigits(magnitude);
-    char* at = room(21);
     if (value < 0)
-        *at++ = '-', ++m_used;
+        *at++ = '-';
     if (magnitude <= UINT32_MAX)
         digitsBefore(at + length, uint32_t(magnitude));
     else
         digitsBefore(at + length, magnitude);
-    m_used += size_t(length);
+    return at + length;
 }
 
 void ItemWriter::number(double value) {
+    m_used = size_t(putNumber(room(NumberRoom), value) - m_buffer.get());
+}
+
+char* ItemWriter::putNumber(char* at, double value) {
     // Whole numbers that a double holds exactly are written with every digit,
     // so that whatever was read is written back unchanged.
     if (std::fabs(value) <= 9007199254740992.0) {
         const auto whole = int64_t(value);
-        if (double(whole) == value) {
-            integer(whole);
-            return;
-        }
+        if (double(whole) == value)
+            return putInteger(at, whole);
     }
     // Dates, the most common fraction, straight from their 15 digits: five
     // before the point and up to ten after it, trailing zeros dropped.
@@ -135,23 +141,18 @@ void ItemWriter::number(double value) {
     if (fifteenDigitsOfDate(value, digits)) {
         constexpr uint64_t TenDigits = 10000000000;
         const auto fraction = digits % TenDigits;
-        char* at = room(16);
         fiveDigits(at, uint32_t(digits / TenDigits));
-        size_t length = 5;
-        if (fraction != 0) {
-            at[5] = '.';
-            fiveDigits(at + 6, uint32_t(fraction / 100000));
-            fiveDigits(at + 11, uint32_t(fraction % 100000));
-            length = 16;
-            while (at[length - 1] == '0')
-                --length;
-        }
-        m_used += length;
-        return;
+        if (fraction == 0)
+            return at + 5;
+        at[5] = '.';
+        fiveDigits(at + 6, uint32_t(fraction / 100000));
+        fiveDigits(at + 11, uint32_t(fraction % 100000));
+        char* end = at + 16;
+        while (end[-1] == '0')
+            --end;
+        return end;
     }
-    char buffer[32];
-    const auto r = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15);
-    raw(std::string_view(buffer, size_t(r.ptr - buffer)));
+    return std::to_chars(at, at + NumberRoom, value, std::chars_format::general, 15).ptr;
 }
 
 void ItemWriter::boolean(bool value) { raw(value ? "#TRUE#" : "#FALSE#"); }
