@@ -10,6 +10,7 @@
 #include "engine/compare/ShowMode.h"
 #include "engine/file/FileWriting.h"
 #include "engine/file/OpenSnapshot.h"
+#include "engine/file/SaveBehind.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/RingWalk.h"
@@ -188,22 +189,18 @@ int snapshotCommand(const QStringList& arguments) {
         snapshot.header.versions = true;
         settings.versionFolder = absoluteFolder(p.value(versions));
     }
-    TerminalProgress view;
-    ProgressMeter meter(&view);
-    QString summary;
-    if (!scanFolder(folder, snapshot, meter, &summary, settings))
-        return ExitTrouble;
-
     // A file named without a snapshot number is the first of its series.
     const int16_t number = std::max<int16_t>(SnapshotNumberFromName(path), 1);
     snapshot.header.title =
         p.isSet(title) ? p.value(title) : NewSnapshotTitle(storedPath(folder), number, false);
     snapshot.header.fileName = path;
-    const Outcome saved = guardedOperation(QStringLiteral("Error Writing Snapshot"),
-                                           [&] { return SaveSnapshot(snapshot, meter); });
-    if (!succeeded(saved))
+    snapshot.header.rootFolder = scannedRoot(folder);
+    TerminalProgress view;
+    ProgressMeter meter(&view);
+    const ScanAndSaveOutcome done = ScanAndSaveSnapshot(snapshot, settings, meter);
+    if (!scanSucceeded(done.scan) || !succeeded(done.save))
         return ExitTrouble;
-    printLine(stderr, summary);
+    printLine(stderr, done.scan.summary);
     const std::vector<int32_t> unreadable = UnreadableFolders(snapshot);
     for (const int32_t folder : unreadable)
         printLine(stderr, QStringLiteral("Could not be read: ") + snapshot.header.rootFolder +
