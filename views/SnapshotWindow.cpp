@@ -1,9 +1,8 @@
 #include "SnapshotWindow.h"
 
 #include "FileGridModel.h"
-#include "FileGridView.h"
 #include "FolderTreeModel.h"
-#include "FolderTreeView.h"
+#include "ShownListOf.h"
 #include "SnapshotPair.h"
 #include "SnapshotStatusBar.h"
 #include "SplitterBar.h"
@@ -107,18 +106,6 @@ void SnapshotWindow::createControls() {
     setFocusProxy(m_tvwPaths);
 }
 
-QTreeView* SnapshotWindow::tree() const { return m_tvwPaths; }
-
-QTableView* SnapshotWindow::grid() const { return m_grdFiles; }
-
-bool SnapshotWindow::checked(SnapshotCommand command) const {
-    return m_commands->action(command)->isChecked();
-}
-
-void SnapshotWindow::setChecked(SnapshotCommand command, bool on) {
-    m_commands->action(command)->setChecked(on);
-}
-
 HighlightColours SnapshotWindow::colours() const {
     return HighlightColours::from(m_host.options(), m_grdFiles->palette().color(QPalette::Base));
 }
@@ -211,8 +198,7 @@ void SnapshotWindow::BuildTree() {
             // Scrolling together needs both grids in name order, ascending
             // whatever order the user's last sort had.
             setChecked(SnapshotCommand::ScrollTogether, true);
-            m_sortColumn = SortByName;
-            m_sortOrder = SortOrder::Ascending;
+            m_sort.set(SortByName, GridSort::Order::Ascending);
         }
     }
 
@@ -280,42 +266,19 @@ void SnapshotWindow::applyColumnWidths() {
     m_grdFiles->setColumnWidths(m_snapshot.header.versions, m_subFolders);
 }
 
-output::ShownList SnapshotWindow::shownList() const {
-    output::ShownList list;
-    list.snapshot = &m_snapshot;
-    list.rows = &m_gridModel->rows();
-    list.other = m_pair ? &m_pair->snapshot() : nullptr;
-    list.compareOptions = m_host.options().compareOptions();
-    list.showMode = m_showMode;
-    list.inFolderOffered = m_subFolders;
-    list.columnTwips = m_grdFiles->columnTwips();
-    list.font = m_grdFiles->font();
-    list.folderPanel = m_sbrStatus->panelText(SnapshotStatusBar::FolderPanel);
-    list.changesPanel = m_sbrStatus->panelText(SnapshotStatusBar::ChangesPanel);
-    list.showText = m_cboShow->currentText();
-    list.title = m_snapshot.header.title;
-    list.created = m_snapshot.header.created;
-    if (m_pair) {
-        list.otherTitle = m_pair->snapshot().header.title;
-        list.otherCreated = m_pair->snapshot().header.created;
-    }
-    list.fileName = m_snapshot.header.fileName;
-    return list;
-}
-
 void SnapshotWindow::mnuFileExport_Click() {
     if (!m_host.busy())
-        m_host.showExport(shownList());
+        m_host.showExport(shownListOf(*this));
 }
 
 void SnapshotWindow::mnuFilePrint_Click() {
     if (!m_host.busy())
-        m_host.showPrint(shownList());
+        m_host.showPrint(shownListOf(*this));
 }
 
 void SnapshotWindow::mnuFilePrintPreview_Click() {
     if (!m_host.busy())
-        m_host.showPrintPreview(shownList());
+        m_host.showPrintPreview(shownListOf(*this));
 }
 
 void SnapshotWindow::RefreshScreen(int32_t tag, const QString& key) {
@@ -372,8 +335,8 @@ engine::RowSelection SnapshotWindow::rowSelection() const {
     // contents.
     selection.listing.emptyFolders = m_host.options().isOn(Key::Empty);
     selection.listing.compared = &m_comparedPart;
-    if (m_sortColumn > 0) {
-        selection.sortColumn = m_sortColumn - 1;
+    if (m_sort.sorted()) {
+        selection.sortColumn = m_sort.column() - 1;
         selection.descending = sortDescending();
     }
     return selection;
@@ -381,7 +344,7 @@ engine::RowSelection SnapshotWindow::rowSelection() const {
 
 void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
     // Sorted again by the sort column, in the same order.
-    const bool sorted = m_sortColumn > 0;
+    const bool sorted = m_sort.sorted();
     if (sorted)
         QGuiApplication::setOverrideCursor(Qt::WaitCursor);
     m_gridModel->select(m_currentTag, rowSelection(), colours(), meter);
@@ -426,25 +389,20 @@ void SnapshotWindow::SortSequence(int column) {
         return;
     }
     QGuiApplication::setOverrideCursor(Qt::WaitCursor);
-    if (column != m_sortColumn) {
-        m_sortColumn = column;
-        m_sortOrder = SortOrder::Ascending;
-    } else {
-        m_sortOrder = sortDescending() ? SortOrder::Ascending : SortOrder::Descending;
-    }
+    m_sort.click(column);
     m_gridModel->sortByText(engine::sortKeyColumn(column - 1), sortDescending());
     showSortOrder();
     QGuiApplication::restoreOverrideCursor();
 }
 
 void SnapshotWindow::showSortOrder() {
-    m_grdFiles->showSortMark(m_sortColumn - 1, sortDescending());
-    if (m_sortColumn <= 0)
+    m_grdFiles->showSortMark(m_sort.column() - 1, sortDescending());
+    if (!m_sort.sorted())
         return;
     if (m_gridModel->rowCount() >= 1)
         m_grdFiles->setCurrentIndex(m_gridModel->index(0, 0));
     // Scrolling together needs both grids in name order.
-    if (!(m_sortColumn == SortByName && m_sortOrder == SortOrder::Ascending))
+    if (!m_sort.byNameAscending())
         setChecked(SnapshotCommand::ScrollTogether, false);
 }
 
@@ -547,8 +505,7 @@ void SnapshotWindow::mnuViewScroll_Click() {
         return;
     m_host.options().setValue(Key::Synch, 1);
     // Name descending, which SortSequence turns into name ascending.
-    m_sortColumn = SortByName;
-    m_sortOrder = SortOrder::Descending;
+    m_sort.set(SortByName, GridSort::Order::Descending);
     SortSequence(SortByName);
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "FileGridView.h"
+#include "FolderTreeView.h"
+#include "GridSort.h"
 #include "Highlight.h"
 #include "SnapshotCommands.h"
 #include "SnapshotHost.h"
@@ -8,8 +11,8 @@
 #include "engine/model/FolderIndex.h"
 #include "engine/model/Snapshot.h"
 #include "listing/RowSelection.h"
-#include "output/ShownList.h"
 
+#include <QAction>
 #include <QList>
 #include <QPointer>
 #include <QString>
@@ -18,19 +21,14 @@
 #include <cstdint>
 #include <memory>
 
-class QAction;
 class QComboBox;
 class QMenu;
 class QModelIndex;
-class QTableView;
-class QTreeView;
 
 namespace kestrel::views {
 
 class FileGridModel;
-class FileGridView;
 class FolderTreeModel;
-class FolderTreeView;
 class SnapshotStatusBar;
 class SplitterBar;
 
@@ -49,7 +47,7 @@ class SnapshotWindow : public QWidget {
     Q_OBJECT
 public:
     // The sort columns, numbered from 1 as SortSequence takes them.
-    static constexpr int SortByName = 1;
+    static constexpr int SortByName = GridSort::NameColumn;
     static constexpr int SortBySize = 3;
     static constexpr int SortByModified = 5;
     static constexpr int SortByAttributes = 6;
@@ -57,9 +55,6 @@ public:
     static constexpr int32_t SubFolderEntryLimit = engine::SubFolderRowLimit;
     // The splitter keeps this far from either edge of the window, in twips.
     static constexpr int SplitMargin = 2300;
-
-    // The grid's sort order.
-    enum class SortOrder { Ascending, Descending };
 
     // The window's menus hold the frame's commands too; the frame keeps them
     // for as long as the window lives.
@@ -136,7 +131,7 @@ public:
 
     // The folder tree.
     const FolderTreeModel& treeModel() const { return *m_treeModel; }
-    QTreeView* tree() const;
+    FolderTreeView* tree() const { return m_tvwPaths; }
     // Build tree: fills the tree for the show mode, marks the comparison
     // root, reopens the folder selected last anywhere, compares when paired
     // and never compared, and lists the selected folder.
@@ -153,15 +148,15 @@ public:
 
     // The file grid.
     const FileGridModel& gridModel() const { return *m_gridModel; }
-    QTableView* grid() const;
+    FileGridView* grid() const { return m_grdFiles; }
     // RefreshScreen: lists the folder whose first entry is tag (its node's
     // key is key), with sub-folder files when asked and allowed.
     void RefreshScreen(int32_t tag, const QString& key);
     // SortSequence: sorts the grid by a column numbered from 1; the same
     // column again reverses the order.
     void SortSequence(int column);
-    int sortColumn() const { return m_sortColumn; }
-    bool sortDescending() const { return m_sortOrder == SortOrder::Descending; }
+    int sortColumn() const { return m_sort.column(); }
+    bool sortDescending() const { return m_sort.descending(); }
     // Double-clicking a row: a folder row opens that folder in the tree (in
     // the desktop's file manager with "Explore" on); a file row opens the
     // file in its application, or with "Shell" set to the external program,
@@ -180,10 +175,6 @@ public:
     void grdFiles_Scroll();
     int topRow() const;
     bool showsSubFolders() const { return m_subFolders; }
-    // What export and report read: the grid's rows in display order at the
-    // widths shown, the status panels, the show selector and the two
-    // snapshots' titles. It borrows the window's snapshot and rows.
-    output::ShownList shownList() const;
 
     // The show selector.
     QComboBox* showSelector() const { return m_cboShow; }
@@ -233,8 +224,12 @@ private:
     bool isActiveSnapshotWindow() const;
     HighlightColours colours() const;
     void optionsSynchChanged(bool on);
-    bool checked(SnapshotCommand command) const;
-    void setChecked(SnapshotCommand command, bool on);
+    bool checked(SnapshotCommand command) const {
+        return m_commands->action(command)->isChecked();
+    }
+    void setChecked(SnapshotCommand command, bool on) {
+        m_commands->action(command)->setChecked(on);
+    }
 
     SnapshotHost& m_host;
     engine::Snapshot m_snapshot;
@@ -265,8 +260,7 @@ private:
     bool m_subFolders = false;
     // Copied from the "Faster" option when the window is made; fixed after.
     bool m_faster = false;
-    int m_sortColumn = 0;
-    SortOrder m_sortOrder = SortOrder::Ascending;
+    GridSort m_sort;
     int m_splitTwips = 3600;
     // Set while the grid follows the other window's.
     bool m_followingScroll = false;

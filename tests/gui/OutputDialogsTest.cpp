@@ -11,6 +11,7 @@
 #include "output/ui/PrintDialog.h"
 #include "shell/SnapshotFileCommands.h"
 #include "views/FileGridModel.h"
+#include "views/ShownListOf.h"
 #include "views/SnapshotWindow.h"
 
 #include <QtPrintSupport>
@@ -91,7 +92,7 @@ private:
                 QCOMPARE(w.showSelector()->currentIndex(), position);
                 QVERIFY(w.selectFolder(u"/"_s));
 
-                const output::ShownList shown = w.shownList();
+                const output::ShownList shown = views::shownListOf(w);
                 output::ExportLines lines(shown, output::exportFields(subFolders), {});
                 QBuffer fromWindow;
                 fromWindow.open(QIODevice::WriteOnly);

@@ -22,6 +22,7 @@
 #include "views/Highlight.h"
 #include "views/SnapshotPair.h"
 #include "views/SnapshotStatusBar.h"
+#include "views/ShownListOf.h"
 #include "views/SnapshotWindow.h"
 #include "views/SplitterBar.h"
 
@@ -923,7 +924,7 @@ private Q_SLOTS:
                  cyan);
         QCOMPARE(colourOf(cell(*older, u"one.txt"_s, engine::NameColumn, Qt::ForegroundRole)), red);
         // What export and the report read is what the grid shows.
-        const output::ShownList shown = newer->shownList();
+        const output::ShownList shown = views::shownListOf(*newer);
         QCOMPARE(shown.rowCount(), 3);
         QCOMPARE(shown.changesPanel, u"1 extra file, 1 file changed"_s);
         for (SnapshotWindow* w : frame->snapshotWindows())
