@@ -607,6 +607,52 @@ private Q_SLOTS:
         configurationByKeys();
     }
 
+    // The frame's commands exist once: the frame's menus and both snapshot
+    // windows' hold the same actions, so enabling New for two windows
+    // reaches every menu; the toolbar's buttons run the active window's
+    // own commands when clicked.
+    void frameCommandsAreSharedAndTheToolbarRunsTheActiveWindows() {
+        Frame frame(iniPath());
+        frame->show();
+        const auto menuAction = [&](const QString& name) -> QAction* {
+            for (QAction* menu : frame->menuBar()->actions())
+                for (QAction* item : menu->menu()->actions())
+                    if (item->objectName() == name)
+                        return item;
+            return nullptr;
+        };
+        QAction* newSnapshot = menuAction(u"mnuFileNew"_s);
+        QAction* exit = menuAction(u"mnuFileExit"_s);
+        QVERIFY(newSnapshot && exit && newSnapshot->isEnabled());
+
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        SnapshotWindow* older = frame->activeSnapshotWindow();
+        const auto clickButton = [&](const char* caption) {
+            QTest::mouseClick(
+                frame->toolbar()->widgetForAction(frame->toolbarButton(QLatin1String(caption))),
+                Qt::LeftButton);
+        };
+        clickButton("Repeat");
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        SnapshotWindow* newer = frame->activeSnapshotWindow();
+        QVERIFY(newer != older);
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->action(u"mnuFileNew"_s), newSnapshot);
+            QCOMPARE(w->action(u"mnuFileExit"_s), exit);
+        }
+        QVERIFY(!newSnapshot->isEnabled() && !frame->toolbarButton(u"New"_s)->isEnabled());
+
+        frame.saveAnswer = m_dir->filePath(u"Newer.#02"_s);
+        clickButton("Save As");
+        QCOMPARE(newer->snapshot().header.fileName, frame.saveAnswer);
+        QVERIFY(older->snapshot().header.fileName.isEmpty());
+
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(newer->parentWidget()->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        QVERIFY(newSnapshot->isEnabled() && frame->toolbarButton(u"Repeat"_s)->isEnabled());
+    }
+
     // The options dialog in the frame: the menu disables its Compare buttons
     // for good, its toolbar box acts on the frame at once, ExecuteCustom
     // reports through the frame's launcher, and "Synch" is stored once, when
