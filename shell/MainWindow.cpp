@@ -89,35 +89,7 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
             views::CompareSnapshot(*window, bothWays);
     });
 
-    m_questions.exec = [](QDialog& dialog) { return dialog.exec(); };
-    m_questions.message = [this](const UserMessage& message) {
-        QMessageBox box(message.icon == MessageIcon::Information ? QMessageBox::Information
-                                                                 : QMessageBox::Warning,
-                        message.title, message.text, QMessageBox::Ok, this);
-        box.exec();
-    };
-    m_questions.saveFileName = [this](const QString& proposedPath) {
-        return QFileDialog::getSaveFileName(this, QStringLiteral("Save Snapshot As"), proposedPath,
-                                            engine::snapshotFileFilters().join(u";;"));
-    };
-    m_questions.exportFileName = [this](const QString& proposedPath, const QString& filter) {
-        return QFileDialog::getSaveFileName(this, QStringLiteral("Export Current List"),
-                                            proposedPath, filter);
-    };
-    m_questions.text = [this](const QString& prompt, const QString& caption,
-                              const QString& text) -> std::optional<QString> {
-        bool ok = false;
-        const QString answer =
-            QInputDialog::getText(this, caption, prompt, QLineEdit::Normal, text, &ok);
-        if (!ok)
-            return std::nullopt;
-        return answer;
-    };
-    m_questions.saveQuestion = [this](const QString& prompt) {
-        if (!m_savePrompt)
-            m_savePrompt = new SavePrompt(this);
-        return m_savePrompt->PromptToSave(prompt);
-    };
+    createQuestions();
 
     m_mdi = new QMdiArea(this);
     m_mdi->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
@@ -160,6 +132,38 @@ MainWindow::~MainWindow() {
     // and the area then reports an activation: by that time this is no
     // longer a MainWindow, so the area must not call it.
     disconnect(m_mdi, nullptr, this, nullptr);
+}
+
+void MainWindow::createQuestions() {
+    m_questions.exec = [](QDialog& dialog) { return dialog.exec(); };
+    m_questions.message = [this](const UserMessage& message) {
+        QMessageBox box(message.icon == MessageIcon::Information ? QMessageBox::Information
+                                                                 : QMessageBox::Warning,
+                        message.title, message.text, QMessageBox::Ok, this);
+        box.exec();
+    };
+    m_questions.saveFileName = [this](const QString& proposedPath) {
+        return QFileDialog::getSaveFileName(this, QStringLiteral("Save Snapshot As"), proposedPath,
+                                            engine::snapshotFileFilters().join(u";;"));
+    };
+    m_questions.exportFileName = [this](const QString& proposedPath, const QString& filter) {
+        return QFileDialog::getSaveFileName(this, QStringLiteral("Export Current List"),
+                                            proposedPath, filter);
+    };
+    m_questions.text = [this](const QString& prompt, const QString& caption,
+                              const QString& text) -> std::optional<QString> {
+        bool ok = false;
+        const QString answer =
+            QInputDialog::getText(this, caption, prompt, QLineEdit::Normal, text, &ok);
+        if (!ok)
+            return std::nullopt;
+        return answer;
+    };
+    m_questions.saveQuestion = [this](const QString& prompt) {
+        if (!m_savePrompt)
+            m_savePrompt = new SavePrompt(this);
+        return m_savePrompt->PromptToSave(prompt);
+    };
 }
 
 void MainWindow::showMenusOf(SnapshotWindow* window) {

@@ -214,6 +214,8 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
+    // The real dialogs behind questions().
+    void createQuestions();
     void createToolbar();
     void loadPlacement();
     void savePlacement();
