@@ -34,15 +34,31 @@ const std::vector<FrameCommandRow>& frameCommandTable() {
          [](MainWindow& frame) { frame.mnuFileNew_Click(); }},
         {F::Open, "mnuFileOpen", "&Open Snapshot...", QKeySequence::Open, Enabling::FewerThanTwo,
          [](MainWindow& frame) { frame.mnuFileOpen_Click(); }},
-        {F::Configuration, "mnuFileConfig", "Kestrel &Configuration...", {}, Enabling::Always,
+        {F::Configuration,
+         "mnuFileConfig",
+         "Kestrel &Configuration...",
+         {},
+         Enabling::Always,
          [](MainWindow& frame) { frame.mnuFileConfig_Click(); }},
         {F::Exit, "mnuFileExit", "E&xit Kestrel", QKeySequence(Qt::CTRL | Qt::Key_Q),
          Enabling::Always, [](MainWindow& frame) { frame.mnuFileExit_Click(); }},
-        {F::Tile, "mnuWindowTile", "&Tile", {}, Enabling::Always,
+        {F::Tile,
+         "mnuWindowTile",
+         "&Tile",
+         {},
+         Enabling::Always,
          [](MainWindow& frame) { frame.tileWindows(views::TileLayout::OneAboveTheOther); }},
-        {F::TileSideBySide, "mnuWindowTileSideBySide", "Tile &Side by Side", {}, Enabling::Always,
+        {F::TileSideBySide,
+         "mnuWindowTileSideBySide",
+         "Tile &Side by Side",
+         {},
+         Enabling::Always,
          [](MainWindow& frame) { frame.tileWindows(views::TileLayout::SideBySide); }},
-        {F::About, "mnuHelpAbout", "&About Kestrel...", {}, Enabling::Always,
+        {F::About,
+         "mnuHelpAbout",
+         "&About Kestrel...",
+         {},
+         Enabling::Always,
          [](MainWindow& frame) { frame.mnuHelpAbout_Click(); }},
         {F::HelpTips, "mnuHelpTips", "&Help and Tips...", QKeySequence::HelpContents,
          Enabling::Always, [](MainWindow& frame) { frame.mnuHelpTips_Click(); }},
@@ -95,7 +111,8 @@ FrameCommands::FrameCommands(MainWindow& frame) : m_frame(frame) {
         action->setObjectName(QString::fromLatin1(row.name));
         action->setShortcut(row.shortcut);
         const auto handler = row.handler;
-        QObject::connect(action, &QAction::triggered, &frame, [&frame, handler] { handler(frame); });
+        QObject::connect(action, &QAction::triggered, &frame,
+                         [&frame, handler] { handler(frame); });
         m_actions[size_t(row.command)] = action;
     }
     for (const views::MenuLayout& layout : frameMenuLayouts())
@@ -127,7 +144,7 @@ void FrameCommands::fillToolbar(QToolBar* toolbar) {
         if (spec.separatorBefore)
             toolbar->addSeparator();
         const QIcon icon = spec.icon == QStyle::SP_CustomBase ? printerIcon(&m_frame)
-                                                               : style->standardIcon(spec.icon);
+                                                              : style->standardIcon(spec.icon);
         QAction* button = toolbar->addAction(icon, QString::fromLatin1(spec.caption));
         button->setToolTip(QString::fromLatin1(spec.toolTip));
         m_buttons.emplace_back(button, spec.command);

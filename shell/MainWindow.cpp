@@ -62,7 +62,6 @@ namespace {
 const QString Main = QStringLiteral("Main");
 const QString Recent = QStringLiteral("Recent");
 
-
 } // namespace
 
 MainWindow::MainWindow(const QString& iniPath, QWidget* parent)

@@ -5,8 +5,8 @@
 
 #include "engine/model/FileSystemNames.h"
 #include "settings/IniFile.h"
-#include "views/SnapshotPair.h"
 #include "views/Highlight.h"
+#include "views/SnapshotPair.h"
 
 #include <QApplication>
 #include <QStyle>

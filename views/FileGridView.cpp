@@ -71,7 +71,9 @@ void FileGridView::showSortMark(int column, bool descending) {
     header->setSortIndicatorShown(true);
 }
 
-bool FileGridView::takeScrolledByUser() { return std::exchange(m_scrolledByUser, false); }
+bool FileGridView::takeScrolledByUser() {
+    return std::exchange(m_scrolledByUser, false);
+}
 
 void FileGridView::keyPressEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {

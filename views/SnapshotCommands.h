@@ -87,7 +87,7 @@ private:
 
 // Makes a menu holding the frame's actions and the window's as the layout
 // lists them; window may be null when the layout names none of its commands.
-QMenu* makeMenu(const MenuLayout& layout, const FrameActions& frame,
-                const SnapshotCommands* window, QWidget* parent);
+QMenu* makeMenu(const MenuLayout& layout, const FrameActions& frame, const SnapshotCommands* window,
+                QWidget* parent);
 
 } // namespace kestrel::views

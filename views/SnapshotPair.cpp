@@ -75,7 +75,9 @@ bool CompareSnapshot(SnapshotWindow& window, bool bothWays) {
     return true;
 }
 
-void resetComparison(SnapshotWindow& window) { window.setShowPosition(-1); }
+void resetComparison(SnapshotWindow& window) {
+    window.setShowPosition(-1);
+}
 
 void moveComparisonRoot(SnapshotWindow& window) {
     const QModelIndex node = window.selectedNode();
@@ -89,8 +91,8 @@ void moveComparisonRoot(SnapshotWindow& window) {
     // The root belongs to the pair: the other window takes the matching
     // folder, found as selections follow from one window to the other.
     const engine::NameMatching matching = window.nameMatching();
-    const QString otherKey = translateKey(window.treeModel().keyOf(node), window.rootKey(),
-                                          other->rootKey(), matching);
+    const QString otherKey =
+        translateKey(window.treeModel().keyOf(node), window.rootKey(), other->rootKey(), matching);
     SnapshotHost& host = window.host();
     {
         // Both leave the comparison first, without comparing again on the
@@ -105,12 +107,12 @@ void moveComparisonRoot(SnapshotWindow& window) {
         window.markComparisonRoot(node);
         resetComparison(window);
         if (!match.isValid()) {
-            host.showMessage(engine::UserMessage{
-                QStringLiteral("Comparison Root"),
-                QStringLiteral("The other Snapshot has no folder ") +
-                    other->snapshot().header.rootFolder + otherKey.mid(1) +
-                    QStringLiteral(": the Snapshots are not compared."),
-                engine::MessageIcon::Information});
+            host.showMessage(
+                engine::UserMessage{QStringLiteral("Comparison Root"),
+                                    QStringLiteral("The other Snapshot has no folder ") +
+                                        other->snapshot().header.rootFolder + otherKey.mid(1) +
+                                        QStringLiteral(": the Snapshots are not compared."),
+                                    engine::MessageIcon::Information});
             return;
         }
     }

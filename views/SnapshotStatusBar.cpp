@@ -28,8 +28,7 @@ SnapshotStatusBar::SnapshotStatusBar(QWidget* parent) : QStatusBar(parent) {
     label(FoldersPanel)->hide();
 }
 
-void SnapshotStatusBar::showListing(const QString& root, const QString& key,
-                                    const QString& changes,
+void SnapshotStatusBar::showListing(const QString& root, const QString& key, const QString& changes,
                                     const engine::ListingCounters& counters, bool exactBytes) {
     setFolderPath(root, key);
     setPanelText(ChangesPanel, changes);
@@ -41,8 +40,9 @@ void SnapshotStatusBar::showListing(const QString& root, const QString& key,
 void SnapshotStatusBar::showNoMatchingFolder(bool filtered, bool rootsDiffer) {
     setPanelText(FolderPanel, filtered ? QStringLiteral("No matching folder visible")
                                        : QStringLiteral("No matching folder"));
-    setPanelText(ChangesPanel,
-                 rootsDiffer ? QStringLiteral("Check Snapshot root folders are correct") : QString());
+    setPanelText(ChangesPanel, rootsDiffer
+                                   ? QStringLiteral("Check Snapshot root folders are correct")
+                                   : QString());
 }
 
 void SnapshotStatusBar::setFolderPath(const QString& root, const QString& key) {
@@ -77,9 +77,13 @@ QString SnapshotStatusBar::panelText(int panel) const {
     return label(panel)->text();
 }
 
-void SnapshotStatusBar::setFoldersPanelVisible(bool visible) { label(FoldersPanel)->setVisible(visible); }
+void SnapshotStatusBar::setFoldersPanelVisible(bool visible) {
+    label(FoldersPanel)->setVisible(visible);
+}
 
-bool SnapshotStatusBar::foldersPanelVisible() const { return !label(FoldersPanel)->isHidden(); }
+bool SnapshotStatusBar::foldersPanelVisible() const {
+    return !label(FoldersPanel)->isHidden();
+}
 
 bool SnapshotStatusBar::eventFilter(QObject* watched, QEvent* event) {
     // The path is shortened to the panel's new width once it has one.

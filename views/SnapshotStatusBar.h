@@ -27,7 +27,7 @@ public:
     // A folder listed: its path, the change summary, the bytes (exactly or
     // in units) and files listed, and the folders, when there are any.
     void showListing(const QString& root, const QString& key, const QString& changes,
-                        const engine::ListingCounters& counters, bool exactBytes);
+                     const engine::ListingCounters& counters, bool exactBytes);
     // No folder of the other window matched the one selected there. In a
     // mode that filters by the comparison, the folder may be there, only
     // hidden; when the two windows' comparison roots differ, they may be

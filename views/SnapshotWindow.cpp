@@ -167,7 +167,9 @@ void SnapshotWindow::showComparison() {
 
 // Folder tree -----------------------------------------------------------------
 
-QModelIndex SnapshotWindow::selectedNode() const { return m_tvwPaths->selectedNode(); }
+QModelIndex SnapshotWindow::selectedNode() const {
+    return m_tvwPaths->selectedNode();
+}
 
 QString SnapshotWindow::selectedKey() const { return m_treeModel->keyOf(selectedNode()); }
 
@@ -240,7 +242,9 @@ void SnapshotWindow::markComparisonRoot(const QModelIndex& node) {
         m_comparedPart = engine::ComparedPart(m_snapshot, folder);
 }
 
-void SnapshotWindow::mnuCompareRoot_Click() { moveComparisonRoot(*this); }
+void SnapshotWindow::mnuCompareRoot_Click() {
+    moveComparisonRoot(*this);
+}
 
 void SnapshotWindow::mnuCompare_Open() {
     const QModelIndex node = selectedNode();
@@ -287,9 +291,8 @@ void SnapshotWindow::RefreshScreen(int32_t tag, const QString& key) {
     // beneath the folder: a flat list of a big tree's few differences fits.
     const int32_t alwaysBelow =
         options.isOn(Key::Always) ? settings::limitValue(options.value(Key::Limit)) : 0;
-    const engine::SubFolderChoice choice =
-        engine::chooseSubFolders(m_snapshot, tag, rowSelection().listing,
-                                 checked(SnapshotCommand::SubFolders), alwaysBelow);
+    const engine::SubFolderChoice choice = engine::chooseSubFolders(
+        m_snapshot, tag, rowSelection().listing, checked(SnapshotCommand::SubFolders), alwaysBelow);
     if (choice.refused) {
         m_host.showMessage(UserMessage{
             QStringLiteral("Entry Limit"),
@@ -406,7 +409,9 @@ void SnapshotWindow::showSortOrder() {
         setChecked(SnapshotCommand::ScrollTogether, false);
 }
 
-int SnapshotWindow::topRow() const { return m_grdFiles->topRow(); }
+int SnapshotWindow::topRow() const {
+    return m_grdFiles->topRow();
+}
 
 void SnapshotWindow::grdFiles_Scroll() {
     // The grid the user scrolls leads; any other scrolling (a new listing,

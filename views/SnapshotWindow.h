@@ -58,8 +58,7 @@ public:
 
     // The window's menus hold the frame's commands too; the frame keeps them
     // for as long as the window lives.
-    SnapshotWindow(SnapshotHost& host, const FrameActions& frameActions,
-                   QWidget* parent = nullptr);
+    SnapshotWindow(SnapshotHost& host, const FrameActions& frameActions, QWidget* parent = nullptr);
     ~SnapshotWindow() override;
 
     SnapshotHost& host() const { return m_host; }
@@ -224,9 +223,7 @@ private:
     bool isActiveSnapshotWindow() const;
     HighlightColours colours() const;
     void optionsSynchChanged(bool on);
-    bool checked(SnapshotCommand command) const {
-        return m_commands->action(command)->isChecked();
-    }
+    bool checked(SnapshotCommand command) const { return m_commands->action(command)->isChecked(); }
     void setChecked(SnapshotCommand command, bool on) {
         m_commands->action(command)->setChecked(on);
     }

@@ -6,11 +6,11 @@
 #include "TemporaryHome.h"
 #include "TestFrame.h"
 
-#include "shell/SnapshotFileCommands.h"
 #include "shell/Launcher.h"
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
 #include "shell/ScreenPlacement.h"
+#include "shell/SnapshotFileCommands.h"
 #include "shell/StartUp.h"
 
 #include "listing/Twips.h"
