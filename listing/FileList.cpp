@@ -428,8 +428,8 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
         text.chop(2);
         return text;
     }
-    return int(mode) < int(ShowMode::OnlyHere) ? QStringLiteral("No changes in selected folder")
-                                               : QStringLiteral("No changes in visible entries");
+    return filtersByComparison(mode) ? QStringLiteral("No changes in visible entries")
+                                     : QStringLiteral("No changes in selected folder");
 }
 
 } // namespace kestrel::engine

@@ -15,13 +15,13 @@ QStringList showModeTexts() {
 }
 
 QString showModeText(ShowMode mode) {
-    return showModeTexts().value(int(mode) - 1);
+    return showModeTexts().value(selectorPosition(mode));
 }
 
 std::optional<ShowMode> showModeAt(int position) {
-    if (position < 0 || position > 4)
+    if (position < 0 || position > selectorPosition(ShowMode::Differences))
         return std::nullopt;
-    return ShowMode(position + 1);
+    return selectorShowMode(position, true);
 }
 
 std::optional<ShowMode> showModeNamed(const QString& word) {
@@ -84,7 +84,7 @@ ComparedPart::ComparedPart(const Snapshot& snapshot, int32_t root) : m_root(root
 }
 
 bool ComparedPart::shownOutside(int32_t entry, ShowMode mode) const {
-    if (int(mode) <= int(ShowMode::All))
+    if (!filtersByComparison(mode))
         return true;
     return std::find(m_path.begin(), m_path.end(), entry) != m_path.end();
 }
