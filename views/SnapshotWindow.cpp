@@ -194,14 +194,14 @@ void SnapshotWindow::BuildTree() {
 
     m_treeModel->rebuild(m_showMode, colours(), m_comparedPart);
     const QModelIndex top = m_treeModel->topIndex();
-    if (m_treeModel->hasFolders()) {
+    if (m_treeModel->hasFolders())
         m_tvwPaths->expand(top);
-        if (synch) {
-            // Scrolling together needs both grids in name order, ascending
-            // whatever order the user's last sort had.
-            setChecked(SnapshotCommand::ScrollTogether, true);
-            m_sort.set(SortByName, GridSort::Order::Ascending);
-        }
+    if (synch && m_treeModel->tagOf(top) != 0) {
+        // Scrolling together needs both grids in name order, ascending
+        // whatever order the user's last sort had; a root of files alone is
+        // listed too, so it is sorted the same way.
+        setChecked(SnapshotCommand::ScrollTogether, true);
+        m_sort.set(SortByName, GridSort::Order::Ascending);
     }
 
     // The comparison root survives the rebuild when its folder is still shown.
