@@ -213,6 +213,8 @@ private:
     void createToolbar();
     void loadPlacement();
     void savePlacement();
+    // The frame's position and size as Kestrel.ini keeps them.
+    settings::FramePlacement placementInTwips() const;
     bool unloadSnapshotWindows();
     // Shows a window whose snapshot is complete; false, with the failure
     // shown and no window left, when its snapshot cannot be shown.

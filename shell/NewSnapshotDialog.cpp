@@ -44,8 +44,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString Section = u"Main"_s;
-
 // True when path lies in the folder root or is root itself.
 bool isWithin(const QString& path, const QString& root) {
     if (path == root)
@@ -403,20 +401,20 @@ QString NewSnapshotDialog::versionFolder() const {
 
 void NewSnapshotDialog::load() {
     Controls& c = *m_controls;
-    // A folder that has gone since (an unplugged disk) falls back to the
-    // current folder, which is where a fresh list starts.
-    const auto read = [this](const QString& key, const QString& fallback) {
-        return QDir::cleanPath(
-            QDir::fromNativeSeparators(m_ini.readString(Section, key, fallback)));
+    const settings::ScanFolders last = m_ini.readScanFolders();
+    const auto shown = [](const QString& path) {
+        return QDir::cleanPath(QDir::fromNativeSeparators(path));
     };
-    QString folder = read(u"Folder"_s, QDir::currentPath());
+    // A folder that has gone since (an unplugged disk), or none stored,
+    // falls back to the current folder, which is where a fresh list starts.
+    QString folder = shown(last.folder);
     if (!QFileInfo(folder).isDir())
         folder = QDir::currentPath();
 
     // The stored drive counts only while the folder lies on it; otherwise
     // the list shows the folder's own drive.
     int drive = driveIndexOf(folder);
-    const QString storedDrive = read(u"Drive"_s, QString());
+    const QString storedDrive = shown(last.drive);
     const int stored = c.drvDrive->findData(storedDrive);
     if (stored >= 0 && isWithin(folder, storedDrive))
         drive = stored;
@@ -427,7 +425,7 @@ void NewSnapshotDialog::load() {
     showDrive(drive);
     setFolderPath(folder);
 
-    QString version = read(u"Version"_s, folder);
+    QString version = shown(last.versionFolder);
     if (!QFileInfo(version).isDir())
         version = folder;
     setVersionPath(version);
@@ -436,10 +434,9 @@ void NewSnapshotDialog::load() {
 void NewSnapshotDialog::saveChoices() {
     const Controls& c = *m_controls;
     // Stored the platform's way, as the folder is shown to the user.
-    m_ini.writeString(Section, u"Folder"_s, QDir::toNativeSeparators(c.folderPath));
-    m_ini.writeString(Section, u"Drive"_s,
-                      QDir::toNativeSeparators(c.drvDrive->currentData().toString()));
-    m_ini.writeString(Section, u"Version"_s, QDir::toNativeSeparators(c.versionPath));
+    m_ini.writeScanFolders({QDir::toNativeSeparators(c.folderPath),
+                            QDir::toNativeSeparators(c.drvDrive->currentData().toString()),
+                            QDir::toNativeSeparators(c.versionPath)});
 }
 
 int NewSnapshotDialog::driveIndexOf(const QString& path) const {

@@ -28,7 +28,7 @@ namespace kestrel::shell {
 // folder. It only collects choices; the main window reads them after exec()
 // and takes the snapshot. The dialog is hidden, not destroyed, after each
 // use, so its choices stay as the user left them for the rest of the run.
-// On construction it reads "Main"/"Folder", "Drive" and "Version" from
+// On construction it reads the last folder, drive and version folder from
 // Kestrel.ini; saveChoices() writes them back (the main window calls it when
 // the program closes).
 //
@@ -50,7 +50,7 @@ public:
     // The path of the version folder list (dirVersion).
     QString versionFolder() const;
 
-    // Writes Folder, Drive and Version to section "Main" of Kestrel.ini.
+    // Writes the folder, drive and version folder to Kestrel.ini.
     void saveChoices();
 
     // Shows an error message (exclamation icon) over the dialog: by default a
