@@ -1,5 +1,6 @@
 #include "FileList.h"
 
+#include "engine/compare/Compare.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
@@ -33,6 +34,17 @@ constexpr int FillerTwips = 20000;
 // The number of the size bit that paints the first cell: bit 1 (value 2)
 // paints Name, bit 2 In Folder and so on up to bit 7 (value 128), Version.
 constexpr int FirstPaintedBit = 1;
+
+constexpr int16_t paintingBit(GridColumn column) {
+    return int16_t(1 << (column + FirstPaintedBit));
+}
+// A file's change bits paint the cells of the values that changed, and a
+// folder changed inside paints its name.
+static_assert(paintingBit(SizeColumn) == Change::Size);
+static_assert(paintingBit(ModifiedColumn) == Change::Date);
+static_assert(paintingBit(AttributesColumn) == Change::Attributes);
+static_assert(paintingBit(VersionColumn) == Change::Version);
+static_assert(paintingBit(NameColumn) == Change::InsideFolder);
 
 } // namespace
 
