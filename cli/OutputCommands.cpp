@@ -172,8 +172,8 @@ bool WindowlessView::open(const QCommandLineParser& p, const ViewOptions& o, Pro
     listing.mode = mode;
     listing.subFolders = p.isSet(o.subFolders);
     if (p.isSet(o.useSettings)) {
-        listing.keys = stored.value(settings::Key::Faster) == 0;
-        listing.emptyFolders = stored.value(settings::Key::Empty) != 0;
+        listing.keys = !stored.isOn(settings::Key::Faster);
+        listing.emptyFolders = stored.isOn(settings::Key::Empty);
     }
 
     if (!openSnapshot(p.positionalArguments().at(0), m_snapshot, meter))

@@ -173,6 +173,7 @@ public:
 
     const Settings& values() const { return m_values; }
     int16_t value(Key key) const;
+    bool isOn(Key key) const { return value(key) != 0; }
 
     // Sets a box, list or choice and runs its rule. Returns false, changing
     // nothing, when a list has no such position.

@@ -172,7 +172,7 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     m_tileLayout = m_store.readTileSideBySide() ? views::TileLayout::SideBySide
                                                 : views::TileLayout::OneAboveTheOther;
     setAcceptDrops(true);
-    setToolbarVisible(m_options.value(Key::Toolbar) != 0);
+    setToolbarVisible(m_options.isOn(Key::Toolbar));
     connect(&m_options, &settings::Options::toolbarChanged, this, &MainWindow::setToolbarVisible);
     updateActions();
 }
@@ -457,8 +457,8 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
 
     window->setChanged(true);
     window->setNumber(number);
-    header.title = engine::NewSnapshotTitle(folder, number, m_options.value(Key::Naming) != 0);
-    if (m_options.value(Key::Title) != 0)
+    header.title = engine::NewSnapshotTitle(folder, number, m_options.isOn(Key::Naming));
+    if (m_options.isOn(Key::Title))
         window->mnuFileProps_Click();
     window->setCaption(header.title);
     return showSnapshotWindow(std::move(window), QStringLiteral("Kestrel"));
@@ -490,8 +490,7 @@ bool MainWindow::OpenSnapshot(const QString& path) {
     if (outcome.message)
         showMessage(*outcome.message);
     window->setNumber(outcome.number);
-    window->setCaption(m_options.value(Key::Filename) != 0 ? path
-                                                           : window->snapshot().header.title);
+    window->setCaption(m_options.isOn(Key::Filename) ? path : window->snapshot().header.title);
     if (!showSnapshotWindow(std::move(window), QStringLiteral("Invalid Snapshot")))
         return false;
     AddRecent(path);
@@ -549,7 +548,7 @@ bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
     connect(sub, &QObject::destroyed, this, &MainWindow::snapshotWindowGone, Qt::QueuedConnection);
     sub->show();
     m_mdi->setActiveSubWindow(sub);
-    if (m_options.value(Key::Tiling) != 0)
+    if (m_options.isOn(Key::Tiling))
         tileSnapshotWindows();
     updateActions();
     return true;
@@ -580,7 +579,7 @@ void MainWindow::snapshotWindowGone() {
             if (auto* window = qobject_cast<SnapshotWindow*>(current->widget()))
                 window->Form_Activate();
     }
-    if (!windows.isEmpty() && m_options.value(Key::Tiling) != 0)
+    if (!windows.isEmpty() && m_options.isOn(Key::Tiling))
         tileSnapshotWindows();
     updateActions();
 }

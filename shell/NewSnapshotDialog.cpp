@@ -340,7 +340,7 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     c.chkHidden->setChecked(true);
     c.chkVersion->setChecked(false);
     c.dirVersion->setEnabled(false);
-    c.chkCompare->setChecked(m_options.value(settings::Key::Compare) != 0);
+    c.chkCompare->setChecked(m_options.isOn(settings::Key::Compare));
 
     load();
 
@@ -686,7 +686,7 @@ void NewSnapshotDialog::chkCompare_Click(bool ticked) {
 void NewSnapshotDialog::optionChanged(settings::Key key) {
     // The options dialog may switch auto-compare while this dialog is hidden.
     if (key == settings::Key::Compare)
-        m_controls->chkCompare->setChecked(m_options.value(settings::Key::Compare) != 0);
+        m_controls->chkCompare->setChecked(m_options.isOn(settings::Key::Compare));
 }
 
 void NewSnapshotDialog::cmdOK_Click() {
