@@ -9,6 +9,7 @@
 #include "Variants.h"
 
 #include "engine/compare/Compare.h"
+#include "engine/file/SaveBehind.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/Snapshot.h"
 #include "engine/scan/Scan.h"
@@ -65,6 +66,19 @@ int child(const QStringList& args) {
         settings.listingThreads = args.value(2, QStringLiteral("-1")).toInt();
         const double start = now();
         if (!engine::CreateSnapshot(s, settings, meter).ok)
+            return 2;
+        return report(now() - start, s.entryCount);
+    }
+    if (op == QLatin1String("snapshot-new")) { // TREE FILE: scan and save where no snapshot was
+        engine::Snapshot s;
+        s.header.rootFolder = args.value(1) + QLatin1Char('/');
+        s.header.recurse = s.header.hidden = true;
+        s.header.title = QStringLiteral("Snapshot #1 of ") + args.value(1);
+        s.header.fileName = args.value(2);
+        QFile::remove(s.header.fileName);
+        const double start = now();
+        const engine::ScanAndSaveOutcome done = engine::ScanAndSaveSnapshot(s, {}, meter);
+        if (!done.scan.ok || !done.save.ok)
             return 2;
         return report(now() - start, s.entryCount);
     }
@@ -258,6 +272,10 @@ int drive(const Config& c) {
         {QStringLiteral("scan, one listing thread"), child({QStringLiteral("scan"), tree, QStringLiteral("0")}), n, baseline},
         {QStringLiteral("scan and save (kestrel-cli snapshot)"),
          tool({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), work + QStringLiteral("/cli.#01")}), n, 0},
+        // No snapshot of the tree to replace: the room for the header is
+        // not known ahead.
+        {QStringLiteral("scan and save, first of its folder"),
+         child({QStringLiteral("snapshot-new"), tree, work + QStringLiteral("/first.#01")}), n, 0},
         {QStringLiteral("load"), child({QStringLiteral("load"), snapshot}), n, baseline},
         {QStringLiteral("save"), child({QStringLiteral("save"), snapshot, saved}), n, 0},
         {QStringLiteral("compare with itself, both ways"), child({QStringLiteral("compare"), snapshot, snapshot}), 2 * n, baseline},
@@ -323,11 +341,15 @@ int drive(const Config& c) {
     ratio("vs mtree -c", mtreeRow);
     ratio("vs bare walk, 1 thread", bare1);
     ratio("vs bare walk, 2 threads", bare2);
+    const std::optional<Row> first = row("scan and save, first of its folder");
+    if (first && first->sample.ok && bare2.sample.ok)
+        std::printf("    %-30s %6.2f x\n", "first of its folder vs 2 threads",
+                    first->sample.seconds / bare2.sample.seconds);
 
     std::vector<Target> targets;
     auto bytesPerEntry = [&](const Row& r) { return (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries; };
     if (scanSave.sample.ok && bare2.sample.ok)
-        targets.push_back({QStringLiteral("scan and save / bare walk, 2 threads"), scanSave.sample.seconds / bare2.sample.seconds, 1.3, QStringLiteral("x")});
+        targets.push_back({QStringLiteral("scan and save / bare walk, 2 threads"), scanSave.sample.seconds / bare2.sample.seconds, 1.15, QStringLiteral("x")});
     targets.push_back({QStringLiteral("load"), loadRow.sample.seconds, 0.4, QStringLiteral("s")});
     targets.push_back({QStringLiteral("save"), saveRow.sample.seconds, 0.4, QStringLiteral("s")});
     targets.push_back({QStringLiteral("compare both ways"), compareSelf.sample.seconds, 0.3, QStringLiteral("s")});
@@ -479,8 +501,8 @@ int driveCold(const Config& c) {
     }
     if (samples[0].ok && fastestWalk > 0) {
         const double ratio = samples[0].seconds / fastestWalk;
-        std::printf("\n  Targets:\n    %-45s %8.3f x        (at most 1.2) %s\n",
-                    "cold scan and save / fastest bare walk", ratio, ratio <= 1.2 ? "met" : "MISSED");
+        std::printf("\n  Targets:\n    %-45s %8.3f x        (at most 1.1) %s\n",
+                    "cold scan and save / fastest bare walk", ratio, ratio <= 1.1 ? "met" : "MISSED");
     }
     return 0;
 }

@@ -83,17 +83,26 @@ bool CommandLine::parse(const QStringList& arguments, int positionals, const QSt
     return true;
 }
 
+QString scannedRoot(const QString& folder) {
+    return withSeparator(storedPath(absoluteFolder(folder)));
+}
+
+bool scanSucceeded(const Outcome& outcome) {
+    if (outcome.ok)
+        return true;
+    if (outcome.message)
+        printMessage(*outcome.message);
+    else if (outcome.cancelled)
+        printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
+    return false;
+}
+
 bool scanFolder(const QString& folder, Snapshot& snapshot, ProgressMeter& meter, QString* summary,
                 const ScanSettings& settings) {
-    snapshot.header.rootFolder = withSeparator(storedPath(absoluteFolder(folder)));
+    snapshot.header.rootFolder = scannedRoot(folder);
     const Outcome outcome = CreateSnapshot(snapshot, settings, meter);
-    if (!outcome.ok) {
-        if (outcome.message)
-            printMessage(*outcome.message);
-        else if (outcome.cancelled)
-            printError(QStringLiteral("Kestrel"), QStringLiteral("Cancelled"));
+    if (!scanSucceeded(outcome))
         return false;
-    }
     if (summary)
         *summary = outcome.summary;
     return true;

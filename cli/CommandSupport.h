@@ -51,6 +51,12 @@ struct CommandLine {
     bool parse(const QStringList& arguments, int positionals, const QString& usage);
 };
 
+// The root folder a folder named on the command line is scanned as.
+QString scannedRoot(const QString& folder);
+// Prints why a scan did not succeed (its message, or that it was
+// cancelled); true when it succeeded.
+bool scanSucceeded(const engine::Outcome& outcome);
+
 // Scans a folder as a folder given on Kestrel's command line is scanned:
 // sub-folders and hidden items, no versions. Failures are printed. Paths
 // here are the command line's native text (engine/model/FileSystemNames.h).

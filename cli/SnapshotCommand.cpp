@@ -5,6 +5,7 @@
 #include "TerminalProgress.h"
 
 #include "engine/file/FileWriting.h"
+#include "engine/file/SaveBehind.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/Snapshot.h"
@@ -151,22 +152,18 @@ int snapshotCommand(const QStringList& arguments) {
         snapshot.header.versions = true;
         settings.versionFolder = absoluteFolder(p.value(o.versions));
     }
-    TerminalProgress view;
-    ProgressMeter meter(&view);
-    QString summary;
-    if (!scanFolder(folder, snapshot, meter, &summary, settings))
-        return ExitTrouble;
-
     // A file named without a snapshot number is the first of its series.
     const int16_t number = std::max<int16_t>(SnapshotNumberFromName(path), 1);
     snapshot.header.title =
         p.isSet(o.title) ? p.value(o.title) : NewSnapshotTitle(storedPath(folder), number, false);
     snapshot.header.fileName = path;
-    const Outcome saved = guardedOperation(QStringLiteral("Error Writing Snapshot"),
-                                           [&] { return SaveSnapshot(snapshot, meter); });
-    if (!succeeded(saved))
+    snapshot.header.rootFolder = scannedRoot(folder);
+    TerminalProgress view;
+    ProgressMeter meter(&view);
+    const ScanAndSaveOutcome done = ScanAndSaveSnapshot(snapshot, settings, meter);
+    if (!scanSucceeded(done.scan) || !succeeded(done.save))
         return ExitTrouble;
-    return printSaved(snapshot, summary, path);
+    return printSaved(snapshot, done.scan.summary, path);
 }
 
 } // namespace kestrel::cli

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -92,9 +93,18 @@ bool AtomicFile::inspectTarget(struct stat& st, bool& exists) {
 }
 
 bool AtomicFile::open() {
+    return openNew(false);
+}
+
+bool AtomicFile::openUnnamed() {
+    return openNew(true);
+}
+
+bool AtomicFile::openNew(bool unnamed) {
     abandon();
+    m_unnamed = unnamed;
     m_error.clear();
-    m_written = m_startedOut = 0;
+    m_written = m_runStart = m_runEnd = 0;
     const QByteArray whole = QFile::encodeName(m_path);
     const qsizetype cut = whole.lastIndexOf('/');
     m_name = whole.mid(cut + 1);
@@ -116,10 +126,20 @@ bool AtomicFile::open() {
     // A replaced file's contents stay private until its permissions are
     // copied; a new file takes the usual ones.
     const mode_t mode = replacing ? S_IRUSR | S_IWUSR : 0666;
+    // Read and write: moveBytes() reads back what was written.
+    if (unnamed) {
+#ifdef O_TMPFILE
+        m_fd = ::openat(m_folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
+#else
+        errno = EOPNOTSUPP;
+#endif
+        if (m_fd < 0)
+            return fail(errno);
+    }
     for (int attempt = 0; attempt < 100 && m_fd < 0; ++attempt) {
         m_temporary = temporaryName(m_name);
         m_fd = ::openat(m_folder, m_temporary.constData(),
-                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+                        O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         if (m_fd < 0 && errno != EEXIST)
             break;
     }
@@ -147,10 +167,14 @@ void AtomicFile::keepPermissionsOf(const struct stat& old) {
 }
 
 bool AtomicFile::append(const char* data, size_t size) {
+    return writeAt(m_written, data, size);
+}
+
+bool AtomicFile::writeAt(int64_t offset, const char* data, size_t size) {
     if (m_fd < 0)
         return m_error.isEmpty() ? fail(EBADF) : false;
     while (size > 0) {
-        const ssize_t written = ::write(m_fd, data, std::min(size, LargestWrite));
+        const ssize_t written = ::pwrite(m_fd, data, std::min(size, LargestWrite), offset);
         if (written < 0) {
             if (errno == EINTR)
                 continue;
@@ -159,23 +183,73 @@ bool AtomicFile::append(const char* data, size_t size) {
         // A regular file takes no bytes only when it has no room for them.
         if (written == 0)
             return fail(ENOSPC);
+        noteWritten(offset, written);
         data += written;
         size -= size_t(written);
-        m_written += written;
+        offset += written;
     }
-    startWriteBack();
     return true;
+}
+
+bool AtomicFile::moveBytes(int64_t from, int64_t to, int64_t length) {
+    if (m_fd < 0)
+        return m_error.isEmpty() ? fail(EBADF) : false;
+    if (from == to || length <= 0)
+        return true;
+    // Piece by piece, starting at the end that no later piece reads from:
+    // moved towards the end of the file, the last piece goes first.
+    constexpr int64_t Piece = int64_t(1) << 20;
+    const auto buffer = std::make_unique_for_overwrite<char[]>(size_t(Piece));
+    const bool backwards = to > from;
+    for (int64_t done = 0; done < length;) {
+        const int64_t size = std::min(Piece, length - done);
+        const int64_t at = backwards ? length - done - size : done;
+        for (int64_t got = 0; got < size;) {
+            const ssize_t n =
+                ::pread(m_fd, buffer.get() + got, size_t(size - got), from + at + got);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return fail(n < 0 ? errno : EIO);
+            got += n;
+        }
+        if (!writeAt(to + at, buffer.get(), size_t(size)))
+            return false;
+        done += size;
+    }
+    return true;
+}
+
+bool AtomicFile::truncate(int64_t length) {
+    if (m_fd < 0)
+        return m_error.isEmpty() ? fail(EBADF) : false;
+    if (::ftruncate(m_fd, length) != 0)
+        return fail(errno);
+    m_written = length;
+    m_runStart = std::min(m_runStart, length);
+    m_runEnd = std::min(m_runEnd, length);
+    return true;
+}
+
+void AtomicFile::noteWritten(int64_t offset, int64_t size) {
+    m_written = std::max(m_written, offset + size);
+    if (offset != m_runEnd) {
+        startWriteBack();
+        m_runStart = offset;
+    }
+    m_runEnd = offset + size;
+    if (m_runEnd - m_runStart >= WriteBackStep)
+        startWriteBack();
 }
 
 void AtomicFile::startWriteBack() {
     // The disk works on what is written while the rest is made, so the wait
     // for it all at commit() is short.
 #ifdef __linux__
-    if (m_written - m_startedOut >= WriteBackStep) {
-        ::sync_file_range(m_fd, m_startedOut, m_written - m_startedOut, SYNC_FILE_RANGE_WRITE);
-        m_startedOut = m_written;
-    }
+    if (m_runEnd > m_runStart)
+        ::sync_file_range(m_fd, m_runStart, m_runEnd - m_runStart, SYNC_FILE_RANGE_WRITE);
 #endif
+    m_runStart = m_runEnd;
 }
 
 bool AtomicFile::commit() {
@@ -185,6 +259,8 @@ bool AtomicFile::commit() {
     // name holds the old file or the whole new one.
     if (::fdatasync(m_fd) != 0)
         return fail(errno);
+    if (m_unnamed && !giveTemporaryName())
+        return false;
     const int fd = m_fd;
     m_fd = -1;
     if (::close(fd) != 0)
@@ -200,6 +276,25 @@ bool AtomicFile::commit() {
     m_temporary.clear();
     closeFiles();
     return true;
+}
+
+bool AtomicFile::giveTemporaryName() {
+    // The way to name an unnamed file without privileges goes through
+    // /proc; where that is missing, privileged callers may name it from its
+    // descriptor.
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_fd);
+    int error = EEXIST;
+    for (int attempt = 0; attempt < 100 && error == EEXIST; ++attempt) {
+        m_temporary = temporaryName(m_name);
+        if (::linkat(AT_FDCWD, self.constData(), m_folder, m_temporary.constData(),
+                     AT_SYMLINK_FOLLOW) == 0 ||
+            (errno == ENOENT &&
+             ::linkat(m_fd, "", m_folder, m_temporary.constData(), AT_EMPTY_PATH) == 0))
+            return true;
+        error = errno;
+    }
+    m_temporary.clear();
+    return fail(error);
 }
 
 void AtomicFile::abandon() {

@@ -46,8 +46,22 @@ public:
     const QString& path() const { return m_path; }
 
     bool open();
+    // As open(), but the new file has no name at all until commit() (an
+    // O_TMPFILE): while it is written, a scan of its folder does not meet it
+    // and the folder's time does not change. False where the file system
+    // cannot make such files.
+    bool openUnnamed();
+    // Writes at the end of what was written so far.
     bool append(const char* data, size_t size);
     bool append(std::string_view bytes) { return append(bytes.data(), bytes.size()); }
+    // Writes at offset, over what is there or past the end (a gap reads as
+    // zeros): a file whose first bytes are known last is written around them.
+    bool writeAt(int64_t offset, const char* data, size_t size);
+    // Moves length bytes written at from to to (the two may overlap), for
+    // a part written before the length of what goes ahead of it was known.
+    bool moveBytes(int64_t from, int64_t to, int64_t length);
+    // Cuts the file to length bytes.
+    bool truncate(int64_t length);
     bool commit();
     // Removes the new file; the old one stays as it was. Does nothing once
     // committed or before open().
@@ -55,12 +69,15 @@ public:
 
     // The reason of the last failure, with the path.
     const QString& errorText() const { return m_error; }
-    // The bytes appended so far.
+    // The length of the file so far: the end of the furthest write.
     int64_t size() const { return m_written; }
 
 private:
     // Abandons the file with errorText() the path and the system's text of
     // error, or the path and why.
+    bool openNew(bool unnamed);
+    // Gives an unnamed file its temporary name, before the rename.
+    bool giveTemporaryName();
     bool fail(int error);
     bool refuse(const QString& why);
     // Looks at what has the target's name now, without following a link:
@@ -68,16 +85,23 @@ private:
     // whether there is one, st is what it is.
     bool inspectTarget(struct stat& st, bool& exists);
     void keepPermissionsOf(const struct stat& old);
+    // Counts size bytes written at offset; the disk is asked to start on a
+    // run of them once it is long enough.
+    void noteWritten(int64_t offset, int64_t size);
     void startWriteBack();
     void closeFiles();
 
     QString m_path;
     QByteArray m_name; // the last component, as the system names it
-    QByteArray m_temporary;
+    QByteArray m_temporary; // empty while the file has no name
+    bool m_unnamed = false;
     int m_folder = -1;
     int m_fd = -1;
     int64_t m_written = 0;
-    int64_t m_startedOut = 0; // bytes handed to the disk so far
+    // The run of bytes written one after the other that the disk has not
+    // been asked to start on yet.
+    int64_t m_runStart = 0;
+    int64_t m_runEnd = 0;
     QString m_error;
 };
 

@@ -40,25 +40,8 @@ constexpr int BlocksAhead = 4;
 // The lines of entries first..last, made in w (emptied first).
 ItemWriter entryLines(ItemWriter w, const Snapshot& snapshot, int32_t first, int32_t last) {
     w.clear();
-    for (int32_t i = first; i <= last; ++i) {
-        const SnapshotEntry& e = snapshot.entries.at(i);
-        w.integer(e.attributes);
-        w.comma();
-        w.number(e.modified);
-        w.comma();
-        w.integer(e.nextSibling);
-        w.comma();
-        w.integer(e.count);
-        w.comma();
-        w.string(snapshot.nameOf(e));
-        w.comma();
-        w.integer(e.parent);
-        w.comma();
-        w.number(e.size);
-        w.comma();
-        w.string(snapshot.versionOf(e));
-        w.endLine();
-    }
+    for (int32_t i = first; i <= last; ++i)
+        writeEntryLine(w, snapshot, i);
     return w;
 }
 
@@ -67,6 +50,84 @@ ItemWriter entryLines(ItemWriter w, const Snapshot& snapshot, int32_t first, int
 constexpr int64_t MinimumEntryBytes = 8;
 
 } // namespace
+
+void writeHeaderLines(ItemWriter& w, const SnapshotHeader& header, int32_t n) {
+    writeTitle(w, header.title);
+    const QByteArray root = header.rootFolder.toUtf8();
+    w.string(std::string_view(root.constData(), size_t(root.size())));
+    w.comma();
+    w.date(header.created);
+    w.comma();
+    w.boolean(header.recurse);
+    w.comma();
+    w.boolean(header.hidden);
+    w.comma();
+    w.boolean(header.versions);
+    w.comma();
+    w.integer(capacityItem(n));
+    w.endLine();
+}
+
+void writeEntryLine(ItemWriter& w, const Snapshot& snapshot, int32_t index) {
+    const SnapshotEntry& e = snapshot.entries.at(index);
+    const std::string_view name = snapshot.nameOf(e);
+    const std::string_view version = snapshot.versionOf(e);
+    // Taken in one go: the line is written a million times in a scan.
+    char* at = w.reserve(4 * ItemWriter::IntegerRoom + 2 * ItemWriter::NumberRoom +
+                         ItemWriter::stringRoom(name) + ItemWriter::stringRoom(version) + 7 + 2);
+    at = ItemWriter::putInteger(at, e.attributes);
+    *at++ = ',';
+    at = ItemWriter::putNumber(at, e.modified);
+    *at++ = ',';
+    at = ItemWriter::putInteger(at, e.nextSibling);
+    *at++ = ',';
+    at = ItemWriter::putInteger(at, e.count);
+    *at++ = ',';
+    at = ItemWriter::putString(at, name);
+    *at++ = ',';
+    at = ItemWriter::putInteger(at, e.parent);
+    *at++ = ',';
+    at = ItemWriter::putNumber(at, e.size);
+    *at++ = ',';
+    at = ItemWriter::putString(at, version);
+    *at++ = '\r';
+    *at++ = '\n';
+    w.keep(at);
+}
+
+bool writeEntryBlocks(const Snapshot& snapshot, int32_t first, int32_t last, ProgressMeter& meter,
+                      const std::function<bool(const char*, size_t)>& write) {
+    if (last < first)
+        return true;
+    // Their buffers go round: a block written out lends its buffer to the
+    // next block started.
+    const int32_t blocks = (last - first) / EntriesPerBlock + 1;
+    std::deque<std::future<ItemWriter>> ahead;
+    std::vector<ItemWriter> spare(BlocksAhead);
+    int32_t next = 0; // the next block to start
+    for (int32_t block = 0; block < blocks; ++block) {
+        while (next < blocks && !spare.empty()) {
+            const int32_t from = first + next * EntriesPerBlock;
+            const int32_t to = std::min(last, from + EntriesPerBlock - 1);
+            ahead.push_back(std::async(
+                std::launch::async, [&snapshot, from, to, w = std::move(spare.back())]() mutable {
+                    return entryLines(std::move(w), snapshot, from, to);
+                }));
+            spare.pop_back();
+            ++next;
+        }
+        ItemWriter lines = ahead.front().get();
+        ahead.pop_front();
+        if (!write(lines.data(), lines.size()))
+            return false;
+        spare.push_back(std::move(lines));
+        const int32_t from = first + block * EntriesPerBlock;
+        const int32_t to = std::min(last, from + EntriesPerBlock - 1);
+        for (int32_t k = (from + 999) / 1000 * 1000; k <= to; k += 1000)
+            meter.update(k);
+    }
+    return true;
+}
 
 int32_t capacityItem(int32_t n) {
     return checkedAdd(n, 16 - n % 16);
@@ -143,60 +204,16 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
         snapshot.entryCount = n;
         meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
 
-        auto writeOut = [&](ItemWriter& w) {
-            if (!file.append(w.data(), w.size()))
-                return false;
-            w.clear();
-            return true;
-        };
-
         ItemWriter head;
-        writeTitle(head, snapshot.header.title);
-        const QByteArray root = snapshot.header.rootFolder.toUtf8();
-        head.string(std::string_view(root.constData(), size_t(root.size())));
-        head.comma();
-        head.date(snapshot.header.created);
-        head.comma();
-        head.boolean(snapshot.header.recurse);
-        head.comma();
-        head.boolean(snapshot.header.hidden);
-        head.comma();
-        head.boolean(snapshot.header.versions);
-        head.comma();
-        head.integer(capacityItem(n));
-        head.endLine();
-        if (!writeOut(head))
+        writeHeaderLines(head, snapshot.header, n);
+        if (!file.append(head.data(), head.size()))
             return writeFailed(file.errorText());
-
-        // The entry lines are made in blocks on other threads while the
-        // blocks before them are written out, in order, on this one, which
-        // also moves the meter.
-        const int32_t blocks = n / EntriesPerBlock + 1;
-        // Their buffers go round: a block written out lends its buffer to
-        // the next block started.
-        std::deque<std::future<ItemWriter>> ahead;
-        std::vector<ItemWriter> spare(BlocksAhead);
-        int32_t next = 0; // the next block to start
-        for (int32_t block = 0; block < blocks; ++block) {
-            while (next < blocks && !spare.empty()) {
-                const int32_t first = next * EntriesPerBlock + 1;
-                const int32_t last = std::min(n, first + EntriesPerBlock - 1);
-                ahead.push_back(std::async(std::launch::async,
-                                           [&snapshot, first, last, w = std::move(spare.back())]() mutable {
-                                               return entryLines(std::move(w), snapshot, first, last);
-                                           }));
-                spare.pop_back();
-                ++next;
-            }
-            ItemWriter lines = ahead.front().get();
-            ahead.pop_front();
-            if (!writeOut(lines))
-                return writeFailed(file.errorText());
-            spare.push_back(std::move(lines));
-            const int32_t last = std::min(n, (block + 1) * EntriesPerBlock);
-            for (int32_t k = (block * EntriesPerBlock / 1000 + 1) * 1000; k <= last; k += 1000)
-                meter.update(k);
-        }
+        // The entry lines are made on other threads while the blocks before
+        // them are written out, in order, on this one.
+        if (!writeEntryBlocks(snapshot, 1, n, meter, [&](const char* data, size_t size) {
+                return file.append(data, size);
+            }))
+            return writeFailed(file.errorText());
         if (!file.commit())
             return writeFailed(file.errorText());
     } catch (const RuntimeError& e) {

@@ -10,12 +10,15 @@
 #include <QStringList>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 namespace kestrel::engine {
 
+class ItemWriter;
 class ProgressMeter;
 class Snapshot;
+struct SnapshotHeader;
 
 // SaveSnapshot: writes the snapshot to header.fileName. Entries 1..N are
 // written where N is the count held by entry 0 (for a loaded snapshot, the
@@ -48,6 +51,19 @@ struct LoadOutcome : Outcome {
     int32_t failedEntry = 0;
 };
 LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter);
+
+// The pieces of a snapshot file, for SaveSnapshot and for the save behind a
+// scan (SaveBehind.h), which must write the same bytes.
+// The title line and the header line of a file of n entries.
+void writeHeaderLines(ItemWriter& w, const SnapshotHeader& header, int32_t n);
+// The line of one entry.
+void writeEntryLine(ItemWriter& w, const Snapshot& snapshot, int32_t index);
+// The lines of entries first..last, made in blocks on other threads and
+// handed, in order, to write on the calling thread, which moves the meter at
+// every 1,000th entry. False as soon as write returns false. The snapshot
+// must not change meanwhile.
+bool writeEntryBlocks(const Snapshot& snapshot, int32_t first, int32_t last, ProgressMeter& meter,
+                      const std::function<bool(const char*, size_t)>& write);
 
 // The capacity item a save of n entries writes: n rounded up to the next
 // multiple of 16 above it (0 gives 16, 15 gives 16, 16 gives 32).

@@ -5,6 +5,8 @@
 #include "engine/support/OleDate.h"
 #include "engine/support/TextDecode.h"
 
+#include <array>
+#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -34,9 +36,10 @@ void ItemWriter::raw(std::string_view text) {
 }
 
 void ItemWriter::string(std::string_view utf8) {
-    // At most every character doubled, and the two quotes.
-    char* at = room(2 * utf8.size() + 2);
-    char* const start = at;
+    m_used = size_t(putString(room(stringRoom(utf8)), utf8) - m_buffer.get());
+}
+
+char* ItemWriter::putString(char* at, std::string_view utf8) {
     *at++ = '"';
     // An empty name (every padding record has one) is often a view with no
     // pointer, which memchr and memcpy must not get.
@@ -51,7 +54,7 @@ void ItemWriter::string(std::string_view utf8) {
         utf8.remove_prefix(run);
     }
     *at++ = '"';
-    m_used += size_t(at - start);
+    return at;
 }
 
 namespace {
@@ -61,7 +64,9 @@ constexpr char kPairs[] = "00010203040506070809101112131415161718192021222324252
                           "8081828384858687888990919293949596979899";
 
 // Writes the digits of v ending just before end; returns where they begin.
-char* digitsBefore(char* end, uint64_t v) {
+// Almost every number of a snapshot fits in 32 bits, whose arithmetic is
+// the cheaper.
+template <typename Unsigned> char* digitsBefore(char* end, Unsigned v) {
     while (v >= 100) {
         const unsigned pair = unsigned(v % 100) * 2;
         v /= 100;
@@ -77,51 +82,77 @@ char* digitsBefore(char* end, uint64_t v) {
     return end;
 }
 
+// The number of decimal digits of v (1 for 0), from its binary length:
+// log10(2) is about 1233 / 4096.
+int decimalDigits(uint64_t v) {
+    static constexpr auto Thresholds = [] {
+        std::array<uint64_t, 20> powers{}; // 0, then 10 to 10^19
+        uint64_t power = 1;
+        for (size_t k = 1; k < powers.size(); ++k)
+            powers[k] = power *= 10;
+        return powers;
+    }();
+    const int estimate = (std::bit_width(v) * 1233) >> 12;
+    return estimate + (v >= Thresholds[estimate]);
+}
+
+// Writes v (below 100,000) as five digits, leading zeros included.
+void fiveDigits(char* out, uint32_t v) {
+    const uint32_t first = v / 10000;
+    const uint32_t rest = v - first * 10000;
+    out[0] = char('0' + first);
+    std::memcpy(out + 1, kPairs + 2 * (rest / 100), 2);
+    std::memcpy(out + 3, kPairs + 2 * (rest % 100), 2);
+}
+
 } // namespace
 
 void ItemWriter::integer(int64_t value) {
-    uint64_t magnitude = value < 0 ? 0 - uint64_t(value) : uint64_t(value);
-    int length = 1;
-    for (uint64_t v = magnitude; v >= 10; v /= 10)
-        ++length;
-    char* at = room(21);
+    m_used = size_t(putInteger(room(IntegerRoom), value) - m_buffer.get());
+}
+
+char* ItemWriter::putInteger(char* at, int64_t value) {
+    const uint64_t magnitude = value < 0 ? 0 - uint64_t(value) : uint64_t(value);
+    const int length = decimalDigits(magnitude);
     if (value < 0)
-        *at++ = '-', ++m_used;
-    digitsBefore(at + length, magnitude);
-    m_used += size_t(length);
+        *at++ = '-';
+    if (magnitude <= UINT32_MAX)
+        digitsBefore(at + length, uint32_t(magnitude));
+    else
+        digitsBefore(at + length, magnitude);
+    return at + length;
 }
 
 void ItemWriter::number(double value) {
+    m_used = size_t(putNumber(room(NumberRoom), value) - m_buffer.get());
+}
+
+char* ItemWriter::putNumber(char* at, double value) {
     // Whole numbers that a double holds exactly are written with every digit,
     // so that whatever was read is written back unchanged.
-    if (value == std::trunc(value) && std::fabs(value) <= 9007199254740992.0) {
-        integer(int64_t(value));
-        return;
+    if (std::fabs(value) <= 9007199254740992.0) {
+        const auto whole = int64_t(value);
+        if (double(whole) == value)
+            return putInteger(at, whole);
     }
     // Dates, the most common fraction, straight from their 15 digits: five
     // before the point and up to ten after it, trailing zeros dropped.
     uint64_t digits = 0;
     if (fifteenDigitsOfDate(value, digits)) {
-        char buffer[24];
-        char* end = buffer + sizeof buffer;
-        char* begin = digitsBefore(end, digits); // 15 digits
-        char* point = begin + 5;
+        constexpr uint64_t TenDigits = 10000000000;
+        const auto fraction = digits % TenDigits;
+        fiveDigits(at, uint32_t(digits / TenDigits));
+        if (fraction == 0)
+            return at + 5;
+        at[5] = '.';
+        fiveDigits(at + 6, uint32_t(fraction / 100000));
+        fiveDigits(at + 11, uint32_t(fraction % 100000));
+        char* end = at + 16;
         while (end[-1] == '0')
             --end;
-        char* at = room(17);
-        std::memcpy(at, begin, 5);
-        size_t length = 5;
-        if (end > point) {
-            at[5] = '.';
-            std::memcpy(at + 6, point, size_t(end - point));
-            length = 6 + size_t(end - point);
-        }
-        m_used += length;
-        return;
+        return end;
     }
-    char buffer[32];
-    const auto r = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 15);
-    raw(std::string_view(buffer, size_t(r.ptr - buffer)));
+    return std::to_chars(at, at + NumberRoom, value, std::chars_format::general, 15).ptr;
 }
 
 void ItemWriter::boolean(bool value) { raw(value ? "#TRUE#" : "#FALSE#"); }

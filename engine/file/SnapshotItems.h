@@ -33,6 +33,20 @@ public:
     void endLine() { raw("\r\n"); }
     void raw(std::string_view text);
 
+    // A line of items in one go, for lines written by the million: room for
+    // at most bytes is taken once, the items are put in it one after the
+    // other, and the text is kept up to where they ended.
+    char* reserve(size_t bytes) { return room(bytes); }
+    void keep(const char* end) { m_used = size_t(end - m_buffer.get()); }
+    // Each puts one item at `at`, as the member of the same name writes it,
+    // and returns where it ends. The most bytes each takes:
+    static constexpr size_t IntegerRoom = 20;
+    static constexpr size_t NumberRoom = 32;
+    static size_t stringRoom(std::string_view utf8) { return 2 * utf8.size() + 2; }
+    static char* putInteger(char* at, int64_t value);
+    static char* putNumber(char* at, double value);
+    static char* putString(char* at, std::string_view utf8);
+
     // The text gathered so far, and forgetting it once it is written out.
     const char* data() const { return m_buffer.get(); }
     size_t size() const { return m_used; }

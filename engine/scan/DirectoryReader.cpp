@@ -34,6 +34,11 @@ constexpr size_t MaxBufferedItems = 1 << 18;
 constexpr long DeviceWaits = 2;
 // Listings judged together before workers are added.
 constexpr int GrowthWindow = 8;
+// Asking for a thread's sleeps is a system call of its own, as dear as a
+// tenth of a small folder's listing: where listings do not wait, only one in
+// this many at most is looked at, every window that waited none doubling the
+// gap until then; a window that waited looks at every listing again.
+constexpr int WidestLookingGap = 16;
 
 // The times this thread went to sleep of its own accord so far.
 long voluntarySleeps() {
@@ -628,15 +633,18 @@ void DirectoryReader::listPending(FolderTask& task, std::unique_lock<std::mutex>
     if (task.m_queued)
         --m_pendingCount;
     task.state = FolderTask::Claimed;
+    const bool looked = m_growing && ++m_unlookedListings >= m_lookingGap;
+    if (looked)
+        m_unlookedListings = 0;
     lock.unlock();
-    const long sleepsBefore = m_growing ? voluntarySleeps() : 0;
+    const long sleepsBefore = looked ? voluntarySleeps() : 0;
     list(task);
     const long sleeps = m_assumeDeviceWaits ? DeviceWaits
-                        : m_growing         ? voluntarySleeps() - sleepsBefore
+                        : looked            ? voluntarySleeps() - sleepsBefore
                                             : 0;
     lock.lock();
     finish(task);
-    if (m_growing)
+    if (looked && m_growing)
         considerAnotherWorker(sleeps);
 }
 
@@ -650,6 +658,7 @@ void DirectoryReader::considerAnotherWorker(long deviceWaits) {
     if (m_windowListings < GrowthWindow)
         return;
     const bool waiting = m_windowWaiting * 2 >= m_windowListings;
+    m_lookingGap = m_windowWaiting > 0 ? 1 : std::min(2 * m_lookingGap, WidestLookingGap);
     m_windowListings = m_windowWaiting = 0;
     if (!waiting || m_stopping || m_idleWorkers > 0 || m_pendingCount == 0)
         return;

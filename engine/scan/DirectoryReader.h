@@ -253,6 +253,8 @@ private:
     bool m_assumeDeviceWaits = false;
     int m_windowListings = 0; // listings since workers were last considered
     int m_windowWaiting = 0;  // of those, the ones that waited for the device
+    int m_lookingGap = 1;     // listings looked at for device waits: one in this many
+    int m_unlookedListings = 0; // listings since one was looked at
     std::vector<std::thread> m_threads;
 
     std::mutex m_descriptorMutex;

@@ -32,8 +32,10 @@ std::string storedText(const QString& text) {
 // call.
 class TreeWalk {
 public:
-    TreeWalk(Snapshot& snapshot, DirectoryReader& reader, ProgressMeter& meter)
-        : m_snapshot(snapshot), m_reader(reader), m_meter(meter) {}
+    TreeWalk(Snapshot& snapshot, DirectoryReader& reader, ProgressMeter& meter,
+             ScanFollower* follower, int32_t meterMaximum)
+        : m_snapshot(snapshot), m_reader(reader), m_meter(meter), m_follower(follower),
+          m_meterMaximum(meterMaximum) {}
 
     void run(FolderTask& root) {
         enter(root, 0, 0);
@@ -84,6 +86,10 @@ private:
                 continue;
             }
             const ListedItem& item = listing.items[f.next++];
+            // Before a new item of the root, everything recorded is done
+            // with: the item before it is not the last of the root's ring.
+            if (m_follower && m_stack.size() == 1 && m_snapshot.entryCount > 0)
+                entriesFinal(m_snapshot.entryCount);
             record(f, listing, item);
             if (item.folder)
                 enter(*item.folder, f.last, int16_t(f.depth + 1)); // its frame is on top now
@@ -151,9 +157,19 @@ private:
             afterItem(m_stack.back(), f.here);
     }
 
+    // Entries 1..last will change no more. Entry 1 takes the meter maximum
+    // as its count now rather than after the walk, so that the follower
+    // sees it as it is kept.
+    void entriesFinal(int32_t last) {
+        m_snapshot.entries.mutableAt(1).count = m_meterMaximum;
+        m_follower->entriesFinal(m_snapshot, last);
+    }
+
     Snapshot& m_snapshot;
     DirectoryReader& m_reader;
     ProgressMeter& m_meter;
+    ScanFollower* m_follower;
+    int32_t m_meterMaximum;
     std::vector<Frame> m_stack;
 };
 
@@ -253,13 +269,15 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
         {
             DirectoryReader reader(rules, settings.listingThreads, settings.assumeDeviceWaits,
                                    settings.startThread);
-            TreeWalk walk(snapshot, reader, meter);
+            TreeWalk walk(snapshot, reader, meter, settings.follower, maximum);
             walk.run(reader.root(fileSystemPath(root).toStdString()));
         }
         // Entry 1 keeps the meter maximum for the comparison, in place of
         // its subtree count. An empty snapshot has no entry 1 to write.
         if (snapshot.entryCount >= 1)
             snapshot.entries.mutableAt(1).count = maximum;
+        if (settings.follower && snapshot.entryCount >= 1 && !meter.cancelled())
+            settings.follower->entriesFinal(snapshot, snapshot.entryCount);
     } catch (...) {
         const CaughtError e = caughtError();
         return Outcome::failure(

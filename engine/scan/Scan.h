@@ -16,6 +16,20 @@ namespace kestrel::engine {
 class ProgressMeter;
 class Snapshot;
 
+// Follows a scan as it goes: told which entries are final, so that they can
+// be saved while the rest of the tree is walked. Entries are recorded depth
+// first, and an entry is final once the walk has left its folder or moved
+// past it: the entries before the root's item being walked. Calls come on
+// the scanning thread, which changes nothing up to last afterwards; entry 1
+// holds the meter maximum as its count by then. The last call gives every
+// entry, after a scan that succeeded. Nothing is called after a cancel or a
+// failure.
+class ScanFollower {
+public:
+    virtual ~ScanFollower() = default;
+    virtual void entriesFinal(const Snapshot& snapshot, int32_t last) = 0;
+};
+
 // What a scan needs besides the snapshot's header (root folder and the
 // recurse, hidden and versions flags).
 struct ScanSettings {
@@ -40,6 +54,8 @@ struct ScanSettings {
     // Starts the listing threads; std::thread when empty (a test makes it
     // fail as the system does when it can start no more).
     std::function<std::thread(std::function<void()>)> startThread;
+    // Told of the entries as they become final; none when empty.
+    ScanFollower* follower = nullptr;
 };
 
 // CreateSnapshot: scans the tree (TakeSnapshot) and on success sets the

@@ -93,6 +93,54 @@ TEST_F(AtomicFileTest, AppendedPiecesReplaceTheFileOnlyWhenCommitted) {
                                        QString::fromLocal8Bit(std::strerror(ENOENT)));
 }
 
+// A file whose start is written last, as the save behind a scan writes one:
+// without a name until the commit, its body written at an offset, moved
+// over itself both ways by more than the piece a move takes at once, cut
+// and finished with its start; at every point a full disk can stop it, the
+// old file stays. A replaced file's permissions are kept here too.
+TEST_F(AtomicFileTest, AnUnnamedFileWrittenAroundItsStart) {
+    const QString target = path(QStringLiteral("around.txt"));
+    QByteArray body(3 << 20, '\0');
+    for (int i = 0; i < body.size(); ++i)
+        body[i] = char('a' + (i * 7 + i / 4099) % 26);
+    const QByteArray head = "head\n";
+    const auto write = [&](int64_t firstRoom, int64_t secondRoom) {
+        const QByteArray before = readBytes(target);
+        AtomicFile file(target);
+        if (!file.openUnnamed())
+            return Outcome::failure(UserMessage{{}, file.errorText()});
+        EXPECT_EQ(folderEntries(dir.path()), QStringList{QStringLiteral("around.txt")});
+        const int64_t half = body.size() / 2;
+        const bool ok =
+            file.writeAt(firstRoom, body.constData(), size_t(half)) &&
+            file.moveBytes(firstRoom, secondRoom, half) &&
+            file.writeAt(secondRoom + half, body.constData() + half, size_t(body.size() - half)) &&
+            file.moveBytes(secondRoom, head.size(), body.size()) &&
+            file.truncate(head.size() + body.size()) &&
+            file.writeAt(0, head.constData(), size_t(head.size()));
+        if (!ok)
+            return Outcome::failure(UserMessage{{}, file.errorText()});
+        EXPECT_EQ(folderEntries(dir.path()), QStringList{QStringLiteral("around.txt")});
+        EXPECT_TRUE(readBytes(target) == before);
+        if (!file.commit())
+            return Outcome::failure(UserMessage{{}, file.errorText()});
+        return Outcome::success();
+    };
+    // Moved towards the end by less than a piece, then back by more.
+    ASSERT_TRUE(writeBytes(target, "old"));
+    ASSERT_EQ(::chmod(native(target).constData(), 0604), 0);
+    ASSERT_TRUE(write(10, 17).ok);
+    EXPECT_TRUE(readBytes(target) == head + body);
+    EXPECT_EQ(statOf(target).st_mode & 07777, 0604u);
+    // Moved towards the end by more than a piece, then back by less.
+    ASSERT_TRUE(write(1, (1 << 20) + 3).ok);
+    EXPECT_TRUE(readBytes(target) == head + body);
+    EXPECT_EQ(folderEntries(dir.path()), QStringList{QStringLiteral("around.txt")});
+
+    kestrel::test::expectFullDiskKeepsOldFile(target, "old", [&] { return write(100, 2); });
+    EXPECT_TRUE(readBytes(target) == head + body);
+}
+
 // A link at the name, dangling or not, to a file or a folder, is refused
 // with a message naming it and stays as it was, its target untouched; so
 // is a folder, a pipe, and a link put there while the file was written.

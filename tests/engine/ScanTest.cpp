@@ -36,6 +36,7 @@ using kestrel::test::EntryFields;
 using kestrel::test::expectSoundSnapshot;
 using kestrel::test::fieldsOf;
 using kestrel::test::indexOf;
+using kestrel::test::passesInChild;
 using kestrel::test::RecordingView;
 using kestrel::test::ringOf;
 using kestrel::test::TempTree;
@@ -74,26 +75,6 @@ std::vector<std::string> listed(const QString& folder) {
             names.emplace_back(de->d_name);
     ::closedir(dir);
     return names;
-}
-
-// Runs check in a child process, as the user nobody when asked, so that
-// folder permissions apply to a test run as root; the child's exit status is
-// check's result. False when privileges cannot be dropped here.
-bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody) {
-    const pid_t child = ::fork();
-    if (child < 0)
-        return false;
-    if (child == 0) {
-        if (asNobody && !kestrel::test::becomeNobody())
-            ::_exit(3);
-        ::_exit(check() ? 0 : 1);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
-        return false;
-    passed = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return true;
 }
 
 TEST(Scan, RecordsTheTreeDepthFirstInListingOrder) {
@@ -560,14 +541,12 @@ TEST(Scan, UnreadableFoldersAreRecordedAndSaid) {
     };
     // Root lists anything: scan as nobody, in a tree nobody may read apart
     // from the two folders.
-    bool passed = false;
-    const bool ran = kestrel::test::runningAsRoot() ? passesInChild(check, passed, true)
-                                                    : (passed = check(), true);
+    const std::optional<bool> passed = kestrel::test::passesWherePermissionsHold(check);
     t.chmod(QStringLiteral("locked"), 0700);
     t.chmod(QStringLiteral("unsearchable"), 0700);
-    if (!ran)
+    if (!passed)
         GTEST_SKIP() << "cannot give up root here";
-    EXPECT_TRUE(passed);
+    EXPECT_TRUE(*passed);
 }
 
 TEST(Scan, NothingRecordedGivesTheEmptySnapshotMessage) {

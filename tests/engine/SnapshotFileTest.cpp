@@ -1,6 +1,7 @@
 #include "engine/file/SnapshotFile.h"
 #include "TestSupport.h"
 #include "engine/file/FileWriting.h"
+#include "engine/file/SnapshotItems.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/OleDate.h"
 #include "engine/support/Progress.h"
@@ -13,6 +14,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <charconv>
+#include <climits>
 #include <csignal>
 #include <cstring>
 #include <functional>
@@ -499,6 +502,50 @@ TEST_F(SnapshotFileTest, FileFormValuesSurviveBitForBit) {
         EXPECT_EQ(back.entry(i).modified, values[i - 1]) << i;
         EXPECT_EQ(back.entry(i).size, values[n - i]) << i;
     }
+}
+
+// The writer's own digit making against the standard library's, for
+// integers of every length and sign and for dates of every fraction.
+TEST(ItemWriterNumbers, AsTheStandardLibraryWritesThem) {
+    const auto standard = [](auto value, auto... format) {
+        char buffer[32];
+        const auto r = std::to_chars(buffer, buffer + sizeof buffer, value, format...);
+        return std::string(buffer, r.ptr);
+    };
+    const auto written = [](auto write) {
+        ItemWriter w;
+        write(w);
+        return std::string(w.data(), w.size());
+    };
+    std::vector<int64_t> integers = {
+        0, INT64_MIN, INT64_MAX, INT32_MIN, INT32_MAX, UINT32_MAX, int64_t(UINT32_MAX) + 1};
+    for (int64_t power = 1; power <= INT64_MAX / 10; power *= 10)
+        for (const int64_t near : {power - 1, power, power + 1, 2 * power - 1, 9 * power})
+            for (const int64_t sign : {1, -1})
+                integers.push_back(sign * near);
+    uint64_t seed = 7;
+    for (int i = 0; i < 20000; ++i) {
+        seed = seed * 6364136223846793005u + 1442695040888963407u;
+        integers.push_back(int64_t(seed) >> (seed % 64));
+    }
+    for (const int64_t v : integers) {
+        ASSERT_EQ(written([v](ItemWriter& w) { w.integer(v); }), standard(v)) << v;
+        if (v > -9007199254740992 && v < 9007199254740992)
+            ASSERT_EQ(written([v](ItemWriter& w) { w.number(double(v)); }), standard(v)) << v;
+    }
+    // Whole seconds of days over the years, and fractions with trailing
+    // zeros dropped or none to drop.
+    std::vector<double> dates = {36954.5, 36954.4270833333, 45000.0000000001, 99998.9999999999,
+                                 10000.0000000005};
+    for (int i = 0; i < 20000; ++i) {
+        seed = seed * 6364136223846793005u + 1442695040888963407u;
+        dates.push_back(10000 + double(seed % 89000) + double(seed >> 47) / 86400.0);
+        dates.push_back(10000 + double(seed >> 11) * 0x1p-53 * 89998);
+    }
+    for (const double d : dates)
+        ASSERT_EQ(written([d](ItemWriter& w) { w.number(d); }),
+                  standard(d, std::chars_format::general, 15))
+            << std::hexfloat << d;
 }
 
 // One past the highest number, whatever lies below it; anything with the

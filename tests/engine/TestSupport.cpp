@@ -17,6 +17,7 @@
 #include <grp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -211,6 +212,32 @@ bool runningAsRoot() { return ::geteuid() == 0; }
 
 bool becomeNobody() {
     return ::setgroups(0, nullptr) == 0 && ::setgid(NobodyUser) == 0 && ::setuid(NobodyUser) == 0;
+}
+
+bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody) {
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0) {
+        if (asNobody && !becomeNobody())
+            ::_exit(3);
+        ::_exit(check() ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
+        return false;
+    passed = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return true;
+}
+
+std::optional<bool> passesWherePermissionsHold(const std::function<bool()>& check) {
+    if (!runningAsRoot())
+        return check();
+    bool passed = false;
+    if (!passesInChild(check, passed, true))
+        return std::nullopt;
+    return passed;
 }
 
 static int32_t addRing(engine::Snapshot& s, const std::vector<Node>& nodes, int32_t parent) {

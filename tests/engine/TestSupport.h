@@ -124,6 +124,14 @@ inline constexpr uid_t NobodyUser = 65534;
 // In a forked child of a test run as root: gives up root for nobody. False
 // when the system does not let it.
 bool becomeNobody();
+// Runs check in a child process, as the user nobody when asked, so that
+// folder permissions apply to a test run as root; the child's exit status is
+// check's result. False when privileges cannot be dropped here.
+bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody);
+// Runs check where folder permissions hold: as nobody in a child process
+// when running as root (root reads anything), here otherwise. Empty when
+// root cannot be given up here.
+std::optional<bool> passesWherePermissionsHold(const std::function<bool()>& check);
 
 // A file or folder for buildSnapshot.
 struct Node {
