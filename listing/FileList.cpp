@@ -440,8 +440,8 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
         text.chop(2);
         return text;
     }
-    return int(mode) < int(ShowMode::OnlyHere) ? QStringLiteral("No changes in selected folder")
-                                               : QStringLiteral("No changes in visible entries");
+    return listsEverything(mode) ? QStringLiteral("No changes in selected folder")
+                                 : QStringLiteral("No changes in visible entries");
 }
 
 } // namespace kestrel::engine

@@ -23,8 +23,17 @@ enum class ShowMode : int16_t {
     Differences = 5, // "All Differences in this Snapshot"
 };
 
+// Whether a mode lists every entry, filtering nothing: before a comparison,
+// and "All Files/Dirs in this Snapshot" after one.
+constexpr bool listsEverything(ShowMode mode) {
+    return mode == ShowMode::None || mode == ShowMode::All;
+}
+
 // The show selector's texts, position 0 (ShowMode::All) first.
 QStringList showModeTexts();
+// The selector position of a mode (0 for ShowMode::All); -1 for
+// ShowMode::None, which the selector does not offer.
+int selectorPosition(ShowMode mode);
 // The text of a mode; empty for ShowMode::None.
 QString showModeText(ShowMode mode);
 // The mode of a selector position (0..4), or of a command-line word ("all",
