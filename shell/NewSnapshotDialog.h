@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/support/Errors.h"
+#include "shell/Drives.h"
 
 #include <QDialog>
 #include <QList>
@@ -57,11 +58,8 @@ public:
     // QMessageBox; tests put a recorder in its place.
     std::function<void(const QString& title, const QString& text)> reportError;
 
-    // A drive of the Drive list: where it is mounted and how it is shown.
-    struct Drive {
-        QString root;
-        QString caption;
-    };
+    // A drive of the Drive list.
+    using Drive = shell::Drive;
     // The drives of this system, asked each time the dialog opens so that a
     // disk plugged in meanwhile is offered; tests put others in its place.
     std::function<QList<Drive>()> listDrives;
@@ -103,6 +101,11 @@ private:
     void cmdCancel_Click();
     void optionChanged(settings::Key key);
 
+    // The constructor's steps: the controls, where they sit, and what each
+    // of them runs.
+    void createControls();
+    void layOutControls();
+    void connectControls();
     void load();
     // The drive list entry whose root holds path: the longest matching root.
     int driveIndexOf(const QString& path) const;
