@@ -86,7 +86,6 @@ struct CompareCommandOptions {
     }
 };
 
-
 // A tolerance: seconds, or numbers with units s, m, h, d, w, y ("90", "2s",
 // "1h30m", "3d"). Returns days, or -1 when the text is not a duration.
 double parseDuration(const QString& text) {
@@ -108,13 +107,26 @@ double parseDuration(const QString& text) {
         if (!ok || i >= t.size())
             return -1;
         switch (t.at(i).unicode()) {
-        case 's': total += n; break;
-        case 'm': total += n * 60; break;
-        case 'h': total += n * 3600; break;
-        case 'd': total += n * 86400; break;
-        case 'w': total += n * 7 * 86400; break;
-        case 'y': total += n * 365 * 86400; break;
-        default: return -1;
+        case 's':
+            total += n;
+            break;
+        case 'm':
+            total += n * 60;
+            break;
+        case 'h':
+            total += n * 3600;
+            break;
+        case 'd':
+            total += n * 86400;
+            break;
+        case 'w':
+            total += n * 7 * 86400;
+            break;
+        case 'y':
+            total += n * 365 * 86400;
+            break;
+        default:
+            return -1;
         }
         ++i;
     }
@@ -168,8 +180,9 @@ std::optional<CompareOptions> chosenCompareOptions(const QCommandLineParser& p,
     if (p.isSet(o.tolerance)) {
         const double days = parseDuration(p.value(o.tolerance));
         if (days < 0) {
-            printError(QStringLiteral("Usage"),
-                       QStringLiteral("--tolerance takes seconds or a duration such as 2s, 1h, 3d"));
+            printError(
+                QStringLiteral("Usage"),
+                QStringLiteral("--tolerance takes seconds or a duration such as 2s, 1h, 3d"));
             return std::nullopt;
         }
         options.dateTolerance = days;
@@ -213,8 +226,8 @@ const Snapshot& sideOf(const Difference& d, const Snapshot& newer, const Snapsho
     return d.kind == Difference::OnlyInOld ? older : newer;
 }
 
-DifferenceCounts countDifferences(const std::vector<Difference>& differences,
-                                  const Snapshot& newer, const Snapshot& older) {
+DifferenceCounts countDifferences(const std::vector<Difference>& differences, const Snapshot& newer,
+                                  const Snapshot& older) {
     DifferenceCounts counts;
     for (const Difference& d : differences) {
         if (sideOf(d, newer, older).entry(d.index).isUnreadableMarker())

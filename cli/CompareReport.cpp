@@ -24,11 +24,21 @@ QString jsonString(const QString& text) {
     QString out = QStringLiteral("\"");
     for (QChar c : text) {
         switch (c.unicode()) {
-        case '"': out += QStringLiteral("\\\""); break;
-        case '\\': out += QStringLiteral("\\\\"); break;
-        case '\n': out += QStringLiteral("\\n"); break;
-        case '\r': out += QStringLiteral("\\r"); break;
-        case '\t': out += QStringLiteral("\\t"); break;
+        case '"':
+            out += QStringLiteral("\\\"");
+            break;
+        case '\\':
+            out += QStringLiteral("\\\\");
+            break;
+        case '\n':
+            out += QStringLiteral("\\n");
+            break;
+        case '\r':
+            out += QStringLiteral("\\r");
+            break;
+        case '\t':
+            out += QStringLiteral("\\t");
+            break;
         default:
             if (c.unicode() < 0x20)
                 out += QString::asprintf("\\u%04x", c.unicode());
@@ -63,8 +73,8 @@ void CompareReport::difference(const Difference& d) {
         return;
     }
     const QString path = s.relativePath(d.index);
-    const QString was = d.kind == Difference::Changed ? WhatChanged(m_new, m_old, d.index, m_options)
-                                                      : QString();
+    const QString was =
+        d.kind == Difference::Changed ? WhatChanged(m_new, m_old, d.index, m_options) : QString();
     switch (m_format) {
     case Text:
         m_out << change << '\t' << escapedPath(path);
@@ -89,9 +99,9 @@ void CompareReport::difference(const Difference& d) {
 // A row of the file list of a show mode.
 void CompareReport::listed(int32_t index) {
     const SnapshotEntry& e = m_new.entry(index);
-    const QString change = e.match == 0 ? QStringLiteral("+")
+    const QString change = e.match == 0                      ? QStringLiteral("+")
                            : (!e.isFolder() && e.status > 0) ? QStringLiteral("~")
-                                                              : QString();
+                                                             : QString();
     if (e.isUnreadableMarker()) {
         unreadable(change, m_new, index);
         return;
@@ -136,10 +146,9 @@ void CompareReport::unreadable(const QString& change, const Snapshot& s, int32_t
 void CompareReport::csvRow(const QString& change, const Snapshot& s, int32_t i,
                            const QString& was) {
     const SnapshotEntry& e = s.entry(i);
-    m_out << csvField(change) << ',' << csvField(s.relativePath(i)) << ','
-          << csvField(sizeText(e)) << ',' << csvField(modifiedIsoText(e)) << ','
-          << csvField(attributesText(e)) << ',' << csvField(textOf(s.versionOf(e))) << ','
-          << csvField(was) << '\n';
+    m_out << csvField(change) << ',' << csvField(s.relativePath(i)) << ',' << csvField(sizeText(e))
+          << ',' << csvField(modifiedIsoText(e)) << ',' << csvField(attributesText(e)) << ','
+          << csvField(textOf(s.versionOf(e))) << ',' << csvField(was) << '\n';
 }
 
 void CompareReport::jsonEntry(const QString& change, const Snapshot& s, int32_t i,
@@ -147,8 +156,7 @@ void CompareReport::jsonEntry(const QString& change, const Snapshot& s, int32_t 
     const SnapshotEntry& e = s.entry(i);
     // Values the scan could not read are null.
     const bool unknown = e.valuesUnknown();
-    m_out << "{\"change\":" << jsonString(change)
-          << ",\"path\":" << jsonString(s.relativePath(i))
+    m_out << "{\"change\":" << jsonString(change) << ",\"path\":" << jsonString(s.relativePath(i))
           << ",\"folder\":" << (e.isFolder() ? "true" : "false")
           << ",\"size\":" << (unknown ? QStringLiteral("null") : plainNumber(e.size))
           << ",\"modified\":"
@@ -171,8 +179,8 @@ std::vector<CompareReport::FieldChange> CompareReport::fieldChanges(int32_t i) c
         changes.push_back(
             {"modified", isoDateTime(before.modified), isoDateTime(now.modified), false});
     if (now.status & Change::Attributes)
-        changes.push_back({"attributes", AttributeText(before.attributes),
-                           AttributeText(now.attributes), false});
+        changes.push_back(
+            {"attributes", AttributeText(before.attributes), AttributeText(now.attributes), false});
     if (now.status & Change::Version)
         changes.push_back(
             {"version", textOf(m_old.versionOf(before)), textOf(m_new.versionOf(now)), false});

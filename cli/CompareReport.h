@@ -42,8 +42,7 @@ private:
 
     void unreadable(const QString& change, const engine::Snapshot& s, int32_t marker);
     void csvRow(const QString& change, const engine::Snapshot& s, int32_t i, const QString& was);
-    void jsonEntry(const QString& change, const engine::Snapshot& s, int32_t i,
-                   const QString& was);
+    void jsonEntry(const QString& change, const engine::Snapshot& s, int32_t i, const QString& was);
     void jsonChanged(int32_t i);
     std::vector<FieldChange> fieldChanges(int32_t i) const;
     QString changesText(int32_t i) const;

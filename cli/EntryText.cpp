@@ -50,9 +50,13 @@ QString isoDateTime(double oleDate) {
                              p.minute, p.second);
 }
 
-QString plainNumber(double value) { return QString::number(value, 'f', 0); }
+QString plainNumber(double value) {
+    return QString::number(value, 'f', 0);
+}
 
-QString textOf(std::string_view utf8) { return QString::fromUtf8(utf8.data(), qsizetype(utf8.size())); }
+QString textOf(std::string_view utf8) {
+    return QString::fromUtf8(utf8.data(), qsizetype(utf8.size()));
+}
 
 QString sizeText(const SnapshotEntry& e) {
     return e.valuesUnknown() ? QString::fromLatin1(UnknownValueText) : plainNumber(e.size);

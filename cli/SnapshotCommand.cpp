@@ -64,7 +64,8 @@ struct SnapshotOptions {
 // the reason printed, when they are not usable.
 std::optional<int> checkedMeterLevel(const QCommandLineParser& p, const SnapshotOptions& o) {
     if (p.isSet(o.output) && p.isSet(o.dir)) {
-        printError(QStringLiteral("Usage"), QStringLiteral("--output and --dir exclude each other"));
+        printError(QStringLiteral("Usage"),
+                   QStringLiteral("--output and --dir exclude each other"));
         return std::nullopt;
     }
     bool levelOk = false;
@@ -96,8 +97,7 @@ bool checkFolder(const QString& folder) {
 // The file to save: --output as given, otherwise the next number of the
 // folder's series in --dir. Empty, with the reason printed, when the series
 // is full.
-QString snapshotPath(const QCommandLineParser& p, const SnapshotOptions& o,
-                     const QString& folder) {
+QString snapshotPath(const QCommandLineParser& p, const SnapshotOptions& o, const QString& folder) {
     if (p.isSet(o.output))
         return QFileInfo(p.value(o.output)).absoluteFilePath();
     const QString keepIn =

@@ -205,8 +205,9 @@ bool WindowlessView::parseSort(const QString& text, RowSelection& selection) {
         return true;
     const int column = columnNamed(word);
     if (column < 0)
-        return usageError(QStringLiteral("--sort takes name, folder, size, type, modified, attributes, "
-                                    "version or none, with :desc to reverse"));
+        return usageError(
+            QStringLiteral("--sort takes name, folder, size, type, modified, attributes, "
+                           "version or none, with :desc to reverse"));
     if (!selection.listing.keys && sortNeedsKeys(column)) {
         printError(QStringLiteral("Sorting Restriction"),
                    QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +
