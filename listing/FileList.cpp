@@ -1,6 +1,5 @@
 #include "FileList.h"
 
-#include "engine/compare/Compare.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
@@ -34,17 +33,6 @@ constexpr int FillerTwips = 20000;
 // The number of the size bit that paints the first cell: bit 1 (value 2)
 // paints Name, bit 2 In Folder and so on up to bit 7 (value 128), Version.
 constexpr int FirstPaintedBit = 1;
-
-constexpr int16_t paintingBit(GridColumn column) {
-    return int16_t(1 << (column + FirstPaintedBit));
-}
-// A file's change bits paint the cells of the values that changed, and a
-// folder changed inside paints its name.
-static_assert(paintingBit(SizeColumn) == Change::Size);
-static_assert(paintingBit(ModifiedColumn) == Change::Date);
-static_assert(paintingBit(AttributesColumn) == Change::Attributes);
-static_assert(paintingBit(VersionColumn) == Change::Version);
-static_assert(paintingBit(NameColumn) == Change::InsideFolder);
 
 } // namespace
 
@@ -440,8 +428,8 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
         text.chop(2);
         return text;
     }
-    return listsEverything(mode) ? QStringLiteral("No changes in selected folder")
-                                 : QStringLiteral("No changes in visible entries");
+    return filtersByComparison(mode) ? QStringLiteral("No changes in visible entries")
+                                     : QStringLiteral("No changes in selected folder");
 }
 
 } // namespace kestrel::engine

@@ -8,6 +8,7 @@
 #include "RecentSnapshots.h"
 #include "SavePrompt.h"
 #include "ScreenPlacement.h"
+#include "SnapshotFileCommands.h"
 
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SnapshotFile.h"
@@ -16,6 +17,7 @@
 #include "engine/scan/Scan.h"
 #include "engine/support/Paths.h"
 #include "listing/Twips.h"
+#include "views/SnapshotPair.h"
 
 #include <QAction>
 #include <QApplication>
@@ -32,10 +34,8 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
-#include <QPainter>
 #include <QScreen>
 #include <QStatusBar>
-#include <QStyle>
 #include <QTimer>
 #include <QToolBar>
 
@@ -56,37 +56,6 @@ using engine::twipsFromPixels;
 using engine::UserMessage;
 using settings::Key;
 using views::SnapshotWindow;
-
-namespace {
-
-// A printer for the Print button: the style has none of its own.
-QIcon printerIcon(const QWidget* widget) {
-    const QIcon themed = QIcon::fromTheme(QStringLiteral("document-print"));
-    if (!themed.isNull())
-        return themed;
-    const int size = widget->style()->pixelMetric(QStyle::PM_ToolBarIconSize);
-    const qreal ratio = widget->devicePixelRatioF();
-    QPixmap pixmap(QSize(size, size) * ratio);
-    pixmap.setDevicePixelRatio(ratio);
-    pixmap.fill(Qt::transparent);
-    QPainter p(&pixmap);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.scale(size / 24.0, size / 24.0);
-    const QColor ink = widget->palette().color(QPalette::WindowText);
-    p.setPen(QPen(ink, 1.3));
-    p.setBrush(Qt::white);
-    p.drawRect(QRectF(7, 3, 10, 7)); // paper going in
-    p.setBrush(QColor(0xb8, 0xbc, 0xc2));
-    p.drawRoundedRect(QRectF(3, 9, 18, 8), 1.5, 1.5); // body
-    p.setBrush(Qt::white);
-    p.drawRect(QRectF(7, 14, 10, 7)); // paper coming out
-    p.setPen(QPen(ink, 0.9));
-    p.drawLine(QPointF(9, 17), QPointF(15, 17));
-    p.drawLine(QPointF(9, 19), QPointF(14, 19));
-    return QIcon(pixmap);
-}
-
-} // namespace
 
 MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     : QMainWindow(parent), m_ini(iniPath),
@@ -109,38 +78,10 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     // Its Compare buttons compare the active snapshot window again.
     connect(m_config.get(), &settings::ConfigDialog::compareRequested, this, [this](bool bothWays) {
         if (SnapshotWindow* window = activeSnapshotWindow())
-            window->CompareSnapshot(bothWays);
+            views::CompareSnapshot(*window, bothWays);
     });
 
-    m_questions.exec = [](QDialog& dialog) { return dialog.exec(); };
-    m_questions.message = [this](const UserMessage& message) {
-        QMessageBox box(message.icon == MessageIcon::Information ? QMessageBox::Information
-                                                                 : QMessageBox::Warning,
-                        message.title, message.text, QMessageBox::Ok, this);
-        box.exec();
-    };
-    m_questions.saveFileName = [this](const QString& proposedPath) {
-        return QFileDialog::getSaveFileName(this, QStringLiteral("Save Snapshot As"), proposedPath,
-                                            engine::snapshotFileFilters().join(u";;"));
-    };
-    m_questions.exportFileName = [this](const QString& proposedPath, const QString& filter) {
-        return QFileDialog::getSaveFileName(this, QStringLiteral("Export Current List"),
-                                            proposedPath, filter);
-    };
-    m_questions.text = [this](const QString& prompt, const QString& caption,
-                              const QString& text) -> std::optional<QString> {
-        bool ok = false;
-        const QString answer =
-            QInputDialog::getText(this, caption, prompt, QLineEdit::Normal, text, &ok);
-        if (!ok)
-            return std::nullopt;
-        return answer;
-    };
-    m_questions.saveQuestion = [this](const QString& prompt) {
-        if (!m_savePrompt)
-            m_savePrompt = new SavePrompt(this);
-        return m_savePrompt->PromptToSave(prompt);
-    };
+    createQuestions();
 
     m_mdi = new QMdiArea(this);
     m_mdi->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
@@ -148,8 +89,8 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     setCentralWidget(m_mdi);
     connect(m_mdi, &QMdiArea::subWindowActivated, this, &MainWindow::subWindowActivated);
 
-    createActions();
-    createMenus();
+    m_commands = std::make_unique<FrameCommands>(*this);
+    showMenusOf(nullptr);
     createToolbar();
 
     m_summary = new QLabel(this);
@@ -184,52 +125,42 @@ MainWindow::~MainWindow() {
     disconnect(m_mdi, nullptr, this, nullptr);
 }
 
-void MainWindow::createActions() {
-    m_mnuFileNew = new QAction(QStringLiteral("&New Snapshot..."), this);
-    m_mnuFileNew->setShortcut(QKeySequence::New);
-    connect(m_mnuFileNew, &QAction::triggered, this, &MainWindow::mnuFileNew_Click);
-
-    m_mnuFileOpen = new QAction(QStringLiteral("&Open Snapshot..."), this);
-    m_mnuFileOpen->setShortcut(QKeySequence::Open);
-    connect(m_mnuFileOpen, &QAction::triggered, this, &MainWindow::mnuFileOpen_Click);
-
-    m_mnuFileConfig = new QAction(QStringLiteral("Kestrel &Configuration..."), this);
-    connect(m_mnuFileConfig, &QAction::triggered, this, &MainWindow::mnuFileConfig_Click);
-
-    m_mnuFileExit = new QAction(QStringLiteral("E&xit Kestrel"), this);
-    // As in the snapshot windows' File menu, so that the key quits whether
-    // or not one is open.
-    m_mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-    connect(m_mnuFileExit, &QAction::triggered, this, &MainWindow::mnuFileExit_Click);
-
-    m_mnuHelpAbout = new QAction(QStringLiteral("&About Kestrel..."), this);
-    connect(m_mnuHelpAbout, &QAction::triggered, this, &MainWindow::mnuHelpAbout_Click);
-
-    m_mnuHelpTips = new QAction(QStringLiteral("&Help and Tips..."), this);
-    m_mnuHelpTips->setShortcut(QKeySequence::HelpContents);
-    connect(m_mnuHelpTips, &QAction::triggered, this, &MainWindow::mnuHelpTips_Click);
-}
-
-void MainWindow::createMenus() {
-    auto* file = new QMenu(QStringLiteral("&File"), this);
-    file->addAction(m_mnuFileNew);
-    file->addAction(m_mnuFileOpen);
-    file->addSeparator();
-    file->addAction(m_mnuFileConfig);
-    file->addSeparator();
-    file->addAction(m_mnuFileExit);
-
-    auto* help = new QMenu(QStringLiteral("&Help"), this);
-    help->addAction(m_mnuHelpAbout);
-    help->addAction(m_mnuHelpTips);
-    m_frameMenus = {file, help};
-    showMenusOf(nullptr);
+void MainWindow::createQuestions() {
+    m_questions.exec = [](QDialog& dialog) { return dialog.exec(); };
+    m_questions.message = [this](const UserMessage& message) {
+        QMessageBox box(message.icon == MessageIcon::Information ? QMessageBox::Information
+                                                                 : QMessageBox::Warning,
+                        message.title, message.text, QMessageBox::Ok, this);
+        box.exec();
+    };
+    m_questions.saveFileName = [this](const QString& proposedPath) {
+        return QFileDialog::getSaveFileName(this, QStringLiteral("Save Snapshot As"), proposedPath,
+                                            engine::snapshotFileFilters().join(u";;"));
+    };
+    m_questions.exportFileName = [this](const QString& proposedPath, const QString& filter) {
+        return QFileDialog::getSaveFileName(this, QStringLiteral("Export Current List"),
+                                            proposedPath, filter);
+    };
+    m_questions.text = [this](const QString& prompt, const QString& caption,
+                              const QString& text) -> std::optional<QString> {
+        bool ok = false;
+        const QString answer =
+            QInputDialog::getText(this, caption, prompt, QLineEdit::Normal, text, &ok);
+        if (!ok)
+            return std::nullopt;
+        return answer;
+    };
+    m_questions.saveQuestion = [this](const QString& prompt) {
+        if (!m_savePrompt)
+            m_savePrompt = new SavePrompt(this);
+        return m_savePrompt->PromptToSave(prompt);
+    };
 }
 
 void MainWindow::showMenusOf(SnapshotWindow* window) {
     // The bar only lists the menus: they stay with their owners.
     menuBar()->clear();
-    for (QMenu* menu : window ? window->menus() : m_frameMenus)
+    for (QMenu* menu : window ? window->menus() : m_commands->menus())
         menuBar()->addMenu(menu);
 }
 
@@ -239,62 +170,25 @@ void MainWindow::createToolbar() {
     m_toolbar->setMovable(false);
     m_toolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
     addToolBar(Qt::TopToolBarArea, m_toolbar);
-
-    QStyle* s = style();
-    m_tbNew = m_toolbar->addAction(s->standardIcon(QStyle::SP_FileIcon), QStringLiteral("New"));
-    m_tbOpen =
-        m_toolbar->addAction(s->standardIcon(QStyle::SP_DialogOpenButton), QStringLiteral("Open"));
-    m_tbSaveAs = m_toolbar->addAction(s->standardIcon(QStyle::SP_DialogSaveButton),
-                                      QStringLiteral("Save As"));
-    m_toolbar->addSeparator();
-    m_tbRepeat =
-        m_toolbar->addAction(s->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Repeat"));
-    m_tbCompare = m_toolbar->addAction(s->standardIcon(QStyle::SP_FileDialogContentsView),
-                                       QStringLiteral("Compare"));
-    m_tbPrint = m_toolbar->addAction(printerIcon(this), QStringLiteral("Print"));
-
-    m_tbNew->setToolTip(QStringLiteral("Take a new snapshot of a folder"));
-    m_tbOpen->setToolTip(QStringLiteral("Open a saved snapshot"));
-    m_tbSaveAs->setToolTip(QStringLiteral("Save the active snapshot"));
-    m_tbRepeat->setToolTip(QStringLiteral("Take the snapshot of the same folder again"));
-    m_tbCompare->setToolTip(QStringLiteral("Compare the two snapshots"));
-    m_tbPrint->setToolTip(QStringLiteral("Print the list of the active snapshot"));
-    connect(m_toolbar, &QToolBar::actionTriggered, this, &MainWindow::toolbarActionTriggered);
+    m_commands->fillToolbar(m_toolbar);
+    connect(m_toolbar, &QToolBar::actionTriggered, this, [this](const QAction* button) {
+        if (!busy())
+            m_commands->runButton(button);
+    });
 }
 
 QAction* MainWindow::toolbarButton(const QString& caption) const {
-    const QList<QAction*> actions = m_toolbar->actions();
-    for (QAction* action : actions)
-        if (!action->isSeparator() && action->text() == caption)
-            return action;
-    return nullptr;
+    return m_commands->button(caption);
 }
 
 void MainWindow::setToolbarVisible(bool visible) {
     m_toolbar->setVisible(visible);
 }
 
-void MainWindow::toolbarActionTriggered(QAction* action) {
-    Toolbar1_ButtonClick(action->text());
-}
-
 void MainWindow::Toolbar1_ButtonClick(const QString& caption) {
     if (busy())
         return;
-    if (caption == QLatin1String("New")) {
-        mnuFileNew_Click();
-    } else if (caption == QLatin1String("Open")) {
-        mnuFileOpen_Click();
-    } else if (SnapshotWindow* window = activeSnapshotWindow()) {
-        if (caption == QLatin1String("Save As"))
-            window->mnuFileSaveAs_Click();
-        else if (caption == QLatin1String("Repeat"))
-            window->mnuFileRepeat_Click();
-        else if (caption == QLatin1String("Compare"))
-            window->mnuCompareNow_Click();
-        else if (caption == QLatin1String("Print"))
-            window->mnuFilePrint_Click();
-    }
+    m_commands->runButton(m_commands->button(caption));
 }
 
 // Commands ------------------------------------------------------------------
@@ -431,7 +325,7 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
         return false;
     // The window stays off screen until its snapshot is complete; when the
     // scan fails it is simply destroyed.
-    auto window = std::make_unique<SnapshotWindow>(*this);
+    std::unique_ptr<SnapshotWindow> window = makeSnapshotWindow();
     engine::SnapshotHeader& header = window->snapshot().header;
     header.rootFolder = folder;
     if (!header.rootFolder.endsWith(engine::Separator))
@@ -459,7 +353,7 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
     window->setNumber(number);
     header.title = engine::NewSnapshotTitle(folder, number, m_options.isOn(Key::Naming));
     if (m_options.isOn(Key::Title))
-        window->mnuFileProps_Click();
+        mnuFileProps_Click(*this, *window);
     window->setCaption(header.title);
     return showSnapshotWindow(std::move(window), QStringLiteral("Kestrel"));
 }
@@ -467,7 +361,7 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
 bool MainWindow::OpenSnapshot(const QString& path) {
     if (busy())
         return false;
-    auto window = std::make_unique<SnapshotWindow>(*this);
+    std::unique_ptr<SnapshotWindow> window = makeSnapshotWindow();
     engine::OpenOutcome outcome;
     {
         views::OperationScope operation(*this);
@@ -526,6 +420,12 @@ bool MainWindow::openPath(const QString& path, int16_t number) {
     if (engine::pathInfo(engine::nativeBytes(full)).folder)
         return NewSnapshot(engine::storedPath(full), true, true, false, number);
     return OpenSnapshot(full);
+}
+
+std::unique_ptr<SnapshotWindow> MainWindow::makeSnapshotWindow() {
+    auto window = std::make_unique<SnapshotWindow>(*this, m_commands->actions());
+    connectFileCommands(*this, *window);
+    return window;
 }
 
 bool MainWindow::showSnapshotWindow(std::unique_ptr<SnapshotWindow> window,
@@ -645,22 +545,7 @@ void MainWindow::tileSnapshotWindows() {
 }
 
 void MainWindow::updateActions() {
-    const int windows = int(snapshotWindows().size());
-    const auto enabling = views::CommandEnabling::forWindows(windows);
-    m_mnuFileNew->setEnabled(enabling.newSnapshot);
-    m_mnuFileOpen->setEnabled(enabling.open);
-    SnapshotWindow* active = activeSnapshotWindow();
-    // The buttons take the state of the active window's commands.
-    const auto enabled = [active](const char* command, bool otherwise) {
-        const QAction* action = active ? active->action(QLatin1String(command)) : nullptr;
-        return action ? action->isEnabled() : otherwise;
-    };
-    m_tbNew->setEnabled(enabled("mnuFileNew", enabling.newSnapshot));
-    m_tbOpen->setEnabled(enabled("mnuFileOpen", enabling.open));
-    m_tbSaveAs->setEnabled(active != nullptr);
-    m_tbPrint->setEnabled(active != nullptr);
-    m_tbRepeat->setEnabled(enabled("mnuFileRepeat", false));
-    m_tbCompare->setEnabled(enabled("mnuCompareNow", false));
+    m_commands->enableFor(int(snapshotWindows().size()), activeSnapshotWindow());
 }
 
 // SnapshotHost ---------------------------------------------------------------
@@ -673,6 +558,10 @@ void MainWindow::operationStarted() {
 void MainWindow::operationEnded() {
     if (--m_operations == 0)
         qApp->removeEventFilter(m_busyFilter);
+}
+
+bool MainWindow::queryUnload(SnapshotWindow& window) {
+    return shell::queryUnload(*this, window);
 }
 
 void MainWindow::AddRecent(const QString& path) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FrameCommands.h"
 #include "Launcher.h"
 
 #include "engine/support/Progress.h"
@@ -95,15 +96,16 @@ public:
     void setFarewellTime(int milliseconds) { m_farewellTime = milliseconds; }
 
     // Commands.
-    void mnuFileNew_Click() override;
-    void mnuFileOpen_Click() override;
+    void mnuFileNew_Click();
+    void mnuFileOpen_Click();
     // Disables the options dialog's Compare buttons for good, then shows it
     // modally over the frame.
-    void mnuFileConfig_Click() override;
-    void mnuFileExit_Click() override;
-    void mnuHelpAbout_Click() override;
-    void mnuHelpTips_Click() override;
-    // The toolbar: the button's caption selects the command.
+    void mnuFileConfig_Click();
+    void mnuFileExit_Click();
+    void mnuHelpAbout_Click();
+    void mnuHelpTips_Click();
+    // The toolbar button with this caption runs its command: the frame's,
+    // or the active snapshot window's.
     void Toolbar1_ButtonClick(const QString& caption);
 
     // Creates a snapshot window, scans folder into it under the meter and
@@ -111,7 +113,7 @@ public:
     // cancelled, in which case no window remains. folder is stored text; a
     // folder the user chose or named is turned into it by engine::storedPath.
     bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
-                     int16_t number) override;
+                     int16_t number);
     // Opens a snapshot file (current or v2 format) in a new window; false
     // when it could not be opened, in which case no window remains.
     bool OpenSnapshot(const QString& path);
@@ -140,7 +142,7 @@ public:
     QList<views::SnapshotWindow*> snapshotWindows() const override;
     // Tiles the snapshot windows one above the other or side by side, and
     // stores the choice: automatic tiling follows it from now on.
-    void tileWindows(views::TileLayout layout) override;
+    void tileWindows(views::TileLayout layout);
     views::TileLayout tileLayout() const { return m_tileLayout; }
 
     // What the frame owns.
@@ -172,24 +174,28 @@ public:
     void operationStarted() override;
     void operationEnded() override;
     bool windowClosing() const override { return m_windowClosing; }
-    void setWindowClosing(bool closing) override { m_windowClosing = closing; }
+    void setWindowClosing(bool closing) { m_windowClosing = closing; }
+    bool queryUnload(views::SnapshotWindow& window) override;
     QString lastSelectedFolder() const override { return m_lastSelectedFolder; }
     void setLastSelectedFolder(const QString& key) override { m_lastSelectedFolder = key; }
-    void commandsChanged() override { updateActions(); }
     void LaunchDocument(const QString& folder, const QString& name) override;
     void showCompareOptions(const QString& current, const QString& other) override;
     void showExport(const output::ShownList& list) override;
     void showPrint(const output::ShownList& list) override;
     void showPrintPreview(const output::ShownList& list) override;
     bool ExecuteCustom(const QString& first, const QString& second) override;
-    void AddRecent(const QString& path) override;
-    QString lastFolder() const override;
-    void setLastFolder(const QString& folder) override;
     void showMessage(const engine::UserMessage& message) override;
-    QString askSaveFileName(const QString& proposedPath) override;
+
+    // Puts a snapshot file at the top of the recent list.
+    void AddRecent(const QString& path);
+    // The folder the file dialogs start in, shared with the recent list.
+    QString lastFolder() const;
+    void setLastFolder(const QString& folder);
+    // The questions asked through questions().
+    QString askSaveFileName(const QString& proposedPath);
     std::optional<QString> askText(const QString& prompt, const QString& caption,
-                                   const QString& text) override;
-    views::SaveAnswer PromptToSave(const QString& prompt) override;
+                                   const QString& text);
+    views::SaveAnswer PromptToSave(const QString& prompt);
 
     // Enables the toolbar and the frame's commands for the snapshot windows
     // open now, the toolbar following the active window's commands.
@@ -208,14 +214,17 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    void createActions();
-    void createMenus();
+    // The real dialogs behind questions().
+    void createQuestions();
     void createToolbar();
     void loadPlacement();
     void savePlacement();
     // The frame's position and size as Kestrel.ini keeps them.
     settings::FramePlacement placementInTwips() const;
     bool unloadSnapshotWindows();
+    // A snapshot window for a snapshot about to be made or loaded, with its
+    // file commands connected to the frame.
+    std::unique_ptr<views::SnapshotWindow> makeSnapshotWindow();
     // Shows a window whose snapshot is complete; false, with the failure
     // shown and no window left, when its snapshot cannot be shown.
     bool showSnapshotWindow(std::unique_ptr<views::SnapshotWindow> window,
@@ -233,7 +242,6 @@ private:
     // The options dialog closed: with a change to what the snapshot windows
     // display (empty folders, synchronisation), each lists its folder again.
     void optionsClosed();
-    void toolbarActionTriggered(QAction* action);
     void setToolbarVisible(bool visible);
     int execDialog(QDialog& dialog);
 
@@ -259,20 +267,8 @@ private:
     output::ExportDialog* m_export = nullptr;
     output::PrintDialog* m_print = nullptr;
 
-    QAction* m_mnuFileNew = nullptr;
-    QAction* m_mnuFileOpen = nullptr;
-    QAction* m_mnuFileConfig = nullptr;
-    QAction* m_mnuFileExit = nullptr;
-    QAction* m_mnuHelpAbout = nullptr;
-    QAction* m_mnuHelpTips = nullptr;
-    QAction* m_tbNew = nullptr;
-    QAction* m_tbOpen = nullptr;
-    QAction* m_tbSaveAs = nullptr;
-    QAction* m_tbRepeat = nullptr;
-    QAction* m_tbCompare = nullptr;
-    QAction* m_tbPrint = nullptr;
+    std::unique_ptr<FrameCommands> m_commands;
 
-    QList<QMenu*> m_frameMenus;
     QPointer<views::SnapshotWindow> m_lastActivated;
     QString m_lastSelectedFolder;
     bool m_windowClosing = false;

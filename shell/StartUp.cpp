@@ -6,6 +6,7 @@
 #include "engine/model/FileSystemNames.h"
 #include "settings/IniFile.h"
 #include "views/Highlight.h"
+#include "views/SnapshotPair.h"
 
 #include <QApplication>
 #include <QStyle>
@@ -42,7 +43,7 @@ void openAndCompare(MainWindow& frame, const QString& older, const QString& newe
         return;
     views::SnapshotWindow* window = frame.snapshotWindows().constLast();
     if (window->pairedWindow() && !window->compared())
-        window->CompareSnapshot(true);
+        views::CompareSnapshot(*window, true);
 }
 
 } // namespace

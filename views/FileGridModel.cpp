@@ -2,6 +2,8 @@
 
 #include "engine/support/TextFormats.h"
 
+#include <algorithm>
+
 namespace kestrel::views {
 
 using namespace engine;
@@ -29,6 +31,30 @@ void FileGridModel::sortByText(int column, bool descending) {
     // Rows are not tracked across a sort: the window makes the first row
     // current afterwards.
     Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+}
+
+int FileGridModel::rowToScrollTo(const QString& name, const QString& folder, int from,
+                                 NameMatching matching) const {
+    const int last = m_list.rowCount() - 1;
+    if (last < 0)
+        return -1;
+    const auto nameAt = [&](int row) {
+        return m_list.cellText(row, NameColumn).compare(name, Qt::CaseInsensitive);
+    };
+    // Step up past greater names, then down past lesser ones.
+    int row = std::clamp(from, 0, last);
+    while (nameAt(row) > 0 && row > 0)
+        --row;
+    while (nameAt(row) < 0 && row < last)
+        ++row;
+    const Qt::CaseSensitivity names = caseSensitivity(matching);
+    const auto matches = [&](int at) {
+        return m_list.cellText(at, NameColumn).compare(name, names) == 0 &&
+               (folder.isEmpty() || m_list.inFolder(at).compare(folder, names) == 0);
+    };
+    while (row < last && !matches(row) && nameAt(row + 1) == 0)
+        ++row;
+    return row;
 }
 
 int FileGridModel::rowCount(const QModelIndex& parent) const {

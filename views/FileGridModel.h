@@ -39,6 +39,14 @@ public:
     const engine::FileList& rows() const { return m_list; }
     int32_t entryAt(int row) const { return m_list.entryAt(row); }
     const engine::ListingCounters& counters() const { return m_list.counters(); }
+    // The row to show at the top for an entry of the other window of a
+    // pair, the rows being in name order without regard to case: from row
+    // from, the first row of that name in any case, found from either side,
+    // then among those rows the first whose name and In Folder text (when
+    // folder is not empty) match under the rule, else the last of them. -1
+    // for an empty grid.
+    int rowToScrollTo(const QString& name, const QString& folder, int from,
+                      engine::NameMatching matching) const;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;

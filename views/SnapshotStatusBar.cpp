@@ -1,6 +1,7 @@
 #include "SnapshotStatusBar.h"
 
 #include "engine/support/TextFormats.h"
+#include "listing/FileList.h"
 
 #include <QEvent>
 #include <QLabel>
@@ -11,20 +12,37 @@ namespace kestrel::views {
 
 SnapshotStatusBar::SnapshotStatusBar(QWidget* parent) : QStatusBar(parent) {
     setSizeGripEnabled(false);
-    for (size_t i = 0; i < m_panels.size(); ++i) {
+    for (int panel = FolderPanel; panel <= FoldersPanel; ++panel) {
         auto* label = new QLabel(this);
         label->setFrameShape(QFrame::StyledPanel);
         label->setFrameShadow(QFrame::Sunken);
         label->setTextInteractionFlags(Qt::TextSelectableByMouse);
         // The path panel gives way first; the counts keep their text whole.
-        if (i == 0) {
+        if (panel == FolderPanel) {
             label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
             label->installEventFilter(this);
         }
-        m_panels[i] = label;
-        addWidget(label, i == 0 ? 3 : i == 1 ? 2 : 0);
+        m_panels[size_t(panel - FolderPanel)] = label;
+        addWidget(label, panel == FolderPanel ? 3 : panel == ChangesPanel ? 2 : 0);
     }
-    m_panels[3]->hide();
+    label(FoldersPanel)->hide();
+}
+
+void SnapshotStatusBar::showListing(const QString& root, const QString& key, const QString& changes,
+                                    const engine::ListingCounters& counters, bool exactBytes) {
+    setFolderPath(root, key);
+    setPanelText(ChangesPanel, changes);
+    setPanelText(ListingPanel, engine::listingText(counters, exactBytes));
+    setPanelText(FoldersPanel, engine::foldersText(counters.folders));
+    setFoldersPanelVisible(counters.folders >= 1);
+}
+
+void SnapshotStatusBar::showNoMatchingFolder(bool filtered, bool rootsDiffer) {
+    setPanelText(FolderPanel, filtered ? QStringLiteral("No matching folder visible")
+                                       : QStringLiteral("No matching folder"));
+    setPanelText(ChangesPanel, rootsDiffer
+                                   ? QStringLiteral("Check Snapshot root folders are correct")
+                                   : QString());
 }
 
 void SnapshotStatusBar::setFolderPath(const QString& root, const QString& key) {
@@ -35,7 +53,7 @@ void SnapshotStatusBar::setFolderPath(const QString& root, const QString& key) {
 }
 
 void SnapshotStatusBar::showFolderPath() {
-    QLabel* panel = m_panels[0];
+    QLabel* panel = label(FolderPanel);
     // As many characters as the panel holds, on an average character.
     const int average = std::max(1, panel->fontMetrics().averageCharWidth());
     const int room = std::max(10, (panel->contentsRect().width() - 8) / average);
@@ -44,28 +62,32 @@ void SnapshotStatusBar::showFolderPath() {
 }
 
 void SnapshotStatusBar::setPanelText(int panel, const QString& text) {
-    if (panel < 1 || panel > 4)
+    if (panel < FolderPanel || panel > FoldersPanel)
         return;
-    if (panel == 1) {
+    if (panel == FolderPanel) {
         m_followsFolder = false;
-        m_panels[0]->setToolTip(QString());
+        label(FolderPanel)->setToolTip(QString());
     }
-    m_panels[size_t(panel - 1)]->setText(text);
+    label(panel)->setText(text);
 }
 
 QString SnapshotStatusBar::panelText(int panel) const {
-    if (panel < 1 || panel > 4)
+    if (panel < FolderPanel || panel > FoldersPanel)
         return {};
-    return m_panels[size_t(panel - 1)]->text();
+    return label(panel)->text();
 }
 
-void SnapshotStatusBar::setFoldersPanelVisible(bool visible) { m_panels[3]->setVisible(visible); }
+void SnapshotStatusBar::setFoldersPanelVisible(bool visible) {
+    label(FoldersPanel)->setVisible(visible);
+}
 
-bool SnapshotStatusBar::foldersPanelVisible() const { return !m_panels[3]->isHidden(); }
+bool SnapshotStatusBar::foldersPanelVisible() const {
+    return !label(FoldersPanel)->isHidden();
+}
 
 bool SnapshotStatusBar::eventFilter(QObject* watched, QEvent* event) {
     // The path is shortened to the panel's new width once it has one.
-    if (watched == m_panels[0] && event->type() == QEvent::Resize && m_followsFolder)
+    if (watched == label(FolderPanel) && event->type() == QEvent::Resize && m_followsFolder)
         showFolderPath();
     return QStatusBar::eventFilter(watched, event);
 }

@@ -6,6 +6,10 @@
 
 class QLabel;
 
+namespace kestrel::engine {
+struct ListingCounters;
+}
+
 namespace kestrel::views {
 
 // The status bar of a snapshot window (sbrStatus), four panels: 1 the
@@ -15,7 +19,20 @@ namespace kestrel::views {
 class SnapshotStatusBar : public QStatusBar {
     Q_OBJECT
 public:
+    // The panels, numbered from 1 as panelText and setPanelText take them.
+    enum Panel { FolderPanel = 1, ChangesPanel, ListingPanel, FoldersPanel };
+
     explicit SnapshotStatusBar(QWidget* parent = nullptr);
+
+    // A folder listed: its path, the change summary, the bytes (exactly or
+    // in units) and files listed, and the folders, when there are any.
+    void showListing(const QString& root, const QString& key, const QString& changes,
+                     const engine::ListingCounters& counters, bool exactBytes);
+    // No folder of the other window matched the one selected there. In a
+    // mode that filters by the comparison, the folder may be there, only
+    // hidden; when the two windows' comparison roots differ, they may be
+    // the wrong ones.
+    void showNoMatchingFolder(bool filtered, bool rootsDiffer);
 
     // Panel 1 shows the folder's full path, shortened at the front to what
     // the panel's width holds (and shortened again when it changes).
@@ -30,6 +47,7 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    QLabel* label(int panel) const { return m_panels[size_t(panel - FolderPanel)]; }
     void showFolderPath();
 
     std::array<QLabel*, 4> m_panels{};

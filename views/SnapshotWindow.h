@@ -1,27 +1,29 @@
 #pragma once
 
+#include "FileGridView.h"
+#include "FolderTreeView.h"
+#include "GridSort.h"
 #include "Highlight.h"
+#include "SnapshotCommands.h"
 #include "SnapshotHost.h"
 
 #include "engine/compare/ShowMode.h"
 #include "engine/model/FolderIndex.h"
 #include "engine/model/Snapshot.h"
 #include "listing/RowSelection.h"
-#include "output/ShownList.h"
 
+#include <QAction>
 #include <QList>
 #include <QPointer>
 #include <QString>
 #include <QWidget>
 
 #include <cstdint>
+#include <memory>
 
-class QAction;
 class QComboBox;
 class QMenu;
 class QModelIndex;
-class QTableView;
-class QTreeView;
 
 namespace kestrel::views {
 
@@ -39,13 +41,13 @@ class SplitterBar;
 // It owns its snapshot for its whole life, with the snapshot's number, its
 // changed mark (set while the snapshot differs from its file, so closing
 // asks to save) and its caption. With a second snapshot window open the two
-// are paired: they are compared with each other, and selecting a folder or
-// scrolling the grid in one follows in the other.
+// are paired (SnapshotPair.h): they are compared with each other, and
+// selecting a folder or scrolling the grid in one follows in the other.
 class SnapshotWindow : public QWidget {
     Q_OBJECT
 public:
     // The sort columns, numbered from 1 as SortSequence takes them.
-    static constexpr int SortByName = 1;
+    static constexpr int SortByName = GridSort::NameColumn;
     static constexpr int SortBySize = 3;
     static constexpr int SortByModified = 5;
     static constexpr int SortByAttributes = 6;
@@ -54,9 +56,12 @@ public:
     // The splitter keeps this far from either edge of the window, in twips.
     static constexpr int SplitMargin = 2300;
 
-    explicit SnapshotWindow(SnapshotHost& host, QWidget* parent = nullptr);
+    // The window's menus hold the frame's commands too; the frame keeps them
+    // for as long as the window lives.
+    SnapshotWindow(SnapshotHost& host, const FrameActions& frameActions, QWidget* parent = nullptr);
     ~SnapshotWindow() override;
 
+    SnapshotHost& host() const { return m_host; }
     engine::Snapshot& snapshot() { return m_snapshot; }
     const engine::Snapshot& snapshot() const { return m_snapshot; }
 
@@ -74,8 +79,13 @@ public:
     // "Subscript out of range" under the given title and shows nothing.
     engine::Outcome showSnapshot(const QString& failureTitle);
 
-    // The menus this window puts in the main window's menu bar while active.
-    QList<QMenu*> menus() const { return m_menus; }
+    // The window's commands, and the menus it puts in the main window's
+    // menu bar while active. Save As, Repeat, Branch and Title are carried
+    // out by the frame, which connects them.
+    const SnapshotCommands& commands() const { return *m_commands; }
+    const QList<QMenu*>& menus() const { return m_commands->menus(); }
+    // The command of the window's menus with this name (mnuViewSubs ...).
+    QAction* action(const QString& name) const { return m_commands->action(name); }
 
     // Form_Activate: run by the main window when this window becomes the
     // active snapshot window. Pairs it with the window active before (or
@@ -84,39 +94,43 @@ public:
     void Form_Activate();
 
     // Commands of the window's menu.
-    void mnuFileSaveAs_Click();
-    void mnuFileRepeat_Click();
-    void mnuFileBranch_Click();
-    void mnuFileProps_Click();
-    void mnuFileConfig_Click();
     // Export, print and preview the file list as the window shows it now.
     void mnuFileExport_Click();
     void mnuFilePrint_Click();
     void mnuFilePrintPreview_Click();
+    void mnuFileClose_Click();
     void mnuCompareNow_Click();
-    // Makes the selected folder the comparison root of the pair: the other
-    // window's root becomes the matching folder, and both compare again
-    // (at once with automatic comparison on). When the other snapshot has no
-    // such folder, that is shown and the pair is left uncompared. Alone, the
-    // window only marks its root.
+    // The Compare menu opens: Comparison Root is checked on the root.
+    void mnuCompare_Open();
+    // The selected folder becomes the comparison root (moveComparisonRoot).
     void mnuCompareRoot_Click();
     void mnuViewBytes_Click();
     void mnuViewSubs_Click();
     void mnuViewScroll_Click();
     void mnuViewSynch_Click();
 
-    // CompareSnapshot: compares this snapshot with the paired window's from
-    // the comparison roots down, then shows the comparison; with bothWays
-    // the paired window is marked from its own side and shows it too. False
-    // when there is no pair or the comparison failed (the failure is shown).
-    bool CompareSnapshot(bool bothWays);
-    // Returns the window to the uncompared state (show mode None, the show
-    // selector disabled); with automatic comparison on it compares again.
-    void resetComparison();
+    // The pair's side of the window (SnapshotPair.h). The paired window is
+    // null when there is none.
+    SnapshotWindow* pairedWindow() const { return m_pair; }
+    void setPair(SnapshotWindow* window) { m_pair = window; }
+    // Enables the show selector and shows the comparison just made.
+    void showComparison();
+    // While held, a rebuilt tree does not compare on its own.
+    bool comparisonHeld() const { return m_comparisonHeld; }
+    void setComparisonHeld(bool held) { m_comparisonHeld = held; }
+    // The entry a comparison starts from: the first beneath the comparison
+    // root; 0 when there is nothing to compare.
+    int32_t comparisonTop() const;
+    // Makes a node this window's comparison root, with the image "Root".
+    void markComparisonRoot(const QModelIndex& node);
+    // The comparison root's key without its leading separator ("" for the
+    // top) and the index of its first entry.
+    QString rootKey() const { return m_rootKey; }
+    int32_t rootIndex() const { return m_rootIndex; }
 
     // The folder tree.
     const FolderTreeModel& treeModel() const { return *m_treeModel; }
-    QTreeView* tree() const { return m_tvwPaths; }
+    FolderTreeView* tree() const { return m_tvwPaths; }
     // Build tree: fills the tree for the show mode, marks the comparison
     // root, reopens the folder selected last anywhere, compares when paired
     // and never compared, and lists the selected folder.
@@ -128,23 +142,20 @@ public:
     // it has one, else its snapshot's own (exact for a snapshot made on
     // POSIX, without regard to case for one made on Windows).
     engine::NameMatching nameMatching() const;
+    QModelIndex selectedNode() const;
     QString selectedKey() const;
-    // The comparison root's key without its leading separator ("" for the
-    // top) and the index of its first entry.
-    QString rootKey() const { return m_rootKey; }
-    int32_t rootIndex() const { return m_rootIndex; }
 
     // The file grid.
     const FileGridModel& gridModel() const { return *m_gridModel; }
-    QTableView* grid() const { return m_grdFiles; }
+    FileGridView* grid() const { return m_grdFiles; }
     // RefreshScreen: lists the folder whose first entry is tag (its node's
     // key is key), with sub-folder files when asked and allowed.
     void RefreshScreen(int32_t tag, const QString& key);
     // SortSequence: sorts the grid by a column numbered from 1; the same
     // column again reverses the order.
     void SortSequence(int column);
-    int sortColumn() const { return m_sortColumn; }
-    bool sortDescending() const { return m_sortOrder == 2; }
+    int sortColumn() const { return m_sort.column(); }
+    bool sortDescending() const { return m_sort.descending(); }
     // Double-clicking a row: a folder row opens that folder in the tree (in
     // the desktop's file manager with "Explore" on); a file row opens the
     // file in its application, or with "Shell" set to the external program,
@@ -163,10 +174,6 @@ public:
     void grdFiles_Scroll();
     int topRow() const;
     bool showsSubFolders() const { return m_subFolders; }
-    // What export and report read: the grid's rows in display order at the
-    // widths shown, the status panels, the show selector and the two
-    // snapshots' titles. It borrows the window's snapshot and rows.
-    output::ShownList shownList() const;
 
     // The show selector.
     QComboBox* showSelector() const { return m_cboShow; }
@@ -178,47 +185,29 @@ public:
     SnapshotStatusBar* statusBar() const { return m_sbrStatus; }
     // ShowChanges: the change summary for panel 2.
     QString ShowChanges() const;
+    // Puts the change summary into panel 2.
+    void showChangeSummary();
     // No folder of the other window matched the one selected there: the
     // grid lists nothing and the status bar says why.
     void showNoMatchingFolder(bool rootsDiffer);
 
-    // The paired window, null when there is none.
-    SnapshotWindow* pairedWindow() const { return m_pair; }
-
     // GetParameter: the full path of an entry, the root folder joined with
     // the names up its parent chain.
     QString GetParameter(int32_t index) const;
-
-    QAction* action(const QString& name) const;
 
 protected:
     // Form_QueryUnload: a changed snapshot asks to be saved first.
     void closeEvent(QCloseEvent* event) override;
     // Form_Resize
     void resizeEvent(QResizeEvent* event) override;
-    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void createControls();
-    void createMenus();
-    QAction* addCommand(QMenu* menu, const QString& name, const QString& caption,
-                        void (SnapshotWindow::*handler)());
-    void applyCommandEnabling(int windows);
-    void setPair(SnapshotWindow* window);
-    bool queryUnload();
-    // The number of the next snapshot of this one; false, with the overflow
-    // shown, past the last 16-bit number.
-    bool nextNumber(int16_t& next);
     // Opens an entry's file or folder through the desktop.
     void launchEntry(int32_t entry);
 
     void cboShow_Click();
     void tvwPaths_NodeClick(const QModelIndex& node);
-    void tvwPaths_MouseDown(const QModelIndex& node);
-    void currentNodeChanged(const QModelIndex& current);
-    void mnuCompare_Open();
-    // Makes a node this window's comparison root, with the image "Root".
-    void markComparisonRoot(const QModelIndex& node);
     void picSplit_MouseUp(int x);
     void layOutControls();
 
@@ -231,12 +220,13 @@ private:
     void showSortOrder();
     void updateStatusBar();
     void applyColumnWidths();
-    void selectNode(const QModelIndex& node);
-    QModelIndex selectedNode() const;
-    int32_t topEntry() const;
     bool isActiveSnapshotWindow() const;
     HighlightColours colours() const;
     void optionsSynchChanged(bool on);
+    bool checked(SnapshotCommand command) const { return m_commands->action(command)->isChecked(); }
+    void setChecked(SnapshotCommand command, bool on) {
+        m_commands->action(command)->setChecked(on);
+    }
 
     SnapshotHost& m_host;
     engine::Snapshot m_snapshot;
@@ -247,23 +237,11 @@ private:
     FolderTreeModel* m_treeModel = nullptr;
     FileGridModel* m_gridModel = nullptr;
     QComboBox* m_cboShow = nullptr;
-    QTreeView* m_tvwPaths = nullptr;
-    QTableView* m_grdFiles = nullptr;
+    FolderTreeView* m_tvwPaths = nullptr;
+    FileGridView* m_grdFiles = nullptr;
     SnapshotStatusBar* m_sbrStatus = nullptr;
     SplitterBar* m_picSplit = nullptr;
-    QList<QMenu*> m_menus;
-
-    QAction* m_mnuFileNew = nullptr;
-    QAction* m_mnuFileOpen = nullptr;
-    QAction* m_mnuFileRepeat = nullptr;
-    QAction* m_mnuFileBranch = nullptr;
-    QAction* m_mnuFileSaveAs = nullptr;
-    QAction* m_mnuCompareNow = nullptr;
-    QAction* m_mnuCompareRoot = nullptr;
-    QAction* m_mnuViewBytes = nullptr;
-    QAction* m_mnuViewSubs = nullptr;
-    QAction* m_mnuViewScroll = nullptr;
-    QAction* m_mnuViewSynch = nullptr;
+    std::unique_ptr<SnapshotCommands> m_commands;
 
     QPointer<SnapshotWindow> m_pair;
     engine::ShowMode m_showMode = engine::ShowMode::None;
@@ -279,15 +257,9 @@ private:
     bool m_subFolders = false;
     // Copied from the "Faster" option when the window is made; fixed after.
     bool m_faster = false;
-    int m_sortColumn = 0;
-    int m_sortOrder = 1;
+    GridSort m_sort;
     int m_splitTwips = 3600;
-    // Set while the window selects a node itself, so that the selection
-    // does not count as the user's click.
-    bool m_selecting = false;
-    // Set from the user's move of the grid's scroll bar until the grid has
-    // scrolled; and while the grid follows the other window's.
-    bool m_scrolledByUser = false;
+    // Set while the grid follows the other window's.
     bool m_followingScroll = false;
 };
 

@@ -18,6 +18,7 @@
 #include "shell/MainWindow.h"
 #include "views/FileGridModel.h"
 #include "views/FolderTreeModel.h"
+#include "views/ShownListOf.h"
 #include "views/SnapshotWindow.h"
 
 #include <QAction>
@@ -221,14 +222,14 @@ int main(int argc, char* argv[]) {
     // The export dialog's OK over that grid, every column, and its report.
     const QString exportFile = home.filePath(QStringLiteral("grid.txt"));
     const double exported = medianSeconds(rounds, [&] {
-        const output::ShownList list = window->shownList();
+        const output::ShownList list = views::shownListOf(*window);
         output::ExportLines lines(list, output::exportFields(list.inFolderOffered), output::ExportChoices{});
         output::writeExportFile(exportFile, lines);
     });
     std::printf("  export the grid of %6d rows to a file  %18.3f s\n", treeRows, exported);
     targets.push_back({"export the ~30,000-row grid", exported, 0.3, "s"});
     const double printed = medianSeconds(std::min(rounds, 3), [&] {
-        const output::ShownList list = window->shownList();
+        const output::ShownList list = views::shownListOf(*window);
         engine::ProgressMeter meter;
         output::writeReportPdf(home.filePath(QStringLiteral("grid.pdf")), list, {},
                                output::defaultPdfLayout(QPageLayout::Portrait), output::PdfResolution, meter);

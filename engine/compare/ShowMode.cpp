@@ -3,18 +3,8 @@
 #include "engine/model/RingWalk.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace kestrel::engine {
-
-namespace {
-
-// The modes in the order of the show selector.
-constexpr ShowMode SelectorModes[] = {ShowMode::All, ShowMode::OnlyHere, ShowMode::InBoth,
-                                      ShowMode::Changed, ShowMode::Differences};
-constexpr int SelectorSize = int(std::size(SelectorModes));
-
-} // namespace
 
 QStringList showModeTexts() {
     return {QStringLiteral("All Files/Dirs in this Snapshot"),
@@ -24,19 +14,14 @@ QStringList showModeTexts() {
             QStringLiteral("All Differences in this Snapshot")};
 }
 
-int selectorPosition(ShowMode mode) {
-    const auto found = std::find(std::begin(SelectorModes), std::end(SelectorModes), mode);
-    return found == std::end(SelectorModes) ? -1 : int(found - std::begin(SelectorModes));
-}
-
 QString showModeText(ShowMode mode) {
     return showModeTexts().value(selectorPosition(mode));
 }
 
 std::optional<ShowMode> showModeAt(int position) {
-    if (position < 0 || position >= SelectorSize)
+    if (position < 0 || position > selectorPosition(ShowMode::Differences))
         return std::nullopt;
-    return SelectorModes[position];
+    return selectorShowMode(position, true);
 }
 
 std::optional<ShowMode> showModeNamed(const QString& word) {
@@ -99,7 +84,7 @@ ComparedPart::ComparedPart(const Snapshot& snapshot, int32_t root) : m_root(root
 }
 
 bool ComparedPart::shownOutside(int32_t entry, ShowMode mode) const {
-    if (listsEverything(mode))
+    if (!filtersByComparison(mode))
         return true;
     return std::find(m_path.begin(), m_path.end(), entry) != m_path.end();
 }

@@ -23,17 +23,22 @@ enum class ShowMode : int16_t {
     Differences = 5, // "All Differences in this Snapshot"
 };
 
-// Whether a mode lists every entry, filtering nothing: before a comparison,
-// and "All Files/Dirs in this Snapshot" after one.
-constexpr bool listsEverything(ShowMode mode) {
-    return mode == ShowMode::None || mode == ShowMode::All;
+// Whether a mode leaves entries out by what the comparison found: every
+// mode past All. None and All list every entry.
+inline bool filtersByComparison(ShowMode mode) { return int(mode) > int(ShowMode::All); }
+
+// The show selector's position of a mode; -1 for None, which no position
+// stands for.
+inline int selectorPosition(ShowMode mode) { return int(mode) - 1; }
+// The mode the show selector stands for at a position. Once the window is
+// compared, positions 0 to 4 are All to Differences; before, the disabled
+// selector's position is taken as the mode itself, so its position 0 is None.
+inline ShowMode selectorShowMode(int position, bool compared) {
+    return ShowMode(compared ? position + 1 : position);
 }
 
 // The show selector's texts, position 0 (ShowMode::All) first.
 QStringList showModeTexts();
-// The selector position of a mode (0 for ShowMode::All); -1 for
-// ShowMode::None, which the selector does not offer.
-int selectorPosition(ShowMode mode);
 // The text of a mode; empty for ShowMode::None.
 QString showModeText(ShowMode mode);
 // The mode of a selector position (0..4), or of a command-line word ("all",

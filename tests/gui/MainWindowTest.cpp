@@ -10,6 +10,7 @@
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
 #include "shell/ScreenPlacement.h"
+#include "shell/SnapshotFileCommands.h"
 #include "shell/StartUp.h"
 
 #include "listing/Twips.h"
@@ -196,7 +197,7 @@ private Q_SLOTS:
             Frame maker(iniPath());
             maker.saveAnswer = saved;
             QVERIFY(maker->NewSnapshot(m_tree, true, true, false, 3));
-            maker->activeSnapshotWindow()->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*maker.window, *maker->activeSnapshotWindow());
         }
         writeFile(m_tree + u"/a.txt"_s, "alpha, longer now");
 
@@ -241,7 +242,7 @@ private Q_SLOTS:
             QVERIFY(window);
             QCOMPARE(window->snapshot().header.rootFolder, m_tree + u'/');
             QCOMPARE(window->caption(), u"Snapshot #1 of "_s + m_tree);
-            window->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*frame.window, *window);
             QVERIFY(frame.proposedSave.endsWith(u"/Tree.#01"_s));
         }
 
@@ -252,7 +253,7 @@ private Q_SLOTS:
         QCOMPARE(frame->activeSnapshotWindow()->caption(), saved);
 
         QVERIFY(QDir::setCurrent(m_tree + u"/sub"_s));
-        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *frame->activeSnapshotWindow());
         QCOMPARE(frame->snapshotWindows().size(), 2);
         const engine::Snapshot& repeated = frame->snapshotWindows().last()->snapshot();
         QCOMPARE(repeated.header.rootFolder, m_tree + u'/');
@@ -330,7 +331,7 @@ private Q_SLOTS:
             maker.saveAnswer = path;
             QVERIFY(maker->NewSnapshot(m_tree, true, true, false, 1));
             QCOMPARE(maker.textDefaults, QStringList{u"Snapshot #1 of "_s + m_tree});
-            maker->activeSnapshotWindow()->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*maker.window, *maker->activeSnapshotWindow());
         }
         for (const bool filename : {true, false}) {
             Frame frame(iniPath());
@@ -343,7 +344,7 @@ private Q_SLOTS:
             QCOMPARE(frame->recentDialog().list().entries().value(0), path);
             QVERIFY(frame->summaryText().startsWith(u"Kestrel read 3 files"_s));
 
-            opened->mnuFileRepeat_Click();
+            shell::mnuFileRepeat_Click(*frame.window, *opened);
             QCOMPARE(frame->snapshotWindows().size(), 2);
             SnapshotWindow* repeated = frame->snapshotWindows().last();
             QCOMPARE(repeated->number(), int16_t(3));
@@ -456,7 +457,7 @@ private Q_SLOTS:
 
         const QString saved = m_dir->filePath(u"Tree.#01"_s);
         frame.saveAnswer = saved;
-        frame->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        shell::mnuFileSaveAs_Click(*frame.window, *frame->activeSnapshotWindow());
         frame->operationStarted();
         QVERIFY(!drag(QUrl::fromLocalFile(saved))); // busy
         frame->operationEnded();
@@ -604,6 +605,52 @@ private Q_SLOTS:
         QCOMPARE(frame->menuBar()->actions().size(), 5); // the snapshot window's menus
         QCOMPARE(keyClashes(frame->menuBar()), QStringList());
         configurationByKeys();
+    }
+
+    // The frame's commands exist once: the frame's menus and both snapshot
+    // windows' hold the same actions, so enabling New for two windows
+    // reaches every menu; the toolbar's buttons run the active window's
+    // own commands when clicked.
+    void frameCommandsAreSharedAndTheToolbarRunsTheActiveWindows() {
+        Frame frame(iniPath());
+        frame->show();
+        const auto menuAction = [&](const QString& name) -> QAction* {
+            for (QAction* menu : frame->menuBar()->actions())
+                for (QAction* item : menu->menu()->actions())
+                    if (item->objectName() == name)
+                        return item;
+            return nullptr;
+        };
+        QAction* newSnapshot = menuAction(u"mnuFileNew"_s);
+        QAction* exit = menuAction(u"mnuFileExit"_s);
+        QVERIFY(newSnapshot && exit && newSnapshot->isEnabled());
+
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        SnapshotWindow* older = frame->activeSnapshotWindow();
+        const auto clickButton = [&](const char* caption) {
+            QTest::mouseClick(
+                frame->toolbar()->widgetForAction(frame->toolbarButton(QLatin1String(caption))),
+                Qt::LeftButton);
+        };
+        clickButton("Repeat");
+        QCOMPARE(frame->snapshotWindows().size(), 2);
+        SnapshotWindow* newer = frame->activeSnapshotWindow();
+        QVERIFY(newer != older);
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(w->action(u"mnuFileNew"_s), newSnapshot);
+            QCOMPARE(w->action(u"mnuFileExit"_s), exit);
+        }
+        QVERIFY(!newSnapshot->isEnabled() && !frame->toolbarButton(u"New"_s)->isEnabled());
+
+        frame.saveAnswer = m_dir->filePath(u"Newer.#02"_s);
+        clickButton("Save As");
+        QCOMPARE(newer->snapshot().header.fileName, frame.saveAnswer);
+        QVERIFY(older->snapshot().header.fileName.isEmpty());
+
+        frame.saveQuestionAnswer = views::SaveAnswer::No;
+        QVERIFY(newer->parentWidget()->close());
+        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
+        QVERIFY(newSnapshot->isEnabled() && frame->toolbarButton(u"Repeat"_s)->isEnabled());
     }
 
     // The options dialog in the frame: the menu disables its Compare buttons

@@ -9,7 +9,9 @@
 #include "output/ExportLines.h"
 #include "output/ui/ExportDialog.h"
 #include "output/ui/PrintDialog.h"
+#include "shell/SnapshotFileCommands.h"
 #include "views/FileGridModel.h"
+#include "views/ShownListOf.h"
 #include "views/SnapshotWindow.h"
 
 #include <QtPrintSupport>
@@ -43,7 +45,7 @@ private:
             return nullptr;
         SnapshotWindow* window = frame->activeSnapshotWindow();
         frame.saveAnswer = path(u"Work.#01"_s);
-        window->mnuFileSaveAs_Click();
+        shell::mnuFileSaveAs_Click(*frame.window, *window);
         return window;
     }
 
@@ -56,14 +58,14 @@ private:
             !frame->NewSnapshot(folder, true, true, false, 1))
             return false;
         frame.saveAnswer = folder + u".#01"_s;
-        frame->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        shell::mnuFileSaveAs_Click(*frame.window, *frame->activeSnapshotWindow());
         change();
         QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
         SnapshotWindow* newer = frame->activeSnapshotWindow();
         if (frame->snapshotWindows().size() != 2 || !newer->compared())
             return false;
         frame.saveAnswer = folder + u".#02"_s;
-        newer->mnuFileSaveAs_Click();
+        shell::mnuFileSaveAs_Click(*frame.window, *newer);
         for (SnapshotWindow* w : frame->snapshotWindows())
             w->setChanged(false);
         return true;
@@ -90,7 +92,7 @@ private:
                 QCOMPARE(w.showSelector()->currentIndex(), position);
                 QVERIFY(w.selectFolder(u"/"_s));
 
-                const output::ShownList shown = w.shownList();
+                const output::ShownList shown = views::shownListOf(w);
                 output::ExportLines lines(shown, output::exportFields(subFolders), {});
                 QBuffer fromWindow;
                 fromWindow.open(QIODevice::WriteOnly);
@@ -253,11 +255,11 @@ private Q_SLOTS:
         writeFile(m_tree + u"/file03.txt"_s, "grown");
         writeFile(m_tree + u"/sub/new.bin"_s, "new");
         QVERIFY(QFile::remove(m_tree + u"/file04.txt"_s));
-        older->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *older);
         SnapshotWindow* newer = frame->activeSnapshotWindow();
         QVERIFY(newer && newer != older && newer->compared());
         frame.saveAnswer = path(u"Work.#02"_s);
-        newer->mnuFileSaveAs_Click();
+        shell::mnuFileSaveAs_Click(*frame.window, *newer);
         newer->action(u"mnuViewSubs"_s)->trigger();
         QVERIFY(newer->showsSubFolders());
         newer->setShowPosition(4); // all differences
@@ -414,7 +416,7 @@ private Q_SLOTS:
         // A compared window holds differences to print, except in the show
         // mode of entries only in this snapshot.
         writeFile(m_tree + u"/file03.txt"_s, "grown");
-        window->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *window);
         SnapshotWindow* newer = frame->activeSnapshotWindow();
         QVERIFY(newer->compared());
         bool ticked = false, enabled = false;

@@ -16,9 +16,11 @@
 #include "listing/Twips.h"
 #include "settings/Settings.h"
 #include "shell/MeterWindow.h"
+#include "shell/SnapshotFileCommands.h"
 #include "views/FileGridModel.h"
 #include "views/FolderTreeModel.h"
 #include "views/Highlight.h"
+#include "views/ShownListOf.h"
 #include "views/SnapshotPair.h"
 #include "views/SnapshotStatusBar.h"
 #include "views/SnapshotWindow.h"
@@ -157,7 +159,7 @@ private:
     void makePair(Frame& frame) {
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
         changeTree();
-        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *frame->activeSnapshotWindow());
         QCOMPARE(frame->snapshotWindows().size(), 2);
     }
     // The frame on screen and active, large enough for both windows: the
@@ -276,9 +278,9 @@ private Q_SLOTS:
             Frame maker(iniPath());
             makePair(maker);
             maker.saveAnswer = before;
-            first(maker)->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*maker.window, *first(maker));
             maker.saveAnswer = after;
-            second(maker)->mnuFileSaveAs_Click();
+            shell::mnuFileSaveAs_Click(*maker.window, *second(maker));
             QCOMPARE(maker.proposedSave, m_dir->path() + u"/Tree.#02"_s);
         }
         Frame frame(iniPath());
@@ -399,7 +401,7 @@ private Q_SLOTS:
         frame.saveQuestionAnswer = views::SaveAnswer::No;
         QVERIFY(w->parentWidget()->close());
         QTRY_COMPARE(frame->snapshotWindows().size(), 1);
-        first(frame)->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *first(frame));
         SnapshotWindow* fast = second(frame);
         frame->options().setValue(Key::Faster, 0);
         frame.messages.clear();
@@ -465,7 +467,7 @@ private Q_SLOTS:
                      position >= 1 ? u"No matching folder visible"_s : u"No matching folder"_s);
         }
         QCOMPARE(older->showMode(), engine::ShowMode::None);
-        older->CompareSnapshot(true);
+        views::CompareSnapshot(*older, true);
 
         // The comparison root is the pair's: set in one window, it is set
         // in the other too; without automatic comparison both wait for
@@ -535,7 +537,7 @@ private Q_SLOTS:
             writeFile(twins + u'/' + added, "same");
             setTime(twins + u'/' + added, Fixed);
         }
-        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *frame->activeSnapshotWindow());
         SnapshotWindow* older = first(frame);
         SnapshotWindow* newer = second(frame);
         QVERIFY(newer->compared());
@@ -695,7 +697,7 @@ private Q_SLOTS:
 
         // The same comparison undisturbed.
         for (SnapshotWindow* w : {older, newer})
-            w->resetComparison();
+            views::resetComparison(*w);
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         compareFromTheToolbar();
         QVERIFY(newer->compared() && older->compared());
@@ -794,7 +796,7 @@ private Q_SLOTS:
         frame->show();
         QVERIFY(frame->NewSnapshot(big, true, true, false, 1));
         writeFile(big + u"/list/file0000.txt"_s, "only in the second");
-        frame->activeSnapshotWindow()->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *frame->activeSnapshotWindow());
         SnapshotWindow* older = first(frame);
         SnapshotWindow* newer = second(frame);
         QVERIFY(newer->selectFolder(u"/list/"_s));
@@ -840,7 +842,7 @@ private Q_SLOTS:
             QCOMPARE(w->sortColumn(), SnapshotWindow::SortBySize);
             QVERIFY(w->sortDescending());
             const QStringList bySize = gridRows(*w);
-            w->mnuFileRepeat_Click();
+            shell::mnuFileRepeat_Click(*frame.window, *w);
             QVERIFY(w->compared());
             QCOMPARE(w->sortColumn(),
                      synch ? SnapshotWindow::SortByName : SnapshotWindow::SortBySize);
@@ -922,7 +924,7 @@ private Q_SLOTS:
                  cyan);
         QCOMPARE(colourOf(cell(*older, u"one.txt"_s, engine::NameColumn, Qt::ForegroundRole)), red);
         // What export and the report read is what the grid shows.
-        const output::ShownList shown = newer->shownList();
+        const output::ShownList shown = views::shownListOf(*newer);
         QCOMPARE(shown.rowCount(), 3);
         QCOMPARE(shown.changesPanel, u"1 extra file, 1 file changed"_s);
         for (SnapshotWindow* w : frame->snapshotWindows())
@@ -1005,7 +1007,7 @@ private Q_SLOTS:
 
         // Branch: the selected folder becomes the root and a snapshot of it
         // the second window, which compares against it.
-        w->mnuFileBranch_Click();
+        shell::mnuFileBranch_Click(*frame.window, *w);
         QCOMPARE(w->rootKey(), u"sub/"_s);
         QCOMPARE(frame->snapshotWindows().size(), 2);
         SnapshotWindow* branch = second(frame);
@@ -1036,7 +1038,7 @@ private Q_SLOTS:
             dialog.findChild<QPushButton*>(u"cmdSave"_s)->click();
             return int(QDialog::Accepted);
         };
-        second(frame)->mnuFileConfig_Click();
+        frame->mnuFileConfig_Click();
         const QColor yellow(255, 255, 0);
         for (SnapshotWindow* w : {first(frame), second(frame)}) {
             QCOMPARE(colourOf(w->treeModel().indexOfKey(u"/sub/"_s, w->nameMatching()).data(Qt::BackgroundRole)),
@@ -1113,7 +1115,7 @@ private Q_SLOTS:
         // repeated snapshot.
         frame->options().setValue(Key::Shell, 1);
         control<QLineEdit>(frame->configDialog(), "txtProgram")->setText(record);
-        w->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *w);
         SnapshotWindow* repeated = second(frame);
         QCOMPARE(repeated->snapshot().header.rootFolder, storedRoot);
         QVERIFY(repeated->selectFolder(u"/in/"_s));
@@ -1141,7 +1143,7 @@ private Q_SLOTS:
             dialog.findChild<QPushButton*>(u"cmdSave"_s)->click();
             return int(QDialog::Accepted);
         };
-        newer->mnuFileConfig_Click();
+        frame->mnuFileConfig_Click();
         frame.whileShown = nullptr;
         // The dialog closed with "Empty" changed: the windows listed again.
         QVERIFY(!gridRows(*newer).contains(u"gone"_s));
@@ -1252,7 +1254,7 @@ private Q_SLOTS:
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
         const QString good = m_dir->filePath(u"Good.#01"_s);
         frame.saveAnswer = good;
-        frame->activeSnapshotWindow()->mnuFileSaveAs_Click();
+        shell::mnuFileSaveAs_Click(*frame.window, *frame->activeSnapshotWindow());
         const QList<QByteArray> lines = readFile(good).split('\n');
         // Lines 2.. are the entries: attributes, date, next sibling, count,
         // name, parent, size, version. The first entry, which every walk of
@@ -1294,7 +1296,7 @@ private Q_SLOTS:
         QVERIFY(w->snapshot().entryCount > 2000);
         for (int d = 0; d < 20; d += 2)
             QFile::remove(many + u"/d%1/e%2/f7"_s.arg(d).arg(d % 3));
-        w->mnuFileRepeat_Click();
+        shell::mnuFileRepeat_Click(*frame.window, *w);
         for (int position = 0; position < 5; ++position) {
             w->setShowPosition(position);
             QVERIFY(w->selectFolder(u"/d4/e1/"_s) || position > 0);
