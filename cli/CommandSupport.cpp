@@ -26,6 +26,11 @@ void printError(const QString& title, const QString& text) {
                  text.toLocal8Bit().constData());
 }
 
+bool usageError(const QString& text) {
+    printError(QStringLiteral("Usage"), text);
+    return false;
+}
+
 // A message box as one line: its paragraphs joined by a blank.
 void printMessage(const UserMessage& message) {
     QString text = message.text;
@@ -192,6 +197,15 @@ bool obtainSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& mete
         return true;
     }
     return loadSnapshotFile(path, snapshot, meter, nullptr);
+}
+
+std::optional<ShowMode> namedShowMode(const QString& word) {
+    const std::optional<ShowMode> mode = showModeNamed(word);
+    if (!mode || *mode == ShowMode::None) {
+        usageError(QStringLiteral("--show takes all, only, both, changed or diffs"));
+        return std::nullopt;
+    }
+    return mode;
 }
 
 CompareOptions commandLineCompareOptions() {

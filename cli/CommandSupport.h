@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/compare/CompareOptions.h"
+#include "engine/compare/ShowMode.h"
 #include "engine/support/Errors.h"
 
 #include <QCommandLineParser>
@@ -8,6 +9,7 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <optional>
 
 namespace kestrel::engine {
 class ProgressMeter;
@@ -27,6 +29,8 @@ inline constexpr int ExitUnreadable = 3;
 
 // "Title: text" on standard error.
 void printError(const QString& title, const QString& text);
+// "Usage: text" on standard error; returns false, for the caller to pass on.
+bool usageError(const QString& text);
 void printMessage(const engine::UserMessage& message);
 // The text in UTF-8 and a line end.
 void printLine(FILE* stream, const QString& text);
@@ -65,6 +69,10 @@ bool loadSnapshotFile(const QString& path, engine::Snapshot& snapshot, engine::P
 // A snapshot file is loaded, a folder scanned (titled as the desktop
 // program titles a first snapshot of it).
 bool obtainSnapshot(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter);
+
+// The show mode a --show option names; nothing, with the reason printed,
+// when it names none.
+std::optional<engine::ShowMode> namedShowMode(const QString& word);
 
 // How the command line compares unless told otherwise: nothing ignored,
 // every attribute but the normal bit, which only says that no other bit

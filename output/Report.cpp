@@ -184,9 +184,8 @@ public:
         // root) has no difference to tell.
         const engine::ComparedPart* compared = rows.options().compared;
         if (m_settings.includeDifferences && (!compared || compared->covers(rows.entryAt(row)))) {
-            const QString difference =
-                engine::WhatChanged(*m_list.snapshot, m_list.other, -rows.entryAt(row), 0, 0, 0, {},
-                                    m_list.compareOptions);
+            const QString difference = engine::WhatChanged(
+                *m_list.snapshot, m_list.other, rows.entryAt(row), m_list.compareOptions);
             m_document.addPiece(m_positions[engine::FillerColumn],
                                 difference + QStringLiteral("  "));
         }

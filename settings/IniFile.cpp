@@ -11,6 +11,7 @@
 #include <QStandardPaths>
 #include <QStringList>
 
+#include <cmath>
 #include <vector>
 
 namespace kestrel::settings {
@@ -19,6 +20,16 @@ namespace {
 
 // The longest value a read returns: a 255-character buffer less its NUL.
 constexpr qsizetype MaxRead = 254;
+
+const QString Main = QStringLiteral("Main");
+const QString Top = QStringLiteral("Top");
+const QString Left = QStringLiteral("Left");
+const QString Height = QStringLiteral("Height");
+const QString Width = QStringLiteral("Width");
+const QString Window = QStringLiteral("Window");
+const QString Folder = QStringLiteral("Folder");
+const QString Drive = QStringLiteral("Drive");
+const QString Version = QStringLiteral("Version");
 
 // One line of the file as it is on disk, its line end apart, so that a
 // rewrite gives back every line it does not change byte for byte, whatever
@@ -157,6 +168,61 @@ bool IniFile::writeString(const QString& section, const QString& key, const QStr
     }
     QDir().mkpath(QFileInfo(m_path).absolutePath());
     return engine::replaceFile(m_path, std::string_view(bytes.constData(), size_t(bytes.size())));
+}
+
+namespace {
+
+// A number of the window's placement: a stored text that is not one (or
+// one too large for any screen) leaves present as it was.
+int readPlacementNumber(const IniFile& ini, const QString& key, int present) {
+    const QString text = ini.readString(Main, key, QString::number(present)).trimmed();
+    bool ok = false;
+    const double value = text.toDouble(&ok);
+    return ok && std::isfinite(value) && std::abs(value) < 1e9 ? int(std::lround(value)) : present;
+}
+
+} // namespace
+
+FramePlacement IniFile::readFramePlacement(const FramePlacement& present) const {
+    FramePlacement placement;
+    placement.top = readPlacementNumber(*this, Top, present.top);
+    placement.left = readPlacementNumber(*this, Left, present.left);
+    placement.height = readPlacementNumber(*this, Height, present.height);
+    placement.width = readPlacementNumber(*this, Width, present.width);
+    return placement;
+}
+
+void IniFile::writeFramePlacement(const FramePlacement& placement) const {
+    writeString(Main, Top, QString::number(placement.top));
+    writeString(Main, Left, QString::number(placement.left));
+    writeString(Main, Height, QString::number(placement.height));
+    writeString(Main, Width, QString::number(placement.width));
+}
+
+FrameState IniFile::readFrameState() const {
+    switch (readPlacementNumber(*this, Window, int(FrameState::Normal))) {
+    case int(FrameState::Minimised):
+        return FrameState::Minimised;
+    case int(FrameState::Maximised):
+        return FrameState::Maximised;
+    default:
+        return FrameState::Normal;
+    }
+}
+
+void IniFile::writeFrameState(FrameState state) const {
+    writeString(Main, Window, QString::number(int(state)));
+}
+
+ScanFolders IniFile::readScanFolders() const {
+    return {readString(Main, Folder, QString()), readString(Main, Drive, QString()),
+            readString(Main, Version, QString())};
+}
+
+void IniFile::writeScanFolders(const ScanFolders& folders) const {
+    writeString(Main, Folder, folders.folder);
+    writeString(Main, Drive, folders.drive);
+    writeString(Main, Version, folders.versionFolder);
 }
 
 QString IniFile::defaultPath() {

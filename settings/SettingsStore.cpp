@@ -14,6 +14,11 @@ namespace kestrel::settings {
 namespace {
 
 const QString Config = QStringLiteral("Config");
+const QString Recent = QStringLiteral("Recent");
+
+QString recentFileKey(qsizetype n) {
+    return QStringLiteral("File") + QString::number(n);
+}
 
 bool isDigit(QChar c) {
     return c >= QLatin1Char('0') && c <= QLatin1Char('9');
@@ -191,6 +196,47 @@ bool SettingsStore::readTileSideBySide() const {
 void SettingsStore::writeTileSideBySide(bool sideBySide) {
     writeString(Config, QStringLiteral("TileSideBySide"),
                 sideBySide ? QStringLiteral("1") : QStringLiteral("0"));
+}
+
+QStringList SettingsStore::readRecentFiles() const {
+    QStringList files;
+    for (qsizetype n = 0;; ++n) {
+        const QString path = readString(Recent, recentFileKey(n), QString());
+        if (path.isEmpty())
+            return files;
+        files << path;
+    }
+}
+
+void SettingsStore::writeRecentFiles(const QStringList& files) {
+    for (qsizetype i = 0; i < files.size(); ++i)
+        writeString(Recent, recentFileKey(i), files[i]);
+    // A list that shrank since the last save leaves older keys behind.
+    for (qsizetype n = files.size(); !readString(Recent, recentFileKey(n), QString()).isEmpty(); ++n)
+        writeString(Recent, recentFileKey(n), QString());
+}
+
+QString SettingsStore::readLastFolder(const QString& fallback) const {
+    return readString(Recent, QStringLiteral("Folder"), fallback);
+}
+
+void SettingsStore::writeLastFolder(const QString& folder) {
+    writeString(Recent, QStringLiteral("Folder"), folder);
+}
+
+SettingsStore::TwipsSize SettingsStore::readRecentWindowSize(TwipsSize designed) const {
+    const auto read = [this](const QString& key, int designedValue) {
+        bool ok = false;
+        const int value = readString(Recent, key, QString::number(designedValue)).toInt(&ok);
+        return ok ? value : designedValue;
+    };
+    return {read(QStringLiteral("Width"), designed.width),
+            read(QStringLiteral("Height"), designed.height)};
+}
+
+void SettingsStore::writeRecentWindowSize(TwipsSize size) {
+    writeString(Recent, QStringLiteral("Width"), QString::number(size.width));
+    writeString(Recent, QStringLiteral("Height"), QString::number(size.height));
 }
 
 } // namespace kestrel::settings

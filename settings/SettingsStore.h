@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <cstdint>
 #include <memory>
@@ -67,6 +68,27 @@ public:
     // true for side by side, false (the default) for one above the other.
     bool readTileSideBySide() const;
     void writeTileSideBySide(bool sideBySide);
+
+    // Section "Recent".
+    // The recently opened snapshot files, most recent first: "File0",
+    // "File1", ... up to the first missing or empty value (no upper limit).
+    QStringList readRecentFiles() const;
+    // Writes every file to "File0", "File1", ..., then blanks the stored
+    // values that follow while there are any, so a shorter list leaves
+    // nothing stale behind.
+    void writeRecentFiles(const QStringList& files);
+    // The folder the file dialogs start in ("Folder"); fallback when none
+    // is stored.
+    QString readLastFolder(const QString& fallback) const;
+    void writeLastFolder(const QString& folder);
+    // The recent list's window size in twips ("Width", "Height"). A value
+    // that is not a whole number gives the designed one.
+    struct TwipsSize {
+        int width = 0;
+        int height = 0;
+    };
+    TwipsSize readRecentWindowSize(TwipsSize designed) const;
+    void writeRecentWindowSize(TwipsSize size);
 
 private:
     std::unique_ptr<QSettings> m_owned;

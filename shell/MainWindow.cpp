@@ -57,13 +57,6 @@ using engine::UserMessage;
 using settings::Key;
 using views::SnapshotWindow;
 
-namespace {
-
-const QString Main = QStringLiteral("Main");
-const QString Recent = QStringLiteral("Recent");
-
-} // namespace
-
 MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     : QMainWindow(parent), m_ini(iniPath),
       m_launcher([this](const UserMessage& message) { showMessage(message); }),
@@ -113,15 +106,14 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     m_recent->newSnapshot = [this] { mnuFileNew_Click(); };
     m_recent->help = [this] { mnuHelpTips_Click(); };
 
-    // Main window load: the file dialog's folder, then the placement.
-    m_recent->setLastFolder(
-        m_store.readString(Recent, QStringLiteral("Folder"), QDir::currentPath()));
+    // Main window load: the recent list has read the file dialog's folder;
+    // then the placement.
     loadPlacement();
 
     m_tileLayout = m_store.readTileSideBySide() ? views::TileLayout::SideBySide
                                                 : views::TileLayout::OneAboveTheOther;
     setAcceptDrops(true);
-    setToolbarVisible(m_options.value(Key::Toolbar) != 0);
+    setToolbarVisible(m_options.isOn(Key::Toolbar));
     connect(&m_options, &settings::Options::toolbarChanged, this, &MainWindow::setToolbarVisible);
     updateActions();
 }
@@ -617,21 +609,9 @@ void MainWindow::loadPlacement() {
     if (const QScreen* screen = QGuiApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
 
-    const auto read = [this](const char* key, int present) {
-        const QString text =
-            m_ini.readString(Main, QLatin1String(key), QString::number(present)).trimmed();
-        bool ok = false;
-        const double value = text.toDouble(&ok);
-        // Damaged text leaves the value as it was.
-        return ok && std::isfinite(value) && std::abs(value) < 1e9 ? int(std::lround(value))
-                                                                   : present;
-    };
-    const int top = read("Top", twipsFromPixels(y(), dpiY));
-    const int left = read("Left", twipsFromPixels(x(), dpiX));
-    const int height = read("Height", twipsFromPixels(this->height(), dpiY));
-    const int width = read("Width", twipsFromPixels(this->width(), dpiX));
-    move(pixelsFromTwips(left, dpiX), pixelsFromTwips(top, dpiY));
-    resize(pixelsFromTwips(width, dpiX), pixelsFromTwips(height, dpiY));
+    const settings::FramePlacement placement = m_ini.readFramePlacement(placementInTwips());
+    move(pixelsFromTwips(placement.left, dpiX), pixelsFromTwips(placement.top, dpiY));
+    resize(pixelsFromTwips(placement.width, dpiX), pixelsFromTwips(placement.height, dpiY));
 
     // A place on a monitor that is gone would keep the frame out of sight.
     QList<QRect> screens;
@@ -639,29 +619,29 @@ void MainWindow::loadPlacement() {
         screens.append(screen->availableGeometry());
     move(placedOnScreens(QRect(pos(), size()), screens).topLeft());
 
-    switch (read("Window", 0)) {
-    case 1:
+    switch (m_ini.readFrameState()) {
+    case settings::FrameState::Minimised:
         setWindowState(Qt::WindowMinimized);
         break;
-    case 2:
+    case settings::FrameState::Maximised:
         setWindowState(Qt::WindowMaximized);
         break;
-    default:
+    case settings::FrameState::Normal:
         break;
     }
+}
+
+settings::FramePlacement MainWindow::placementInTwips() const {
+    const double dpiX = logicalDpiX();
+    const double dpiY = logicalDpiY();
+    return {twipsFromPixels(y(), dpiY), twipsFromPixels(x(), dpiX),
+            twipsFromPixels(height(), dpiY), twipsFromPixels(width(), dpiX)};
 }
 
 void MainWindow::savePlacement() {
     // Written whatever the state, so a maximised or minimised frame comes
     // back with whatever its last values were.
-    const double dpiX = logicalDpiX();
-    const double dpiY = logicalDpiY();
-    m_ini.writeString(Main, QStringLiteral("Top"), QString::number(twipsFromPixels(y(), dpiY)));
-    m_ini.writeString(Main, QStringLiteral("Left"), QString::number(twipsFromPixels(x(), dpiX)));
-    m_ini.writeString(Main, QStringLiteral("Height"),
-                      QString::number(twipsFromPixels(height(), dpiY)));
-    m_ini.writeString(Main, QStringLiteral("Width"),
-                      QString::number(twipsFromPixels(width(), dpiX)));
+    m_ini.writeFramePlacement(placementInTwips());
 }
 
 void MainWindow::resizeEvent(QResizeEvent* event) {
@@ -742,11 +722,11 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     hide();
     if (m_about)
         m_about->DisplayBriefly(m_farewellTime);
-    m_store.writeString(Recent, QStringLiteral("Folder"), lastFolder());
     // A minimised frame keeps the state saved before.
     if (!minimised)
-        m_ini.writeString(Main, QStringLiteral("Window"),
-                          maximised ? QStringLiteral("2") : QStringLiteral("0"));
+        m_ini.writeFrameState(maximised ? settings::FrameState::Maximised
+                                        : settings::FrameState::Normal);
+    // The recent list, with the file dialog's folder.
     m_recent->saveState();
     m_newDialog->saveChoices();
     QGuiApplication::restoreOverrideCursor();

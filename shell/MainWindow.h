@@ -219,6 +219,8 @@ private:
     void createToolbar();
     void loadPlacement();
     void savePlacement();
+    // The frame's position and size as Kestrel.ini keeps them.
+    settings::FramePlacement placementInTwips() const;
     bool unloadSnapshotWindows();
     // A snapshot window for a snapshot about to be made or loaded, with its
     // file commands connected to the frame.

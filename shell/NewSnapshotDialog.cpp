@@ -25,117 +25,17 @@
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QSortFilterProxyModel>
-#include <QStorageInfo>
 #include <QTimer>
 #include <QTreeView>
 #include <QVBoxLayout>
 
-#include <cerrno>
-#include <cstring>
 #include <utility>
-
-#ifdef Q_OS_UNIX
-#include <dirent.h>
-#endif
 
 namespace kestrel::shell {
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const QString Section = u"Main"_s;
-
-// True when path lies in the folder root or is root itself.
-bool isWithin(const QString& path, const QString& root) {
-    if (path == root)
-        return true;
-    const QString prefix = root.endsWith(u'/') ? root : root + u'/';
-    return path.startsWith(prefix);
-}
-
-// The file systems a user thinks of as drives: the root and whatever is
-// mounted that holds the user's files. Left out are the kernel's pseudo file
-// systems (proc, sysfs, cgroup, devpts and their kind), the memory file
-// systems of /run, /dev and /sys, container layers (overlay under /var/lib),
-// snap packages (squashfs), the boot loader's EFI partition, single files
-// bound into place, and anything the user cannot list.
-QList<QStorageInfo> reachableDrives() {
-    static const QStringList pseudo = {
-        u"proc"_s,        u"sysfs"_s,           u"cgroup"_s,     u"cgroup2"_s,
-        u"devpts"_s,      u"devtmpfs"_s,        u"mqueue"_s,     u"debugfs"_s,
-        u"tracefs"_s,     u"securityfs"_s,      u"pstore"_s,     u"bpf"_s,
-        u"configfs"_s,    u"fusectl"_s,         u"hugetlbfs"_s,  u"autofs"_s,
-        u"binfmt_misc"_s, u"efivarfs"_s,        u"rpc_pipefs"_s, u"nsfs"_s,
-        u"squashfs"_s,    u"fuse.gvfsd-fuse"_s, u"fuse.portal"_s};
-    static const QStringList systemFolders = {u"/proc"_s, u"/sys"_s,  u"/dev"_s,
-                                              u"/run"_s,  u"/snap"_s, u"/boot/efi"_s};
-
-    QList<QStorageInfo> drives;
-    for (const QStorageInfo& volume : QStorageInfo::mountedVolumes()) {
-        const QString root = volume.rootPath();
-        const QString type = QString::fromLatin1(volume.fileSystemType());
-        if (root == u"/" || !volume.isValid() || !volume.isReady())
-            continue;
-        if (pseudo.contains(type))
-            continue;
-        // Removable media mounted by udisks under /run/media stay in.
-        bool system = false;
-        for (const QString& folder : systemFolders)
-            system = system || isWithin(root, folder);
-        if (system && !isWithin(root, u"/run/media"_s))
-            continue;
-        if (type == u"overlay" && isWithin(root, u"/var/lib"_s))
-            continue;
-        const QFileInfo info(root);
-        if (!info.isDir() || !info.isReadable() || !info.isExecutable())
-            continue;
-        if (std::any_of(drives.cbegin(), drives.cend(),
-                        [&](const QStorageInfo& d) { return d.rootPath() == root; }))
-            continue;
-        drives << volume;
-    }
-    std::sort(drives.begin(), drives.end(), [](const QStorageInfo& a, const QStorageInfo& b) {
-        return a.rootPath() < b.rootPath();
-    });
-    drives.prepend(QStorageInfo::root());
-    return drives;
-}
-
-QList<NewSnapshotDialog::Drive> systemDrives() {
-    QList<NewSnapshotDialog::Drive> drives;
-    for (const QStorageInfo& drive : reachableDrives()) {
-        const QString name = drive.name();
-        const QString root = drive.rootPath();
-        drives.append(
-            {root, name.isEmpty() || name == root ? root : root + u" ["_s + name + u"]"_s});
-    }
-    return drives;
-}
-
-// Why a drive cannot be read, in the system's own words; empty when it can.
-QString unreadableReason(const QString& root) {
-#ifdef Q_OS_UNIX
-    const QByteArray native = QFile::encodeName(root);
-    DIR* dir = ::opendir(native.constData());
-    if (!dir)
-        return QString::fromLocal8Bit(std::strerror(errno));
-    errno = 0;
-    const bool listed = ::readdir(dir) != nullptr || errno == 0;
-    const int error = errno;
-    ::closedir(dir);
-    if (!listed)
-        return QString::fromLocal8Bit(std::strerror(error));
-    return {};
-#else
-    const QDir dir(root);
-    if (!dir.exists())
-        return u"The device is not ready."_s;
-    if (!dir.isReadable())
-        return u"Access is denied."_s;
-    return {};
-#endif
-}
 
 // The folder list shows one drive: the drive's root, its ancestors (the
 // list's root lies above them) and everything below the root.
@@ -243,21 +143,34 @@ struct NewSnapshotDialog::Controls {
 NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& options,
                                      QWidget* parent)
     : QDialog(parent), m_controls(new Controls), m_ini(ini), m_options(options) {
-    Controls& c = *m_controls;
     setObjectName(u"frmBuild"_s);
     setWindowTitle(u"Create New Snapshot"_s);
 
     reportError = [this](const QString& title, const QString& text) {
         QMessageBox::warning(this, title, text);
     };
-
     listDrives = systemDrives;
 
+    createControls();
+    layOutControls();
+
+    // Chosen once per run; the dialog keeps whatever the user ticks.
+    Controls& c = *m_controls;
+    c.chkRecurse->setChecked(true);
+    c.chkHidden->setChecked(true);
+    c.chkVersion->setChecked(false);
+    c.dirVersion->setEnabled(false);
+    c.chkCompare->setChecked(m_options.isOn(settings::Key::Compare));
+
+    load();
+    connectControls();
+}
+
+void NewSnapshotDialog::createControls() {
+    Controls& c = *m_controls;
     c.drvDrive = new QComboBox(this);
     c.drvDrive->setObjectName(u"drvDrive"_s);
     fillDrives();
-    auto* driveLabel = new QLabel(u"&Drive:"_s, this);
-    driveLabel->setBuddy(c.drvDrive);
 
     c.folders = new QFileSystemModel(this);
     // Folders only; hidden ones too, since a snapshot may include them.
@@ -266,8 +179,6 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     c.driveFolders = new DriveFilter(this);
     c.driveFolders->setSourceModel(c.folders);
     c.dirFolder = makeFolderView(c.driveFolders, u"dirFolder"_s, this);
-    auto* folderLabel = new QLabel(u"&Folder:"_s, this);
-    folderLabel->setBuddy(c.dirFolder);
 
     // The folder as a path to type or paste, completed from the folders
     // there are. Drops land on the dialog, not in the line as text.
@@ -291,15 +202,6 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     c.dirVersion = makeFolderView(c.folders, u"dirVersion"_s, c.Frame1);
     c.dirVersion->setMinimumHeight(110);
 
-    auto* frameLayout = new QVBoxLayout(c.Frame1);
-    frameLayout->addWidget(c.chkRecurse);
-    frameLayout->addWidget(c.chkHidden);
-    frameLayout->addWidget(c.chkVersion);
-    auto* versionRow = new QHBoxLayout;
-    versionRow->addSpacing(20); // under the box's caption, as its subordinate
-    versionRow->addWidget(c.dirVersion);
-    frameLayout->addLayout(versionRow, 1);
-
     c.chkCompare = new QCheckBox(u"Enable Auto-Compare"_s, this);
     c.chkCompare->setObjectName(u"chkCompare"_s);
 
@@ -310,6 +212,23 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     c.cmdCancel->setObjectName(u"cmdCancel"_s);
     c.cmdHelp = new QPushButton(u"&Help..."_s, this);
     c.cmdHelp->setObjectName(u"cmdHelp"_s);
+}
+
+void NewSnapshotDialog::layOutControls() {
+    Controls& c = *m_controls;
+    auto* driveLabel = new QLabel(u"&Drive:"_s, this);
+    driveLabel->setBuddy(c.drvDrive);
+    auto* folderLabel = new QLabel(u"&Folder:"_s, this);
+    folderLabel->setBuddy(c.dirFolder);
+
+    auto* frameLayout = new QVBoxLayout(c.Frame1);
+    frameLayout->addWidget(c.chkRecurse);
+    frameLayout->addWidget(c.chkHidden);
+    frameLayout->addWidget(c.chkVersion);
+    auto* versionRow = new QHBoxLayout;
+    versionRow->addSpacing(20); // under the box's caption, as its subordinate
+    versionRow->addWidget(c.dirVersion);
+    frameLayout->addLayout(versionRow, 1);
 
     auto* left = new QVBoxLayout;
     left->addWidget(driveLabel);
@@ -336,16 +255,12 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     grid->setHorizontalSpacing(14);
     grid->setVerticalSpacing(12);
     resize(620, 420);
+    setTabOrder(c.drvDrive, c.txtFolder);
+    setTabOrder(c.txtFolder, c.dirFolder);
+}
 
-    // Chosen once per run; the dialog keeps whatever the user ticks.
-    c.chkRecurse->setChecked(true);
-    c.chkHidden->setChecked(true);
-    c.chkVersion->setChecked(false);
-    c.dirVersion->setEnabled(false);
-    c.chkCompare->setChecked(m_options.value(settings::Key::Compare) != 0);
-
-    load();
-
+void NewSnapshotDialog::connectControls() {
+    Controls& c = *m_controls;
     // toggled rather than clicked: a box cleared by the folder-change rule
     // has to switch the ignore-version option as a click would.
     connect(c.chkVersion, &QCheckBox::toggled, this, &NewSnapshotDialog::chkVersion_Click);
@@ -362,8 +277,6 @@ NewSnapshotDialog::NewSnapshotDialog(settings::IniFile& ini, settings::Options& 
     connect(c.completer, qOverload<const QString&>(&QCompleter::activated), this,
             &NewSnapshotDialog::openTypedFolder);
     setAcceptDrops(true);
-    setTabOrder(c.drvDrive, c.txtFolder);
-    setTabOrder(c.txtFolder, c.dirFolder);
     connect(c.dirVersion->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &NewSnapshotDialog::dirVersion_CurrentChanged);
     // Folders are read in the background: keep the chosen ones in view as
@@ -403,20 +316,20 @@ QString NewSnapshotDialog::versionFolder() const {
 
 void NewSnapshotDialog::load() {
     Controls& c = *m_controls;
-    // A folder that has gone since (an unplugged disk) falls back to the
-    // current folder, which is where a fresh list starts.
-    const auto read = [this](const QString& key, const QString& fallback) {
-        return QDir::cleanPath(
-            QDir::fromNativeSeparators(m_ini.readString(Section, key, fallback)));
+    const settings::ScanFolders last = m_ini.readScanFolders();
+    const auto shown = [](const QString& path) {
+        return QDir::cleanPath(QDir::fromNativeSeparators(path));
     };
-    QString folder = read(u"Folder"_s, QDir::currentPath());
+    // A folder that has gone since (an unplugged disk), or none stored,
+    // falls back to the current folder, which is where a fresh list starts.
+    QString folder = shown(last.folder);
     if (!QFileInfo(folder).isDir())
         folder = QDir::currentPath();
 
     // The stored drive counts only while the folder lies on it; otherwise
     // the list shows the folder's own drive.
     int drive = driveIndexOf(folder);
-    const QString storedDrive = read(u"Drive"_s, QString());
+    const QString storedDrive = shown(last.drive);
     const int stored = c.drvDrive->findData(storedDrive);
     if (stored >= 0 && isWithin(folder, storedDrive))
         drive = stored;
@@ -427,7 +340,7 @@ void NewSnapshotDialog::load() {
     showDrive(drive);
     setFolderPath(folder);
 
-    QString version = read(u"Version"_s, folder);
+    QString version = shown(last.versionFolder);
     if (!QFileInfo(version).isDir())
         version = folder;
     setVersionPath(version);
@@ -436,10 +349,9 @@ void NewSnapshotDialog::load() {
 void NewSnapshotDialog::saveChoices() {
     const Controls& c = *m_controls;
     // Stored the platform's way, as the folder is shown to the user.
-    m_ini.writeString(Section, u"Folder"_s, QDir::toNativeSeparators(c.folderPath));
-    m_ini.writeString(Section, u"Drive"_s,
-                      QDir::toNativeSeparators(c.drvDrive->currentData().toString()));
-    m_ini.writeString(Section, u"Version"_s, QDir::toNativeSeparators(c.versionPath));
+    m_ini.writeScanFolders({QDir::toNativeSeparators(c.folderPath),
+                            QDir::toNativeSeparators(c.drvDrive->currentData().toString()),
+                            QDir::toNativeSeparators(c.versionPath)});
 }
 
 int NewSnapshotDialog::driveIndexOf(const QString& path) const {
@@ -689,7 +601,7 @@ void NewSnapshotDialog::chkCompare_Click(bool ticked) {
 void NewSnapshotDialog::optionChanged(settings::Key key) {
     // The options dialog may switch auto-compare while this dialog is hidden.
     if (key == settings::Key::Compare)
-        m_controls->chkCompare->setChecked(m_options.value(settings::Key::Compare) != 0);
+        m_controls->chkCompare->setChecked(m_options.isOn(settings::Key::Compare));
 }
 
 void NewSnapshotDialog::cmdOK_Click() {

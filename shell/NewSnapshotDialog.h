@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/support/Errors.h"
+#include "shell/Drives.h"
 
 #include <QDialog>
 #include <QList>
@@ -28,7 +29,7 @@ namespace kestrel::shell {
 // folder. It only collects choices; the main window reads them after exec()
 // and takes the snapshot. The dialog is hidden, not destroyed, after each
 // use, so its choices stay as the user left them for the rest of the run.
-// On construction it reads "Main"/"Folder", "Drive" and "Version" from
+// On construction it reads the last folder, drive and version folder from
 // Kestrel.ini; saveChoices() writes them back (the main window calls it when
 // the program closes).
 //
@@ -50,18 +51,15 @@ public:
     // The path of the version folder list (dirVersion).
     QString versionFolder() const;
 
-    // Writes Folder, Drive and Version to section "Main" of Kestrel.ini.
+    // Writes the folder, drive and version folder to Kestrel.ini.
     void saveChoices();
 
     // Shows an error message (exclamation icon) over the dialog: by default a
     // QMessageBox; tests put a recorder in its place.
     std::function<void(const QString& title, const QString& text)> reportError;
 
-    // A drive of the Drive list: where it is mounted and how it is shown.
-    struct Drive {
-        QString root;
-        QString caption;
-    };
+    // A drive of the Drive list.
+    using Drive = shell::Drive;
     // The drives of this system, asked each time the dialog opens so that a
     // disk plugged in meanwhile is offered; tests put others in its place.
     std::function<QList<Drive>()> listDrives;
@@ -103,6 +101,11 @@ private:
     void cmdCancel_Click();
     void optionChanged(settings::Key key);
 
+    // The constructor's steps: the controls, where they sit, and what each
+    // of them runs.
+    void createControls();
+    void layOutControls();
+    void connectControls();
     void load();
     // The drive list entry whose root holds path: the longest matching root.
     int driveIndexOf(const QString& path) const;

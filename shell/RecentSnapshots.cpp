@@ -21,8 +21,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString Section = u"Recent"_s;
-
 // Paths are the same file when the file system says so: letter case counts
 // on POSIX (Case.#01 and case.#01 are two files), not on Windows.
 #ifdef Q_OS_WIN
@@ -31,40 +29,19 @@ constexpr Qt::CaseSensitivity PathCase = Qt::CaseInsensitive;
 constexpr Qt::CaseSensitivity PathCase = Qt::CaseSensitive;
 #endif
 
-QString fileKey(qsizetype n) {
-    return u"File"_s + QString::number(n);
-}
-
 constexpr int DesignedWidth = 7200; // twips
 constexpr int DesignedHeight = 4200;
 constexpr int LeastWidth = 4000;
 constexpr int LeastHeight = 3000;
 
-int readTwips(const settings::SettingsStore& store, const QString& key, int designed) {
-    bool ok = false;
-    const int value = store.readString(Section, key, QString::number(designed)).toInt(&ok);
-    return ok ? value : designed;
-}
-
 } // namespace
 
 void RecentList::load(const settings::SettingsStore& store) {
-    m_entries.clear();
-    for (qsizetype n = 0;; ++n) {
-        const QString path = store.readString(Section, fileKey(n), QString());
-        if (path.isEmpty())
-            break;
-        m_entries << path;
-    }
+    m_entries = store.readRecentFiles();
 }
 
 void RecentList::save(settings::SettingsStore& store) const {
-    for (qsizetype i = 0; i < m_entries.size(); ++i)
-        store.writeString(Section, fileKey(i), m_entries[i]);
-    // A list that shrank since the last save leaves older keys behind.
-    for (qsizetype n = m_entries.size();
-         !store.readString(Section, fileKey(n), QString()).isEmpty(); ++n)
-        store.writeString(Section, fileKey(n), QString());
+    store.writeRecentFiles(m_entries);
 }
 
 void RecentList::add(const QString& path) {
@@ -128,9 +105,10 @@ RecentSnapshotsDialog::RecentSnapshotsDialog(settings::SettingsStore& store, QWi
     setMinimumSize(engine::pixelsFromTwips(LeastWidth, logicalDpiX()),
                    engine::pixelsFromTwips(LeastHeight, logicalDpiY()));
     m_list.load(m_store);
-    m_lastFolder = m_store.readString(Section, u"Folder"_s, QDir::currentPath());
-    resize(engine::pixelsFromTwips(readTwips(m_store, u"Width"_s, DesignedWidth), logicalDpiX()),
-           engine::pixelsFromTwips(readTwips(m_store, u"Height"_s, DesignedHeight), logicalDpiY()));
+    m_lastFolder = m_store.readLastFolder(QDir::currentPath());
+    const auto size = m_store.readRecentWindowSize({DesignedWidth, DesignedHeight});
+    resize(engine::pixelsFromTwips(size.width, logicalDpiX()),
+           engine::pixelsFromTwips(size.height, logicalDpiY()));
     refresh();
 
     connect(c.cmdOpen, &QPushButton::clicked, this, &RecentSnapshotsDialog::cmdOpen_Click);
@@ -254,11 +232,9 @@ void RecentSnapshotsDialog::setLastFolder(const QString& folder) {
 
 void RecentSnapshotsDialog::saveState() {
     m_list.save(m_store);
-    m_store.writeString(Section, u"Folder"_s, m_lastFolder);
-    m_store.writeString(Section, u"Width"_s,
-                        QString::number(engine::twipsFromPixels(width(), logicalDpiX())));
-    m_store.writeString(Section, u"Height"_s,
-                        QString::number(engine::twipsFromPixels(height(), logicalDpiY())));
+    m_store.writeLastFolder(m_lastFolder);
+    m_store.writeRecentWindowSize({engine::twipsFromPixels(width(), logicalDpiX()),
+                                   engine::twipsFromPixels(height(), logicalDpiY())});
 }
 
 } // namespace kestrel::shell

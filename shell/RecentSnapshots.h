@@ -15,13 +15,11 @@ class SettingsStore;
 namespace kestrel::shell {
 
 // The recently opened snapshot files, most recent first, kept in the
-// per-user store's section "Recent" as File0, File1, ... (no upper limit).
+// per-user store (no upper limit).
 class RecentList {
 public:
-    // Reads File0, File1, ... up to the first missing or empty key.
     void load(const settings::SettingsStore& store);
-    // Writes every entry to File0, File1, ..., then blanks the stored values
-    // that follow while they exist, so a shorter list leaves nothing stale.
+    // Blanks what a longer list stored before, so nothing stale is left.
     void save(settings::SettingsStore& store) const;
 
     // AddRecent: removes entries equal to path (ignoring case only where the
@@ -42,8 +40,8 @@ private:
 class RecentSnapshotsDialog : public QDialog {
     Q_OBJECT
 public:
-    // The store is read for the list and the window size ("Width",
-    // "Height", twips) on construction.
+    // The store is read for the list, the file dialog's folder and the
+    // window size on construction.
     explicit RecentSnapshotsDialog(settings::SettingsStore& store, QWidget* parent = nullptr);
     ~RecentSnapshotsDialog() override;
 
@@ -69,11 +67,12 @@ public:
     // file or an empty string when cancelled. Tests put a stub in its place.
     std::function<QString(const QString& folder)> chooseFile;
 
-    // The file dialog's folder, kept as "Recent"/"Folder".
+    // The folder the file dialogs start in, kept in the store.
     QString lastFolder() const;
     void setLastFolder(const QString& folder);
 
-    // On program exit: the list (with stale keys blanked), "Width", "Height".
+    // On program exit: stores the list (with stale entries blanked), the file
+    // dialog's folder and the window size.
     void saveState();
 
 private:

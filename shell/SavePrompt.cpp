@@ -89,8 +89,9 @@ SavePrompt::SavePrompt(QWidget* parent) : QDialog(parent) {
 }
 
 views::SaveAnswer SavePrompt::PromptToSave(const QString& prompt) {
-    // No button stores 3; the short cut has always been there and stays.
-    if (m_answer == 3)
+    // No button stores this code; the short cut has always been there and
+    // stays.
+    if (m_answer == NoWithoutAsking)
         return views::SaveAnswer::No;
     m_lblPrompt->setText(prompt);
     exec();
@@ -98,7 +99,7 @@ views::SaveAnswer SavePrompt::PromptToSave(const QString& prompt) {
 }
 
 void SavePrompt::unload() {
-    m_answer = 0;
+    m_answer = int(views::SaveAnswer::Closed);
     m_frame = 0;
     m_tmrCheeky->stop();
     // Until the first tick the picture holds frame 1, the first one shown.
@@ -166,7 +167,7 @@ void SavePrompt::hideEvent(QHideEvent* event) {
 
 void SavePrompt::closeEvent(QCloseEvent* event) {
     // Closed through the frame: the window is unloaded, so the next prompt
-    // starts as in a fresh window and this one answers 0.
+    // starts as in a fresh window and this one answers Closed.
     unload();
     QDialog::closeEvent(event);
 }

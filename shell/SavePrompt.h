@@ -24,9 +24,9 @@ public:
     // PromptToSave: shows the question modally and returns the button
     // pressed; Closed when the window was closed through its frame, which
     // unloads it: the remembered answer and the animation start afresh, as
-    // in a newly loaded window. A remembered answer code of 3 returns No at
-    // once without showing anything; no button stores 3, the short cut is
-    // kept as it always was.
+    // in a newly loaded window. A remembered answer of NoWithoutAsking
+    // returns No at once without showing anything; no button stores it, the
+    // short cut is kept as it always was.
     views::SaveAnswer PromptToSave(const QString& prompt);
 
     // The code of the last button pressed (the SaveAnswer values), kept
@@ -56,7 +56,10 @@ private:
     QTimer* m_tmrCheeky = nullptr;
     QList<QPixmap> m_frames; // imlCheeky: frames 1..12 at 0..11
 
-    int m_answer = 0;
+    // The one answer code that is no SaveAnswer, and that PromptToSave
+    // takes for No.
+    static constexpr int NoWithoutAsking = 3;
+    int m_answer = int(views::SaveAnswer::Closed);
     int m_frame = 0;
 };
 

@@ -165,7 +165,7 @@ private:
         e.status = 0;
         if (found == 0) {
             e.match = 0;
-            m_self.entries.mutableAt(e.parent).status = 2;
+            m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
         } else if (e.isFolder()) {
             if (hasContents(m_self, i)) {
                 // The contents are compared with the counterpart's contents;
@@ -185,7 +185,7 @@ private:
                                      : CompareFiles(m_other, found, e.size, e.modified,
                                                      e.attributes, m_self.versionOf(e), m_options);
             if (e.status > 0)
-                m_self.entries.mutableAt(e.parent).status = 2;
+                m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
             f.result = true;
         }
         advance();
@@ -278,21 +278,26 @@ int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modifi
     return status;
 }
 
-QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t index, double size,
-                    double modified, int16_t attributes, std::string_view version,
+QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t i,
                     const CompareOptions& options) {
-    if (index < 0) {
-        const int32_t i = -index;
-        const SnapshotEntry& e = self.entries.at(i);
-        if (e.match == 0)
-            return QStringLiteral("[was not in other Snapshot]");
-        if (!e.isFolder())
-            return other ? WhatChanged(*other, nullptr, e.match, e.size, e.modified, e.attributes,
-                                       self.versionOf(e), options)
-                         : QString();
-        return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
-    }
-    const SnapshotEntry& e = self.entries.at(index);
+    const SnapshotEntry& e = self.entries.at(i);
+    if (e.match == 0)
+        return QStringLiteral("[was not in other Snapshot]");
+    if (!e.isFolder())
+        return other ? WhatItWas(*other, e.match, e.size, e.modified, e.attributes,
+                                 self.versionOf(e), options)
+                     : QString();
+    return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
+}
+
+QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
+                    const CompareOptions& options) {
+    return WhatChanged(self, &other, i, options);
+}
+
+QString WhatItWas(const Snapshot& holder, int32_t index, double size, double modified,
+                  int16_t attributes, std::string_view version, const CompareOptions& options) {
+    const SnapshotEntry& e = holder.entries.at(index);
     if (e.valuesUnknown() || valuesUnknown(attributes, size, modified))
         return QString();
     QString list;
@@ -303,17 +308,12 @@ QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t index, 
                 QStringLiteral("  ");
     if (attributesDiffer(e.attributes, attributes, options))
         list += AttributeText(e.attributes) + QStringLiteral("  ");
-    const std::string_view ownVersion = self.versionOf(e);
+    const std::string_view ownVersion = holder.versionOf(e);
     if (!options.ignoreVersion && !namesEqual(ownVersion, version))
         list += QString::fromUtf8(ownVersion.data(), qsizetype(ownVersion.size()));
     while (list.endsWith(QLatin1Char(' ')))
         list.chop(1);
     return list.isEmpty() ? QString() : QStringLiteral("[was ") + list + QLatin1Char(']');
-}
-
-QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
-                    const CompareOptions& options) {
-    return WhatChanged(self, &other, -i, 0, 0, 0, {}, options);
 }
 
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,

@@ -22,6 +22,10 @@ inline constexpr int16_t Size = 8;
 inline constexpr int16_t Date = 32;
 inline constexpr int16_t Attributes = 64;
 inline constexpr int16_t Version = 128;
+// The status a folder is set to when an entry directly inside it has no
+// counterpart or is a changed file; each changed sub-folder then adds its
+// own status to it.
+inline constexpr int16_t InsideFolder = 2;
 } // namespace Change
 
 // CompareSnapshot: marks every entry of self that the walk reaches with its
@@ -45,20 +49,22 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
 int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
                      int16_t attributes, std::string_view version, const CompareOptions& options);
 
-// WhatChanged, asked on the snapshot that holds entry index (index >= 0): what
-// the entry was, where its values differ from the given ones, as
-// "[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"; empty when nothing
-// differs or when either side's values could not be read. Asked with a
-// negated index (-i) about an entry of self:
-// "[was not in other Snapshot]" when it has no counterpart, for a file the
-// text other gives about its counterpart, for a folder "[contains changes]"
-// when something beneath it changed.
-QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t index, double size,
-                    double modified, int16_t attributes, std::string_view version,
+// WhatChanged: the text that tells how entry i of self differs from the
+// other snapshot. "[was not in other Snapshot]" when it has no counterpart;
+// for a file what its counterpart in other was (WhatItWas), empty without
+// other; for a folder "[contains changes]" when something beneath it
+// changed, otherwise empty.
+QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t i,
                     const CompareOptions& options);
-// The text for entry i of self (the negated-index form).
 QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
                     const CompareOptions& options);
+
+// WhatItWas, asked on the snapshot that holds entry index, the counterpart of
+// an entry with the given values: what index was where its values differ
+// from them, as "[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"; empty
+// when nothing differs or when either side's values could not be read.
+QString WhatItWas(const Snapshot& holder, int32_t index, double size, double modified,
+                  int16_t attributes, std::string_view version, const CompareOptions& options);
 
 // True when two modified times differ by more than the tolerance (and, when
 // clock changes are ignored, by more than the tolerance from one hour).

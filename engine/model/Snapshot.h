@@ -65,9 +65,10 @@ struct SnapshotEntry {
     // Set by the comparison, not saved; 0 after a scan or a load. A file:
     // the change bits (Change::Size, Date, Attributes, Version), 0 when
     // unchanged or without counterpart. A folder: 0 when nothing beneath it
-    // changed, above 0 when something did: 2 for an entry without
-    // counterpart or a changed file directly inside it, plus the status of
-    // every changed sub-folder. Only "above 0" means anything for a folder.
+    // changed, above 0 when something did: Change::InsideFolder for an entry
+    // without counterpart or a changed file directly inside it, plus the
+    // status of every changed sub-folder. Only "above 0" means anything for
+    // a folder.
     int16_t status = 0;
 
     bool isFolder() const { return attributes & Attribute::Folder; }

@@ -37,11 +37,22 @@ QString ExportDialog::fileFilter() {
 ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
     setObjectName(QStringLiteral("frmExport"));
     setWindowTitle(QStringLiteral("Export File List"));
+    createControls();
+    layOutControls();
 
+    // The first choices, kept from then on for the run.
+    m_cboSepar->setCurrentIndex(CommaSeparator);
+    m_chkQuotes->setChecked(true);
+    connect(m_cboSepar, &QComboBox::currentIndexChanged, this, &ExportDialog::choicesChanged);
+    connect(m_chkQuotes, &QCheckBox::toggled, this, &ExportDialog::choicesChanged);
+    connect(m_chkFlags, &QCheckBox::toggled, this, &ExportDialog::choicesChanged);
+
+    useStandardDialogs();
+}
+
+void ExportDialog::createControls() {
     m_lstField = new QListWidget(this);
     m_lstField->setObjectName(QStringLiteral("lstField"));
-    auto* fieldsLabel = new QLabel(QStringLiteral("&Fields:"), this);
-    fieldsLabel->setBuddy(m_lstField);
     connect(m_lstField, &QListWidget::itemChanged, this, &ExportDialog::lstField_ItemCheck);
 
     m_cmdUp = new QPushButton(QStringLiteral("&Up"), this);
@@ -56,8 +67,6 @@ ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
     m_cboSepar = new QComboBox(this);
     m_cboSepar->setObjectName(QStringLiteral("cboSepar"));
     m_cboSepar->addItems(separatorNames());
-    auto* separatorLabel = new QLabel(QStringLiteral("Field &Separator:"), this);
-    separatorLabel->setBuddy(m_cboSepar);
 
     m_chkQuotes = new QCheckBox(QStringLiteral("&All values in quotes (except Custom)"), this);
     m_chkQuotes->setObjectName(QStringLiteral("chkQuotes"));
@@ -69,16 +78,23 @@ ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
     m_txtPreview->setReadOnly(true);
     m_txtPreview->setLineWrapMode(QPlainTextEdit::NoWrap);
     m_txtPreview->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    auto* previewLabel = new QLabel(QStringLiteral("Preview:"), this);
 
     m_cmdOK = new QPushButton(QStringLiteral("OK"), this);
     m_cmdOK->setObjectName(QStringLiteral("cmdOK"));
     m_cmdOK->setDefault(true);
     connect(m_cmdOK, &QPushButton::clicked, this, &ExportDialog::cmdOK_Click);
-    auto* cancel = new QPushButton(QStringLiteral("Cancel"), this);
-    cancel->setObjectName(QStringLiteral("cmdCancel"));
-    cancel->setAutoDefault(false);
-    connect(cancel, &QPushButton::clicked, this, &ExportDialog::cmdCancel_Click);
+    m_cmdCancel = new QPushButton(QStringLiteral("Cancel"), this);
+    m_cmdCancel->setObjectName(QStringLiteral("cmdCancel"));
+    m_cmdCancel->setAutoDefault(false);
+    connect(m_cmdCancel, &QPushButton::clicked, this, &ExportDialog::cmdCancel_Click);
+}
+
+void ExportDialog::layOutControls() {
+    auto* fieldsLabel = new QLabel(QStringLiteral("&Fields:"), this);
+    fieldsLabel->setBuddy(m_lstField);
+    auto* separatorLabel = new QLabel(QStringLiteral("Field &Separator:"), this);
+    separatorLabel->setBuddy(m_cboSepar);
+    auto* previewLabel = new QLabel(QStringLiteral("Preview:"), this);
 
     auto* shift = new QVBoxLayout;
     shift->addStretch();
@@ -96,7 +112,7 @@ ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
     auto* buttons = new QHBoxLayout;
     buttons->addStretch();
     buttons->addWidget(m_cmdOK);
-    buttons->addWidget(cancel);
+    buttons->addWidget(m_cmdCancel);
     options->addLayout(buttons);
 
     auto* layout = new QGridLayout(this);
@@ -114,14 +130,9 @@ ExportDialog::ExportDialog(QWidget* parent) : QDialog(parent) {
                           3;
     m_lstField->setMinimumHeight(rowHeight * 15 + 2 * m_lstField->frameWidth());
     resize(640, 520);
+}
 
-    // The first choices, kept from then on for the run.
-    m_cboSepar->setCurrentIndex(CommaSeparator);
-    m_chkQuotes->setChecked(true);
-    connect(m_cboSepar, &QComboBox::currentIndexChanged, this, &ExportDialog::choicesChanged);
-    connect(m_chkQuotes, &QCheckBox::toggled, this, &ExportDialog::choicesChanged);
-    connect(m_chkFlags, &QCheckBox::toggled, this, &ExportDialog::choicesChanged);
-
+void ExportDialog::useStandardDialogs() {
     chooseFile = [this](const QString& proposed, const QString& filter) {
         return QFileDialog::getSaveFileName(this, QStringLiteral("Export Current List"), proposed,
                                             filter);

@@ -77,6 +77,12 @@ public:
     QPushButton* okButton() const { return m_cmdOK; }
 
 private:
+    // The constructor's steps: the controls with what each runs, where they
+    // sit, and the system's own dialogs behind chooseFile, askText and
+    // message.
+    void createControls();
+    void layOutControls();
+    void useStandardDialogs();
     void loadFieldList();
     void lstField_ItemCheck(QListWidgetItem* item);
     void choicesChanged();
@@ -96,6 +102,7 @@ private:
     QCheckBox* m_chkFlags = nullptr;
     QPlainTextEdit* m_txtPreview = nullptr;
     QPushButton* m_cmdOK = nullptr;
+    QPushButton* m_cmdCancel = nullptr;
 };
 
 } // namespace kestrel::output

@@ -444,7 +444,7 @@ void ConfigDialog::optionChanged(Key key) {
         break;
     case Key::Faster:
         // Last: answering No clears the box again, through this same path.
-        if (m_options.value(Key::Faster) != 0)
+        if (m_options.isOn(Key::Faster))
             chkFaster_Checked();
         break;
     default:
@@ -478,11 +478,11 @@ void ConfigDialog::showTexts() {
 }
 
 void ConfigDialog::showEnabling() {
-    const bool attributes = m_options.value(Key::Attrib) != 0;
+    const bool attributes = m_options.isOn(Key::Attrib);
     for (Key key : {Key::Read, Key::Hidden, Key::System, Key::Archive})
         m_boxes[key]->setEnabled(attributes);
-    m_boxes[Key::Scroll]->setEnabled(m_options.value(Key::Synch) != 0);
-    m_lists[Key::Limit]->setEnabled(m_options.value(Key::Always) != 0);
+    m_boxes[Key::Scroll]->setEnabled(m_options.isOn(Key::Synch));
+    m_lists[Key::Limit]->setEnabled(m_options.isOn(Key::Always));
 }
 
 void ConfigDialog::paintSamples() {

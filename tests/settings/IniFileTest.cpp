@@ -89,4 +89,28 @@ TEST_F(IniFileTest, WrittenWholeOrNotAtAllAndNeverThroughALink) {
     }
 }
 
+// The frame's numbers are read leniently: a fraction rounds, damaged or
+// absurd text keeps what the frame has; only 1 and 2 are special states.
+TEST_F(IniFileTest, PlacementReadsWhatItCanAndKeepsTheRest) {
+    ASSERT_TRUE(writeBytes(iniPath(), "[Main]\nTop=1200.6\nLeft=wide\nHeight=1e12\n"
+                                      "Window=2.2\n"));
+    const IniFile ini(iniPath());
+    const kestrel::settings::FramePlacement present{1, 2, 3, 4};
+    const auto read = ini.readFramePlacement(present);
+    EXPECT_EQ(read.top, 1201);
+    EXPECT_EQ(read.left, 2);
+    EXPECT_EQ(read.height, 3);
+    EXPECT_EQ(read.width, 4);
+    EXPECT_EQ(ini.readFrameState(), kestrel::settings::FrameState::Maximised);
+    ASSERT_TRUE(ini.writeString(u"Main"_s, u"Window"_s, u"3"_s));
+    EXPECT_EQ(ini.readFrameState(), kestrel::settings::FrameState::Normal);
+
+    // The dialog's folders go back as they came; an empty one is no key.
+    ini.writeScanFolders({u"/home/ann"_s, QString(), u"/home/ann/bin"_s});
+    EXPECT_EQ(ini.readString(u"Main"_s, u"Drive"_s, u"none"_s), u"none"_s);
+    const kestrel::settings::ScanFolders folders = ini.readScanFolders();
+    EXPECT_EQ(folders.folder, u"/home/ann"_s);
+    EXPECT_EQ(folders.versionFolder, u"/home/ann/bin"_s);
+}
+
 } // namespace

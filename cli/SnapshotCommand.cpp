@@ -1,0 +1,169 @@
+#include "Commands.h"
+
+#include "CommandSupport.h"
+#include "EntryText.h"
+#include "TerminalProgress.h"
+
+#include "engine/file/FileWriting.h"
+#include "engine/file/SaveBehind.h"
+#include "engine/file/SnapshotFile.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
+#include "engine/support/Paths.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+#include <optional>
+
+namespace kestrel::cli {
+
+using namespace engine;
+
+namespace {
+
+const QString Description = QStringLiteral(
+    "Takes a snapshot of FOLDER and saves it in DIR (the current folder by default) as\n"
+    "FOLDER.#01 ... .#99, numbered one past the highest number there; when FOLDER.#99\n"
+    "exists the series is full and nothing is replaced unless named with --output.\n"
+    "Prints the summary on standard error and the path written on standard output.\n"
+    "Folders that could not be read are recorded as such and their paths printed on\n"
+    "standard error. Exit status: 0 saved, 3 saved with folders that could not be\n"
+    "read, 2 trouble.");
+
+struct SnapshotOptions {
+    QCommandLineOption output{QStringLiteral("output"), QStringLiteral("Save as FILE."),
+                              QStringLiteral("FILE")};
+    QCommandLineOption dir{QStringLiteral("dir"),
+                           QStringLiteral("Keep the numbered snapshot file in DIR."),
+                           QStringLiteral("DIR")};
+    QCommandLineOption noRecurse{QStringLiteral("no-recurse"),
+                                 QStringLiteral("Leave out the contents of sub-folders.")};
+    QCommandLineOption noHidden{QStringLiteral("no-hidden"),
+                                QStringLiteral("Leave out hidden and system items.")};
+    QCommandLineOption versions{
+        QStringLiteral("versions"),
+        QStringLiteral("Record the version of Windows executables in FOLDER and beneath it."),
+        QStringLiteral("FOLDER")};
+    QCommandLineOption title{QStringLiteral("title"), QStringLiteral("The snapshot's title."),
+                             QStringLiteral("TEXT")};
+    QCommandLineOption meterLevel{
+        QStringLiteral("meter"),
+        QStringLiteral("Progress feedback: 0 faster processing, 1 standard, 2 maximum."),
+        QStringLiteral("0|1|2"), QStringLiteral("1")};
+
+    void addTo(QCommandLineParser& parser) const {
+        parser.addPositionalArgument(QStringLiteral("FOLDER"),
+                                     QStringLiteral("The folder to scan."));
+        parser.addOptions({output, dir, noRecurse, noHidden, versions, title, meterLevel});
+    }
+};
+
+// The options that exclude each other, and the meter level; nothing, with
+// the reason printed, when they are not usable.
+std::optional<int> checkedMeterLevel(const QCommandLineParser& p, const SnapshotOptions& o) {
+    if (p.isSet(o.output) && p.isSet(o.dir)) {
+        printError(QStringLiteral("Usage"),
+                   QStringLiteral("--output and --dir exclude each other"));
+        return std::nullopt;
+    }
+    bool levelOk = false;
+    const int level = p.value(o.meterLevel).toInt(&levelOk);
+    if (!levelOk || level < 0 || level > 2) {
+        printError(QStringLiteral("Usage"), QStringLiteral("--meter takes 0, 1 or 2"));
+        return std::nullopt;
+    }
+    return level;
+}
+
+// The scan itself records a folder it cannot list as one nameless entry; a
+// folder named here that is not there is a mistake worth saying so.
+bool checkFolder(const QString& folder) {
+    const PathInfo folderInfo = pathInfo(nativeBytes(folder));
+    if (!folderInfo.exists) {
+        printError(QStringLiteral("Folder Not Found"),
+                   storedPath(folder) + QStringLiteral(" does not exist"));
+        return false;
+    }
+    if (!folderInfo.folder) {
+        printError(QStringLiteral("Not a Folder"),
+                   storedPath(folder) + QStringLiteral(" is not a folder"));
+        return false;
+    }
+    return true;
+}
+
+// The file to save: --output as given, otherwise the next number of the
+// folder's series in --dir. Empty, with the reason printed, when the series
+// is full.
+QString snapshotPath(const QCommandLineParser& p, const SnapshotOptions& o, const QString& folder) {
+    if (p.isSet(o.output))
+        return QFileInfo(p.value(o.output)).absoluteFilePath();
+    const QString keepIn =
+        withSeparator(absoluteFolder(p.isSet(o.dir) ? p.value(o.dir) : QStringLiteral(".")));
+    const QString path = keepIn + NextSnapshotName(SnapshotBaseName(storedPath(folder)), keepIn);
+    // The next name is taken only when the 99th exists: nothing is replaced
+    // unless named with --output.
+    if (nameTaken(path)) {
+        printError(QStringLiteral("Error Writing Snapshot"),
+                   path + QStringLiteral(" exists: the series is full"));
+        return QString();
+    }
+    return path;
+}
+
+// The folders that could not be read and the path written; the exit status.
+int printSaved(const Snapshot& snapshot, const QString& summary, const QString& path) {
+    printLine(stderr, summary);
+    const std::vector<int32_t> unreadable = UnreadableFolders(snapshot);
+    for (const int32_t folder : unreadable)
+        printLine(stderr, QStringLiteral("Could not be read: ") + snapshot.header.rootFolder +
+                              escapedPath(snapshot.relativePath(folder)));
+    printLine(stdout, path);
+    return unreadable.empty() ? ExitOk : ExitUnreadable;
+}
+
+} // namespace
+
+int snapshotCommand(const QStringList& arguments) {
+    CommandLine cl(Description);
+    QCommandLineParser& p = cl.parser;
+    const SnapshotOptions o;
+    o.addTo(p);
+    if (!cl.parse(arguments, 1, QStringLiteral("kestrel-cli snapshot FOLDER [options]")))
+        return ExitTrouble;
+    const std::optional<int> level = checkedMeterLevel(p, o);
+    if (!level)
+        return ExitTrouble;
+    const QString folder = absoluteFolder(p.positionalArguments().at(0));
+    if (!checkFolder(folder))
+        return ExitTrouble;
+    const QString path = snapshotPath(p, o, folder);
+    if (path.isEmpty())
+        return ExitTrouble;
+
+    Snapshot snapshot;
+    snapshot.header.recurse = !p.isSet(o.noRecurse);
+    snapshot.header.hidden = !p.isSet(o.noHidden);
+    ScanSettings settings;
+    settings.meterLevel = *level;
+    if (p.isSet(o.versions)) {
+        snapshot.header.versions = true;
+        settings.versionFolder = absoluteFolder(p.value(o.versions));
+    }
+    // A file named without a snapshot number is the first of its series.
+    const int16_t number = std::max<int16_t>(SnapshotNumberFromName(path), 1);
+    snapshot.header.title =
+        p.isSet(o.title) ? p.value(o.title) : NewSnapshotTitle(storedPath(folder), number, false);
+    snapshot.header.fileName = path;
+    snapshot.header.rootFolder = scannedRoot(folder);
+    TerminalProgress view;
+    ProgressMeter meter(&view);
+    const ScanAndSaveOutcome done = ScanAndSaveSnapshot(snapshot, settings, meter);
+    if (!scanSucceeded(done.scan) || !succeeded(done.save))
+        return ExitTrouble;
+    return printSaved(snapshot, done.scan.summary, path);
+}
+
+} // namespace kestrel::cli
