@@ -8,6 +8,8 @@
 #                                    (default 30), then every test again under
 #                                    AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./dev.sh fuzz NAME [SECONDS]     one fuzzer for SECONDS (default 600), corpus kept
+#   ./dev.sh format                  lay out every source file as .clang-format says
+#                                    (CI checks that nothing differs)
 #   ./dev.sh build                   install what is missing and build only
 #   ./dev.sh bench [ARGS...]         build and run kestrel-bench with ARGS
 #   ./dev.sh package                 build the Debian package kestrel_*.deb here
@@ -25,6 +27,8 @@ packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
           poppler-utils python3)
 # clang and its runtimes: AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer.
 checked_packages=(clang-14 libclang-rt-14-dev)
+# The formatter whose layout the tree keeps.
+format_packages=(clang-format-14 git)
 
 # The fuzzers and the seed kinds each starts from (see fuzz/FuzzTargets.h).
 fuzzers=(snapshot_reader:snapshot,v2:snapshot v2_import:v2,snapshot:snapshot
@@ -107,6 +111,20 @@ run_fuzzers() {
     done
 }
 
+# The tracked sources, for the formatter.
+sources() {
+    git -C "$here" ls-files -z '*.cpp' '*.h' '*.c'
+}
+
+# Every source file laid out as .clang-format says, or the files that are not
+# named with what differs.
+format_check() {
+    packages+=("${format_packages[@]}")
+    install_missing
+    echo "Checking the layout of the sources (clang-format-14)" >&2
+    (cd "$here" && sources | xargs -0 clang-format-14 --dry-run -Werror)
+}
+
 # The fuzzers first, so that the run ends with the test summary.
 checked_steps() {
     build_checked
@@ -124,6 +142,7 @@ run)
     exec "$build/bin/kestrel" "$@"
     ;;
 test)
+    [ "${KESTREL_CHECKED:-0}" = 1 ] && format_check
     install_missing
     configure_and_build
     (cd "$build" && QT_QPA_PLATFORM=offscreen ctest --output-on-failure --parallel "$jobs" "$@")
@@ -133,6 +152,11 @@ test)
     ;;
 checked)
     checked_steps "${1:-30}"
+    ;;
+format)
+    packages+=("${format_packages[@]}")
+    install_missing
+    (cd "$here" && sources | xargs -0 clang-format-14 -i)
     ;;
 fuzz)
     [ $# -ge 1 ] || { echo "usage: $0 fuzz NAME [SECONDS]" >&2; exit 2; }

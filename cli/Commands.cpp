@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include "CommandSupport.h"
+#include "engine/support/Errors.h"
 
 #include <cstdio>
 
@@ -46,20 +47,33 @@ int run(const QStringList& arguments) {
         std::printf("kestrel-cli %s\n", KESTREL_VERSION);
         return ExitOk;
     }
-    if (command == QLatin1String("snapshot"))
-        return snapshotCommand(rest);
-    if (command == QLatin1String("list"))
-        return listCommand(rest);
-    if (command == QLatin1String("info"))
-        return infoCommand(rest);
-    if (command == QLatin1String("convert"))
-        return convertCommand(rest);
-    if (command == QLatin1String("compare"))
-        return compareCommand(rest);
-    if (command == QLatin1String("export"))
-        return exportCommand(rest);
-    if (command == QLatin1String("report"))
-        return reportCommand(rest);
+    // Each command with the title its unexpected failures are told under.
+    struct Command {
+        const char* name;
+        int (*run)(const QStringList&);
+        const char* failureTitle;
+    };
+    static const Command commands[] = {
+        {"snapshot", snapshotCommand, "Error"},
+        {"list", listCommand, "Error"},
+        {"info", infoCommand, "Invalid Snapshot"},
+        {"convert", convertCommand, "Error Writing Snapshot"},
+        {"compare", compareCommand, "Error"},
+        {"export", exportCommand, "Error Writing Snapshot"},
+        {"report", reportCommand, "Printing Error"},
+    };
+    for (const Command& c : commands) {
+        if (command != QLatin1String(c.name))
+            continue;
+        // Running out of memory, or a thread that cannot start, ends the
+        // command with a message and exit status 2, never with an abort.
+        try {
+            return c.run(rest);
+        } catch (...) {
+            printError(QLatin1String(c.failureTitle), engine::caughtError().text);
+            return ExitTrouble;
+        }
+    }
     printError(QStringLiteral("Usage"), QStringLiteral("unknown command \"%1\"").arg(command));
     std::fputs(kUsage, stderr);
     return ExitTrouble;

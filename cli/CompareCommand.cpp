@@ -34,9 +34,9 @@ const QString Description = QStringLiteral(
     "root; folders end with /. Lines come in path order, whatever order the file systems\n"
     "listed the folders in: name by name from the top, names compared byte by byte\n"
     "(UTF-8, as LC_ALL=C sort does), each folder followed by its contents; the summary\n"
-    "line goes to standard error. A folder that one side could not list is shown as its\n"
-    "path and \" (unreadable)\" on that side's line; values that could not be read are\n"
-    "\"unknown\" and never compared.\n"
+    "line goes to standard error. A folder that one side could not list is shown as ?,\n"
+    "its path and \" (unreadable)\", never as an addition or deletion; values that could\n"
+    "not be read are \"unknown\" and never compared.\n"
     "Nothing is ignored unless asked; versions are compared only when both snapshots\n"
     "recorded them. Exit status: 0 no differences, 1 differences, 2 trouble.");
 

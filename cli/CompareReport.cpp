@@ -67,11 +67,13 @@ CompareReport::CompareReport(Format format, const Snapshot& newer, const Snapsho
 void CompareReport::difference(const Difference& d) {
     const bool inOld = d.kind == Difference::OnlyInOld;
     const Snapshot& s = inOld ? m_old : m_new;
-    const QString change(QLatin1Char(char(d.kind)));
     if (s.entry(d.index).isUnreadableMarker()) {
-        unreadable(change, s, d.index);
+        // What the folder holds on that side is not known: no addition or
+        // deletion is claimed.
+        unreadable(QStringLiteral("?"), s, d.index);
         return;
     }
+    const QString change(QLatin1Char(char(d.kind)));
     const QString path = s.relativePath(d.index);
     const QString was =
         d.kind == Difference::Changed ? WhatChanged(m_new, m_old, d.index, m_options) : QString();

@@ -356,16 +356,22 @@ bool writeExportLines(ExportLines& lines, QIODevice& device) {
 }
 
 Outcome writeExportFile(const QString& path, ExportLines& lines) {
-    engine::AtomicFile file(path);
-    const bool written =
-        file.open() &&
-        writeExportLines(lines, [&file](std::string_view bytes) { return file.append(bytes); }) &&
-        file.commit();
-    if (!written)
-        return Outcome::failure(
-            UserMessage{WriteErrorTitle, file.errorText(), MessageIcon::Exclamation},
-            engine::ErrorCode::SystemError);
-    return Outcome::success();
+    // No memory for a block of lines, or a helper thread that cannot start,
+    // is told like a write error; the file that was there stays.
+    return engine::guardedOperation(WriteErrorTitle, [&] {
+        engine::AtomicFile file(path);
+        const bool written = file.open() &&
+                             writeExportLines(lines,
+                                              [&file](std::string_view bytes) {
+                                                  return file.append(bytes);
+                                              }) &&
+                             file.commit();
+        if (!written)
+            return Outcome::failure(
+                UserMessage{WriteErrorTitle, file.errorText(), MessageIcon::Exclamation},
+                engine::ErrorCode::SystemError);
+        return Outcome::success();
+    });
 }
 
 } // namespace kestrel::output

@@ -234,10 +234,11 @@ Outcome composeReport(const ShownList& list, const ReportSettings& settings, QPa
             }
         }
         composer.footer();
-    } catch (const engine::RuntimeError& e) {
-        // A difference text of a damaged snapshot.
+    } catch (...) {
+        // A difference text of a damaged snapshot, or no memory left for
+        // the laid-out lines.
         document.clear();
-        return printingError(e.text());
+        return printingError(engine::caughtError().text);
     }
     return Outcome::success();
 }
@@ -269,11 +270,13 @@ Outcome paintReport(const ReportDocument& document, QPagedPaintDevice& device) {
 Outcome printReport(const ShownList& list, const ReportSettings& settings,
                     QPagedPaintDevice& device, engine::ProgressMeter& meter) {
     const engine::MeterCloser closer(meter);
-    ReportDocument document;
-    const Outcome composed = composeReport(list, settings, device, meter, document);
-    if (!composed.ok)
-        return composed;
-    return paintReport(document, device);
+    return engine::guardedOperation(QLatin1String(PrintingErrorTitle), [&] {
+        ReportDocument document;
+        const Outcome composed = composeReport(list, settings, device, meter, document);
+        if (!composed.ok)
+            return composed;
+        return paintReport(document, device);
+    });
 }
 
 QPageLayout defaultPdfLayout(QPageLayout::Orientation orientation) {
@@ -287,21 +290,23 @@ Outcome writeReportPdf(const QString& path, const ShownList& list, const ReportS
     engine::AtomicFile file(path);
     if (!file.open())
         return printingError(file.errorText());
-    QBuffer pdf;
-    pdf.open(QIODevice::WriteOnly);
-    {
-        QPdfWriter writer(&pdf);
-        writer.setResolution(resolution);
-        writer.setPageLayout(layout);
-        writer.setCreator(QStringLiteral("Kestrel " KESTREL_VERSION));
-        writer.setTitle(list.title);
-        const Outcome printed = printReport(list, settings, writer, meter);
-        if (!printed.ok)
-            return printed;
-    }
-    if (!file.append(pdf.data().constData(), size_t(pdf.size())) || !file.commit())
-        return printingError(file.errorText());
-    return Outcome::success();
+    return engine::guardedOperation(QLatin1String(PrintingErrorTitle), [&] {
+        QBuffer pdf;
+        pdf.open(QIODevice::WriteOnly);
+        {
+            QPdfWriter writer(&pdf);
+            writer.setResolution(resolution);
+            writer.setPageLayout(layout);
+            writer.setCreator(QStringLiteral("Kestrel " KESTREL_VERSION));
+            writer.setTitle(list.title);
+            const Outcome printed = printReport(list, settings, writer, meter);
+            if (!printed.ok)
+                return printed;
+        }
+        if (!file.append(pdf.data().constData(), size_t(pdf.size())) || !file.commit())
+            return printingError(file.errorText());
+        return Outcome::success();
+    });
 }
 
 } // namespace kestrel::output

@@ -35,16 +35,38 @@ std::optional<int16_t> nextNumber(MainWindow& frame, const SnapshotWindow& windo
     return int16_t(window.number() + 1);
 }
 
-// The name Save As proposes: the next free numbered name of the root
-// folder's base name, beside the snapshot's file or in the folder the file
-// dialogs used last; without either, the bare name.
-QString proposedSaveName(const MainWindow& frame, const engine::SnapshotHeader& header) {
-    const QString lastFolder = frame.lastFolder();
-    const QString folder =
-        header.fileName.isEmpty()
-            ? (lastFolder.isEmpty() ? QString() : engine::withSeparator(lastFolder))
-            : engine::withSeparator(QFileInfo(header.fileName).absolutePath());
-    return folder + engine::NextSnapshotName(engine::SnapshotBaseName(header.rootFolder), folder);
+// The folder of the window's series: that of its own file, else that of the
+// saved snapshot it repeats or branches from; empty for a snapshot made from
+// nothing saved.
+QString seriesFolderOf(const SnapshotWindow& window) {
+    const engine::SnapshotHeader& header = window.snapshot().header;
+    if (!header.fileName.isEmpty())
+        return QFileInfo(header.fileName).absolutePath();
+    return window.seriesFolder();
+}
+
+// The name Save As proposes: the next numbered name of the root folder's base
+// name in the window's series folder, else in the folder the file dialogs
+// used last; without either, the bare name.
+QString proposedSaveName(const MainWindow& frame, const SnapshotWindow& window) {
+    QString series = seriesFolderOf(window);
+    if (series.isEmpty())
+        series = frame.lastFolder();
+    const QString folder = series.isEmpty() ? QString() : engine::withSeparator(series);
+    const QString base = engine::SnapshotBaseName(window.snapshot().header.rootFolder);
+    return folder + engine::NextSnapshotName(base, folder);
+}
+
+// Scans the next snapshot of window's series, of folder, and keeps the new
+// window in the same series folder.
+void scanNextOfSeries(MainWindow& frame, const SnapshotWindow& window, const QString& folder,
+                      int16_t number) {
+    const engine::SnapshotHeader& header = window.snapshot().header;
+    const QString series = seriesFolderOf(window);
+    if (!frame.NewSnapshot(folder, header.recurse, header.hidden, header.versions, number))
+        return;
+    if (SnapshotWindow* made = frame.activeSnapshotWindow(); made && made != &window)
+        made->setSeriesFolder(series);
 }
 
 } // namespace
@@ -65,7 +87,7 @@ void mnuFileSaveAs_Click(MainWindow& frame, SnapshotWindow& window) {
     if (frame.busy())
         return;
     engine::SnapshotHeader& header = window.snapshot().header;
-    const QString path = frame.askSaveFileName(proposedSaveName(frame, header));
+    const QString path = frame.askSaveFileName(proposedSaveName(frame, window));
     if (path.isEmpty())
         return;
 
@@ -99,8 +121,7 @@ void mnuFileRepeat_Click(MainWindow& frame, SnapshotWindow& window) {
     const std::optional<int16_t> next = nextNumber(frame, window);
     if (!next)
         return;
-    const engine::SnapshotHeader& header = window.snapshot().header;
-    frame.NewSnapshot(header.rootFolder, header.recurse, header.hidden, header.versions, *next);
+    scanNextOfSeries(frame, window, window.snapshot().header.rootFolder, *next);
 }
 
 void mnuFileBranch_Click(MainWindow& frame, SnapshotWindow& window) {
@@ -114,9 +135,7 @@ void mnuFileBranch_Click(MainWindow& frame, SnapshotWindow& window) {
     const std::optional<int16_t> next = nextNumber(frame, window);
     if (!next)
         return;
-    const engine::SnapshotHeader& header = window.snapshot().header;
-    frame.NewSnapshot(header.rootFolder + window.rootKey(), header.recurse, header.hidden,
-                      header.versions, *next);
+    scanNextOfSeries(frame, window, window.snapshot().header.rootFolder + window.rootKey(), *next);
 }
 
 void mnuFileProps_Click(MainWindow& frame, SnapshotWindow& window) {

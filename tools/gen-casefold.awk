@@ -180,6 +180,8 @@ END {
     print "" > source
     print "namespace kestrel::engine {" > source
     print "" > source
+    print "// The tables keep the generator's layout, a row per block." > source
+    print "// clang-format off" > source
 
     print "const " indexType " kFoldBlockIndex[" blockCount "] = {" > source
     line = ""
@@ -233,6 +235,7 @@ END {
         print "    {" row "}, // " sprintf("U+%04X", cp) > source
     }
     print "};" > source
+    print "// clang-format on" > source
     print "" > source
     print "} // namespace kestrel::engine" > source
 

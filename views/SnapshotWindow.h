@@ -71,6 +71,12 @@ public:
     bool changed() const { return m_changed; }
     void setChanged(bool changed) { m_changed = changed; }
 
+    // Where a snapshot not saved yet is proposed to be saved: beside the
+    // snapshot it repeats or branches from, so a series stays in one folder.
+    // Empty when it was made from nothing saved.
+    QString seriesFolder() const { return m_seriesFolder; }
+    void setSeriesFolder(const QString& folder) { m_seriesFolder = folder; }
+
     QString caption() const { return windowTitle(); }
     void setCaption(const QString& caption) { setWindowTitle(caption); }
 
@@ -233,6 +239,7 @@ private:
     engine::FolderIndex m_folders;
     int16_t m_number = 0;
     bool m_changed = false;
+    QString m_seriesFolder;
 
     FolderTreeModel* m_treeModel = nullptr;
     FileGridModel* m_gridModel = nullptr;

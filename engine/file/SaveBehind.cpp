@@ -40,8 +40,10 @@ int digitCount(int64_t value) {
 // The entries the snapshot file at path holds, by its capacity item, when it
 // is one of rootFolder; 0 when it is none, or of another folder.
 int32_t entriesOfSnapshotFile(const QString& path, const QString& rootFolder) {
+    // The name may be one another user planted in a shared folder: a link or
+    // anything but a regular file is no snapshot to learn from.
     QFile file(path);
-    if (!openForReading(file, QIODevice::ReadOnly))
+    if (!openForReading(file, QIODevice::ReadOnly, LinkRule::Refuse))
         return 0;
     // The title and header lines are at the start; a file whose header does
     // not fit in this much is not worth reading further for a guess.

@@ -148,18 +148,11 @@ int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserM
     return capacityItem(entryLines);
 }
 
-bool openForReading(QFile& file, QIODevice::OpenMode mode) {
-    // Opened without waiting for a writer, then looked at before any read.
+bool openForReading(QFile& file, QIODevice::OpenMode mode, LinkRule links) {
     const int fd =
-        ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        openRegularFileAt(AT_FDCWD, QFile::encodeName(file.fileName()).constData(), links);
     if (fd < 0)
         return false;
-    struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
-        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
-        ::close(fd);
-        return false;
-    }
     return file.open(fd, mode, QFileDevice::AutoCloseHandle);
 }
 
@@ -323,12 +316,20 @@ QString NextSnapshotName(const QString& base, const QString& folder) {
 }
 
 QString SnapshotBaseName(const QString& rootFolder) {
+    // A POSIX root is stored text in which a backslash belongs to a name
+    // (an escaped byte, or a backslash the name holds): only "/" separates.
+    const bool posix = nameMatchingOfRoot(rootFolder) == NameMatching::Exact;
+    const auto isSeparator = [posix](QChar c) {
+        return c == QLatin1Char('/') || (!posix && c == QLatin1Char('\\'));
+    };
     QString path = rootFolder;
-    while (path.size() > 1 && (path.endsWith(QLatin1Char('/')) || path.endsWith(QLatin1Char('\\'))))
+    while (path.size() > 1 && isSeparator(path.back()))
         path.chop(1);
     if (path == QLatin1String("/") || path.isEmpty())
         return QStringLiteral("ROOT");
-    const qsizetype cut = std::max(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
+    qsizetype cut = path.size() - 1;
+    while (cut >= 0 && !isSeparator(path.at(cut)))
+        --cut;
     return path.mid(cut + 1);
 }
 

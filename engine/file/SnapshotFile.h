@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/support/Errors.h"
+#include "engine/support/RegularFile.h"
 
 #include <QFile>
 #include <QIODevice>
@@ -75,10 +76,11 @@ int32_t capacityItem(int32_t n);
 // user how many entries the file lacks.
 int32_t fittedCapacity(int32_t capacity, int32_t entryLines, std::optional<UserMessage>& notice);
 
-// Opens file (its name set) for reading with mode. Only a regular file, or a
-// link to one, opens: a pipe would keep the reader waiting for ever and a
-// device may never end. False when it does not open.
-bool openForReading(QFile& file, QIODevice::OpenMode mode);
+// Opens file (its name set) for reading with mode. Only a regular file opens,
+// through a link when links is Follow: a pipe would keep the reader waiting
+// for ever (or release a writer waiting on it) and a device may never end or
+// act on being opened; neither is opened at all. False when it does not open.
+bool openForReading(QFile& file, QIODevice::OpenMode mode, LinkRule links = LinkRule::Follow);
 
 // The most entries a file of the given length can hold when each takes at
 // least minimumBytes (-1 when the length is unknown, as for a pipe).

@@ -5,6 +5,8 @@
 
 namespace kestrel::engine {
 
+// The tables keep the generator's layout, a row per block.
+// clang-format off
 const uint8_t kFoldBlockIndex[1957] = {
      0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  0,  0,  0, 10, 11, 12, 13, 14, 15, 16,
     17, 18, 19,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,
@@ -479,5 +481,6 @@ const char32_t kFoldMulti[73][3] = {
     {0x057E, 0x0576, 0}, // U+FB16
     {0x0574, 0x056D, 0}, // U+FB17
 };
+// clang-format on
 
 } // namespace kestrel::engine

@@ -1,5 +1,7 @@
 #include "FileVersion.h"
 
+#include "engine/support/RegularFile.h"
+
 #include <QFile>
 
 #include <algorithm>
@@ -331,34 +333,6 @@ private:
     int m_fd;
 };
 
-// Opens for reading the regular file lstat listed under name, or gives -1.
-// Another user who can write to the folder may put a FIFO or a device under
-// the name in the meantime, and opening one acts on it (a writer waiting on
-// a FIFO is let through, then dies of SIGPIPE), so what the name holds now
-// is first taken without opening it (O_PATH) and checked to be the file
-// listed, and then that file is opened through its descriptor, whatever the
-// name holds by then. Without O_PATH, or without /proc to open through, the
-// name itself is opened, without waiting for a FIFO's writer.
-int openListedFile(int dirFd, const char* name, const struct stat& listed) {
-    constexpr int ReadFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
-#ifdef O_PATH
-    const int held = ::openat(dirFd, name, O_PATH | O_NOFOLLOW | O_CLOEXEC);
-    if (held < 0)
-        return -1;
-    FdCloser closer(held);
-    struct stat st;
-    if (::fstat(held, &st) != 0 || !S_ISREG(st.st_mode) || st.st_dev != listed.st_dev ||
-        st.st_ino != listed.st_ino)
-        return -1;
-    char path[32];
-    std::snprintf(path, sizeof path, "/proc/self/fd/%d", held);
-    const int fd = ::open(path, ReadFlags);
-    if (fd >= 0 || errno != ENOENT)
-        return fd;
-#endif
-    return ::openat(dirFd, name, ReadFlags | O_NOFOLLOW | O_NONBLOCK);
-}
-
 } // namespace
 
 std::string formatFileVersion(FixedFileVersion version) {
@@ -392,7 +366,7 @@ std::string fileVersionTextAt(int dirFd, const char* name, const struct stat* li
     // writer waiting on it, opening a device can act on the device.
     if (!S_ISREG(listed->st_mode) || listed->st_size <= 0)
         return {};
-    const int fd = openListedFile(dirFd, name, *listed);
+    const int fd = openRegularFileAt(dirFd, name, LinkRule::Refuse, listed);
     if (fd < 0)
         return {};
     FdCloser closer(fd);

@@ -244,9 +244,14 @@ void ExportDialog::cmdOK_Click() {
     const QString path = chooseFile(proposed, fileFilter());
     if (path.isEmpty())
         return; // nothing written, the dialog stays
-    ExportLines lines(*m_list, m_fields, choices());
     QGuiApplication::setOverrideCursor(Qt::WaitCursor);
-    const engine::Outcome written = writeExportFile(path, lines);
+    // Running out of memory while the lines are made is told like a failed
+    // write, and the program goes on.
+    const engine::Outcome written =
+        engine::guardedOperation(QStringLiteral("Error Writing Snapshot"), [&] {
+            ExportLines lines(*m_list, m_fields, choices());
+            return writeExportFile(path, lines);
+        });
     QGuiApplication::restoreOverrideCursor();
     if (!written.ok && written.message)
         message(*written.message);

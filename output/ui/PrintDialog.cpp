@@ -13,6 +13,7 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPrintDialog>
+#include <QPaintEngine>
 #include <QPrintPreviewDialog>
 #include <QPrinter>
 #include <QPrinterInfo>
@@ -175,19 +176,22 @@ bool PrintDialog::Print(bool includeDifferences) {
     m_printer->setDocName(m_list->title);
     ReportSettings settings;
     settings.includeDifferences = includeDifferences;
-    engine::Outcome outcome;
-    if (printsToFile()) {
-        // Written in memory and saved whole: a cancelled report leaves no
-        // file, a failed one the file that was there.
-        outcome = writeReportPdf(m_printer->outputFileName(), *m_list, settings,
-                                 m_printer->pageLayout(), m_printer->resolution(), m_meter);
-    } else {
-        outcome = printReport(*m_list, settings, *m_printer, m_meter);
-    }
+    const engine::Outcome outcome = printTo(*m_printer, settings);
     m_printing = false;
     if (!outcome.ok && outcome.message)
         printingError(*outcome.message);
     return outcome.ok;
+}
+
+engine::Outcome PrintDialog::printTo(QPrinter& printer, const ReportSettings& settings) {
+    if (printer.outputFormat() == QPrinter::PdfFormat && !printer.outputFileName().isEmpty()) {
+        // Written in memory and saved whole, never through a link: a
+        // cancelled report leaves no file, a failed one the file that was
+        // there. The printer itself would open the name and write into it.
+        return writeReportPdf(printer.outputFileName(), *m_list, settings, printer.pageLayout(),
+                              printer.resolution(), m_meter);
+    }
+    return printReport(*m_list, settings, printer, m_meter);
 }
 
 void PrintDialog::PrintPreview(const ShownList& list) {
@@ -200,7 +204,14 @@ void PrintDialog::PrintPreview(const ShownList& list) {
                     return;
                 ReportSettings settings;
                 settings.includeDifferences = differences;
-                const engine::Outcome outcome = printReport(*m_list, settings, *printer, m_meter);
+                // The preview's pages are painted on a recording engine; the
+                // Print button of the preview hands over the real printer,
+                // which may be a PDF file.
+                const QPaintEngine* painting = printer->paintEngine();
+                const bool previewing = painting && painting->type() == QPaintEngine::Picture;
+                const engine::Outcome outcome = previewing
+                                                    ? printReport(*m_list, settings, *printer, m_meter)
+                                                    : printTo(*printer, settings);
                 if (!outcome.ok && outcome.message)
                     printingError(*outcome.message);
             });

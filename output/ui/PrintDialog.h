@@ -92,6 +92,9 @@ public:
 private:
     bool printsToFile() const;
     void showOrientation();
+    // The report of the list on printer: a PDF file is written whole
+    // through the safe writer, anything else is printed.
+    engine::Outcome printTo(QPrinter& printer, const ReportSettings& settings);
 
     engine::ProgressMeter& m_meter;
     std::unique_ptr<QPrinter> m_printer;

@@ -575,7 +575,16 @@ TEST_F(SnapshotFileTest, NextSnapshotName) {
 
 TEST(SnapshotNames, BaseNameAndNumber) {
     const std::pair<const char*, const char*> bases[] = {
-        {"/", "ROOT"}, {"/a/b/", "b"}, {"/a/b", "b"}, {"C:\\", "C:"}, {"C:\\Data\\", "Data"}};
+        {"/", "ROOT"},
+        {"/a/b/", "b"},
+        {"/a/b", "b"},
+        {"C:\\", "C:"},
+        {"C:\\Data\\", "Data"},
+        // A POSIX name keeps its escaped bytes and backslashes, so two folders
+        // never share one series.
+        {"/tmp/r\\xE9root/", "r\\xE9root"},
+        {"/tmp/q\\xE9root/", "q\\xE9root"},
+        {"/tmp/bs\\\\dir/", "bs\\\\dir"}};
     for (auto [root, base] : bases)
         EXPECT_EQ(SnapshotBaseName(QString::fromLatin1(root)), QString::fromLatin1(base)) << root;
 

@@ -262,6 +262,34 @@ private Q_SLOTS:
             QCOMPARE(unmatchedEntries(window->snapshot()), 0);
     }
 
+    // A repeat, or a branch, of a snapshot opened from anywhere is proposed
+    // beside the snapshot it comes from, one past the highest number there,
+    // whatever folder the file dialogs were in last.
+    void repeatsAreSavedBesideTheirSeries() {
+        const QString series = m_dir->filePath(u"series"_s);
+        QVERIFY(QDir().mkpath(series));
+        {
+            Frame frame(iniPath());
+            frame.saveAnswer = series + u"/Tree.#05"_s;
+            QVERIFY(frame->NewSnapshot(m_tree, true, false, false, 5));
+            shell::mnuFileSaveAs_Click(*frame.window, *frame->activeSnapshotWindow());
+        }
+        QVERIFY(QDir::setCurrent(m_tree + u"/sub"_s));
+        Frame frame(iniPath());
+        frame->setLastFolder(m_tree + u"/sub"_s);
+        shell::StartUp(*frame.window, {series + u"/Tree.#05"_s});
+        SnapshotWindow* five = frame->activeSnapshotWindow();
+        QVERIFY(five);
+        shell::mnuFileRepeat_Click(*frame.window, *five);
+        SnapshotWindow* six = frame->activeSnapshotWindow();
+        QVERIFY(six && six != five);
+        QCOMPARE(six->number(), 6);
+        QCOMPARE(six->caption(), u"Snapshot #6 of "_s + m_tree + u'/');
+        shell::mnuFileSaveAs_Click(*frame.window, *six);
+        QCOMPARE(frame.proposedSave, series + u"/Tree.#06"_s);
+        six->setChanged(false);
+    }
+
     // With "Naming" on, numbers 1 and 2 are the original and the final
     // snapshot; any other keeps its number.
     void newSnapshotTitles() {

@@ -448,6 +448,35 @@ private Q_SLOTS:
         };
         window->mnuFilePrintPreview_Click();
         QCOMPARE(pages, 1);
+
+        // The preview's Print button hands over the real printer; a PDF file
+        // chosen there is written whole by Kestrel, and never through a link
+        // planted at its name.
+        const QString pdf = path(u"Preview.pdf"_s);
+        const QString planted = path(u"Planted.pdf"_s);
+        const QString victim = path(u"victim"_s);
+        QVERIFY(QFile::link(victim, planted));
+        QStringList errors;
+        frame->printDialog().printingError = [&](const engine::UserMessage& m) {
+            errors << m.title + u": "_s + m.text;
+        };
+        for (const QString& target : {pdf, planted}) {
+            frame->printDialog().showPreview = [&](QPrintPreviewDialog& preview) {
+                auto* widget = preview.findChild<QPrintPreviewWidget*>();
+                QVERIFY(widget);
+                widget->updatePreview();
+                frame->printDialog().printer().setOutputFormat(QPrinter::PdfFormat);
+                frame->printDialog().printer().setOutputFileName(target);
+                widget->print();
+            };
+            window->mnuFilePrintPreview_Click();
+        }
+        QVERIFY(QFileInfo(pdf).size() > 0);
+        QCOMPARE(errors.size(), 1);
+        QVERIFY(errors.first().startsWith(u"Printing Error: "_s));
+        QVERIFY(errors.first().contains(planted));
+        QVERIFY(!QFileInfo::exists(victim));
+        QVERIFY(QFileInfo(planted).isSymLink());
     }
 };
 

@@ -444,6 +444,22 @@ TEST_F(HostileTreesTest, NoWriterFollowsALinkPlantedAtItsName) {
     EXPECT_EQ(kestrel::test::folderEntries(out),
               (QStringList{u"Kestrel.ini"_s, u"data.#01"_s, u"data.#02"_s, u"data.#03"_s,
                            u"data.#04"_s, u"data.#05"_s, u"data.#99"_s, u"planted"_s}));
+
+    // The snapshot a save learns its size from, the previous number or the
+    // name it replaces, is never a link: one to a FIFO with a writer waiting
+    // leaves the writer waiting.
+    QTemporaryDir seriesDir;
+    const QString series = seriesDir.path() + u'/';
+    const QString fifo = outside + u"fifo"_s;
+    ASSERT_EQ(::mkfifo(native(fifo).constData(), 0600), 0);
+    WaitingWriter writer(fifo);
+    plant(Plant{"to a FIFO", fifo}, series + u"data.#01"_s);
+    r = cli({u"snapshot"_s, data, u"--dir"_s, series});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(r.out.trimmed(), series + u"data.#02"_s);
+    r = cli({u"snapshot"_s, data, u"--output"_s, series + u"data.#01"_s});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(writer.stillWaiting());
 }
 
 // A FIFO with a writer waiting in open(), a socket and, where the tests

@@ -15,6 +15,7 @@
 #include <QTemporaryDir>
 
 #include <ctime>
+#include <new>
 
 using namespace kestrel;
 using namespace kestrel::output;
@@ -220,6 +221,17 @@ TEST_F(ExportLinesTest, ALongListWritesTheLinesInOrder) {
     full.open(QIODevice::WriteOnly);
     EXPECT_FALSE(writeExportLines(lines, full));
     EXPECT_LE(full.taken, 1500000);
+
+    // No memory left a few blocks in: the helpers are stopped and joined,
+    // and the failure reaches the caller rather than ending the program.
+    int blocks = 0;
+    EXPECT_THROW(writeExportLines(lines,
+                                  [&blocks](std::string_view) -> bool {
+                                      if (++blocks == 3)
+                                          throw std::bad_alloc();
+                                      return true;
+                                  }),
+                 std::bad_alloc);
 }
 
 // The export dialog's tests write a grid of 26 rows; an empty grid previews

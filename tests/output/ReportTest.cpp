@@ -18,6 +18,10 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+#include <cerrno>
+#include <cstring>
+#include <new>
+
 using namespace kestrel;
 using namespace kestrel::output;
 using kestrel::test::Node;
@@ -250,6 +254,35 @@ TEST_F(ReportTest, CancelledReportPrintsNothing) {
                                 defaultPdfLayout(QPageLayout::Portrait), PdfResolution, cancelling)
                      .ok);
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("new.pdf"))));
+}
+
+// Memory that runs out while the report is laid out is told under "Printing
+// Error" with the system's text, and the PDF that was there stays.
+TEST_F(ReportTest, RunningOutOfMemoryIsAPrintingError) {
+    std::vector<Node> files;
+    for (int i = 0; i < 2500; ++i)
+        files.push_back(Node::file("f" + std::to_string(i), i));
+    f.show(files);
+    kestrel::test::RecordingView view;
+    engine::ProgressMeter failing(&view);
+    view.onEvents = [&] {
+        if (!view.values.empty())
+            throw std::bad_alloc();
+    };
+    const QString path = dir.filePath(QStringLiteral("kept.pdf"));
+    {
+        QFile old(path);
+        ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+        old.write("old");
+    }
+    const engine::Outcome written = writeReportPdf(
+        path, f.list, {}, defaultPdfLayout(QPageLayout::Portrait), PdfResolution, failing);
+    EXPECT_FALSE(written.ok);
+    kestrel::test::expectMessage(written.message, QStringLiteral("Printing Error"),
+                                 QString::fromLocal8Bit(std::strerror(ENOMEM)),
+                                 engine::MessageIcon::Exclamation);
+    EXPECT_EQ(kestrel::test::readBytes(path), QByteArray("old"));
+    EXPECT_EQ(view.closed, 1);
 }
 
 // A full disk at any point of the PDF, its last bytes included: "Printing
