@@ -63,8 +63,8 @@ public:
     bool empty() override {
         detach();
         if (!system(QStringLiteral("losetup"),
-                    {QStringLiteral("--direct-io=on"), QStringLiteral("--find"), QStringLiteral("--show"),
-                     m_image},
+                    {QStringLiteral("--direct-io=on"), QStringLiteral("--find"),
+                     QStringLiteral("--show"), m_image},
                     m_why, &m_device))
             return false;
         return system(QStringLiteral("mount"), {m_device, m_mountPoint}, m_why);
@@ -102,8 +102,9 @@ std::unique_ptr<ColdCache> ColdCache::prepare(const QString& dir, const QString&
         if (QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty() &&
             !QFileInfo::exists(QStringLiteral("/usr/sbin/") + QLatin1String(tool)) &&
             !QFileInfo::exists(QStringLiteral("/sbin/") + QLatin1String(tool))) {
-            why = QStringLiteral("/proc/sys/vm/drop_caches cannot be written (%1) and %2 is missing")
-                      .arg(drop->why(), QLatin1String(tool));
+            why =
+                QStringLiteral("/proc/sys/vm/drop_caches cannot be written (%1) and %2 is missing")
+                    .arg(drop->why(), QLatin1String(tool));
             return nullptr;
         }
     }
@@ -119,12 +120,14 @@ std::unique_ptr<ColdCache> ColdCache::prepare(const QString& dir, const QString&
         const QString inodes = QString::number(entries + entries / 4 + 10000);
         const QString size = QStringLiteral("%1M").arg(512 + entries / 400);
         if (!system(QStringLiteral("truncate"), {QStringLiteral("-s"), size, image}, why) ||
-            !system(QStringLiteral("mkfs.ext4"),
-                    {QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-N"), inodes, image},
-                    why))
+            !system(
+                QStringLiteral("mkfs.ext4"),
+                {QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-N"), inodes, image},
+                why))
             return nullptr;
         if (!remounted->empty()) {
-            why = QStringLiteral("/proc/sys/vm/drop_caches cannot be written (%1), and mounting an image failed: %2")
+            why = QStringLiteral("/proc/sys/vm/drop_caches cannot be written (%1), and mounting an "
+                                 "image failed: %2")
                       .arg(drop->why(), remounted->why());
             return nullptr;
         }
@@ -135,8 +138,10 @@ std::unique_ptr<ColdCache> ColdCache::prepare(const QString& dir, const QString&
         marker.open(QIODevice::WriteOnly);
     }
     if (!remounted->empty()) {
-        why = QStringLiteral("/proc/sys/vm/drop_caches cannot be written (%1), and mounting an image failed: %2")
-                  .arg(drop->why(), remounted->why());
+        why =
+            QStringLiteral(
+                "/proc/sys/vm/drop_caches cannot be written (%1), and mounting an image failed: %2")
+                .arg(drop->why(), remounted->why());
         return nullptr;
     }
     return remounted;

@@ -3,8 +3,8 @@
 #include <QFile>
 
 #include <algorithm>
-#include <cstdio>
 #include <chrono>
+#include <cstdio>
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdexcept>
@@ -38,7 +38,8 @@ Sample runCommand(const QStringList& command, bool childReportsTime, const QStri
     } else {
         const std::string out = outputFile.isEmpty() ? std::string("/dev/null")
                                                      : QFile::encodeName(outputFile).toStdString();
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     }
     const auto start = std::chrono::steady_clock::now();
@@ -60,7 +61,8 @@ Sample runCommand(const QStringList& command, bool childReportsTime, const QStri
     struct rusage usage {};
     if (::wait4(pid, &status, 0, &usage) != pid)
         return {};
-    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     Sample s;
     s.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     s.peakKb = double(usage.ru_maxrss);
@@ -105,7 +107,8 @@ std::vector<Sample> measureInterleaved(const std::vector<Command>& commands, int
                 failed[k] = true;
                 continue;
             }
-            const Sample s = runCommand(commands[k].argv, commands[k].childReportsTime, commands[k].outputFile);
+            const Sample s =
+                runCommand(commands[k].argv, commands[k].childReportsTime, commands[k].outputFile);
             if (!s.ok)
                 failed[k] = true;
             else

@@ -12,8 +12,8 @@ namespace kestrel::bench {
 // One measurement of a command run as a child process.
 struct Sample {
     bool ok = false;
-    double seconds = 0; // the child's own figure, or the wall time of the whole run
-    double peakKb = 0;  // the child's peak resident memory
+    double seconds = 0;    // the child's own figure, or the wall time of the whole run
+    double peakKb = 0;     // the child's peak resident memory
     double cpuSeconds = 0; // the child's user and system time: what a busy machine cannot inflate
     int64_t entries = 0;
 };
@@ -21,7 +21,8 @@ struct Sample {
 // Runs command once. With childReportsTime the child prints "<seconds>
 // <entries>" and that is the time; otherwise the wall time of the run counts
 // and the child's output goes to outputFile (or is discarded).
-Sample runCommand(const QStringList& command, bool childReportsTime, const QString& outputFile = {});
+Sample runCommand(const QStringList& command, bool childReportsTime,
+                  const QString& outputFile = {});
 
 // The median of runs runs (time and memory each).
 Sample measureMedian(const QStringList& command, int runs, bool childReportsTime,

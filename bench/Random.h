@@ -24,7 +24,8 @@ public:
 
     // A name of 5 to 30 characters that does not start with a dot.
     std::string name(int index) {
-        static const char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.";
+        static const char letters[] =
+            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.";
         const int length = int(between(5, 30));
         std::string n;
         n.reserve(size_t(length) + 8);

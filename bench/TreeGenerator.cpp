@@ -54,8 +54,9 @@ public:
         int64_t rest = budget - here;
         for (size_t k = 0; k < shares.size(); ++k) {
             const int64_t left = int64_t(shares.size() - k);
-            shares[k] = k + 1 == shares.size() ? rest
-                                               : std::min<int64_t>(rest, m_random.between(0, 2 * rest / left));
+            shares[k] = k + 1 == shares.size()
+                            ? rest
+                            : std::min<int64_t>(rest, m_random.between(0, 2 * rest / left));
             rest -= shares[k];
         }
         // Folders and files interleave as a file system would list them.
@@ -146,7 +147,8 @@ public:
     void finish() {
         close(m_frames.back());
         if (m_s.entryCount >= 1)
-            m_s.entries.mutableAt(1).count = m_s.folderCount; // the meter maximum, as a scan leaves it
+            m_s.entries.mutableAt(1).count =
+                m_s.folderCount; // the meter maximum, as a scan leaves it
     }
 
 private:

@@ -22,9 +22,8 @@ public:
         : m_in(in), m_out(out), m_v(v), m_random(v.seed) {
         m_out.header = in.header;
         std::vector<int32_t> files, folders{0};
-        walkEntries(in, [&](int32_t i, int) {
-            (in.entry(i).isFolder() ? folders : files).push_back(i);
-        });
+        walkEntries(
+            in, [&](int32_t i, int) { (in.entry(i).isFolder() ? folders : files).push_back(i); });
         for (int k = 0; k < v.touched + v.removed && !files.empty(); ++k) {
             const size_t pick = size_t(m_random.next() % files.size());
             (k < v.touched ? m_touched : m_removed).insert(files[pick]);
@@ -66,7 +65,8 @@ private:
                 continue;
             const SnapshotEntry& e = m_in.entry(i);
             const double modified = m_touched.count(i) ? e.modified + 1 : e.modified;
-            m_out.createEntry(e.attributes, modified, 0, m_in.nameOf(e), outIndex, e.size, m_in.versionOf(e));
+            m_out.createEntry(e.attributes, modified, 0, m_in.nameOf(e), outIndex, e.size,
+                              m_in.versionOf(e));
             last = m_out.entryCount;
             ++here;
             if (e.isFolder()) {
@@ -80,7 +80,8 @@ private:
         }
         const auto extra = m_added.find(index);
         for (int k = 0; extra != m_added.end() && k < extra->second; ++k) {
-            m_out.createEntry(Attribute::Normal, 45000, 0, "added_" + m_random.name(k), outIndex, 7, {});
+            m_out.createEntry(Attribute::Normal, 45000, 0, "added_" + m_random.name(k), outIndex, 7,
+                              {});
             last = m_out.entryCount;
             ++here;
             ++m_out.fileCount;

@@ -64,7 +64,8 @@ static void* walk(void* unused) {
                 for (long at = 0; at < n;) {
                     struct linux_dirent64* d = (struct linux_dirent64*)(buffer + at);
                     at += d->d_reclen;
-                    if (d->d_name[0] == '.' && (d->d_name[1] == 0 || (d->d_name[1] == '.' && d->d_name[2] == 0)))
+                    if (d->d_name[0] == '.' &&
+                        (d->d_name[1] == 0 || (d->d_name[1] == '.' && d->d_name[2] == 0)))
                         continue;
                     struct stat st;
                     if (fstatat(fd, d->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0)

@@ -36,7 +36,8 @@ using namespace kestrel::bench;
 namespace {
 
 double now() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 bool load(engine::Snapshot& s, const QString& path) {
@@ -113,7 +114,8 @@ int child(const QStringList& args) {
     }
     if (op == QLatin1String("generate")) { // FILE ENTRIES SEED [LARGE]: a snapshot made in memory
         engine::Snapshot s;
-        TreeShape shape{args.value(2).toLongLong(), args.value(3).toULongLong(), args.value(4).toLongLong()};
+        TreeShape shape{args.value(2).toLongLong(), args.value(3).toULongLong(),
+                        args.value(4).toLongLong()};
         generateSnapshot(s, QStringLiteral("/generated/"), shape);
         s.header.fileName = args.value(1);
         if (!engine::SaveSnapshot(s, meter).ok)
@@ -159,8 +161,12 @@ struct Config {
     QString json;
 };
 
-QString self() { return QCoreApplication::applicationFilePath(); }
-QString sibling(const QString& name) { return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name; }
+QString self() {
+    return QCoreApplication::applicationFilePath();
+}
+QString sibling(const QString& name) {
+    return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
+}
 
 // A tree made once and reused: DIR/tree-ENTRIES-SEED, with a marker file
 // written when it is complete.
@@ -171,8 +177,8 @@ QString ensureTree(const Config& c, int64_t entries) {
         return root;
     if (QFileInfo::exists(root))
         QDir(root).removeRecursively();
-    std::fprintf(stderr, "Generating a tree of %lld entries in %s ...\n", static_cast<long long>(entries),
-                 qPrintable(root));
+    std::fprintf(stderr, "Generating a tree of %lld entries in %s ...\n",
+                 static_cast<long long>(entries), qPrintable(root));
     const double start = now();
     const int64_t made = generateTreeOnDisk(root, TreeShape{entries, c.seed});
     QFile marker(done);
@@ -185,8 +191,8 @@ QString ensureTree(const Config& c, int64_t entries) {
 struct Row {
     QString name;
     Sample sample;
-    double entries = 0;     // entries the operation handled
-    double baselineKb = 0;  // subtract for bytes per entry; 0 = not a memory figure
+    double entries = 0;    // entries the operation handled
+    double baselineKb = 0; // subtract for bytes per entry; 0 = not a memory figure
 };
 
 void printRow(const Row& r) {
@@ -213,7 +219,8 @@ QJsonObject toJson(const Row& r) {
         if (r.entries > 0)
             o.insert(QStringLiteral("entries"), r.entries);
         if (r.baselineKb > 0 && r.entries > 0)
-            o.insert(QStringLiteral("bytes_per_entry"), (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries);
+            o.insert(QStringLiteral("bytes_per_entry"),
+                     (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries);
     }
     return o;
 }
@@ -245,14 +252,18 @@ int drive(const Config& c) {
     // Warm the cache and make the snapshot the file measurements read.
     runOnce({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), snapshot});
     runOnce({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), snapshot});
-    const Sample base = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("noop")}, 1, true);
+    const Sample base =
+        measureMedian({self(), QStringLiteral("--child"), QStringLiteral("noop")}, 1, true);
     const double baseline = base.peakKb;
-    const Sample scanned = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("scan"), tree}, 1, true);
+    const Sample scanned =
+        measureMedian({self(), QStringLiteral("--child"), QStringLiteral("scan"), tree}, 1, true);
     const double n = double(scanned.entries);
-    runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, shuffled, QStringLiteral("shuffle")});
-    runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, changed, QStringLiteral("changes")});
-    runOnce({self(), QStringLiteral("--child"), QStringLiteral("generate"), reportRows, QStringLiteral("100"),
-             QString::number(c.seed), QString::number(ReportRows)});
+    runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, shuffled,
+             QStringLiteral("shuffle")});
+    runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, changed,
+             QStringLiteral("changes")});
+    runOnce({self(), QStringLiteral("--child"), QStringLiteral("generate"), reportRows,
+             QStringLiteral("100"), QString::number(c.seed), QString::number(ReportRows)});
 
     // Every operation, measured in turns.
     struct Operation {
@@ -266,37 +277,51 @@ int drive(const Config& c) {
         argv.append(QStringList(words));
         return Command{argv, true, {}};
     };
-    auto tool = [](QStringList argv) { return Command{std::move(argv), false, QStringLiteral("/dev/null")}; };
+    auto tool = [](QStringList argv) {
+        return Command{std::move(argv), false, QStringLiteral("/dev/null")};
+    };
     std::vector<Operation> operations = {
         {QStringLiteral("scan"), child({QStringLiteral("scan"), tree}), n, baseline},
-        {QStringLiteral("scan, one listing thread"), child({QStringLiteral("scan"), tree, QStringLiteral("0")}), n, baseline},
+        {QStringLiteral("scan, one listing thread"),
+         child({QStringLiteral("scan"), tree, QStringLiteral("0")}), n, baseline},
         {QStringLiteral("scan and save (kestrel-cli snapshot)"),
-         tool({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"), work + QStringLiteral("/cli.#01")}), n, 0},
+         tool({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"),
+               work + QStringLiteral("/cli.#01")}),
+         n, 0},
         // No snapshot of the tree to replace: the room for the header is
         // not known ahead.
         {QStringLiteral("scan and save, first of its folder"),
          child({QStringLiteral("snapshot-new"), tree, work + QStringLiteral("/first.#01")}), n, 0},
         {QStringLiteral("load"), child({QStringLiteral("load"), snapshot}), n, baseline},
         {QStringLiteral("save"), child({QStringLiteral("save"), snapshot, saved}), n, 0},
-        {QStringLiteral("compare with itself, both ways"), child({QStringLiteral("compare"), snapshot, snapshot}), 2 * n, baseline},
-        {QStringLiteral("compare, other listing order"), child({QStringLiteral("compare"), snapshot, shuffled}), 2 * n, baseline},
-        {QStringLiteral("compare after 1000/500/500 changes"), child({QStringLiteral("compare"), snapshot, changed}), 2 * n, baseline},
+        {QStringLiteral("compare with itself, both ways"),
+         child({QStringLiteral("compare"), snapshot, snapshot}), 2 * n, baseline},
+        {QStringLiteral("compare, other listing order"),
+         child({QStringLiteral("compare"), snapshot, shuffled}), 2 * n, baseline},
+        {QStringLiteral("compare after 1000/500/500 changes"),
+         child({QStringLiteral("compare"), snapshot, changed}), 2 * n, baseline},
         {QStringLiteral("kestrel-cli export, all sub-folders"),
-         tool({cli, QStringLiteral("export"), snapshot, QStringLiteral("--subfolders"), QStringLiteral("--output"), exported}), n, 0},
+         tool({cli, QStringLiteral("export"), snapshot, QStringLiteral("--subfolders"),
+               QStringLiteral("--output"), exported}),
+         n, 0},
         {QStringLiteral("kestrel-cli report, 30,000 rows"),
-         tool({cli, QStringLiteral("report"), reportRows, QStringLiteral("--folder"), QStringLiteral("large-folder"),
-               QStringLiteral("--pdf"), report}),
+         tool({cli, QStringLiteral("report"), reportRows, QStringLiteral("--folder"),
+               QStringLiteral("large-folder"), QStringLiteral("--pdf"), report}),
          double(ReportRows), 0},
-        {QStringLiteral("bare walk, 1 thread"), tool({barewalk, QStringLiteral("-t"), QStringLiteral("1"), tree}), n, 0},
-        {QStringLiteral("bare walk, 2 threads"), tool({barewalk, QStringLiteral("-t"), QStringLiteral("2"), tree}), n, 0},
+        {QStringLiteral("bare walk, 1 thread"),
+         tool({barewalk, QStringLiteral("-t"), QStringLiteral("1"), tree}), n, 0},
+        {QStringLiteral("bare walk, 2 threads"),
+         tool({barewalk, QStringLiteral("-t"), QStringLiteral("2"), tree}), n, 0},
     };
     if (!find.isEmpty())
-        operations.push_back({QStringLiteral("GNU find -printf"),
-                              tool({find, tree, QStringLiteral("-printf"), QStringLiteral("%y %s %T@ %m %p\\n")}), n, 0});
+        operations.push_back(
+            {QStringLiteral("GNU find -printf"),
+             tool({find, tree, QStringLiteral("-printf"), QStringLiteral("%y %s %T@ %m %p\\n")}), n,
+             0});
     if (!mtree.isEmpty())
         operations.push_back({QStringLiteral("mtree -c"),
-                              tool({mtree, QStringLiteral("-c"), QStringLiteral("-p"), tree, QStringLiteral("-k"),
-                                    QStringLiteral("type,size,time,mode")}),
+                              tool({mtree, QStringLiteral("-c"), QStringLiteral("-p"), tree,
+                                    QStringLiteral("-k"), QStringLiteral("type,size,time,mode")}),
                               n, 0});
     std::vector<Command> commands;
     for (const Operation& o : operations)
@@ -308,7 +333,8 @@ int drive(const Config& c) {
     std::printf("  %-38s %11s %14s %11s %15s\n", "operation", "time", "rate", "peak", "memory");
     std::vector<Row> rows;
     for (size_t k = 0; k < operations.size(); ++k) {
-        rows.push_back(Row{operations[k].name, samples[k], operations[k].entries, operations[k].baseline});
+        rows.push_back(
+            Row{operations[k].name, samples[k], operations[k].entries, operations[k].baseline});
         printRow(rows.back());
     }
     auto row = [&](const char* name) -> std::optional<Row> {
@@ -333,7 +359,8 @@ int drive(const Config& c) {
     std::printf("\n  Kestrel's scan and save against the others (lower is better):\n");
     auto ratio = [&](const char* what, const std::optional<Row>& other) {
         if (other && other->sample.ok && scanSave.sample.ok)
-            std::printf("    %-30s %6.2f x\n", what, scanSave.sample.seconds / other->sample.seconds);
+            std::printf("    %-30s %6.2f x\n", what,
+                        scanSave.sample.seconds / other->sample.seconds);
         else
             std::printf("    %-30s %8s\n", what, "n/a");
     };
@@ -347,61 +374,94 @@ int drive(const Config& c) {
                     first->sample.seconds / bare2.sample.seconds);
 
     std::vector<Target> targets;
-    auto bytesPerEntry = [&](const Row& r) { return (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries; };
+    auto bytesPerEntry = [&](const Row& r) {
+        return (r.sample.peakKb - r.baselineKb) * 1024.0 / r.entries;
+    };
     if (scanSave.sample.ok && bare2.sample.ok)
-        targets.push_back({QStringLiteral("scan and save / bare walk, 2 threads"), scanSave.sample.seconds / bare2.sample.seconds, 1.15, QStringLiteral("x")});
+        targets.push_back({QStringLiteral("scan and save / bare walk, 2 threads"),
+                           scanSave.sample.seconds / bare2.sample.seconds, 1.15,
+                           QStringLiteral("x")});
     targets.push_back({QStringLiteral("load"), loadRow.sample.seconds, 0.4, QStringLiteral("s")});
     targets.push_back({QStringLiteral("save"), saveRow.sample.seconds, 0.4, QStringLiteral("s")});
-    targets.push_back({QStringLiteral("compare both ways"), compareSelf.sample.seconds, 0.3, QStringLiteral("s")});
+    targets.push_back({QStringLiteral("compare both ways"), compareSelf.sample.seconds, 0.3,
+                       QStringLiteral("s")});
     // "No more than 1.5 x that when the listing order differs" reads two
     // ways: against the 0.3 s target, and against the time measured in the
     // same order. Both are shown.
-    targets.push_back({QStringLiteral("compare, other listing order"), compareShuffled.sample.seconds, 0.45, QStringLiteral("s")});
-    targets.push_back({QStringLiteral("compare, other order / same order"), compareShuffled.sample.seconds / compareSelf.sample.seconds, 1.5, QStringLiteral("x")});
+    targets.push_back({QStringLiteral("compare, other listing order"),
+                       compareShuffled.sample.seconds, 0.45, QStringLiteral("s")});
+    targets.push_back({QStringLiteral("compare, other order / same order"),
+                       compareShuffled.sample.seconds / compareSelf.sample.seconds, 1.5,
+                       QStringLiteral("x")});
     // Wall time, as the user waits; the processor time beside it is what a
     // machine busy with other work cannot inflate (the lines of a long list
     // are made by a few threads, so it may exceed the wall time).
     targets.push_back({QStringLiteral("kestrel-cli export, all sub-folders"),
                        exportRow.sample.seconds, 1.0, QStringLiteral("s")});
-    targets.push_back({QStringLiteral("  the same, processor time"), exportRow.sample.cpuSeconds, 1.5, QStringLiteral("s")});
-    targets.push_back({QStringLiteral("kestrel-cli report, 30,000 rows"), reportRow.sample.seconds, 5, QStringLiteral("s")});
-    targets.push_back({QStringLiteral("  the same, processor time"), reportRow.sample.cpuSeconds, 5, QStringLiteral("s")});
-    targets.push_back({QStringLiteral("memory of a scanned snapshot"), bytesPerEntry(scan), 80, QStringLiteral("B/entry")});
-    targets.push_back({QStringLiteral("memory of a loaded snapshot"), bytesPerEntry(loadRow), 80, QStringLiteral("B/entry")});
+    targets.push_back({QStringLiteral("  the same, processor time"), exportRow.sample.cpuSeconds,
+                       1.5, QStringLiteral("s")});
+    targets.push_back({QStringLiteral("kestrel-cli report, 30,000 rows"), reportRow.sample.seconds,
+                       5, QStringLiteral("s")});
+    targets.push_back({QStringLiteral("  the same, processor time"), reportRow.sample.cpuSeconds, 5,
+                       QStringLiteral("s")});
+    targets.push_back({QStringLiteral("memory of a scanned snapshot"), bytesPerEntry(scan), 80,
+                       QStringLiteral("B/entry")});
+    targets.push_back({QStringLiteral("memory of a loaded snapshot"), bytesPerEntry(loadRow), 80,
+                       QStringLiteral("B/entry")});
 
     QJsonArray scaling;
     if (c.scaleScan) {
         Config small = c;
         const QString smallTree = ensureTree(small, c.entries / 10);
         std::printf("\n  Scaling of the scan (tree of a tenth the size):\n");
-        const Sample s = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("scan"), smallTree}, c.runs, true);
+        const Sample s = measureMedian(
+            {self(), QStringLiteral("--child"), QStringLiteral("scan"), smallTree}, c.runs, true);
         if (s.ok && scan.sample.ok) {
-            const double perSmall = s.seconds / double(s.entries), perLarge = scan.sample.seconds / n;
-            std::printf("    %.0f entries in %.3f s; per entry %.0f ns against %.0f ns at full size (%.2f x)\n",
-                        double(s.entries), s.seconds, perSmall * 1e9, perLarge * 1e9, perLarge / perSmall);
-            targets.push_back({QStringLiteral("scan time per entry, full size / a tenth"), perLarge / perSmall, 1.1, QStringLiteral("x")});
+            const double perSmall = s.seconds / double(s.entries),
+                         perLarge = scan.sample.seconds / n;
+            std::printf("    %.0f entries in %.3f s; per entry %.0f ns against %.0f ns at full "
+                        "size (%.2f x)\n",
+                        double(s.entries), s.seconds, perSmall * 1e9, perLarge * 1e9,
+                        perLarge / perSmall);
+            targets.push_back({QStringLiteral("scan time per entry, full size / a tenth"),
+                               perLarge / perSmall, 1.1, QStringLiteral("x")});
         }
     }
     if (c.tenMillion) {
         const int64_t big = c.entries * 10;
-        const QString bigFile = QStringLiteral("%1/generated-%2-%3.#01").arg(c.dir).arg(big).arg(c.seed);
+        const QString bigFile =
+            QStringLiteral("%1/generated-%2-%3.#01").arg(c.dir).arg(big).arg(c.seed);
         if (!QFileInfo::exists(bigFile)) {
-            std::fprintf(stderr, "Generating a snapshot of %lld entries ...\n", static_cast<long long>(big));
-            runOnce({self(), QStringLiteral("--child"), QStringLiteral("generate"), bigFile, QString::number(big), QString::number(c.seed)});
+            std::fprintf(stderr, "Generating a snapshot of %lld entries ...\n",
+                         static_cast<long long>(big));
+            runOnce({self(), QStringLiteral("--child"), QStringLiteral("generate"), bigFile,
+                     QString::number(big), QString::number(c.seed)});
         }
         const int bigRuns = std::max(1, std::min(c.runs, 3));
-        std::printf("\n  Scaling to ten times the entries (a generated snapshot, median of %d):\n", bigRuns);
-        const Sample l = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("load"), bigFile}, bigRuns, true);
-        const Sample sv = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("save"), bigFile, work + QStringLiteral("/big-saved.#01")}, bigRuns, true);
-        const Sample cp = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("compare"), bigFile, bigFile}, bigRuns, true);
+        std::printf("\n  Scaling to ten times the entries (a generated snapshot, median of %d):\n",
+                    bigRuns);
+        const Sample l = measureMedian(
+            {self(), QStringLiteral("--child"), QStringLiteral("load"), bigFile}, bigRuns, true);
+        const Sample sv = measureMedian({self(), QStringLiteral("--child"), QStringLiteral("save"),
+                                         bigFile, work + QStringLiteral("/big-saved.#01")},
+                                        bigRuns, true);
+        const Sample cp = measureMedian(
+            {self(), QStringLiteral("--child"), QStringLiteral("compare"), bigFile, bigFile},
+            bigRuns, true);
         auto line = [&](const char* what, const Sample& large, const Row& small) {
             if (!large.ok || !small.sample.ok)
                 return;
             // Per entry, so that a generated file of another size still compares fairly.
-            const double factor = (large.seconds / double(large.entries)) / (small.sample.seconds / small.entries) * 10;
-            std::printf("    %-10s %9.3f s for %.0f entries: %.1f x the figure at a tenth\n", what, large.seconds,
-                        double(large.entries) / (QLatin1String(what) == QLatin1String("compare") ? 2 : 1), factor);
-            targets.push_back({QStringLiteral("%1 at ten times the entries").arg(QLatin1String(what)), factor, 11, QStringLiteral("x")});
+            const double factor = (large.seconds / double(large.entries)) /
+                                  (small.sample.seconds / small.entries) * 10;
+            std::printf("    %-10s %9.3f s for %.0f entries: %.1f x the figure at a tenth\n", what,
+                        large.seconds,
+                        double(large.entries) /
+                            (QLatin1String(what) == QLatin1String("compare") ? 2 : 1),
+                        factor);
+            targets.push_back(
+                {QStringLiteral("%1 at ten times the entries").arg(QLatin1String(what)), factor, 11,
+                 QStringLiteral("x")});
             scaling.append(QJsonObject{{QStringLiteral("operation"), QLatin1String(what)},
                                        {QStringLiteral("seconds"), large.seconds},
                                        {QStringLiteral("peak_kb"), large.peakKb},
@@ -421,21 +481,21 @@ int drive(const Config& c) {
     for (const Target& t : targets) {
         const bool met = t.value <= t.limit;
         missed += !met;
-        std::printf("    %-45s %8.3f %-8s (at most %g) %s\n", qPrintable(t.what), t.value, qPrintable(t.unit), t.limit,
-                    met ? "met" : "MISSED");
-        targetJson.append(QJsonObject{{QStringLiteral("target"), t.what}, {QStringLiteral("value"), t.value},
-                                      {QStringLiteral("limit"), t.limit}, {QStringLiteral("met"), met}});
+        std::printf("    %-45s %8.3f %-8s (at most %g) %s\n", qPrintable(t.what), t.value,
+                    qPrintable(t.unit), t.limit, met ? "met" : "MISSED");
+        targetJson.append(QJsonObject{{QStringLiteral("target"), t.what},
+                                      {QStringLiteral("value"), t.value},
+                                      {QStringLiteral("limit"), t.limit},
+                                      {QStringLiteral("met"), met}});
     }
     if (!c.json.isEmpty()) {
         QJsonArray rowJson;
         for (const Row& r : rows)
             rowJson.append(toJson(r));
-        QJsonObject doc{{QStringLiteral("tree"), tree},
-                        {QStringLiteral("entries"), n},
-                        {QStringLiteral("runs"), c.runs},
-                        {QStringLiteral("operations"), rowJson},
-                        {QStringLiteral("scaling"), scaling},
-                        {QStringLiteral("targets"), targetJson}};
+        QJsonObject doc{
+            {QStringLiteral("tree"), tree},       {QStringLiteral("entries"), n},
+            {QStringLiteral("runs"), c.runs},     {QStringLiteral("operations"), rowJson},
+            {QStringLiteral("scaling"), scaling}, {QStringLiteral("targets"), targetJson}};
         QFile f(c.json);
         if (f.open(QIODevice::WriteOnly))
             f.write(QJsonDocument(doc).toJson());
@@ -450,10 +510,14 @@ int driveCold(const Config& c) {
     QString why;
     std::unique_ptr<ColdCache> cold = ColdCache::prepare(
         c.dir, tree, c.entries,
-        [&](const QString& path) { generateTreeOnDisk(path, TreeShape{c.entries, c.seed}); }, why);
+        [&](const QString& path) {
+            generateTreeOnDisk(path, TreeShape{c.entries, c.seed});
+        },
+        why);
     if (!cold) {
-        std::printf("Kestrel bench, cold cache: cannot empty the system's caches here (%s); skipped.\n",
-                    qPrintable(why));
+        std::printf(
+            "Kestrel bench, cold cache: cannot empty the system's caches here (%s); skipped.\n",
+            qPrintable(why));
         return 0;
     }
     const QString coldTree = cold->treePath();
@@ -462,30 +526,37 @@ int driveCold(const Config& c) {
     const QString cli = sibling(QStringLiteral("kestrel-cli"));
     const QString barewalk = sibling(QStringLiteral("kestrel-barewalk"));
     const QString find = QStandardPaths::findExecutable(QStringLiteral("find"));
-    auto tool = [](QStringList argv) { return Command{std::move(argv), false, QStringLiteral("/dev/null")}; };
+    auto tool = [](QStringList argv) {
+        return Command{std::move(argv), false, QStringLiteral("/dev/null")};
+    };
     struct Operation {
         QString name;
         Command command;
     };
     std::vector<Operation> operations = {
         {QStringLiteral("scan and save (kestrel-cli snapshot)"),
-         tool({cli, QStringLiteral("snapshot"), coldTree, QStringLiteral("--output"), work + QStringLiteral("/cold.#01")})},
+         tool({cli, QStringLiteral("snapshot"), coldTree, QStringLiteral("--output"),
+               work + QStringLiteral("/cold.#01")})},
     };
     for (const char* threads : {"2", "8", "32"})
-        operations.push_back({QStringLiteral("bare walk, %1 threads").arg(QLatin1String(threads)),
-                              tool({barewalk, QStringLiteral("-t"), QLatin1String(threads), coldTree})});
+        operations.push_back(
+            {QStringLiteral("bare walk, %1 threads").arg(QLatin1String(threads)),
+             tool({barewalk, QStringLiteral("-t"), QLatin1String(threads), coldTree})});
     if (!find.isEmpty())
-        operations.push_back({QStringLiteral("GNU find -printf"),
-                              tool({find, coldTree, QStringLiteral("-printf"), QStringLiteral("%y %s %T@ %m %p\\n")})});
+        operations.push_back(
+            {QStringLiteral("GNU find -printf"), tool({find, coldTree, QStringLiteral("-printf"),
+                                                       QStringLiteral("%y %s %T@ %m %p\\n")})});
     std::vector<Command> commands;
     for (const Operation& o : operations)
         commands.push_back(o.command);
     const int runs = std::max(3, c.runs);
-    const std::vector<Sample> samples = measureInterleaved(commands, runs, [&] { return cold->empty(); });
+    const std::vector<Sample> samples =
+        measureInterleaved(commands, runs, [&] { return cold->empty(); });
 
-    std::printf("Kestrel bench, cold cache: %s, %lld entries, caches emptied before every run (%s),\n"
-                "median of %d runs taken in turns\n\n",
-                qPrintable(coldTree), static_cast<long long>(c.entries), qPrintable(cold->method()), runs);
+    std::printf(
+        "Kestrel bench, cold cache: %s, %lld entries, caches emptied before every run (%s),\n"
+        "median of %d runs taken in turns\n\n",
+        qPrintable(coldTree), static_cast<long long>(c.entries), qPrintable(cold->method()), runs);
     double fastestWalk = 0;
     for (size_t k = 0; k < operations.size(); ++k) {
         const Sample& s = samples[k];
@@ -493,8 +564,8 @@ int driveCold(const Config& c) {
             std::printf("  %-38s %10s\n", qPrintable(operations[k].name), "n/a");
             continue;
         }
-        std::printf("  %-38s %9.3f s %9.3f s processor\n", qPrintable(operations[k].name), s.seconds,
-                    s.cpuSeconds);
+        std::printf("  %-38s %9.3f s %9.3f s processor\n", qPrintable(operations[k].name),
+                    s.seconds, s.cpuSeconds);
         if (operations[k].name.startsWith(QLatin1String("bare walk")) &&
             (fastestWalk == 0 || s.seconds < fastestWalk))
             fastestWalk = s.seconds;
@@ -502,7 +573,8 @@ int driveCold(const Config& c) {
     if (samples[0].ok && fastestWalk > 0) {
         const double ratio = samples[0].seconds / fastestWalk;
         std::printf("\n  Targets:\n    %-45s %8.3f x        (at most 1.1) %s\n",
-                    "cold scan and save / fastest bare walk", ratio, ratio <= 1.1 ? "met" : "MISSED");
+                    "cold scan and save / fastest bare walk", ratio,
+                    ratio <= 1.1 ? "met" : "MISSED");
     }
     return 0;
 }
@@ -534,7 +606,9 @@ int driveSlow(const Config& c) {
         argv.append(QStringList(words));
         return Command{argv, true, {}};
     };
-    auto tool = [](QStringList argv) { return Command{std::move(argv), false, QStringLiteral("/dev/null")}; };
+    auto tool = [](QStringList argv) {
+        return Command{std::move(argv), false, QStringLiteral("/dev/null")};
+    };
     const std::vector<std::pair<QString, Command>> operations = {
         {QStringLiteral("scan, workers as needed"), child({QStringLiteral("scan"), mountPoint})},
         {QStringLiteral("scan, one listing worker"),
@@ -574,29 +648,40 @@ int main(int argc, char* argv[]) {
 
     QCommandLineParser p;
     p.setApplicationDescription(QStringLiteral(
-        "Measures Kestrel's scan, snapshot file and comparison on a generated tree against GNU find,\n"
+        "Measures Kestrel's scan, snapshot file and comparison on a generated tree against GNU "
+        "find,\n"
         "mtree and a bare directory walk. The tree is made once in DIR and reused."));
     p.addHelpOption();
-    const QCommandLineOption dir(QStringLiteral("dir"), QStringLiteral("Folder for the trees and files."), QStringLiteral("DIR"),
-                                 QStringLiteral("bench-data"));
-    const QCommandLineOption entries(QStringLiteral("entries"), QStringLiteral("Entries of the tree."), QStringLiteral("N"),
+    const QCommandLineOption dir(QStringLiteral("dir"),
+                                 QStringLiteral("Folder for the trees and files."),
+                                 QStringLiteral("DIR"), QStringLiteral("bench-data"));
+    const QCommandLineOption entries(QStringLiteral("entries"),
+                                     QStringLiteral("Entries of the tree."), QStringLiteral("N"),
                                      QStringLiteral("1000000"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed of the generator."), QStringLiteral("S"), QStringLiteral("1"));
-    const QCommandLineOption runs(QStringLiteral("runs"), QStringLiteral("Runs of each measurement."), QStringLiteral("R"),
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed of the generator."),
+                                  QStringLiteral("S"), QStringLiteral("1"));
+    const QCommandLineOption runs(QStringLiteral("runs"),
+                                  QStringLiteral("Runs of each measurement."), QStringLiteral("R"),
                                   QStringLiteral("5"));
-    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Also write the figures to FILE."), QStringLiteral("FILE"));
-    const QCommandLineOption noBig(QStringLiteral("no-scaling"), QStringLiteral("Skip the scaling measurements."));
-    const QCommandLineOption quick(QStringLiteral("quick"),
-                                   QStringLiteral("A small tree, one run, no scaling: checks that the bench works."));
+    const QCommandLineOption json(QStringLiteral("json"),
+                                  QStringLiteral("Also write the figures to FILE."),
+                                  QStringLiteral("FILE"));
+    const QCommandLineOption noBig(QStringLiteral("no-scaling"),
+                                   QStringLiteral("Skip the scaling measurements."));
+    const QCommandLineOption quick(
+        QStringLiteral("quick"),
+        QStringLiteral("A small tree, one run, no scaling: checks that the bench works."));
     const QCommandLineOption cold(
         QStringLiteral("cold"),
-        QStringLiteral("Measure the first scan of a tree nothing has read lately: scan and save, bare "
-                       "walks of 2, 8 and 32 threads and find, each after the system's caches are "
-                       "emptied (needs root; says so and skips otherwise)."));
+        QStringLiteral(
+            "Measure the first scan of a tree nothing has read lately: scan and save, bare "
+            "walks of 2, 8 and 32 threads and find, each after the system's caches are "
+            "emptied (needs root; says so and skips otherwise)."));
     const QCommandLineOption slow(
         QStringLiteral("slow"),
-        QStringLiteral("Measure scans of the tree behind a file system that delays every request by "
-                       "MICROSECONDS (kestrel-slowfs, FUSE), as a network share does."),
+        QStringLiteral(
+            "Measure scans of the tree behind a file system that delays every request by "
+            "MICROSECONDS (kestrel-slowfs, FUSE), as a network share does."),
         QStringLiteral("MICROSECONDS"));
     p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold, slow});
     p.process(app);

@@ -21,7 +21,8 @@ static char source[4096];
 static long delayMicroseconds;
 
 static void roundTrip(void) {
-    const struct timespec wait = {delayMicroseconds / 1000000, (delayMicroseconds % 1000000) * 1000};
+    const struct timespec wait = {delayMicroseconds / 1000000,
+                                  (delayMicroseconds % 1000000) * 1000};
     nanosleep(&wait, NULL);
 }
 

@@ -26,8 +26,7 @@ QByteArray pathSortKey(const QString& relativePath);
 
 // Sorts items by the keys, which are made once for each. Items with equal
 // keys keep their order.
-template <typename Item, typename KeyOf>
-void sortByPath(std::vector<Item>& items, KeyOf keyOf) {
+template <typename Item, typename KeyOf> void sortByPath(std::vector<Item>& items, KeyOf keyOf) {
     std::vector<QByteArray> keys;
     keys.reserve(items.size());
     for (const Item& item : items)

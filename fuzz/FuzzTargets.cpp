@@ -138,7 +138,6 @@ void buildSmall(Snapshot& s) {
     s.folderCount = 1;
 }
 
-
 void compareAndList(Snapshot& a, Snapshot& b, const CompareOptions& options) {
     ProgressMeter meter;
     if (!CompareSnapshot(a, 1, b, 1, true, options, meter).ok)
@@ -154,7 +153,6 @@ void compareAndList(Snapshot& a, Snapshot& b, const CompareOptions& options) {
     }
     listAsTheWindowDoes(a);
 }
-
 
 // A number as the file keeps it: written with at most 15 significant digits
 // (whole numbers a double holds exactly with all of theirs) and read back.

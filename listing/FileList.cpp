@@ -37,11 +37,18 @@ constexpr int FirstPaintedBit = 1;
 } // namespace
 
 QString gridHeaderText(int column) {
-    static const std::array<QString, GridColumnCount> headers = {
-        QStringLiteral(" Name"),     QStringLiteral(" In Folder"),  QStringLiteral("Size "),
-        QStringLiteral(" Type"),     QStringLiteral(" Modified"),   QStringLiteral(" Attributes"),
-        QStringLiteral(" Version"),  QString(),                     QString(),
-        QString(),                   QString(),                     QString()};
+    static const std::array<QString, GridColumnCount> headers = {QStringLiteral(" Name"),
+                                                                 QStringLiteral(" In Folder"),
+                                                                 QStringLiteral("Size "),
+                                                                 QStringLiteral(" Type"),
+                                                                 QStringLiteral(" Modified"),
+                                                                 QStringLiteral(" Attributes"),
+                                                                 QStringLiteral(" Version"),
+                                                                 QString(),
+                                                                 QString(),
+                                                                 QString(),
+                                                                 QString(),
+                                                                 QString()};
     return column >= 0 && column < GridColumnCount ? headers[size_t(column)] : QString();
 }
 
@@ -83,7 +90,9 @@ int sortKeyColumn(int column) {
     }
 }
 
-bool sortNeedsKeys(int column) { return sortKeyColumn(column) != column; }
+bool sortNeedsKeys(int column) {
+    return sortKeyColumn(column) != column;
+}
 
 QString sizeCellText(const SnapshotEntry& e) {
     if (e.isFolder())

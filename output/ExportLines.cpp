@@ -360,12 +360,11 @@ Outcome writeExportFile(const QString& path, ExportLines& lines) {
     // is told like a write error; the file that was there stays.
     return engine::guardedOperation(WriteErrorTitle, [&] {
         engine::AtomicFile file(path);
-        const bool written = file.open() &&
-                             writeExportLines(lines,
-                                              [&file](std::string_view bytes) {
-                                                  return file.append(bytes);
-                                              }) &&
-                             file.commit();
+        const bool written =
+            file.open() &&
+            writeExportLines(lines,
+                             [&file](std::string_view bytes) { return file.append(bytes); }) &&
+            file.commit();
         if (!written)
             return Outcome::failure(
                 UserMessage{WriteErrorTitle, file.errorText(), MessageIcon::Exclamation},

@@ -212,7 +212,8 @@ void SettingsStore::writeRecentFiles(const QStringList& files) {
     for (qsizetype i = 0; i < files.size(); ++i)
         writeString(Recent, recentFileKey(i), files[i]);
     // A list that shrank since the last save leaves older keys behind.
-    for (qsizetype n = files.size(); !readString(Recent, recentFileKey(n), QString()).isEmpty(); ++n)
+    for (qsizetype n = files.size(); !readString(Recent, recentFileKey(n), QString()).isEmpty();
+         ++n)
         writeString(Recent, recentFileKey(n), QString());
 }
 

@@ -634,8 +634,8 @@ void MainWindow::loadPlacement() {
 settings::FramePlacement MainWindow::placementInTwips() const {
     const double dpiX = logicalDpiX();
     const double dpiY = logicalDpiY();
-    return {twipsFromPixels(y(), dpiY), twipsFromPixels(x(), dpiX),
-            twipsFromPixels(height(), dpiY), twipsFromPixels(width(), dpiX)};
+    return {twipsFromPixels(y(), dpiY), twipsFromPixels(x(), dpiX), twipsFromPixels(height(), dpiY),
+            twipsFromPixels(width(), dpiX)};
 }
 
 void MainWindow::savePlacement() {

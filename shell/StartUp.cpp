@@ -112,7 +112,8 @@ void applyColourScheme() {
     if (!dark && theme != "light")
         return;
     QApplication::setStyle(QStringLiteral("Fusion"));
-    QApplication::setPalette(dark ? views::darkPalette() : QApplication::style()->standardPalette());
+    QApplication::setPalette(dark ? views::darkPalette()
+                                  : QApplication::style()->standardPalette());
 }
 
 } // namespace

@@ -73,15 +73,16 @@ void paintImage(QPainter& p, const QRectF& rect, FolderImage image) {
 QIcon folderIcon() {
     static const QIcon icon =
         paintedIcon([](QPainter& painter, const QRectF& square, QIcon::Mode mode) {
-            paintImage(painter, square, mode == QIcon::Selected ? FolderImage::Open
-                                                                : FolderImage::Closed);
+            paintImage(painter, square,
+                       mode == QIcon::Selected ? FolderImage::Open : FolderImage::Closed);
         });
     return icon;
 }
 
 QIcon rootIcon() {
-    static const QIcon icon = paintedIcon([](QPainter& painter, const QRectF& square,
-                                             QIcon::Mode) { paintImage(painter, square, FolderImage::Root); });
+    static const QIcon icon = paintedIcon([](QPainter& painter, const QRectF& square, QIcon::Mode) {
+        paintImage(painter, square, FolderImage::Root);
+    });
     return icon;
 }
 

@@ -17,8 +17,8 @@ using engine::Highlight;
 using engine::Separator;
 using engine::ShowMode;
 
-FolderTreeModel::FolderTreeModel(const engine::Snapshot& snapshot,
-                                 const engine::FolderIndex& index, QObject* parent)
+FolderTreeModel::FolderTreeModel(const engine::Snapshot& snapshot, const engine::FolderIndex& index,
+                                 QObject* parent)
     : QAbstractItemModel(parent), m_snapshot(snapshot), m_index(index) {
     rebuild(ShowMode::None, {});
 }
@@ -84,7 +84,9 @@ QModelIndex FolderTreeModel::indexOfNode(int32_t node) const {
     return createIndex(m_nodes[size_t(node)].row, 0, quintptr(node));
 }
 
-QModelIndex FolderTreeModel::topIndex() const { return indexOfNode(0); }
+QModelIndex FolderTreeModel::topIndex() const {
+    return indexOfNode(0);
+}
 
 QString FolderTreeModel::nameOf(int32_t node) const {
     return m_snapshot.nameText(m_index.entryOf(m_nodes[size_t(node)].folder));
@@ -150,7 +152,9 @@ int32_t FolderTreeModel::entryOf(const QModelIndex& index) const {
     return node < 0 ? 0 : m_index.entryOf(m_nodes[size_t(node)].folder);
 }
 
-QModelIndex FolderTreeModel::rootNode() const { return indexOfNode(m_root); }
+QModelIndex FolderTreeModel::rootNode() const {
+    return indexOfNode(m_root);
+}
 
 void FolderTreeModel::setRootNode(const QModelIndex& index) {
     const QModelIndex previous = rootNode();
@@ -191,7 +195,9 @@ int FolderTreeModel::rowCount(const QModelIndex& parent) const {
     return node < 0 ? 0 : m_nodes[size_t(node)].childCount;
 }
 
-int FolderTreeModel::columnCount(const QModelIndex&) const { return 1; }
+int FolderTreeModel::columnCount(const QModelIndex&) const {
+    return 1;
+}
 
 QVariant FolderTreeModel::data(const QModelIndex& index, int role) const {
     const int32_t node = nodeOf(index);
@@ -218,6 +224,8 @@ QVariant FolderTreeModel::data(const QModelIndex& index, int role) const {
     }
 }
 
-size_t FolderTreeModel::memoryUsed() const { return m_nodes.capacity() * sizeof(Node); }
+size_t FolderTreeModel::memoryUsed() const {
+    return m_nodes.capacity() * sizeof(Node);
+}
 
 } // namespace kestrel::views

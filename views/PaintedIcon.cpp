@@ -45,6 +45,8 @@ private:
 
 } // namespace
 
-QIcon paintedIcon(IconPainter paint) { return QIcon(new PaintedIconEngine(std::move(paint))); }
+QIcon paintedIcon(IconPainter paint) {
+    return QIcon(new PaintedIconEngine(std::move(paint)));
+}
 
 } // namespace kestrel::views

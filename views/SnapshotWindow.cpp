@@ -110,7 +110,9 @@ HighlightColours SnapshotWindow::colours() const {
     return HighlightColours::from(m_host.options(), m_grdFiles->palette().color(QPalette::Base));
 }
 
-bool SnapshotWindow::isActiveSnapshotWindow() const { return m_host.activeSnapshotWindow() == this; }
+bool SnapshotWindow::isActiveSnapshotWindow() const {
+    return m_host.activeSnapshotWindow() == this;
+}
 
 engine::Outcome SnapshotWindow::showSnapshot(const QString& failureTitle) {
     engine::Outcome outcome =
@@ -137,7 +139,9 @@ void SnapshotWindow::Form_Activate() {
 
 // Show selector ---------------------------------------------------------------
 
-bool SnapshotWindow::compared() const { return m_cboShow->isEnabled(); }
+bool SnapshotWindow::compared() const {
+    return m_cboShow->isEnabled();
+}
 
 void SnapshotWindow::setShowPosition(int position) {
     {
@@ -171,7 +175,9 @@ QModelIndex SnapshotWindow::selectedNode() const {
     return m_tvwPaths->selectedNode();
 }
 
-QString SnapshotWindow::selectedKey() const { return m_treeModel->keyOf(selectedNode()); }
+QString SnapshotWindow::selectedKey() const {
+    return m_treeModel->keyOf(selectedNode());
+}
 
 engine::NameMatching SnapshotWindow::nameMatching() const {
     return m_pair ? engine::nameMatchingFor(m_snapshot, m_pair->snapshot())
@@ -363,8 +369,7 @@ void SnapshotWindow::updateStatusBar() {
 }
 
 QString SnapshotWindow::ShowChanges() const {
-    return engine::ShowChanges(m_pair != nullptr, compared(), m_showMode,
-                               m_gridModel->counters());
+    return engine::ShowChanges(m_pair != nullptr, compared(), m_showMode, m_gridModel->counters());
 }
 
 void SnapshotWindow::showChangeSummary() {
@@ -381,14 +386,14 @@ void SnapshotWindow::showNoMatchingFolder(bool rootsDiffer) {
 
 void SnapshotWindow::SortSequence(int column) {
     if (m_faster && engine::sortNeedsKeys(column - 1)) {
-        m_host.showMessage(UserMessage{
-            QStringLiteral("Sorting Restriction"),
-            QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +
-                fasterCaptionShown() +
-                QStringLiteral("' is enabled (see Options and Preferences). ") +
-                QStringLiteral("All open Snapshots must then be saved and ") +
-                QStringLiteral("re-opened to fully enable column sorting."),
-            MessageIcon::Exclamation});
+        m_host.showMessage(
+            UserMessage{QStringLiteral("Sorting Restriction"),
+                        QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +
+                            fasterCaptionShown() +
+                            QStringLiteral("' is enabled (see Options and Preferences). ") +
+                            QStringLiteral("All open Snapshots must then be saved and ") +
+                            QStringLiteral("re-opened to fully enable column sorting."),
+                        MessageIcon::Exclamation});
         return;
     }
     QGuiApplication::setOverrideCursor(Qt::WaitCursor);

@@ -121,18 +121,23 @@ int main(int argc, char* argv[]) {
         "Measures the snapshot windows on two compared snapshots (a generated one and a copy\n"
         "with 1000 files touched, 500 removed and 500 added), offscreen."));
     p.addHelpOption();
-    const QCommandLineOption dir(QStringLiteral("dir"), QStringLiteral("Folder for the snapshot files."),
+    const QCommandLineOption dir(QStringLiteral("dir"),
+                                 QStringLiteral("Folder for the snapshot files."),
                                  QStringLiteral("DIR"), QStringLiteral("bench-data"));
-    const QCommandLineOption entries(QStringLiteral("entries"), QStringLiteral("Entries of each snapshot."),
+    const QCommandLineOption entries(QStringLiteral("entries"),
+                                     QStringLiteral("Entries of each snapshot."),
                                      QStringLiteral("N"), QStringLiteral("1000000"));
-    const QCommandLineOption runs(QStringLiteral("runs"), QStringLiteral("Runs of each measurement."),
-                                  QStringLiteral("R"), QStringLiteral("5"));
-    const QCommandLineOption quick(QStringLiteral("quick"),
-                                   QStringLiteral("Small snapshots, one run: checks that the bench works."));
+    const QCommandLineOption runs(QStringLiteral("runs"),
+                                  QStringLiteral("Runs of each measurement."), QStringLiteral("R"),
+                                  QStringLiteral("5"));
+    const QCommandLineOption quick(
+        QStringLiteral("quick"),
+        QStringLiteral("Small snapshots, one run: checks that the bench works."));
     p.addOptions({dir, entries, runs, quick});
     p.process(app);
     const QString folder = QFileInfo(p.value(dir)).absoluteFilePath();
-    const int64_t n = p.isSet(quick) ? 20000 : std::max<qlonglong>(1000, p.value(entries).toLongLong());
+    const int64_t n =
+        p.isSet(quick) ? 20000 : std::max<qlonglong>(1000, p.value(entries).toLongLong());
     const int rounds = p.isSet(quick) ? 1 : std::max(1, p.value(runs).toInt());
     // One folder of 30,000 files among the entries, or half of them in a small run.
     const int64_t large = std::min<int64_t>(30000, n / 2);
@@ -178,8 +183,9 @@ int main(int argc, char* argv[]) {
     if (!window || !window->compared())
         return 2;
 
-    std::printf("Kestrel views bench: two snapshots of %lld entries, compared, offscreen; median of %d\n\n",
-                static_cast<long long>(window->snapshot().entryCount), rounds);
+    std::printf(
+        "Kestrel views bench: two snapshots of %lld entries, compared, offscreen; median of %d\n\n",
+        static_cast<long long>(window->snapshot().entryCount), rounds);
     std::printf("  open the first snapshot (load, index, tree)      %8.3f s\n", openFirst);
     std::printf("  open the second (load, index, compare, trees)    %8.3f s\n", openSecond);
 
@@ -211,8 +217,8 @@ int main(int argc, char* argv[]) {
         const QModelIndex node = window->treeModel().indexOfKey(bigTree, window->nameMatching());
         window->RefreshScreen(window->treeModel().tagOf(node), bigTree);
     });
-    std::printf("  select a folder, files of sub-folders: %6d rows %8.3f s (both windows)\n", treeRows,
-                selectOnly);
+    std::printf("  select a folder, files of sub-folders: %6d rows %8.3f s (both windows)\n",
+                treeRows, selectOnly);
     std::printf("    (with the way back to the top first: %.3f s)\n", selectTree);
 
     std::vector<Target> targets;
@@ -223,7 +229,8 @@ int main(int argc, char* argv[]) {
     const QString exportFile = home.filePath(QStringLiteral("grid.txt"));
     const double exported = medianSeconds(rounds, [&] {
         const output::ShownList list = views::shownListOf(*window);
-        output::ExportLines lines(list, output::exportFields(list.inFolderOffered), output::ExportChoices{});
+        output::ExportLines lines(list, output::exportFields(list.inFolderOffered),
+                                  output::ExportChoices{});
         output::writeExportFile(exportFile, lines);
     });
     std::printf("  export the grid of %6d rows to a file  %18.3f s\n", treeRows, exported);
@@ -232,7 +239,8 @@ int main(int argc, char* argv[]) {
         const output::ShownList list = views::shownListOf(*window);
         engine::ProgressMeter meter;
         output::writeReportPdf(home.filePath(QStringLiteral("grid.pdf")), list, {},
-                               output::defaultPdfLayout(QPageLayout::Portrait), output::PdfResolution, meter);
+                               output::defaultPdfLayout(QPageLayout::Portrait),
+                               output::PdfResolution, meter);
     });
     std::printf("  print the grid of %6d rows to a PDF file %16.3f s\n", treeRows, printed);
     targets.push_back({"print the ~30,000-row grid to PDF", printed, 5, "s"});
@@ -258,14 +266,13 @@ int main(int argc, char* argv[]) {
     double switchWorst = 0;
     for (int position : {1, 2, 3, 4, 0}) {
         const double switched = medianSeconds(rounds, [&] { window->setShowPosition(position); });
-        std::printf("  show \"%s\" %*s %8.3f s\n",
-                    qPrintable(engine::showModeTexts().at(position)),
+        std::printf("  show \"%s\" %*s %8.3f s\n", qPrintable(engine::showModeTexts().at(position)),
                     int(40 - engine::showModeTexts().at(position).size()), "", switched);
         switchWorst = std::max(switchWorst, switched);
     }
     targets.push_back({"switch show mode (tree and grid)", switchWorst, 0.5, "s"});
-    std::printf("  tree model: %zu bytes; folder index: %zu bytes\n", window->treeModel().memoryUsed(),
-                index.memoryUsed());
+    std::printf("  tree model: %zu bytes; folder index: %zu bytes\n",
+                window->treeModel().memoryUsed(), index.memoryUsed());
 
     std::printf("\n  Targets:\n");
     for (const Target& t : targets)

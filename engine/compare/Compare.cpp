@@ -44,7 +44,8 @@ bool attributesDiffer(int16_t a, int16_t b, const CompareOptions& options) {
 class FirstWayMatches {
 public:
     explicit FirstWayMatches(const Snapshot& other)
-        : m_foundBy(size_t(other.capacity()) + 1, 0), m_pairedWith(size_t(other.capacity()) + 1, 0) {}
+        : m_foundBy(size_t(other.capacity()) + 1, 0),
+          m_pairedWith(size_t(other.capacity()) + 1, 0) {}
 
     // The first way starts comparing the ring of its snapshot that starts at
     // selfFirst with the other's ring that starts at otherFirst. A ring of the
@@ -71,7 +72,8 @@ public:
     // For the second way: whether the ring starting at first, compared with
     // the ring starting at counterpartFirst, was remembered by the first way.
     bool knows(int32_t first, int32_t counterpartFirst) const {
-        return size_t(first) < m_pairedWith.size() && m_pairedWith[size_t(first)] == counterpartFirst;
+        return size_t(first) < m_pairedWith.size() &&
+               m_pairedWith[size_t(first)] == counterpartFirst;
     }
     // The entry that found member index, 0 for none, negative for a folder.
     int32_t foundBy(int32_t index) const { return m_foundBy[size_t(index)]; }
@@ -108,9 +110,9 @@ private:
         int32_t i = 0;          // the entry being compared
         int32_t otherIndex = 0; // position in the other snapshot's ring
         bool hasOtherRing = true;
-        bool result = false;    // an entry of the ring had a counterpart that counted
-        int32_t found = 0;      // counterpart of the folder whose contents are compared
-        int32_t otherFirst = 0; // where the other ring was entered
+        bool result = false;       // an entry of the ring had a counterpart that counted
+        int32_t found = 0;         // counterpart of the folder whose contents are compared
+        int32_t otherFirst = 0;    // where the other ring was entered
         bool knownMatches = false; // the first way's matches answer this ring
         bool remembered = false;   // the first way may still remember this ring
     };
@@ -140,8 +142,8 @@ private:
         }
         if (!f.hasOtherRing)
             return 0;
-        const int32_t found = m_lookups[m_stack.size() - 1]->locate(f.otherIndex, m_self.nameOf(e),
-                                                                    m_selfHashes, i);
+        const int32_t found =
+            m_lookups[m_stack.size() - 1]->locate(f.otherIndex, m_self.nameOf(e), m_selfHashes, i);
         if (found != 0 && f.remembered)
             f.remembered = m_learning->found(found, i, !e.isFolder());
         return found;
@@ -171,7 +173,8 @@ private:
                 // The contents are compared with the counterpart's contents;
                 // a counterpart that is a file or an empty folder has none,
                 // so everything inside this folder is without counterpart.
-                const bool otherRing = m_other.entries.at(found).isFolder() && hasContents(m_other, found);
+                const bool otherRing =
+                    m_other.entries.at(found).isFolder() && hasContents(m_other, found);
                 f.found = found;
                 push(i + 1, found + 1, otherRing);
                 return;
@@ -183,7 +186,7 @@ private:
             e.match = found;
             e.status = comparedFiles ? firstWayStatus
                                      : CompareFiles(m_other, found, e.size, e.modified,
-                                                     e.attributes, m_self.versionOf(e), m_options);
+                                                    e.attributes, m_self.versionOf(e), m_options);
             if (e.status > 0)
                 m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
             f.result = true;
@@ -203,8 +206,8 @@ private:
             }
             const bool result = f.result;
             if (m_learning && f.hasOtherRing)
-                m_learning->endRing(f.otherFirst, f.remembered &&
-                                                      m_lookups[m_stack.size() - 1]->namesToldApart());
+                m_learning->endRing(
+                    f.otherFirst, f.remembered && m_lookups[m_stack.size() - 1]->namesToldApart());
             m_stack.pop_back();
             if (m_stack.empty())
                 return;

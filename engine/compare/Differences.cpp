@@ -69,7 +69,9 @@ private:
                 const int32_t counterpart = std::abs(e.match);
                 const int32_t newChild = hasContents(m_new, i) ? i + 1 : 0;
                 const int32_t oldChild =
-                    m_old.entries.contains(counterpart) && hasContents(m_old, counterpart) ? counterpart + 1 : 0;
+                    m_old.entries.contains(counterpart) && hasContents(m_old, counterpart)
+                        ? counterpart + 1
+                        : 0;
                 if (newChild || oldChild)
                     m_stack.push_back({newChild, newChild, oldChild, false});
             }

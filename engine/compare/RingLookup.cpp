@@ -78,7 +78,9 @@ int32_t RingLookup::firstMatch(uint32_t h, std::string_view name, int32_t start)
     uint32_t bestOrdinal = 0;
     uint32_t startOrdinal = 0;
     int candidates = 0;
-    auto distance = [&](uint32_t ordinal) { return (ordinal + m_members - startOrdinal) % m_members; };
+    auto distance = [&](uint32_t ordinal) {
+        return (ordinal + m_members - startOrdinal) % m_members;
+    };
     for (uint32_t p = h & m_mask; m_slots[p].hash != 0; p = (p + 1) & m_mask) {
         const Slot& slot = m_slots[p];
         if (slot.hash != h || !matches(m_snapshot.entries.get(slot.entry), name))

@@ -25,11 +25,15 @@ enum class ShowMode : int16_t {
 
 // Whether a mode leaves entries out by what the comparison found: every
 // mode past All. None and All list every entry.
-inline bool filtersByComparison(ShowMode mode) { return int(mode) > int(ShowMode::All); }
+inline bool filtersByComparison(ShowMode mode) {
+    return int(mode) > int(ShowMode::All);
+}
 
 // The show selector's position of a mode; -1 for None, which no position
 // stands for.
-inline int selectorPosition(ShowMode mode) { return int(mode) - 1; }
+inline int selectorPosition(ShowMode mode) {
+    return int(mode) - 1;
+}
 // The mode the show selector stands for at a position. Once the window is
 // compared, positions 0 to 4 are All to Differences; before, the disabled
 // selector's position is taken as the mode itself, so its position 0 is None.

@@ -92,7 +92,7 @@ private:
     void closeFiles();
 
     QString m_path;
-    QByteArray m_name; // the last component, as the system names it
+    QByteArray m_name;      // the last component, as the system names it
     QByteArray m_temporary; // empty while the file has no name
     bool m_unnamed = false;
     int m_folder = -1;

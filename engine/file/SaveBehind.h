@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/support/Errors.h"
 #include "engine/scan/Scan.h"
+#include "engine/support/Errors.h"
 
 #include <cstddef>
 #include <cstdint>

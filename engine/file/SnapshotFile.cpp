@@ -32,7 +32,6 @@ void writeTitle(ItemWriter& w, const QString& title) {
     w.endLine();
 }
 
-
 // Entry lines are made in blocks of this many, several at once.
 constexpr int32_t EntriesPerBlock = 1 << 15;
 constexpr int BlocksAhead = 4;
@@ -188,9 +187,9 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     MeterCloser closer{meter};
     auto writeFailed = [&](const QString& text) {
         file.abandon();
-        return Outcome::failure(UserMessage{QStringLiteral("Invalid Snapshot File"), text,
-                                            MessageIcon::Exclamation},
-                                ErrorCode::SystemError);
+        return Outcome::failure(
+            UserMessage{QStringLiteral("Invalid Snapshot File"), text, MessageIcon::Exclamation},
+            ErrorCode::SystemError);
     };
     try {
         const int32_t n = snapshot.entries.at(0).count;
@@ -287,8 +286,8 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     return outcome;
 }
 
-void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb,
-                double startTime, const Snapshot& snapshot) {
+void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb, double startTime,
+                const Snapshot& snapshot) {
     if (meter.cancelled()) {
         outcome.cancelled = true;
         return;

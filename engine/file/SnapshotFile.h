@@ -100,8 +100,8 @@ void fitTableToLines(Snapshot& snapshot, int32_t capacity, int32_t entryLines,
 
 // How a read of a snapshot file that met no error ends: cancelled, or a
 // success with its summary line ("Kestrel read ..." for verb "read").
-void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb,
-                double startTime, const Snapshot& snapshot);
+void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb, double startTime,
+                const Snapshot& snapshot);
 
 // NextSnapshotName: the name for a new snapshot file of a folder whose last
 // component is base, kept in folder (which ends in the separator): base and

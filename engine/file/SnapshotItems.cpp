@@ -16,7 +16,9 @@ namespace kestrel::engine {
 
 // ---------------------------------------------------------------- writing
 
-ItemWriter::ItemWriter() { grow(1 << 16); }
+ItemWriter::ItemWriter() {
+    grow(1 << 16);
+}
 
 void ItemWriter::grow(size_t needed) {
     const size_t capacity = std::max(needed, m_capacity * 2);
@@ -45,7 +47,8 @@ char* ItemWriter::putString(char* at, std::string_view utf8) {
     // pointer, which memchr and memcpy must not get.
     while (!utf8.empty()) {
         const void* quote = std::memchr(utf8.data(), '"', utf8.size());
-        const size_t run = quote ? size_t(static_cast<const char*>(quote) - utf8.data()) + 1 : utf8.size();
+        const size_t run =
+            quote ? size_t(static_cast<const char*>(quote) - utf8.data()) + 1 : utf8.size();
         std::memcpy(at, utf8.data(), run);
         at += run;
         if (!quote)
@@ -59,9 +62,10 @@ char* ItemWriter::putString(char* at, std::string_view utf8) {
 
 namespace {
 
-constexpr char kPairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-                          "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-                          "8081828384858687888990919293949596979899";
+constexpr char kPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
 
 // Writes the digits of v ending just before end; returns where they begin.
 // Almost every number of a snapshot fits in 32 bits, whose arithmetic is
@@ -155,7 +159,9 @@ char* ItemWriter::putNumber(char* at, double value) {
     return std::to_chars(at, at + NumberRoom, value, std::chars_format::general, 15).ptr;
 }
 
-void ItemWriter::boolean(bool value) { raw(value ? "#TRUE#" : "#FALSE#"); }
+void ItemWriter::boolean(bool value) {
+    raw(value ? "#TRUE#" : "#FALSE#");
+}
 
 void ItemWriter::date(double oleDate) {
     const DateParts p = datePartsFromOle(oleDate);
@@ -170,7 +176,9 @@ void ItemWriter::date(double oleDate) {
 static constexpr size_t BlockSize = 1 << 20;
 static constexpr size_t MaxBufferSize = size_t(64) << 20;
 
-ItemReader::ItemReader(QIODevice& device) : m_device(device) { m_buffer.resize(2 * BlockSize); }
+ItemReader::ItemReader(QIODevice& device) : m_device(device) {
+    m_buffer.resize(2 * BlockSize);
+}
 
 bool ItemReader::fill() {
     if (m_eof)
@@ -330,7 +338,8 @@ Item ItemReader::next() {
         while (available(i) && at(i) != '#' && at(i) != '\r' && at(i) != '\n')
             ++i;
         const size_t stop = i;
-        const size_t next = (available(i) && at(i) == '#') ? skipDelimiter(i + 1) : skipDelimiter(i);
+        const size_t next =
+            (available(i) && at(i) == '#') ? skipDelimiter(i + 1) : skipDelimiter(i);
         item.text = std::string_view(m_buffer.data() + m_begin + start, stop - start);
         m_begin += next;
         return item;
@@ -364,7 +373,7 @@ bool ItemReader::atEnd() {
 // as Kestrel writes numbers: digits / 10^decimals is exact in its operands,
 // so the one division rounds exactly as reading the text would.
 static bool parsePlainDecimal(std::string_view t, double& value) {
-    static constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7,
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                          1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
     const bool negative = !t.empty() && t.front() == '-';
     if (negative)
@@ -476,7 +485,9 @@ int32_t ItemReader::toInt32(const Item& item) {
     return int32_t(wholeNumber(item, INT32_MIN, INT32_MAX));
 }
 
-double ItemReader::toDouble(const Item& item) { return numericValue(item); }
+double ItemReader::toDouble(const Item& item) {
+    return numericValue(item);
+}
 
 bool ItemReader::toBoolean(const Item& item) {
     if (item.kind == Item::Hash) {
@@ -528,8 +539,8 @@ static bool parseDateText(std::string_view t, double& value) {
         if (expect(':') && !number(second, 2))
             return false;
     }
-    if (!t.empty() || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 ||
-        minute > 59 || second > 59)
+    if (!t.empty() || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 ||
+        second > 59)
         return false;
     value = oleDateFromParts(year, month, day, hour, minute, second);
     return true;

@@ -388,9 +388,9 @@ uint64_t nameHash(std::string_view utf8) {
             const std::size_t left = static_cast<std::size_t>(end - p);
             // The last bytes of a name of eight or more come from a word
             // ending at its end, shifted down, rather than byte by byte.
-            const uint64_t w = left >= 8                ? loadWord(p)
-                               : utf8.size() >= 8       ? loadWord(end - 8) >> (8 * (8 - left))
-                                                        : loadPartialWord(p, left);
+            const uint64_t w = left >= 8          ? loadWord(p)
+                               : utf8.size() >= 8 ? loadWord(end - 8) >> (8 * (8 - left))
+                                                  : loadPartialWord(p, left);
             if ((w & kHighBits) == 0) {
                 if (left >= 8) {
                     hasher.addWord(lowerAsciiWord(w));

@@ -18,7 +18,9 @@ void EntryTable::setCapacity(int32_t capacity) {
         m_chunks.resize(chunks);
 }
 
-void EntryTable::grow() { setCapacity(checkedAdd(m_capacity, GrowthStep)); }
+void EntryTable::grow() {
+    setCapacity(checkedAdd(m_capacity, GrowthStep));
+}
 
 void EntryTable::clear() {
     m_chunks.clear();
@@ -72,7 +74,9 @@ void NameArena::clear() {
     m_used = 0;
 }
 
-VersionPool::VersionPool() { clear(); }
+VersionPool::VersionPool() {
+    clear();
+}
 
 uint32_t VersionPool::add(std::string_view text) {
     if (text.empty())
@@ -141,7 +145,8 @@ int32_t Snapshot::locateEntry(int32_t& index, std::string_view wanted,
 QString Snapshot::entryPath(int32_t index) const {
     if (index == 0)
         return QString(Separator);
-    return Separator + relativePath(index) + (entries.at(index).isFolder() ? QString() : QString(Separator));
+    return Separator + relativePath(index) +
+           (entries.at(index).isFolder() ? QString() : QString(Separator));
 }
 
 QString Snapshot::relativePath(int32_t index) const {
@@ -173,6 +178,8 @@ void Snapshot::clearEntries() {
     hiddenLeftOut = unreadableFolders = 0;
 }
 
-size_t Snapshot::memoryUsed() const { return entries.memoryUsed() + m_names.memoryUsed(); }
+size_t Snapshot::memoryUsed() const {
+    return entries.memoryUsed() + m_names.memoryUsed();
+}
 
 } // namespace kestrel::engine

@@ -180,7 +180,7 @@ private:
 // The header of a snapshot: what was scanned and when.
 struct SnapshotHeader {
     QString title;
-    QString fileName;   // the snapshot file it was loaded from or will be saved to
+    QString fileName; // the snapshot file it was loaded from or will be saved to
     // The scanned folder, ending in the separator. Made on POSIX, it is
     // stored text as names are (FileSystemNames.h), and a rescan turns it
     // back into the folder's exact bytes.
@@ -200,12 +200,12 @@ public:
     SnapshotHeader header;
     EntryTable entries;
 
-    int32_t entryCount = 0;  // index of the last entry in use
+    int32_t entryCount = 0; // index of the last entry in use
     int32_t fileCount = 0;
     int32_t folderCount = 0;
-    double totalSize = 0;    // sum of the files' sizes
-    int32_t progress = 0;    // running counter handed to the meter
-    int16_t meterDepth = 0;  // folder depth down to which a scan ticks the meter
+    double totalSize = 0;   // sum of the files' sizes
+    int32_t progress = 0;   // running counter handed to the meter
+    int16_t meterDepth = 0; // folder depth down to which a scan ticks the meter
     // What the last scan could not record (not saved): items it left out
     // because hidden and system items were not asked for, and folders it
     // could not list or whose items it could not examine.
@@ -222,8 +222,12 @@ public:
         return m_names.view(e.nameOffset, e.nameLength);
     }
     QString nameText(int32_t index) const;
-    std::string_view version(int32_t index) const { return m_versions.view(entries.at(index).versionId); }
-    std::string_view versionOf(const SnapshotEntry& e) const { return m_versions.view(e.versionId); }
+    std::string_view version(int32_t index) const {
+        return m_versions.view(entries.at(index).versionId);
+    }
+    std::string_view versionOf(const SnapshotEntry& e) const {
+        return m_versions.view(e.versionId);
+    }
 
     void setName(SnapshotEntry& e, std::string_view utf8);
     void setVersion(SnapshotEntry& e, std::string_view text) {

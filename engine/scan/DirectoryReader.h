@@ -27,10 +27,10 @@ inline bool isDotOrDotDot(const char* name) {
 
 // What the reader needs to know to list folders the way a scan records them.
 struct ListingRules {
-    bool recurse = false;  // sub-folders are listed too
-    bool hidden = false;   // hidden and system items are kept
-    bool versions = false; // version texts are read inside the version folder
-    std::string rootText;  // the root folder as stored text, ending in "/"
+    bool recurse = false;          // sub-folders are listed too
+    bool hidden = false;           // hidden and system items are kept
+    bool versions = false;         // version texts are read inside the version folder
+    std::string rootText;          // the root folder as stored text, ending in "/"
     std::string versionFolderText; // the version folder as stored text, ending in "/"
 };
 
@@ -42,8 +42,8 @@ struct ListedItem {
     uint32_t nameLength = 0;
     uint32_t versionOffset = 0; // version text in FolderListing::text
     uint32_t versionLength = 0;
-    int64_t size = 0;           // st_size
-    double modified = 0;        // local OLE date, 0 when it could not be converted
+    int64_t size = 0;    // st_size
+    double modified = 0; // local OLE date, 0 when it could not be converted
     int32_t attributes = 0;
     FolderTask* folder = nullptr; // the folder to descend into, when there is one
 };
@@ -251,9 +251,9 @@ private:
     bool m_threaded = false;
     bool m_growing = false; // workers are added while listings wait
     bool m_assumeDeviceWaits = false;
-    int m_windowListings = 0; // listings since workers were last considered
-    int m_windowWaiting = 0;  // of those, the ones that waited for the device
-    int m_lookingGap = 1;     // listings looked at for device waits: one in this many
+    int m_windowListings = 0;   // listings since workers were last considered
+    int m_windowWaiting = 0;    // of those, the ones that waited for the device
+    int m_lookingGap = 1;       // listings looked at for device waits: one in this many
     int m_unlookedListings = 0; // listings since one was looked at
     std::vector<std::thread> m_threads;
 

@@ -25,7 +25,6 @@ std::string storedText(const QString& text) {
     return std::string(bytes.constData(), size_t(bytes.size()));
 }
 
-
 // The depth-first walk of ScanFolder, kept on an explicit stack so that the
 // depth of a tree never meets the depth of the machine's stack. Each frame is
 // one folder being recorded; a frame's values are those of one ScanFolder
@@ -209,8 +208,8 @@ static int32_t countFolders(int dirFd, int16_t depth, int16_t limit) {
 }
 
 int32_t CountFolders(const QString& path, int16_t depth, int16_t limit) {
-    const int fd = ::open(fileSystemPath(withSeparator(path)).constData(),
-                          O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd =
+        ::open(fileSystemPath(withSeparator(path)).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     return fd < 0 ? 0 : countFolders(fd, depth, limit);
 }
 
@@ -289,9 +288,10 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
         return o;
     }
     if (int64_t(snapshot.fileCount) + snapshot.folderCount < 1)
-        return Outcome::failure(UserMessage{QStringLiteral("Empty Snapshot"),
-                                            QStringLiteral("No files or folders match the specifications"),
-                                            MessageIcon::Information});
+        return Outcome::failure(
+            UserMessage{QStringLiteral("Empty Snapshot"),
+                        QStringLiteral("No files or folders match the specifications"),
+                        MessageIcon::Information});
     return Outcome::success();
 }
 

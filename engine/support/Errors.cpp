@@ -42,7 +42,9 @@ const char* RuntimeError::what() const noexcept {
     return m_what.constData();
 }
 
-void raise(ErrorCode code) { throw RuntimeError(code); }
+void raise(ErrorCode code) {
+    throw RuntimeError(code);
+}
 
 void raiseSystemError(int errnoValue) {
     throw RuntimeError(ErrorCode::SystemError, QString::fromLocal8Bit(std::strerror(errnoValue)));

@@ -105,14 +105,16 @@ double roundTo15Digits(double d) {
     if (fifteenDigitsOfDate(d, digits))
         return double(digits) / 1e10;
     char buffer[32];
-    const auto written = std::to_chars(buffer, buffer + sizeof buffer, d,
-                                       std::chars_format::general, 15);
+    const auto written =
+        std::to_chars(buffer, buffer + sizeof buffer, d, std::chars_format::general, 15);
     double back = 0;
     std::from_chars(buffer, written.ptr, back);
     return back;
 }
 
-double oleNow() { return oleFromDateTime(QDateTime::currentDateTime()); }
+double oleNow() {
+    return oleFromDateTime(QDateTime::currentDateTime());
+}
 
 double secondsSinceMidnight() {
     // Asking the system for the local time costs a look at the time-zone file

@@ -27,7 +27,9 @@ QString formatFixed(double value, int decimals) {
     return text;
 }
 
-QString formatGrouped(double value) { return formatFixed(value, 0); }
+QString formatGrouped(double value) {
+    return formatFixed(value, 0);
+}
 
 QString FormatByteSize(double size, bool abbreviate) {
     if (!abbreviate || size < 512)
@@ -39,7 +41,9 @@ QString FormatByteSize(double size, bool abbreviate) {
     return formatFixed(size / 1024 / 1048576, 1) + QStringLiteral(" GB");
 }
 
-static bool isSeparator(QChar c) { return c == QLatin1Char('/') || c == QLatin1Char('\\'); }
+static bool isSeparator(QChar c) {
+    return c == QLatin1Char('/') || c == QLatin1Char('\\');
+}
 
 // The drive part of a root: "C:\" for a Windows root, the leading separator
 // for a POSIX one.

@@ -18,8 +18,12 @@ namespace kestrel::engine {
 QString formatGrouped(double value);
 // Grouped with a fixed number of decimals: "##,##0.00" is formatFixed(v, 2).
 QString formatFixed(double value, int decimals);
-inline QString formatCount(double value) { return formatGrouped(value); }
-inline QString formatDuration(double seconds) { return formatFixed(seconds, 2); }
+inline QString formatCount(double value) {
+    return formatGrouped(value);
+}
+inline QString formatDuration(double seconds) {
+    return formatFixed(seconds, 2);
+}
 
 // A byte count for people: with abbreviate, 512 bytes and up read in KB, MB
 // and from 2 GB with one decimal in GB; without, the exact count in bytes.

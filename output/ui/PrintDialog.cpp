@@ -12,8 +12,8 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMessageBox>
-#include <QPrintDialog>
 #include <QPaintEngine>
+#include <QPrintDialog>
 #include <QPrintPreviewDialog>
 #include <QPrinter>
 #include <QPrinterInfo>
@@ -209,9 +209,9 @@ void PrintDialog::PrintPreview(const ShownList& list) {
                 // which may be a PDF file.
                 const QPaintEngine* painting = printer->paintEngine();
                 const bool previewing = painting && painting->type() == QPaintEngine::Picture;
-                const engine::Outcome outcome = previewing
-                                                    ? printReport(*m_list, settings, *printer, m_meter)
-                                                    : printTo(*printer, settings);
+                const engine::Outcome outcome =
+                    previewing ? printReport(*m_list, settings, *printer, m_meter)
+                               : printTo(*printer, settings);
                 if (!outcome.ok && outcome.message)
                     printingError(*outcome.message);
             });

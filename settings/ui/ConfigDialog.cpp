@@ -311,8 +311,7 @@ QWidget* ConfigDialog::makeOptionsTab() {
     efficiencyLayout->addWidget(meterLabel);
     efficiencyLayout->addWidget(cboMeter);
     efficiencyLayout->addWidget(note(u"(applies only when creating new)"_s, efficiency));
-    efficiencyLayout->addWidget(
-        makeBox(Key::Faster, fasterCaption(), u"chkFaster"_s));
+    efficiencyLayout->addWidget(makeBox(Key::Faster, fasterCaption(), u"chkFaster"_s));
     efficiencyLayout->addStretch(1);
 
     auto* doubleClicking = new QGroupBox(u"Double-Clicking:"_s, tab);

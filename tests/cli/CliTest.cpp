@@ -640,8 +640,8 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
 }
 
 // On POSIX names are matched exactly: a folder of case twins compared with
-// itself has no difference, and --folder takes the twin asked for. Names that are not UTF-8, the root's
-// own included, are kept and printed with their bad bytes marked, and
+// itself has no difference, and --folder takes the twin asked for. Names that are not UTF-8, the
+// root's own included, are kept and printed with their bad bytes marked, and
 // --folder takes them so or in their own bytes.
 TEST_F(CliTest, NamesAreMatchedAndKeptExactly) {
     TempTree t;

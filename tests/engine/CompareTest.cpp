@@ -438,9 +438,14 @@ public:
 
     std::vector<Node> variant(std::vector<Node> nodes) {
         switch (m_random() % 3) {
-        case 0: std::shuffle(nodes.begin(), nodes.end(), m_random); break;
-        case 1: std::reverse(nodes.begin(), nodes.end()); break;
-        default: break;
+        case 0:
+            std::shuffle(nodes.begin(), nodes.end(), m_random);
+            break;
+        case 1:
+            std::reverse(nodes.begin(), nodes.end());
+            break;
+        default:
+            break;
         }
         std::vector<Node> out;
         for (Node& n : nodes) {

@@ -6,9 +6,9 @@
 #include "engine/file/SaveBehind.h"
 
 #include "TestSupport.h"
-#include "engine/scan/Scan.h"
-#include "engine/model/Snapshot.h"
 #include "engine/file/SnapshotFile.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
 
 #include <gtest/gtest.h>
 

@@ -95,7 +95,8 @@ void TempTree::fifo(const QString& path) {
 
 void TempTree::touch(const QString& path, time_t when) {
     struct timespec times[2] = {{when, 0}, {when, 0}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, native(root() + path).constData(), times, AT_SYMLINK_NOFOLLOW), 0);
+    ASSERT_EQ(::utimensat(AT_FDCWD, native(root() + path).constData(), times, AT_SYMLINK_NOFOLLOW),
+              0);
 }
 
 void TempTree::chmod(const QString& path, int mode) {
@@ -208,7 +209,9 @@ int32_t indexOf(const engine::Snapshot& s, const QString& relativePath) {
     return 0;
 }
 
-bool runningAsRoot() { return ::geteuid() == 0; }
+bool runningAsRoot() {
+    return ::geteuid() == 0;
+}
 
 bool becomeNobody() {
     return ::setgroups(0, nullptr) == 0 && ::setgid(NobodyUser) == 0 && ::setuid(NobodyUser) == 0;
@@ -444,6 +447,5 @@ Image makeImage(bool pe32Plus, uint32_t ms, uint32_t ls) {
     put32(b, v + 52, ls);
     return img;
 }
-
 
 } // namespace kestrel::test

@@ -754,7 +754,10 @@ private Q_SLOTS:
         for (const QString& name : words(u"a.txt new.txt newdir sub"_s))
             for (const int role : {Qt::ForegroundRole, Qt::BackgroundRole})
                 QVERIFY2(!cell(*newer, name, engine::SizeColumn, role).isValid(), qPrintable(name));
-        QVERIFY(!newer->treeModel().indexOfKey(u"/newdir/"_s, newer->nameMatching()).data(Qt::ForegroundRole).isValid());
+        QVERIFY(!newer->treeModel()
+                     .indexOfKey(u"/newdir/"_s, newer->nameMatching())
+                     .data(Qt::ForegroundRole)
+                     .isValid());
         QCOMPARE(newer->statusBar()->panelText(2), u"No changes in selected folder"_s);
         QCOMPARE(older->statusBar()->panelText(2), u"No changes in selected folder"_s);
         for (int position = 1; position < 5; ++position) {
@@ -1043,7 +1046,9 @@ private Q_SLOTS:
         frame->mnuFileConfig_Click();
         const QColor yellow(255, 255, 0);
         for (SnapshotWindow* w : {first(frame), second(frame)}) {
-            QCOMPARE(colourOf(w->treeModel().indexOfKey(u"/sub/"_s, w->nameMatching()).data(Qt::BackgroundRole)),
+            QCOMPARE(colourOf(w->treeModel()
+                                  .indexOfKey(u"/sub/"_s, w->nameMatching())
+                                  .data(Qt::BackgroundRole)),
                      yellow);
             QCOMPARE(colourOf(cell(*w, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
                      yellow);
@@ -1071,8 +1076,9 @@ private Q_SLOTS:
         };
         QCOMPARE(::mkdir(root.constData(), 0755), 0);
         // Qt cannot name these files to remove them with the temporary folder.
-        const auto removeOdd = qScopeGuard(
-            [&] { QProcess::execute(u"rm"_s, {u"-rf"_s, m_dir->path()}); });
+        const auto removeOdd = qScopeGuard([&] {
+            QProcess::execute(u"rm"_s, {u"-rf"_s, m_dir->path()});
+        });
         QCOMPARE(::mkdir(folder.constData(), 0755), 0);
         put(folder + "caf\xE9.txt", "Latin-1", 0644);
         put(folder + "caf\xC3\xA9.txt", "UTF-8", 0644);

@@ -27,9 +27,9 @@ struct Frame {
     std::optional<QString> textAnswer; // what the input box returns
     QStringList textDefaults;          // the text each input box offered
     kestrel::views::SaveAnswer saveQuestionAnswer = kestrel::views::SaveAnswer::Cancel;
-    QList<QUrl> opened;                // documents handed to the desktop
-    QList<QStringList> started;        // programs started: the program, then its arguments
-    QStringList questions;             // the options dialog's Yes/No questions
+    QList<QUrl> opened;         // documents handed to the desktop
+    QList<QStringList> started; // programs started: the program, then its arguments
+    QStringList questions;      // the options dialog's Yes/No questions
     // What the user does in a modal dialog while it is up; it answers
     // Rejected unless this returns another result.
     std::function<int(QDialog& dialog)> whileShown;

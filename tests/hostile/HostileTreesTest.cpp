@@ -10,10 +10,10 @@
 #include "TestSupport.h"
 
 #include "engine/compare/Compare.h"
-#include "engine/model/FileSystemNames.h"
-#include "engine/scan/Scan.h"
-#include "engine/model/Snapshot.h"
 #include "engine/file/SnapshotFile.h"
+#include "engine/model/FileSystemNames.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
 #include "settings/ExternalProgram.h"
 #include "settings/IniFile.h"
 #ifdef KESTREL_TEST_LAUNCHER

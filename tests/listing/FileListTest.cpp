@@ -19,9 +19,9 @@
 #include <QTemporaryDir>
 
 using namespace kestrel::engine;
-using kestrel::test::Node;
 using kestrel::test::buildSnapshot;
 using kestrel::test::indexOf;
+using kestrel::test::Node;
 
 namespace {
 
@@ -304,7 +304,8 @@ TEST_F(FileListTest, FolderIndexRefusesDamagedLinks) {
         damage(s);
         FolderIndex index;
         const Outcome outcome = FolderIndex::buildChecked(s, "Invalid Snapshot", index);
-        return !outcome.ok && outcome.message && outcome.message->text == "Subscript out of range" &&
+        return !outcome.ok && outcome.message &&
+               outcome.message->text == "Subscript out of range" &&
                outcome.message->title == "Invalid Snapshot" && index.folderCount() == 1;
     };
     // a=1, d=2, x=3, y=4, b=5
