@@ -37,7 +37,7 @@ public:
     // Panel 1 shows the folder's full path, shortened at the front to what
     // the panel's width holds (and shortened again when it changes).
     void setFolderPath(const QString& root, const QString& key);
-    // Any panel's text as given (panel 1 then no longer follows a folder).
+    // Any panel's text as given (the folder panel then no longer follows a folder).
     void setPanelText(int panel, const QString& text);
     QString panelText(int panel) const;
     void setFoldersPanelVisible(bool visible);

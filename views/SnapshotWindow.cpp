@@ -521,7 +521,7 @@ void SnapshotWindow::mnuViewScroll_Click() {
 
 void SnapshotWindow::mnuViewSynch_Click() {
     settings::Options& options = m_host.options();
-    options.setValue(Key::Synch, options.value(Key::Synch) != 1 ? 1 : 0);
+    options.setValue(Key::Synch, options.isOn(Key::Synch) ? 0 : 1);
 }
 
 void SnapshotWindow::optionsSynchChanged(bool on) {

@@ -189,9 +189,9 @@ public:
     void setShowPosition(int position);
 
     SnapshotStatusBar* statusBar() const { return m_sbrStatus; }
-    // ShowChanges: the change summary for panel 2.
+    // ShowChanges: the change summary for the changes panel.
     QString ShowChanges() const;
-    // Puts the change summary into panel 2.
+    // Puts the change summary into the changes panel.
     void showChangeSummary();
     // No folder of the other window matched the one selected there: the
     // grid lists nothing and the status bar says why.

@@ -454,18 +454,30 @@ private Q_SLOTS:
         QCOMPARE(older->gridModel().rowCount(), 0);
         QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
         QCOMPARE(older->statusBar()->panelText(2), QString());
-        // One its show mode hides.
-        older->setShowPosition(2);
-        QVERIFY(newer->selectFolder(u"/gone/"_s));
-        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder visible"_s);
-        // Every mode that filters may be hiding it: they all say so; the
-        // uncompared window (position -1, last) and "All" cannot be.
-        for (const int position : {0, 1, 2, 3, 4, -1}) {
-            older->setShowPosition(position);
-            QVERIFY(newer->selectFolder(u"/newdir/"_s));
+        // Every mode that filters may be hiding it: they all say so, "All"
+        // cannot be. The mode is chosen in the show selector with the
+        // keyboard and the folder clicked with the mouse, as a user does.
+        auto* selector = older->findChild<QComboBox*>(u"cboShow"_s);
+        QVERIFY(selector);
+        for (const int position : {0, 1, 2, 3, 4}) {
+            selector->setFocus();
+            QTest::keyClick(selector, Qt::Key_Home);
+            for (int step = 0; step < position; ++step)
+                QTest::keyClick(selector, Qt::Key_Down);
+            QCOMPARE(selector->currentIndex(), position);
+            clickNode(*newer, u"/newdir/"_s);
             QCOMPARE(older->statusBar()->panelText(1),
                      position >= 1 ? u"No matching folder visible"_s : u"No matching folder"_s);
+            // Another folder this mode hides there.
+            if (position == 2) {
+                clickNode(*newer, u"/gone/"_s);
+                QCOMPARE(older->statusBar()->panelText(1), u"No matching folder visible"_s);
+            }
         }
+        // Nor can the uncompared window.
+        older->setShowPosition(-1);
+        clickNode(*newer, u"/newdir/"_s);
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
         QCOMPARE(older->showMode(), engine::ShowMode::None);
         views::CompareSnapshot(*older, true);
 
