@@ -1,5 +1,6 @@
 #include "FileList.h"
 
+#include "engine/model/NameFilter.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
@@ -117,6 +118,16 @@ void FileList::clear() {
     m_rows.clear();
     m_folders.clear();
     m_counters = ListingCounters();
+    m_listedRows = 0;
+}
+
+void FileList::keepNamesMatching(const NameFilter& filter) {
+    m_listedRows = int32_t(m_rows.size());
+    if (filter.empty())
+        return;
+    std::erase_if(m_rows, [&](const Row& row) {
+        return !filter.matches(m_snapshot.nameOf(m_snapshot.entries.get(row.entry)));
+    });
 }
 
 namespace {
@@ -439,6 +450,11 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
     }
     return filtersByComparison(mode) ? QStringLiteral("No changes in visible entries")
                                      : QStringLiteral("No changes in selected folder");
+}
+
+QString findText(const FileList& rows) {
+    return QStringLiteral("Find: %1 of %2 rows")
+        .arg(formatCount(rows.rowCount()), formatCount(rows.listedRows()));
 }
 
 } // namespace kestrel::engine

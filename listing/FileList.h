@@ -6,12 +6,14 @@
 
 #include <QString>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace kestrel::engine {
 
+class NameFilter;
 class ProgressMeter;
 class Snapshot;
 
@@ -102,6 +104,12 @@ public:
     static int32_t countRows(const Snapshot& snapshot, int32_t first, const ListingOptions& options,
                              int32_t stopAfter);
 
+    // Keeps the rows whose names pass the filter, in their order. The
+    // counters stay those of the whole listing.
+    void keepNamesMatching(const NameFilter& filter);
+    // The rows the listing gave before any were left out by a name filter.
+    int32_t listedRows() const { return std::max(m_listedRows, rowCount()); }
+
     const ListingOptions& options() const { return m_options; }
     int32_t rowCount() const { return int32_t(m_rows.size()); }
     int32_t entryAt(int32_t row) const { return m_rows[size_t(row)].entry; }
@@ -144,6 +152,7 @@ private:
     std::vector<Row> m_rows;
     std::vector<QString> m_folders;
     ListingCounters m_counters;
+    int32_t m_listedRows = 0;
 };
 
 // Cell texts of one entry, as the file list shows them. Values the scan
@@ -160,6 +169,10 @@ QString foldersText(int32_t folders);
 // Bytes listed (exact with exactBytes, else abbreviated), " in " and the
 // files text.
 QString listingText(const ListingCounters& counters, bool exactBytes);
+
+// While the find bar filters the list: "Find: 12 of 30,000 rows", the rows
+// shown of those listed.
+QString findText(const FileList& rows);
 
 // ShowChanges: the change summary. Without a paired window, and before the
 // first comparison, a hint what to do; after it the counts that are not 0

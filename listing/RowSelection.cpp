@@ -1,5 +1,6 @@
 #include "RowSelection.h"
 
+#include "engine/model/NameFilter.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 
@@ -48,6 +49,8 @@ SubFolderChoice chooseSubFolders(const Snapshot& snapshot, int32_t tag, ListingO
 
 void selectRows(FileList& rows, int32_t tag, const RowSelection& selection, ProgressMeter* meter) {
     rows.list(tag, selection.listing, meter);
+    if (selection.nameFilter)
+        rows.keepNamesMatching(*selection.nameFilter);
     if (selection.sortColumn != RowSelection::Unsorted)
         rows.sortByText(sortKeyColumn(selection.sortColumn), selection.descending);
 }

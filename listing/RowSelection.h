@@ -7,6 +7,7 @@
 
 namespace kestrel::engine {
 
+class NameFilter;
 class ProgressMeter;
 class Snapshot;
 
@@ -49,6 +50,9 @@ struct RowSelection {
     // Modified and Attributes sort on their hidden keys.
     int sortColumn = Unsorted;
     bool descending = false;
+    // Rows whose names do not pass it are left out (the window's find bar);
+    // it must outlive the selection's use.
+    const NameFilter* nameFilter = nullptr;
 };
 
 // Lists the folder whose first entry is tag into rows and sorts them.

@@ -66,6 +66,10 @@ const std::vector<CommandRow>& commandTable() {
          &W::mnuViewScroll_Click, Kind::Toggle},
         {C::Synchronise, "mnuViewSynch", "S&ynchronise Folders", {}, Enabling::Always,
          &W::mnuViewSynch_Click, Kind::Toggle},
+        {C::Find, "mnuEditFind", "&Find...", {QKeySequence(QKeySequence::Find)}, Enabling::Always,
+         &W::mnuEditFind_Click, Kind::Plain},
+        {C::FindNext, "mnuEditFindNext", "Find &Next", {QKeySequence(Qt::Key_F3)},
+         Enabling::Always, &W::mnuEditFindNext_Click, Kind::Plain},
     };
     // clang-format on
     return table;
@@ -85,6 +89,7 @@ const std::vector<WindowMenu>& windowMenus() {
           {F::New, F::Open, line, C::Repeat, C::Branch, line, C::SaveAs, C::Title, line, C::Export,
            C::Print, C::PrintPreview, line, F::Configuration, line, C::Close, F::Exit}},
          nullptr},
+        {{"&Edit", {C::Find, C::FindNext}}, nullptr},
         {{"&Compare", {C::CompareNow, C::CompareRoot}}, &SnapshotWindow::mnuCompare_Open},
         {{"&View", {C::Bytes, C::SubFolders, C::ScrollTogether, C::Synchronise}}, nullptr},
         {{"&Window", {F::Tile, F::TileSideBySide}}, nullptr},

@@ -49,8 +49,10 @@ enum class SnapshotCommand {
     SubFolders,
     ScrollTogether,
     Synchronise,
+    Find,
+    FindNext,
 };
-inline constexpr int SnapshotCommandCount = int(SnapshotCommand::Synchronise) + 1;
+inline constexpr int SnapshotCommandCount = int(SnapshotCommand::FindNext) + 1;
 
 // One item of a menu: a command of the frame or of the window, or a line.
 struct MenuLine {};
@@ -74,7 +76,7 @@ public:
     // The action with this name in the window's menus, the frame's included;
     // null when there is none.
     QAction* action(const QString& name) const;
-    // File, Compare, View, Window and Help, as the menu bar shows them while
+    // File, Edit, Compare, View, Window and Help, as the menu bar shows them while
     // the window is active.
     const QList<QMenu*>& menus() const { return m_menus; }
     // Enables the commands that depend on it for the number of windows.

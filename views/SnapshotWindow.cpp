@@ -1,6 +1,7 @@
 #include "SnapshotWindow.h"
 
 #include "FileGridModel.h"
+#include "FindBar.h"
 #include "FolderTreeModel.h"
 #include "ShownListOf.h"
 #include "SnapshotPair.h"
@@ -100,6 +101,8 @@ void SnapshotWindow::createControls() {
     m_sbrStatus = new SnapshotStatusBar(this);
     m_sbrStatus->setObjectName(QStringLiteral("sbrStatus"));
     showChangeSummary();
+
+    m_findBar = new FindBar(*this);
 
     setTabOrder(m_tvwPaths, m_cboShow);
     setTabOrder(m_cboShow, m_grdFiles);
@@ -344,6 +347,7 @@ engine::RowSelection SnapshotWindow::rowSelection() const {
     // contents.
     selection.listing.emptyFolders = m_host.options().isOn(Key::Empty);
     selection.listing.compared = &m_comparedPart;
+    selection.nameFilter = m_findBar->activeFilter();
     if (m_sort.sorted()) {
         selection.sortColumn = m_sort.column() - 1;
         selection.descending = sortDescending();
@@ -366,6 +370,9 @@ void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
 void SnapshotWindow::updateStatusBar() {
     m_sbrStatus->showListing(m_snapshot.header.rootFolder, m_currentKey, ShowChanges(),
                              m_gridModel->counters(), checked(SnapshotCommand::Bytes));
+    if (m_findBar->activeFilter())
+        m_sbrStatus->setPanelText(SnapshotStatusBar::ListingPanel,
+                                  engine::findText(m_gridModel->rows()));
 }
 
 QString SnapshotWindow::ShowChanges() const {
@@ -575,7 +582,10 @@ void SnapshotWindow::layOutControls() {
     m_cboShow->setGeometry(0, 0, split, comboHeight);
     m_tvwPaths->setGeometry(0, comboHeight, split, std::max(0, height - comboHeight));
     m_picSplit->setGeometry(split, 0, bar, height);
-    m_grdFiles->setGeometry(split + bar, 0, std::max(0, width() - split - bar), height);
+    const int gridWidth = std::max(0, width() - split - bar);
+    const int findHeight = m_findBar->isHidden() ? 0 : m_findBar->sizeHint().height();
+    m_findBar->setGeometry(split + bar, 0, gridWidth, findHeight);
+    m_grdFiles->setGeometry(split + bar, findHeight, gridWidth, std::max(0, height - findHeight));
     m_sbrStatus->setGeometry(0, height, width(), statusHeight);
 }
 

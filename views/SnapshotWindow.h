@@ -28,6 +28,7 @@ class QModelIndex;
 namespace kestrel::views {
 
 class FileGridModel;
+class FindBar;
 class FolderTreeModel;
 class SnapshotStatusBar;
 class SplitterBar;
@@ -114,6 +115,14 @@ public:
     void mnuViewSubs_Click();
     void mnuViewScroll_Click();
     void mnuViewSynch_Click();
+    // Find opens the find bar over the grid; Find Next goes to the next
+    // entry whose name passes it (FindBar.h).
+    void mnuEditFind_Click();
+    void mnuEditFindNext_Click();
+    FindBar* findBar() const { return m_findBar; }
+    // The find bar opened, closed or took another text: the grid lists the
+    // folder again through it.
+    void findBarChanged();
 
     // The pair's side of the window (SnapshotPair.h). The paired window is
     // null when there is none.
@@ -248,6 +257,7 @@ private:
     FileGridView* m_grdFiles = nullptr;
     SnapshotStatusBar* m_sbrStatus = nullptr;
     SplitterBar* m_picSplit = nullptr;
+    FindBar* m_findBar = nullptr;
     std::unique_ptr<SnapshotCommands> m_commands;
 
     QPointer<SnapshotWindow> m_pair;

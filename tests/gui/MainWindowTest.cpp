@@ -630,7 +630,7 @@ private Q_SLOTS:
         QCOMPARE(keyClashes(frame->menuBar()), QStringList());
         configurationByKeys();
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
-        QCOMPARE(frame->menuBar()->actions().size(), 5); // the snapshot window's menus
+        QCOMPARE(frame->menuBar()->actions().size(), 6); // the snapshot window's menus
         QCOMPARE(keyClashes(frame->menuBar()), QStringList());
         configurationByKeys();
     }

@@ -18,6 +18,7 @@
 #include "shell/MeterWindow.h"
 #include "shell/SnapshotFileCommands.h"
 #include "views/FileGridModel.h"
+#include "views/FindBar.h"
 #include "views/FolderTreeModel.h"
 #include "views/Highlight.h"
 #include "views/ShownListOf.h"
@@ -202,8 +203,11 @@ private Q_SLOTS:
                  u"Click New, Open or Repeat to provide the second Snapshot"_s);
         QVERIFY(!frame->toolbarButton(u"Compare"_s)->isEnabled());
         // The window's own menus stand in the frame's menu bar.
-        QCOMPARE(frame->menuBar()->actions().size(), 5);
-        QCOMPARE(frame->menuBar()->actions().at(1)->text(), u"&Compare"_s);
+        QStringList titles;
+        for (const QAction* menu : frame->menuBar()->actions())
+            titles << menu->text();
+        QCOMPARE(titles, (QStringList{u"&File"_s, u"&Edit"_s, u"&Compare"_s, u"&View"_s,
+                                      u"&Window"_s, u"&Help"_s}));
 
         changeTree();
         // Repeat from the toolbar, as a user would.
@@ -500,10 +504,10 @@ private Q_SLOTS:
         newer->setShowPosition(3);
         QCOMPARE(newer->rootKey(), u"sub/"_s);
         QVERIFY(newer->selectFolder(u"/sub/"_s));
-        Q_EMIT newer->menus().at(1)->aboutToShow();
+        Q_EMIT newer->menus().at(2)->aboutToShow();
         QVERIFY(newer->action(u"mnuCompareRoot"_s)->isChecked());
         QVERIFY(newer->selectFolder(u"/"_s));
-        Q_EMIT newer->menus().at(1)->aboutToShow();
+        Q_EMIT newer->menus().at(2)->aboutToShow();
         QVERIFY(!newer->action(u"mnuCompareRoot"_s)->isChecked());
         newer->setShowPosition(0);
 
@@ -577,6 +581,76 @@ private Q_SLOTS:
     // Clicks with the mouse in either window, and the arrow keys, select
     // the folder in the other window too, or say it has none; clicking the
     // folder selected already brings the other window back to it.
+    // Ctrl+F opens the find bar; typing filters the folder's rows as it is
+    // typed, Enter and F3 go to the next name anywhere in the snapshot with
+    // the paired window following, and Esc lists the folder whole again.
+    void findBarFiltersAndFindsAcrossFolders() {
+        Frame frame(iniPath());
+        showActive(frame);
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        clickNode(*newer, u"/"_s);
+        const QStringList whole = gridRows(*newer);
+        QTest::keyClick(newer->grid(), Qt::Key_F, Qt::ControlModifier);
+        QLineEdit* text = newer->findBar()->textBox();
+        QVERIFY(text->isVisible());
+        QVERIFY(newer->grid()->geometry().top() >= newer->findBar()->geometry().bottom());
+        QTRY_VERIFY(text->hasFocus());
+
+        const auto filtered = [&](const QString& part) {
+            QStringList rows;
+            for (const QString& name : whole)
+                if (name.contains(part, Qt::CaseInsensitive))
+                    rows << name;
+            return rows;
+        };
+        QTest::keyClicks(text, u"E"_s);
+        QCOMPARE(gridRows(*newer), filtered(u"e"_s));
+        QTest::keyClicks(text, u"W"_s);
+        QCOMPARE(gridRows(*newer), filtered(u"ew"_s));
+        QCOMPARE(newer->statusBar()->panelText(3),
+                 u"Find: %1 of %2 rows"_s.arg(filtered(u"ew"_s).size()).arg(whole.size()));
+        text->clear();
+        QTest::keyClicks(text, u"*.TXT"_s);
+        QCOMPARE(gridRows(*newer), filtered(u".txt"_s));
+        // Export takes what is shown.
+        QCOMPARE(shownListOf(*newer).rows->rowCount(), filtered(u".txt"_s).size());
+
+        // Nothing here is called b.txt: Enter goes to sub/, and the other
+        // window follows.
+        text->clear();
+        QTest::keyClicks(text, u"b.txt"_s);
+        QCOMPARE(newer->gridModel().rowCount(), 0);
+        QTest::keyClick(text, Qt::Key_Return);
+        QCOMPARE(newer->selectedKey(), u"/sub/"_s);
+        QCOMPARE(gridRows(*newer), words(u"b.txt"_s));
+        QCOMPARE(newer->grid()->currentIndex().row(), 0);
+        QCOMPARE(older->selectedKey(), u"/sub/"_s);
+        QCOMPARE(gridRows(*older), words(u"b.txt c.bin"_s));
+
+        // F3 goes round every folder holding the name and back.
+        text->clear();
+        QTest::keyClicks(text, u"n*.txt"_s);
+        QStringList visited;
+        for (int press = 0; press < 3; ++press) {
+            QTest::keyClick(newer->grid(), Qt::Key_F3);
+            const QModelIndex current = newer->grid()->currentIndex();
+            QVERIFY(current.isValid());
+            visited << newer->selectedKey() + current.data().toString().trimmed();
+        }
+        QCOMPARE(visited.first(), visited.last());
+        QVERIFY(visited.contains(u"/new.txt"_s));
+        QVERIFY(visited.contains(u"/newdir/n.txt"_s));
+
+        text->setFocus();
+        QTest::keyClick(text, Qt::Key_Escape);
+        QVERIFY(!newer->findBar()->isVisible());
+        clickNode(*newer, u"/"_s);
+        QCOMPARE(gridRows(*newer), whole);
+        QVERIFY(!newer->statusBar()->panelText(3).startsWith(u"Find:"_s));
+    }
+
     void clickedFoldersFollowInTheOtherWindow() {
         Frame frame(iniPath());
         showActive(frame);
