@@ -150,6 +150,32 @@ struct IgnorePatterns::Pattern {
     bool anchored = false;
     bool anyDepth = false; // a segment matches any number of names
     int fixedSegments = 0; // the segments that match one name each
+
+    // The bytes a matching name must start with, and a matching path (for
+    // an anchored pattern); -1 for any: most entries are turned away by
+    // them without a glob.
+    int nameFirstByte = -1;
+    int pathFirstByte = -1;
+
+    void noteFirstBytes() {
+        const auto firstByte = [](const Segment& segment) {
+            if (segment.kind == Segment::AnyDepth || segment.tokens.empty() ||
+                segment.tokens.front().kind != Token::Literal)
+                return -1;
+            return int(static_cast<unsigned char>(segment.text[segment.tokens.front().offset]));
+        };
+        nameFirstByte = firstByte(segments.back());
+        pathFirstByte = anchored ? firstByte(segments.front()) : -1;
+    }
+
+    // The byte a matching name must end with; -1 when it may end with any.
+    int lastByte() const {
+        const Segment& last = segments.back();
+        if (last.kind == Segment::AnyDepth || last.tokens.empty() ||
+            last.tokens.back().kind != Token::Literal)
+            return -1;
+        return static_cast<unsigned char>(last.text.back());
+    }
 };
 
 namespace {
@@ -352,6 +378,7 @@ std::optional<Pattern> compilePattern(std::string_view line, bool fold, QString&
         }
         p.segments.push_back(std::move(segment));
     }
+    p.noteFirstBytes();
     return p;
 }
 
@@ -485,6 +512,19 @@ IgnorePatterns::IgnorePatterns(std::string_view text, const QString& source) {
         m_patterns.push_back(std::move(*p));
         m_lines.emplace_back(line);
     }
+    index();
+}
+
+void IgnorePatterns::index() {
+    m_candidates.assign(512, {});
+    for (size_t k = 0; k < m_patterns.size(); ++k) {
+        const Pattern& p = m_patterns[k];
+        const int last = p.lastByte();
+        const int first = last < 0 ? 0 : last, end = last < 0 ? 256 : last + 1;
+        for (int folder = p.foldersOnly ? 1 : 0; folder < 2; ++folder)
+            for (int byte = first; byte < end; ++byte)
+                m_candidates[size_t(folder * 256 + byte)].push_back(uint32_t(k));
+    }
 }
 
 bool IgnorePatterns::empty() const {
@@ -497,6 +537,7 @@ void IgnorePatterns::append(const IgnorePatterns& more) {
     m_lines.insert(m_lines.end(), same.m_lines.begin(), same.m_lines.end());
     m_problems << same.m_problems;
     m_needsPaths |= same.m_needsPaths;
+    index();
 }
 
 IgnorePatterns IgnorePatterns::forMatching(NameMatching matching) const {
@@ -510,23 +551,34 @@ IgnorePatterns IgnorePatterns::forMatching(NameMatching matching) const {
         if (std::optional<Pattern> p =
                 compilePattern(line, matching == NameMatching::IgnoreCase, problem))
             compiled.m_patterns.push_back(std::move(*p));
+    compiled.index();
     return compiled;
 }
 
 bool IgnorePatterns::ignores(std::string_view path, bool folder) const {
     const size_t slash = path.rfind('/');
-    const std::string_view name = slash == None ? path : path.substr(slash + 1);
-    int names = -1; // counted when an anchored pattern first asks
-    for (auto p = m_patterns.rbegin(); p != m_patterns.rend(); ++p) {
-        if (p->foldersOnly && !folder)
+    return ignores(path, slash == None ? 0 : slash + 1,
+                   int(std::count(path.begin(), path.end(), '/')) + 1, folder);
+}
+
+bool IgnorePatterns::ignores(std::string_view path, size_t nameStart, int names,
+                             bool folder) const {
+    const std::string_view name = path.substr(nameStart);
+    if (m_patterns.empty())
+        return false;
+    const auto last = static_cast<unsigned char>(name.empty() ? 0 : name.back());
+    const std::vector<uint32_t>& candidates = m_candidates[(folder ? 256 : 0) + size_t(last)];
+    for (auto k = candidates.rbegin(); k != candidates.rend(); ++k) {
+        const Pattern* p = &m_patterns[*k];
+        if (p->nameFirstByte >= 0 &&
+            (name.empty() || static_cast<unsigned char>(name.front()) != p->nameFirstByte))
             continue;
         bool matched = false;
         if (!p->anchored) {
             matched = segmentMatches(p->segments.front(), *p, name);
         } else {
-            if (names < 0)
-                names = int(std::count(path.begin(), path.end(), '/')) + 1;
-            if (names < p->fixedSegments || (!p->anyDepth && names != p->fixedSegments))
+            if (names < p->fixedSegments || (!p->anyDepth && names != p->fixedSegments) ||
+                (p->pathFirstByte >= 0 && static_cast<unsigned char>(path[0]) != p->pathFirstByte))
                 continue;
             matched = pathMatches(*p, path);
         }
@@ -545,25 +597,26 @@ bool IgnoreWalk::ignored(int depth, std::string_view name, bool folder) {
     if (m_patterns.empty())
         return false;
     const bool fold = m_patterns.matching() == NameMatching::IgnoreCase;
-    std::string_view path = name;
+    size_t nameStart = 0;
     if (m_patterns.needsPaths()) {
         if (m_nameEnds.size() <= size_t(depth))
             m_nameEnds.resize(size_t(depth) + 1);
         m_path.resize(depth > 0 ? m_nameEnds[size_t(depth) - 1] : 0);
         if (depth > 0)
             m_path.push_back('/');
-        if (fold)
-            appendFolded(m_path, name);
-        else
-            m_path.append(name);
-        m_nameEnds[size_t(depth)] = m_path.size();
-        path = m_path;
-    } else if (fold) {
+        nameStart = m_path.size();
+    } else {
         m_path.clear();
-        appendFolded(m_path, name);
-        path = m_path;
     }
-    const bool ignored = m_patterns.ignores(path, folder);
+    if (fold)
+        appendFolded(m_path, name);
+    else
+        m_path.append(name);
+    if (m_patterns.needsPaths())
+        m_nameEnds[size_t(depth)] = m_path.size();
+    // Without anchored patterns the path is the name alone.
+    const int names = m_patterns.needsPaths() ? depth + 1 : 1;
+    const bool ignored = m_patterns.ignores(m_path, nameStart, names, folder);
     if (ignored && folder)
         m_ignoredFolderDepth = depth;
     return ignored;

@@ -63,13 +63,22 @@ public:
     // folded when the patterns are for IgnoreCase. The folders above it must
     // not be ignored themselves.
     bool ignores(std::string_view path, bool folder) const;
+    // The same, told where the entry's own name starts in path and how many
+    // names path holds (a walk knows both; counting them costs a pass over
+    // the path).
+    bool ignores(std::string_view path, size_t nameStart, int names, bool folder) const;
 
     struct Pattern; // compiled; defined where they are matched
 
 private:
-    void compileLine(std::string_view line, int number, const QString& source);
+    // Sorts the patterns by the last byte of the names they can match.
+    void index();
 
     std::vector<Pattern> m_patterns;
+    // By folder or file and the name's last byte: the patterns that may
+    // match such a name, in order. Most patterns end in a literal ("*.pyc",
+    // "*_7"), so an entry is tried against a few of them, not all.
+    std::vector<std::vector<uint32_t>> m_candidates;
     // The lines compiled, as written: compiled again for another matching.
     std::vector<std::string> m_lines;
     QStringList m_problems;
