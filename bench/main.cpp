@@ -9,6 +9,7 @@
 #include "Variants.h"
 
 #include "engine/compare/Compare.h"
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/file/SaveBehind.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/Snapshot.h"
@@ -48,6 +49,17 @@ bool load(engine::Snapshot& s, const QString& path) {
 
 // ---------------------------------------------------------------- children
 
+// Ignore patterns as a user writes them: names, extensions, anchored paths,
+// "**", sets and one negation. The generated names match few of them, so
+// nearly every entry is tried against all twenty.
+constexpr char TypicalPatterns[] = "*.pyc\n*.o\n__pycache__/\n*~\n.cache/\n*.log\n*.tmp\n"
+                                   "node_modules/\n/build/\n/var/log/**\n**/target/\n*.swp\n"
+                                   "Thumbs.db\n.DS_Store\na*_1?\n[A-F]*_7\n**/gen/**/*.c\n"
+                                   "docs/**/*.bak\n*_999\n!keep_999\n";
+// Every entry of the generated tree at the second level and below whose
+// folder at the second level ends in an odd digit: about half of them.
+constexpr char HalfTheTree[] = "/*/*[13579]\n";
+
 // The measured operations, each run in a child process. Prints
 // "<seconds> <entries>" on success.
 int child(const QStringList& args) {
@@ -65,6 +77,18 @@ int child(const QStringList& args) {
         s.header.recurse = s.header.hidden = true;
         engine::ScanSettings settings;
         settings.listingThreads = args.value(2, QStringLiteral("-1")).toInt();
+        const double start = now();
+        if (!engine::CreateSnapshot(s, settings, meter).ok)
+            return 2;
+        return report(now() - start, s.entryCount);
+    }
+    if (op == QLatin1String("scan-excluding")) { // TREE: half the tree left out
+        engine::Snapshot s;
+        s.header.rootFolder = args.value(1) + QLatin1Char('/');
+        s.header.recurse = s.header.hidden = true;
+        engine::ScanSettings settings;
+        settings.exclude =
+            std::make_shared<const engine::IgnorePatterns>(HalfTheTree, QStringLiteral("bench"));
         const double start = now();
         if (!engine::CreateSnapshot(s, settings, meter).ok)
             return 2;
@@ -103,12 +127,16 @@ int child(const QStringList& args) {
             return 2;
         return report(now() - start, s.entryCount);
     }
-    if (op == QLatin1String("compare")) {
+    if (op == QLatin1String("compare")) { // A B [ignoring]
         engine::Snapshot a, b;
         if (!load(a, args.value(1)) || !load(b, args.value(2)))
             return 2;
+        engine::CompareOptions options;
+        if (args.value(3) == QLatin1String("ignoring"))
+            options.ignorePatterns = std::make_shared<const engine::IgnorePatterns>(
+                TypicalPatterns, QStringLiteral("bench"));
         const double start = now();
-        if (!engine::CompareSnapshot(a, 1, b, 1, true, {}, meter).ok)
+        if (!engine::CompareSnapshot(a, 1, b, 1, true, options, meter).ok)
             return 2;
         return report(now() - start, int64_t(a.entryCount) + b.entryCount);
     }
@@ -298,6 +326,11 @@ int drive(const Config& c) {
          child({QStringLiteral("compare"), snapshot, snapshot}), 2 * n, baseline},
         {QStringLiteral("compare, other listing order"),
          child({QStringLiteral("compare"), snapshot, shuffled}), 2 * n, baseline},
+        {QStringLiteral("compare with itself, 20 ignore patterns"),
+         child({QStringLiteral("compare"), snapshot, snapshot, QStringLiteral("ignoring")}), 2 * n,
+         baseline},
+        {QStringLiteral("scan, half the tree excluded"),
+         child({QStringLiteral("scan-excluding"), tree}), n, baseline},
         {QStringLiteral("compare after 1000/500/500 changes"),
          child({QStringLiteral("compare"), snapshot, changed}), 2 * n, baseline},
         {QStringLiteral("kestrel-cli export, all sub-folders"),
@@ -349,6 +382,8 @@ int drive(const Config& c) {
     const Row saveRow = *row("save");
     const Row compareSelf = *row("compare with itself, both ways");
     const Row compareShuffled = *row("compare, other listing order");
+    const Row compareIgnoring = *row("compare with itself, 20 ignore patterns");
+    const Row scanExcluding = *row("scan, half the tree excluded");
     const Row exportRow = *row("kestrel-cli export, all sub-folders");
     const Row reportRow = *row("kestrel-cli report, 30,000 rows");
     const Row bare1 = *row("bare walk, 1 thread");
@@ -392,6 +427,15 @@ int drive(const Config& c) {
                        compareShuffled.sample.seconds, 0.45, QStringLiteral("s")});
     targets.push_back({QStringLiteral("compare, other order / same order"),
                        compareShuffled.sample.seconds / compareSelf.sample.seconds, 1.5,
+                       QStringLiteral("x")});
+    targets.push_back({QStringLiteral("compare, 20 ignore patterns / none"),
+                       compareIgnoring.sample.seconds / compareSelf.sample.seconds, 1.3,
+                       QStringLiteral("x")});
+    // The patterns leave out about half the entries; the share kept is shown.
+    std::printf("\n  The scan with half the tree excluded kept %.0f%% of the entries.\n",
+                100.0 * double(scanExcluding.sample.entries) / n);
+    targets.push_back({QStringLiteral("scan, half the tree excluded / all"),
+                       scanExcluding.sample.seconds / scan.sample.seconds, 0.55,
                        QStringLiteral("x")});
     // Wall time, as the user waits; the processor time beside it is what a
     // machine busy with other work cannot inflate (the lines of a long list

@@ -1,5 +1,6 @@
 #include "CommandSupport.h"
 
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
@@ -206,6 +207,78 @@ std::optional<ShowMode> namedShowMode(const QString& word) {
         return std::nullopt;
     }
     return mode;
+}
+
+namespace {
+
+const QString PatternsTitle = QStringLiteral("Ignore Patterns");
+
+void printProblems(const IgnorePatterns& patterns) {
+    for (const QString& problem : patterns.problems())
+        printLine(stderr, problem);
+}
+
+// The bytes of a pattern file the user named: a regular file, through a
+// link too. Nothing, with the reason printed, when it cannot be read.
+std::optional<QByteArray> readPatternFile(const QString& path) {
+    QFile file(path);
+    if (!openForReading(file, QIODevice::ReadOnly)) {
+        const int error = errno;
+        printError(PatternsTitle,
+                   path + QStringLiteral(": ") +
+                       (error == EINVAL ? QStringLiteral("not a regular file")
+                                        : QString::fromLocal8Bit(std::strerror(error))));
+        return std::nullopt;
+    }
+    QByteArray text = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        printError(PatternsTitle, path + QStringLiteral(": ") + file.errorString());
+        return std::nullopt;
+    }
+    return text;
+}
+
+} // namespace
+
+std::optional<std::shared_ptr<const IgnorePatterns>>
+patternsFromCommandLine(const QCommandLineParser& parser, const QCommandLineOption& patternOption,
+                        const QCommandLineOption& filesOption,
+                        const std::shared_ptr<const IgnorePatterns>& start) {
+    auto patterns = std::make_shared<IgnorePatterns>();
+    if (start)
+        *patterns = *start;
+    for (const QString& path : parser.values(filesOption)) {
+        const std::optional<QByteArray> text = readPatternFile(path);
+        if (!text)
+            return std::nullopt;
+        const IgnorePatterns more(std::string_view(text->constData(), size_t(text->size())), path);
+        printProblems(more);
+        patterns->append(more);
+    }
+    // Each value is one pattern: "line 2" is the second.
+    QStringList values = parser.values(patternOption);
+    for (QString& value : values)
+        value.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    const QByteArray lines = values.join(QLatin1Char('\n')).toUtf8();
+    const IgnorePatterns given(std::string_view(lines.constData(), size_t(lines.size())),
+                               QStringLiteral("--") + patternOption.names().constFirst());
+    printProblems(given);
+    patterns->append(given);
+    if (patterns->empty())
+        return std::shared_ptr<const IgnorePatterns>();
+    return std::shared_ptr<const IgnorePatterns>(std::move(patterns));
+}
+
+bool checkOwnPatterns(const Snapshot& snapshot) {
+    if (!snapshot.ignoreFileProblem.isEmpty()) {
+        printError(PatternsTitle, snapshot.header.rootFolder + snapshot.ignoreFileProblem);
+        return false;
+    }
+    const std::string& own = snapshot.header.ownIgnorePatterns;
+    if (!own.empty())
+        printProblems(IgnorePatterns(own, snapshot.header.rootFolder +
+                                              QString::fromLatin1(OwnIgnoreFileName)));
+    return true;
 }
 
 CompareOptions commandLineCompareOptions() {

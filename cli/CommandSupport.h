@@ -9,9 +9,11 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <memory>
 #include <optional>
 
 namespace kestrel::engine {
+class IgnorePatterns;
 class ProgressMeter;
 class Snapshot;
 struct ScanSettings;
@@ -73,6 +75,22 @@ bool obtainSnapshot(const QString& path, engine::Snapshot& snapshot, engine::Pro
 // The show mode a --show option names; nothing, with the reason printed,
 // when it names none.
 std::optional<engine::ShowMode> namedShowMode(const QString& word);
+
+// Patterns given on the command line: start (may be null), then the lines
+// of each file of filesOption, then each value of patternOption, one
+// pattern each; the last that matches decides. Lines that cannot be
+// compiled are printed and left out. Nothing, with the reason printed
+// (exit status 2), when a file cannot be read; null when there are no
+// patterns at all.
+std::optional<std::shared_ptr<const engine::IgnorePatterns>>
+patternsFromCommandLine(const QCommandLineParser& parser, const QCommandLineOption& patternOption,
+                        const QCommandLineOption& filesOption,
+                        const std::shared_ptr<const engine::IgnorePatterns>& start);
+
+// Prints the lines of a snapshot's own patterns (.kestrelignore) that cannot
+// be compiled; false, with the reason printed, when the scan could not read
+// the file at all.
+bool checkOwnPatterns(const engine::Snapshot& snapshot);
 
 // How the command line compares unless told otherwise: nothing ignored,
 // every attribute but the normal bit, which only says that no other bit

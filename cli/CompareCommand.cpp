@@ -38,7 +38,13 @@ const QString Description = QStringLiteral(
     "its path and \" (unreadable)\", never as an addition or deletion; values that could\n"
     "not be read are \"unknown\" and never compared.\n"
     "Nothing is ignored unless asked; versions are compared only when both snapshots\n"
-    "recorded them. Exit status: 0 no differences, 1 differences, 2 trouble.");
+    "recorded them. Entries whose names match an ignore pattern (gitignore rules: *, ?,\n"
+    "[...], **, a trailing / for folders only, a leading or middle / anchored at the\n"
+    "snapshot's root, ! to take back, # comments), and everything beneath a matching\n"
+    "folder, take no part: they are neither listed nor counted; the summary says how\n"
+    "many were ignored. Each snapshot's own patterns, from the .kestrelignore its root\n"
+    "folder held when it was taken, apply after those given here.\n"
+    "Exit status: 0 no differences, 1 differences, 2 trouble.");
 
 struct CompareCommandOptions {
     QCommandLineOption ignoreSize{QStringLiteral("ignore-size"),
@@ -61,12 +67,22 @@ struct CompareCommandOptions {
         QStringLiteral("Dates that differ by this much or less are the same: seconds, or e.g. "
                        "2s, 90m, 1h, 3d."),
         QStringLiteral("DURATION")};
+    QCommandLineOption ignore{
+        QStringLiteral("ignore"),
+        QStringLiteral("Ignore entries matching PATTERN (repeatable; the last that matches "
+                       "decides)."),
+        QStringLiteral("PATTERN")};
+    QCommandLineOption ignoreFrom{
+        QStringLiteral("ignore-from"),
+        QStringLiteral("Ignore entries matching the patterns of FILE, one a line (before "
+                       "--ignore's)."),
+        QStringLiteral("FILE")};
     QCommandLineOption useSettings{
         QStringLiteral("use-settings"),
         QStringLiteral(
-            "Start from the ignore options stored by Kestrel's options dialog. There the\n"
-            "attributes ticked under \"Ignore attributes\" are the only ones compared, and\n"
-            "none are while that box is off.")};
+            "Start from the ignore options stored by Kestrel's options dialog, its ignore\n"
+            "patterns first. There the attributes ticked under \"Ignore attributes\" are the\n"
+            "only ones compared, and none are while that box is off.")};
     QCommandLineOption show{
         QStringLiteral("show"),
         QStringLiteral("List NEW's entries as the file list shows them instead: all, only (only "
@@ -82,7 +98,7 @@ struct CompareCommandOptions {
         parser.addPositionalArgument(QStringLiteral("NEW"),
                                      QStringLiteral("The later snapshot file or folder."));
         parser.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes, tolerance,
-                           useSettings, show, format});
+                           ignore, ignoreFrom, useSettings, show, format});
     }
 };
 
@@ -164,6 +180,8 @@ std::optional<CompareOptions> chosenCompareOptions(const QCommandLineParser& p,
         settings::Options stored;
         settings::SettingsStore().getSettings(stored);
         options = stored.compareOptions();
+        for (const QString& problem : stored.patternProblems())
+            printLine(stderr, problem);
     }
     options.ignoreSize |= p.isSet(o.ignoreSize);
     options.ignoreVersion |= p.isSet(o.ignoreVersion);
@@ -187,6 +205,11 @@ std::optional<CompareOptions> chosenCompareOptions(const QCommandLineParser& p,
         }
         options.dateTolerance = days;
     }
+    const auto patterns =
+        patternsFromCommandLine(p, o.ignore, o.ignoreFrom, options.ignorePatterns);
+    if (!patterns)
+        return std::nullopt;
+    options.ignorePatterns = *patterns;
     return options;
 }
 
@@ -258,7 +281,8 @@ void writeShownEntries(CompareReport& report, const Snapshot& newer, ShowMode sh
             report.listed(i);
 }
 
-QString summaryText(const DifferenceCounts& counts) {
+// The summary line: the differences by kind, and what each side ignored.
+QString summaryText(const DifferenceCounts& counts, const Snapshot& newer, const Snapshot& older) {
     QString summary = QStringLiteral("%1 only in NEW, %2 only in OLD, %3 changed")
                           .arg(counts.added)
                           .arg(counts.removed)
@@ -266,6 +290,9 @@ QString summaryText(const DifferenceCounts& counts) {
     if (counts.unreadable > 0)
         summary += QStringLiteral(", ") + unreadableFoldersText(counts.unreadable) +
                    QStringLiteral(" on one side");
+    if (newer.ignoredCount > 0 || older.ignoredCount > 0)
+        summary += QStringLiteral(", %1 ignored in NEW, %2 in OLD")
+                       .arg(formatCount(newer.ignoredCount), formatCount(older.ignoredCount));
     return summary;
 }
 
@@ -292,7 +319,8 @@ int compareCommand(const QStringList& arguments) {
     ProgressMeter meter(&view);
     Snapshot older, newer;
     if (!obtainSnapshot(p.positionalArguments().at(0), older, meter) ||
-        !obtainSnapshot(p.positionalArguments().at(1), newer, meter))
+        !obtainSnapshot(p.positionalArguments().at(1), newer, meter) || !checkOwnPatterns(older) ||
+        !checkOwnPatterns(newer))
         return ExitTrouble;
     // A snapshot taken without versions has none to compare.
     if (!older.header.versions || !newer.header.versions)
@@ -314,7 +342,7 @@ int compareCommand(const QStringList& arguments) {
         printError(QStringLiteral("Comparing Snapshots"), e.text());
         return ExitTrouble;
     }
-    printLine(stderr, summaryText(counts));
+    printLine(stderr, summaryText(counts, newer, older));
     return counts.total() > 0 ? ExitDifferences : ExitOk;
 }
 

@@ -29,8 +29,12 @@ const QString Description = QStringLiteral(
     "exists the series is full and nothing is replaced unless named with --output.\n"
     "Prints the summary on standard error and the path written on standard output.\n"
     "Folders that could not be read are recorded as such and their paths printed on\n"
-    "standard error. Exit status: 0 saved, 3 saved with folders that could not be\n"
-    "read, 2 trouble.");
+    "standard error. Entries matching an --exclude pattern (gitignore rules; a leading\n"
+    "or middle / anchors at FOLDER) are not recorded, and excluded folders are never\n"
+    "opened. A .kestrelignore file in FOLDER is recorded with the snapshot (in\n"
+    "FILE.ignore beside it) and its patterns apply whenever the snapshot is compared; one\n"
+    "that cannot be read is said after the save, with exit status 2.\n"
+    "Exit status: 0 saved, 3 saved with folders that could not be read, 2 trouble.");
 
 struct SnapshotOptions {
     QCommandLineOption output{QStringLiteral("output"), QStringLiteral("Save as FILE."),
@@ -48,6 +52,18 @@ struct SnapshotOptions {
         QStringLiteral("FOLDER")};
     QCommandLineOption title{QStringLiteral("title"), QStringLiteral("The snapshot's title."),
                              QStringLiteral("TEXT")};
+    QCommandLineOption exclude{
+        QStringLiteral("exclude"),
+        QStringLiteral("Leave out entries matching PATTERN, e.g. /proc/ (repeatable)."),
+        QStringLiteral("PATTERN")};
+    QCommandLineOption excludeFrom{
+        QStringLiteral("exclude-from"),
+        QStringLiteral("Leave out entries matching the patterns of FILE, one a line."),
+        QStringLiteral("FILE")};
+    QCommandLineOption oneFileSystem{
+        QStringLiteral("one-file-system"),
+        QStringLiteral("Do not go into folders of other mounted file systems (they are "
+                       "recorded, empty).")};
     QCommandLineOption meterLevel{
         QStringLiteral("meter"),
         QStringLiteral("Progress feedback: 0 faster processing, 1 standard, 2 maximum."),
@@ -56,7 +72,8 @@ struct SnapshotOptions {
     void addTo(QCommandLineParser& parser) const {
         parser.addPositionalArgument(QStringLiteral("FOLDER"),
                                      QStringLiteral("The folder to scan."));
-        parser.addOptions({output, dir, noRecurse, noHidden, versions, title, meterLevel});
+        parser.addOptions({output, dir, noRecurse, noHidden, versions, title, exclude, excludeFrom,
+                           oneFileSystem, meterLevel});
     }
 };
 
@@ -146,8 +163,13 @@ int snapshotCommand(const QStringList& arguments) {
     Snapshot snapshot;
     snapshot.header.recurse = !p.isSet(o.noRecurse);
     snapshot.header.hidden = !p.isSet(o.noHidden);
+    const auto excluded = patternsFromCommandLine(p, o.exclude, o.excludeFrom, nullptr);
+    if (!excluded)
+        return ExitTrouble;
     ScanSettings settings;
     settings.meterLevel = *level;
+    settings.exclude = *excluded;
+    settings.oneFileSystem = p.isSet(o.oneFileSystem);
     if (p.isSet(o.versions)) {
         snapshot.header.versions = true;
         settings.versionFolder = absoluteFolder(p.value(o.versions));
@@ -163,7 +185,9 @@ int snapshotCommand(const QStringList& arguments) {
     const ScanAndSaveOutcome done = ScanAndSaveSnapshot(snapshot, settings, meter);
     if (!scanSucceeded(done.scan) || !succeeded(done.save))
         return ExitTrouble;
-    return printSaved(snapshot, done.scan.summary, path);
+    const int status = printSaved(snapshot, done.scan.summary, path);
+    // Saved whole all the same: a bad pattern file loses nothing.
+    return checkOwnPatterns(snapshot) ? status : ExitTrouble;
 }
 
 } // namespace kestrel::cli

@@ -202,7 +202,7 @@ void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter*
             ++m_counters.files;
             m_counters.bytes += e.size;
         }
-        if (compared && (!options.compared || options.compared->covers(i))) {
+        if (compared && !e.isIgnored() && (!options.compared || options.compared->covers(i))) {
             if (e.match == 0)
                 ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
             else if (e.status > 0)
@@ -260,6 +260,8 @@ Highlight FileList::highlight(int32_t row, int column) const {
     if (m_options.compared && !m_options.compared->covers(entry))
         return Highlight::None;
     const SnapshotEntry& e = m_snapshot.entries.get(entry);
+    if (e.isIgnored())
+        return Highlight::None;
     if (e.match == 0)
         return Highlight::Deleted;
     // The status bits paint the cells one by one, whatever the entry: a

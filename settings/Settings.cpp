@@ -1,5 +1,7 @@
 #include "Settings.h"
 
+#include "engine/compare/IgnorePatterns.h"
+
 #include "engine/model/Snapshot.h"
 
 #include <algorithm>
@@ -217,6 +219,24 @@ void Options::setParams(const QString& params) {
     Q_EMIT changed();
 }
 
+void Options::setPatterns(const QString& patterns) {
+    if (m_values.patterns == patterns)
+        return;
+    m_values.patterns = patterns;
+    const QByteArray text = patterns.toUtf8();
+    auto compiled = std::make_shared<engine::IgnorePatterns>(
+        std::string_view(text.constData(), size_t(text.size())), QStringLiteral("Ignore Patterns"));
+    m_patternProblems = compiled->problems();
+    m_ignorePatterns.reset();
+    if (!compiled->empty())
+        m_ignorePatterns = std::move(compiled);
+    Q_EMIT changed();
+}
+
+QStringList Options::patternProblems() const {
+    return m_patternProblems;
+}
+
 engine::CompareOptions Options::compareOptions() const {
     engine::CompareOptions options;
     options.ignoreSize = m_ignoreSize;
@@ -228,6 +248,7 @@ engine::CompareOptions Options::compareOptions() const {
     // make it look.
     options.attributeCompareMask = uint16_t(m_attributeIgnoreMask);
     options.dateTolerance = m_dateTolerance;
+    options.ignorePatterns = m_ignorePatterns;
     return options;
 }
 

@@ -7,6 +7,7 @@
 #include <QStringList>
 
 #include <cstdint>
+#include <memory>
 #include <span>
 
 namespace kestrel::settings {
@@ -55,6 +56,9 @@ struct Settings {
     // Kestrel's own addition: an hour's difference (give or take the date
     // tolerance) is a clock change, not a change of the file.
     int16_t dst = 0;
+    // Kestrel's own addition: ignore patterns, one a line (gitignore rules;
+    // engine/compare/IgnorePatterns.h). Stored as one value, "Patterns".
+    QString patterns;
 
     bool operator==(const Settings&) const = default;
 };
@@ -180,6 +184,8 @@ public:
     bool setValue(Key key, int value);
     void setProgram(const QString& program);
     void setParams(const QString& params);
+    // Sets the ignore patterns and compiles them at once.
+    void setPatterns(const QString& patterns);
 
     // Derived values.
     Rgb changedColour() const { return m_changedColour; }
@@ -192,6 +198,13 @@ public:
     bool ignoreSize() const { return m_ignoreSize; }
     bool ignoreVersion() const { return m_ignoreVersion; }
     bool ignoreDst() const { return m_ignoreDst; }
+    // The ignore patterns compiled; none when there are none.
+    const std::shared_ptr<const engine::IgnorePatterns>& ignorePatterns() const {
+        return m_ignorePatterns;
+    }
+    // The pattern lines that could not be compiled ("Ignore Patterns: line
+    // 3: unclosed ["); the others apply.
+    QStringList patternProblems() const;
 
     engine::CompareOptions compareOptions() const;
 
@@ -219,6 +232,8 @@ private:
     bool m_ignoreSize = false;
     bool m_ignoreVersion = false;
     bool m_ignoreDst = false;
+    std::shared_ptr<const engine::IgnorePatterns> m_ignorePatterns;
+    QStringList m_patternProblems;
 };
 
 } // namespace kestrel::settings

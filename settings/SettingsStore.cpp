@@ -14,6 +14,7 @@ namespace kestrel::settings {
 namespace {
 
 const QString Config = QStringLiteral("Config");
+const QString Ignore = QStringLiteral("Ignore");
 const QString Recent = QStringLiteral("Recent");
 
 QString recentFileKey(qsizetype n) {
@@ -162,6 +163,7 @@ void SettingsStore::getSettings(Options& options) const {
     const Settings defaults;
     options.setProgram(readString(Config, QStringLiteral("Program"), defaults.program));
     options.setParams(readString(Config, QStringLiteral("Params"), defaults.params));
+    options.setPatterns(readString(Ignore, QStringLiteral("Patterns"), defaults.patterns));
 }
 
 void SettingsStore::saveSettings(const Options& options) {
@@ -181,6 +183,8 @@ void SettingsStore::saveSettings(const Options& options) {
     writeString(Config, QStringLiteral("Program"), options.values().program);
     for (const CountList& list : countLists())
         save(list.key);
+    // The lines in one value: the store escapes the line breaks.
+    writeString(Ignore, QStringLiteral("Patterns"), options.values().patterns);
     m_settings->sync();
 }
 

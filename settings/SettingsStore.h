@@ -51,9 +51,10 @@ public:
 
     // GetSettings: loads every option into options through its setters, so
     // each control's rule runs, in a fixed order: the tolerance lists, the
-    // "Config" numbers, the "Ignore" boxes, "Shell", then "Program" and
-    // "Params". A list position that the list does not have gives the key's
-    // default.
+    // "Config" numbers, the "Ignore" boxes, "Shell", then "Program",
+    // "Params" and the ignore patterns ("Ignore"/"Patterns": every line in
+    // one value, the line breaks escaped by the store). A list position that the list does not have
+    // gives the key's default.
     void getSettings(Options& options) const;
 
     // SaveSettings: writes every option except "Synch" (saveSynch does) and

@@ -115,6 +115,7 @@ private:
         int32_t otherFirst = 0;    // where the other ring was entered
         bool knownMatches = false; // the first way's matches answer this ring
         bool remembered = false;   // the first way may still remember this ring
+        bool anyCompared = false;  // an entry of the ring was not ignored
     };
 
     void push(int32_t first, int32_t otherIndex, bool hasOtherRing) {
@@ -142,8 +143,12 @@ private:
         }
         if (!f.hasOtherRing)
             return 0;
-        const int32_t found =
+        int32_t found =
             m_lookups[m_stack.size() - 1]->locate(f.otherIndex, m_self.nameOf(e), m_selfHashes, i);
+        // An entry ignored there (a folder of the name, where only folders
+        // are ignored) is no counterpart.
+        if (found != 0 && m_other.entries.at(found).isIgnored())
+            found = 0;
         if (found != 0 && f.remembered)
             f.remembered = m_learning->found(found, i, !e.isFolder());
         return found;
@@ -159,6 +164,11 @@ private:
 
         const int32_t i = f.i;
         SnapshotEntry& e = m_self.entries.mutableAt(i);
+        if (e.isIgnored()) {
+            advance();
+            return;
+        }
+        f.anyCompared = true;
         bool comparedFiles;
         const int32_t found = counterpartOf(f, i, e, comparedFiles);
         // The first way marked both files of a pair it compared with their
@@ -205,6 +215,7 @@ private:
                 return;
             }
             const bool result = f.result;
+            const bool allIgnored = !f.anyCompared;
             if (m_learning && f.hasOtherRing)
                 m_learning->endRing(
                     f.otherFirst, f.remembered && m_lookups[m_stack.size() - 1]->namesToldApart());
@@ -213,7 +224,11 @@ private:
                 return;
             Frame& parent = m_stack.back();
             SnapshotEntry& folder = m_self.entries.mutableAt(parent.i);
-            if (result) {
+            if (allIgnored) {
+                // Contents that are all ignored are as none: an empty folder.
+                folder.match = -parent.found;
+                parent.result = true;
+            } else if (result) {
                 folder.match = parent.found;
                 SnapshotEntry& holder = m_self.entries.mutableAt(folder.parent);
                 holder.status = addSaturated(holder.status, folder.status);
@@ -319,9 +334,50 @@ QString WhatItWas(const Snapshot& holder, int32_t index, double size, double mod
     return list.isEmpty() ? QString() : QStringLiteral("[was ") + list + QLatin1Char(']');
 }
 
+QString ignoredNote(int32_t ignored) {
+    return ignored > 0 ? QStringLiteral(", ") + formatCount(ignored) + QStringLiteral(" ignored")
+                       : QString();
+}
+
+IgnorePatterns comparisonPatterns(const Snapshot& self, const Snapshot& other,
+                                  const CompareOptions& options) {
+    IgnorePatterns patterns = options.ignorePatterns ? *options.ignorePatterns : IgnorePatterns();
+    const QString own = QStringLiteral(".kestrelignore");
+    const std::string& selfOwn = self.header.ownIgnorePatterns;
+    const std::string& otherOwn = other.header.ownIgnorePatterns;
+    if (!selfOwn.empty())
+        patterns.append(IgnorePatterns(selfOwn, own));
+    if (!otherOwn.empty() && otherOwn != selfOwn)
+        patterns.append(IgnorePatterns(otherOwn, own));
+    const NameMatching matching = nameMatchingFor(self, other);
+    return patterns.matching() == matching ? patterns : patterns.forMatching(matching);
+}
+
+int32_t MarkIgnoredEntries(Snapshot& snapshot, const IgnorePatterns& patterns) {
+    IgnoreWalk walk(patterns);
+    int32_t ignored = 0;
+    walkEntries(snapshot, [&](int32_t i, int depth) {
+        SnapshotEntry& e = snapshot.entries.getMutable(i);
+        if (walk.ignored(depth, snapshot.nameOf(e), e.isFolder())) {
+            e.status = Change::Ignored;
+            e.match = 0;
+            ++ignored;
+        } else if (e.isIgnored()) {
+            e.status = 0;
+        }
+    });
+    snapshot.ignoredCount = ignored;
+    return ignored;
+}
+
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
     try {
+        // Marks of an earlier comparison go even when nothing is ignored now.
+        const IgnorePatterns patterns = comparisonPatterns(self, other, options);
+        for (Snapshot* s : {&self, &other})
+            if (!patterns.empty() || s->ignoredCount > 0)
+                MarkIgnoredEntries(*s, patterns);
         // The names' hashes serve both ways: the second way finds them all
         // worked out by the first.
         const NameMatching matching = nameMatchingFor(self, other);

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "CompareOptions.h"
+#include "IgnorePatterns.h"
+#include "engine/model/Snapshot.h"
 #include "engine/support/Errors.h"
 
 #include <QString>
@@ -13,7 +15,6 @@
 namespace kestrel::engine {
 
 class ProgressMeter;
-class Snapshot;
 
 // Status bits of a file entry after a comparison. A folder's status is only
 // meaningful as "greater than 0": something beneath it changed.
@@ -26,6 +27,8 @@ inline constexpr int16_t Version = 128;
 // counterpart or is a changed file; each changed sub-folder then adds its
 // own status to it.
 inline constexpr int16_t InsideFolder = 2;
+// The whole status of an entry the ignore patterns leave out (below 0).
+inline constexpr int16_t Ignored = IgnoredStatus;
 } // namespace Change
 
 // CompareSnapshot: marks every entry of self that the walk reaches with its
@@ -40,6 +43,15 @@ inline constexpr int16_t InsideFolder = 2;
 // counterpart) keep their values. The meter's maximum is the count entry 1
 // keeps; the meter is not cancellable. A damaged snapshot whose rings do not
 // close ends the comparison with "Subscript out of range".
+//
+// Ignore patterns: the options' patterns, then self's own and other's own
+// (.kestrelignore), matched against paths below each snapshot's root under
+// the pair's name rule. Before the walk every entry of both snapshots they
+// ignore, and everything beneath an ignored folder, is marked with
+// Change::Ignored and match 0, and each snapshot's ignoredCount counts them;
+// marks of an earlier comparison are cleared. The walk then passes ignored
+// entries by: they are neither counterparts nor differences, and a folder
+// whose contents are all ignored compares as an empty one.
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter);
 
@@ -65,6 +77,19 @@ QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
 // when nothing differs or when either side's values could not be read.
 QString WhatItWas(const Snapshot& holder, int32_t index, double size, double modified,
                   int16_t attributes, std::string_view version, const CompareOptions& options);
+
+// ", 1,234 ignored" for the change summary; empty when nothing was ignored.
+QString ignoredNote(int32_t ignored);
+
+// The patterns a comparison of the two snapshots applies: the options',
+// then each snapshot's own, for the pair's name rule. Empty when there are
+// none.
+IgnorePatterns comparisonPatterns(const Snapshot& self, const Snapshot& other,
+                                  const CompareOptions& options);
+
+// Marks the entries of a snapshot the patterns ignore (see CompareSnapshot)
+// and returns how many; clears the marks of entries they do not ignore.
+int32_t MarkIgnoredEntries(Snapshot& snapshot, const IgnorePatterns& patterns);
 
 // True when two modified times differ by more than the tolerance (and, when
 // clock changes are ignored, by more than the tolerance from one hour).

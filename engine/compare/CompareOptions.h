@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace kestrel::engine {
+
+class IgnorePatterns;
 
 // What a comparison of two snapshots leaves out. The defaults ignore nothing.
 struct CompareOptions {
@@ -18,6 +21,11 @@ struct CompareOptions {
     uint16_t attributeCompareMask = 0xFFFF;
     // Dates that differ by this many days or less are the same.
     double dateTolerance = 0;
+    // Entries whose names these patterns match take no part: the options'
+    // and the command line's patterns, compiled for exact names. Each
+    // snapshot's own .kestrelignore patterns apply after them. None: nothing
+    // is ignored but by the snapshots' own patterns.
+    std::shared_ptr<const IgnorePatterns> ignorePatterns;
 };
 
 } // namespace kestrel::engine

@@ -43,7 +43,10 @@ private:
     // Every entry beneath folder index, in table order.
     void emitContents(const Snapshot& s, int32_t index, Difference::Kind kind) {
         if (hasContents(s, index))
-            walkFrom(s, index + 1, [&](int32_t i, int) { m_rows.push_back({kind, i}); });
+            walkFrom(s, index + 1, [&](int32_t i, int) {
+                if (!s.entries.get(i).isIgnored())
+                    m_rows.push_back({kind, i});
+            });
     }
 
     void step() {
@@ -58,6 +61,8 @@ private:
             const SnapshotEntry& e = m_new.entry(i);
             const int32_t next = e.nextSibling;
             pair.newCurrent = (next == pair.newFirst || next == i) ? 0 : next;
+            if (e.isIgnored())
+                return;
             if (e.match == 0) {
                 m_rows.push_back({Difference::OnlyInNew, i});
                 if (e.isFolder())
@@ -86,7 +91,7 @@ private:
         do {
             spend();
             const SnapshotEntry& e = m_old.entry(i);
-            if (e.match == 0) {
+            if (e.match == 0 && !e.isIgnored()) {
                 m_rows.push_back({Difference::OnlyInOld, i});
                 if (e.isFolder())
                     emitContents(m_old, i, Difference::OnlyInOld);

@@ -18,7 +18,8 @@ struct Difference {
 // the new snapshot's entries of a folder in its table order (entries only in
 // it, with everything beneath them, and changed files), each matched
 // sub-folder's differences right after the sub-folder, then what only the old
-// snapshot has in that folder. Raises "Subscript out of range" on rings that
+// snapshot has in that folder. Entries the comparison ignored are never
+// differences. Raises "Subscript out of range" on rings that
 // do not close.
 std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older);
 

@@ -34,6 +34,8 @@ std::optional<ShowMode> showModeNamed(const QString& word) {
 bool folderVisible(const SnapshotEntry& e, ShowMode mode) {
     if (!e.isFolder())
         return false;
+    if (e.isIgnored())
+        return !filtersByComparison(mode);
     switch (mode) {
     case ShowMode::None:
     case ShowMode::All:
@@ -51,6 +53,8 @@ bool folderVisible(const SnapshotEntry& e, ShowMode mode) {
 }
 
 bool fileRulePasses(const SnapshotEntry& e, ShowMode mode) {
+    if (e.isIgnored())
+        return !filtersByComparison(mode);
     switch (mode) {
     case ShowMode::None:
     case ShowMode::All:

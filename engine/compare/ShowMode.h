@@ -53,7 +53,8 @@ std::optional<ShowMode> showModeNamed(const QString& word);
 // Whether the folder tree shows a folder. A file is never a tree node.
 // After a comparison a folder is shown when it matters to the mode: one
 // with something changed beneath it, one without counterpart, one in both
-// snapshots, or one whose contents gave no match at all.
+// snapshots, or one whose contents gave no match at all. An ignored entry
+// is listed only by the modes that list everything.
 bool folderVisible(const SnapshotEntry& entry, ShowMode mode);
 
 // Whether the file list has a row for an entry under the mode's file rule.

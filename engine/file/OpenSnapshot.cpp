@@ -1,5 +1,6 @@
 #include "OpenSnapshot.h"
 
+#include "IgnoreSideFile.h"
 #include "Import.h"
 #include "SnapshotFile.h"
 #include "engine/model/Snapshot.h"
@@ -15,6 +16,7 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
     if (load.headerRead)
         outcome.versions = snapshot.header.versions;
     if (load.ok) {
+        LoadIgnoreSideFile(snapshot);
         outcome.ok = true;
         outcome.summary = load.summary;
         outcome.message = load.message;
@@ -68,6 +70,7 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
     // The load's failure on a v2 file comes with "Invalid Snapshot" (its entry
     // lines do not read as current ones); that message is dropped here, or the
     // user would see an error box for a file that opened fine.
+    LoadIgnoreSideFile(snapshot);
     outcome.ok = true;
     outcome.imported = true;
     outcome.summary = import.summary;

@@ -40,7 +40,8 @@ struct OpenOutcome : Outcome {
 
 // OpenSnapshotFile: loads path into an empty snapshot, and when the file is
 // not in the current format (and the load was not cancelled) imports it as a
-// v2 file instead. header.fileName becomes path.
+// v2 file instead. header.fileName becomes path. The snapshot's own ignore
+// patterns come from its side file, when it has one (IgnoreSideFile.h).
 OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMeter& meter);
 
 } // namespace kestrel::engine

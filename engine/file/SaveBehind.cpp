@@ -1,6 +1,7 @@
 #include "SaveBehind.h"
 
 #include "FileWriting.h"
+#include "IgnoreSideFile.h"
 #include "SnapshotFile.h"
 #include "SnapshotItems.h"
 
@@ -170,7 +171,10 @@ public:
                                                       return ok;
                                                   }) &&
                                  m_file.writeAt(0, head.data(), head.size()) && m_file.truncate(at);
-            return written && m_file.commit();
+            // A side file that cannot be written leaves the save to
+            // SaveSnapshot, which tells why.
+            IgnoreSideFile side(snapshot.header);
+            return written && side.prepare() && m_file.commit() && side.commit();
         } catch (...) {
             m_file.abandon();
             return false;

@@ -1,6 +1,7 @@
 #include "SnapshotFile.h"
 
 #include "FileWriting.h"
+#include "IgnoreSideFile.h"
 #include "SnapshotItems.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Checked.h"
@@ -206,8 +207,15 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
                 return file.append(data, size);
             }))
             return writeFailed(file.errorText());
+        IgnoreSideFile side(snapshot.header);
+        if (!side.prepare())
+            return writeFailed(side.errorText());
         if (!file.commit())
             return writeFailed(file.errorText());
+        if (!side.commit())
+            return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
+                                                side.errorText(), MessageIcon::Exclamation},
+                                    ErrorCode::SystemError);
     } catch (const RuntimeError& e) {
         return writeFailed(snapshot.header.fileName + QStringLiteral(": ") + e.text());
     }

@@ -25,7 +25,8 @@ struct SnapshotHeader;
 // written where N is the count held by entry 0 (for a loaded snapshot, the
 // capacity its file gave, so the empty records beyond the real entries are
 // written too), and entryCount becomes N. The file is replaced atomically:
-// a failed save leaves the previous file as it was.
+// a failed save leaves the previous file as it was. The snapshot's own
+// ignore patterns go to its side file (IgnoreSideFile.h) along with it.
 // Failures: "Error Writing Snapshot" when the file cannot be created, "Invalid
 // Snapshot File" when writing fails after that; both with the system's text.
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter);
@@ -35,7 +36,8 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter);
 // openForReading) gives false with no message; bad data gives "Invalid
 // Snapshot" with the error's text, except an overflow, which fails silently;
 // a cancel gives false with cancelled set. On success the summary holds the
-// "read" line. headerRead tells the caller that the header was read, so
+// "read" line; the side file's ignore patterns are not read here
+// (OpenSnapshotFile reads them). headerRead tells the caller that the header was read, so
 // header.versions is known even when the load failed later (the caller sets
 // its ignore-version choice from it); failedEntry is the entry whose line
 // was being read when the load failed (0 for the title and header lines).

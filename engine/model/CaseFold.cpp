@@ -326,6 +326,11 @@ private:
 std::string foldCase(std::string_view utf8) {
     std::string out;
     out.reserve(utf8.size());
+    appendFolded(out, utf8);
+    return out;
+}
+
+void appendFolded(std::string& out, std::string_view utf8) {
     const unsigned char* p = bytes(utf8);
     const unsigned char* const end = p + utf8.size();
     while (p != end) {
@@ -343,7 +348,6 @@ std::string foldCase(std::string_view utf8) {
             out.append(encoded, e.length);
         }
     }
-    return out;
 }
 
 bool namesEqual(std::string_view a, std::string_view b) {

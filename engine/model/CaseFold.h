@@ -15,6 +15,8 @@ namespace kestrel::engine {
 // The folded form of a name: two names are equal exactly when their folded
 // forms are byte-for-byte equal.
 std::string foldCase(std::string_view utf8);
+// The folded form appended to out: no allocation once out has room.
+void appendFolded(std::string& out, std::string_view utf8);
 
 bool namesEqual(std::string_view a, std::string_view b);
 

@@ -15,16 +15,18 @@ inline bool hasContents(const Snapshot& snapshot, int32_t index) {
 
 // Visits the entries of the ring that starts at first and everything beneath
 // them, depth first through the folder rings: visit(index, depth) for each
-// entry, a folder before its contents. For a sound snapshot this is table
-// order. A ring or a chain of folders that would make the walk longer than
-// the table raises "Subscript out of range", so a damaged file can never make
-// it hang.
+// entry (depth 0 for the ring of first), a folder before its contents. For a sound snapshot this is
+// table order. A ring or a chain of folders that would make the walk longer than the table raises
+// "Subscript out of range", so a damaged file can never make it hang.
 template <typename Visit> void walkFrom(const Snapshot& snapshot, int32_t first, Visit visit) {
+    // A ring is left as soon as its last entry is visited, before that
+    // entry's contents are entered, so the stack is not the depth.
     struct Ring {
         int32_t first;
         int32_t current;
+        int depth;
     };
-    std::vector<Ring> stack{{first, first}};
+    std::vector<Ring> stack{{first, first, 0}};
     int64_t budget = int64_t(snapshot.capacity()) + 1;
     while (!stack.empty()) {
         Ring& ring = stack.back();
@@ -32,14 +34,15 @@ template <typename Visit> void walkFrom(const Snapshot& snapshot, int32_t first,
         if (--budget < 0)
             raise(ErrorCode::SubscriptOutOfRange);
         const SnapshotEntry& e = snapshot.entries.at(index);
-        visit(index, int(stack.size() - 1));
+        const int depth = ring.depth;
+        visit(index, depth);
         const int32_t next = e.nextSibling;
         if (next == ring.first || next == index)
             stack.pop_back();
         else
             ring.current = next;
         if (e.isFolder() && hasContents(snapshot, index))
-            stack.push_back({index + 1, index + 1});
+            stack.push_back({index + 1, index + 1, depth + 1});
     }
 }
 

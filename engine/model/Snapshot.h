@@ -40,6 +40,10 @@ inline bool valuesUnknown(int16_t attributes, double size, double modified) {
     return (attributes & Attribute::Unknown) && size == 0 && modified == 0;
 }
 
+// The status of an entry that a comparison's ignore patterns leave out: the
+// sign bit, which no sum of change bits reaches.
+inline constexpr int16_t IgnoredStatus = INT16_MIN;
+
 // One file or folder of a snapshot: a fixed 48-byte record. The name and the
 // version text live in the snapshot's pools and are reached through it.
 struct SnapshotEntry {
@@ -68,10 +72,15 @@ struct SnapshotEntry {
     // changed, above 0 when something did: Change::InsideFolder for an entry
     // without counterpart or a changed file directly inside it, plus the
     // status of every changed sub-folder. Only "above 0" means anything for
-    // a folder.
+    // a folder. IgnoredStatus, the one value below 0: the comparison's
+    // ignore patterns leave the entry out (match is then 0, and it counts
+    // neither as changed nor as without counterpart).
     int16_t status = 0;
 
     bool isFolder() const { return attributes & Attribute::Folder; }
+    // Left out of the last comparison by its ignore patterns: the entry
+    // itself or a folder above it matched.
+    bool isIgnored() const { return status < 0; }
     // The scan could not read the item's size, date and attributes: they
     // are shown as unknown and never compared.
     bool valuesUnknown() const { return engine::valuesUnknown(attributes, size, modified); }
@@ -189,6 +198,10 @@ struct SnapshotHeader {
     bool recurse = false;
     bool hidden = false;
     bool versions = false;
+    // The patterns of the .kestrelignore file found in the root folder when
+    // the snapshot was taken, as its bytes; empty when there was none. Kept
+    // beside the snapshot file (engine/file/IgnoreSideFile.h), never in it.
+    std::string ownIgnorePatterns;
 };
 
 // One snapshot: the header and a flat, index-addressed table of entries.
@@ -211,6 +224,12 @@ public:
     // could not list or whose items it could not examine.
     int32_t hiddenLeftOut = 0;
     int32_t unreadableFolders = 0;
+    // Why the root folder's .kestrelignore could not be read by the last
+    // scan (not saved); empty when it was read or was not there.
+    QString ignoreFileProblem;
+    // The entries the last comparison left out by its ignore patterns,
+    // everything beneath an ignored folder included (not saved).
+    int32_t ignoredCount = 0;
     int16_t importedNumber = 0; // the 16-bit number an old-format file carried
 
     int32_t capacity() const { return entries.capacity(); }

@@ -1,6 +1,7 @@
 #include "DirectoryReader.h"
 
 #include "FileVersion.h"
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/model/CaseFold.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/Snapshot.h"
@@ -309,6 +310,11 @@ void DirectoryReader::list(FolderTask& task) {
             listing.items.emplace_back();
             return;
         }
+        if (!task.parent && m_rules.oneFileSystem) {
+            struct stat st;
+            if (::fstat(fd, &st) == 0)
+                m_rootDevice = st.st_dev;
+        }
         const int32_t subFolders = listItems(task, fd);
         keepOrClose(task, std::exchange(fd, -1), subFolders);
     } catch (...) {
@@ -326,9 +332,11 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
     listing.text.reserve(expected * 24);
     // Sub-folders need their text below the root only while they may still
     // lead to the version folder.
+    // Exclusions that look at paths need them everywhere.
     const bool childTexts =
-        m_rules.versions && !task.versionsOn &&
-        startsWithIgnoringCase(m_rules.versionFolderText, m_rules.rootText + task.relativeText);
+        (m_rules.exclude && m_rules.exclude->needsPaths()) ||
+        (m_rules.versions && !task.versionsOn &&
+         startsWithIgnoringCase(m_rules.versionFolderText, m_rules.rootText + task.relativeText));
     std::string converted;
     while (const DirectoryItem* de = stream.next()) {
         const char* rawName = de->name;
@@ -365,10 +373,12 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
 
         const std::string_view raw(rawName);
         const std::string_view name = storedName(raw, converted);
+        const bool folder = item.attributes & Attribute::Folder;
+        if (m_rules.exclude && excluded(task, name, folder))
+            continue;
         item.nameOffset = appendText(listing.text, name);
         item.nameLength = uint32_t(name.size());
 
-        const bool folder = item.attributes & Attribute::Folder;
         // Only what lstat showed as a regular file is opened for its
         // version: opening a FIFO would release a writer waiting on it, and
         // opening a device can act on the device.
@@ -377,7 +387,9 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             item.versionOffset = appendText(listing.text, version);
             item.versionLength = uint32_t(version.size());
         }
-        if (folder && m_rules.recurse) {
+        const bool elsewhere =
+            m_rules.oneFileSystem && examined && folder && st.st_dev != m_rootDevice;
+        if (folder && m_rules.recurse && !elsewhere) {
             std::unique_ptr<FolderTask> child =
                 subFolderTask(task, raw, name, examined ? &st : nullptr, childTexts);
             item.folder = child.get();
@@ -391,6 +403,15 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
         listing.items.emplace_back();
     }
     return int32_t(listing.children.size());
+}
+
+bool DirectoryReader::excluded(const FolderTask& task, std::string_view name, bool folder) const {
+    if (!m_rules.exclude->needsPaths())
+        return m_rules.exclude->ignores(name, folder);
+    // One path buffer per listing thread: no allocation per item.
+    thread_local std::string path;
+    path.assign(task.relativeText).append(name);
+    return m_rules.exclude->ignores(path, folder);
 }
 
 int DirectoryReader::openFolder(FolderTask& task) {

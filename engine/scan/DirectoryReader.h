@@ -16,6 +16,8 @@
 
 namespace kestrel::engine {
 
+class IgnorePatterns;
+
 // How a folder below the root is opened, from its parent's descriptor: a
 // link in its place is never followed.
 inline constexpr int SubFolderOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -32,6 +34,12 @@ struct ListingRules {
     bool versions = false;         // version texts are read inside the version folder
     std::string rootText;          // the root folder as stored text, ending in "/"
     std::string versionFolderText; // the version folder as stored text, ending in "/"
+    // Items whose paths below the root these patterns match are left out,
+    // and folders among them never opened. Not owned; none when null.
+    const IgnorePatterns* exclude = nullptr;
+    // Folders on another file system than the root's are recorded, but
+    // their contents are not.
+    bool oneFileSystem = false;
 };
 
 struct FolderTask;
@@ -233,7 +241,11 @@ private:
     void climbToParent(FolderTask& folder);
     void trimKept(int budget);
 
+    // Whether the rules exclude an item of task named name (stored text).
+    bool excluded(const FolderTask& task, std::string_view name, bool folder) const;
+
     ListingRules m_rules;
+    dev_t m_rootDevice = 0; // set once the root is opened, before any sub-folder is listed
     std::unique_ptr<FolderTask> m_root;
     ThreadStarter m_startThread;
     std::mutex m_mutex;

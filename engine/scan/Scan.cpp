@@ -1,16 +1,19 @@
 #include "Scan.h"
 
 #include "DirectoryReader.h"
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Checked.h"
 #include "engine/support/OleDate.h"
 #include "engine/support/Paths.h"
 #include "engine/support/Progress.h"
+#include "engine/support/RegularFile.h"
 #include "engine/support/TextFormats.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -172,45 +175,129 @@ private:
     std::vector<Frame> m_stack;
 };
 
-} // namespace
-
 // Counts with the file system's own bytes for names, so that folders whose
 // names are not valid text are still reached; each folder is opened from its
-// parent, never through a link. Closes dirFd.
-static int32_t countFolders(int dirFd, int16_t depth, int16_t limit) {
-    DIR* dir = ::fdopendir(dirFd);
-    if (!dir) {
-        ::close(dirFd);
-        return 0;
-    }
-    int32_t count = 0;
-    while (const dirent* de = ::readdir(dir)) {
-        const char* name = de->d_name;
-        if (isDotOrDotDot(name))
-            continue;
-        bool folder = de->d_type == DT_DIR;
-        if (de->d_type == DT_UNKNOWN) {
+// parent, never through a link. What the scan excludes is neither counted
+// nor opened.
+class FolderCounter {
+public:
+    FolderCounter(const ScanSettings& settings, int16_t limit)
+        : m_exclude(settings.exclude.get()), m_oneFileSystem(settings.oneFileSystem),
+          m_limit(limit) {}
+
+    // The folders in the open folder dirFd (closed here) and beneath it.
+    int32_t count(int dirFd, int16_t depth) {
+        if (depth == 1 && m_oneFileSystem) {
             struct stat st;
-            folder =
-                ::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+            m_device = ::fstat(dirFd, &st) == 0 ? st.st_dev : 0;
         }
-        if (!folder)
-            continue;
-        count = checkedAdd(count, 1);
-        if (depth < limit) {
-            const int sub = ::openat(::dirfd(dir), name, SubFolderOpenFlags);
-            if (sub >= 0)
-                count = checkedAdd(count, countFolders(sub, int16_t(depth + 1), limit));
+        DIR* dir = ::fdopendir(dirFd);
+        if (!dir) {
+            ::close(dirFd);
+            return 0;
         }
+        int32_t count = 0;
+        const size_t pathLength = m_path.size();
+        while (const dirent* de = ::readdir(dir)) {
+            const char* name = de->d_name;
+            if (isDotOrDotDot(name) || !isFolder(dir, de) || excluded(name))
+                continue;
+            count = checkedAdd(count, 1);
+            if (depth < m_limit) {
+                const int sub = ::openat(::dirfd(dir), name, SubFolderOpenFlags);
+                if (sub >= 0 && onRootDevice(sub)) {
+                    m_path.push_back('/');
+                    count = checkedAdd(count, this->count(sub, int16_t(depth + 1)));
+                } else if (sub >= 0) {
+                    ::close(sub);
+                }
+            }
+            m_path.resize(pathLength);
+        }
+        ::closedir(dir);
+        return count;
     }
-    ::closedir(dir);
-    return count;
+
+private:
+    static bool isFolder(DIR* dir, const dirent* de) {
+        if (de->d_type != DT_UNKNOWN)
+            return de->d_type == DT_DIR;
+        struct stat st;
+        return ::fstatat(::dirfd(dir), de->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+               S_ISDIR(st.st_mode);
+    }
+
+    // Appends the folder's name to the path below the root and asks the
+    // exclusions about it.
+    bool excluded(const char* raw) {
+        if (!m_exclude)
+            return false;
+        const std::string_view name = storedName(raw, m_converted);
+        const size_t nameStart = m_path.size();
+        m_path.append(name);
+        return m_exclude->ignores(
+            std::string_view(m_path).substr(m_exclude->needsPaths() ? 0 : nameStart), true);
+    }
+
+    bool onRootDevice(int fd) const {
+        struct stat st;
+        return !m_oneFileSystem || (::fstat(fd, &st) == 0 && st.st_dev == m_device);
+    }
+
+    const IgnorePatterns* m_exclude;
+    const bool m_oneFileSystem;
+    const int16_t m_limit;
+    dev_t m_device = 0;
+    std::string m_path; // below the root, of the folder being counted
+    std::string m_converted;
+};
+
+// The root's .kestrelignore, opened from the root folder as a regular file
+// only, never through a link. Empty when there is none; problem says why
+// one that is there could not be read.
+std::string readOwnIgnoreFile(const QString& root, QString& problem) {
+    const int dirFd =
+        ::open(fileSystemPath(withSeparator(root)).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0)
+        return {};
+    const int fd = openRegularFileAt(dirFd, OwnIgnoreFileName, LinkRule::Refuse);
+    const int openError = errno;
+    ::close(dirFd);
+    const QString name = QString::fromLatin1(OwnIgnoreFileName);
+    if (fd < 0) {
+        if (openError != ENOENT)
+            problem = name + QStringLiteral(": ") +
+                      (openError == ELOOP || openError == EINVAL
+                           ? QStringLiteral("not a regular file")
+                           : QString::fromLocal8Bit(std::strerror(openError)));
+        return {};
+    }
+    std::string text;
+    char buffer[65536];
+    ssize_t n;
+    while ((n = ::read(fd, buffer, sizeof buffer)) > 0 &&
+           int64_t(text.size()) <= OwnIgnoreFileLimit)
+        text.append(buffer, size_t(n));
+    const int readError = errno;
+    ::close(fd);
+    if (n < 0) {
+        problem = name + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(readError));
+        return {};
+    }
+    if (int64_t(text.size()) > OwnIgnoreFileLimit) {
+        problem = name + QStringLiteral(": larger than 1 MiB");
+        return {};
+    }
+    return text;
 }
 
-int32_t CountFolders(const QString& path, int16_t depth, int16_t limit) {
+} // namespace
+
+int32_t CountFolders(const QString& path, int16_t depth, int16_t limit,
+                     const ScanSettings& settings) {
     const int fd =
         ::open(fileSystemPath(withSeparator(path)).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    return fd < 0 ? 0 : countFolders(fd, depth, limit);
+    return fd < 0 ? 0 : FolderCounter(settings, limit).count(fd, depth);
 }
 
 QString unreadableFoldersText(int32_t folders) {
@@ -251,7 +338,8 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
     try {
         snapshot.meterDepth = int16_t(settings.meterLevel + 1);
         const QString root = snapshot.header.rootFolder;
-        const int32_t maximum = CountFolders(root, 1, snapshot.meterDepth);
+        snapshot.header.ownIgnorePatterns = readOwnIgnoreFile(root, snapshot.ignoreFileProblem);
+        const int32_t maximum = CountFolders(root, 1, snapshot.meterDepth, settings);
         startCancellable(meter, maximum, QStringLiteral("Scanning Directory"));
 
         ListingRules rules;
@@ -259,6 +347,8 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
         rules.hidden = snapshot.header.hidden;
         rules.versions = snapshot.header.versions;
         rules.rootText = storedText(withSeparator(root));
+        rules.exclude = settings.exclude.get();
+        rules.oneFileSystem = settings.oneFileSystem;
         if (rules.versions) {
             QString folder = settings.versionFolder;
             while (folder.size() > 1 && folder.endsWith(Separator))

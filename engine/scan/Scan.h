@@ -8,11 +8,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
 namespace kestrel::engine {
 
+class IgnorePatterns;
 class ProgressMeter;
 class Snapshot;
 
@@ -56,7 +58,20 @@ struct ScanSettings {
     std::function<std::thread(std::function<void()>)> startThread;
     // Told of the entries as they become final; none when empty.
     ScanFollower* follower = nullptr;
+    // Items whose paths below the root these patterns match are not
+    // recorded, and folders among them are never opened (nor counted for
+    // the meter): trees that must not be read at all. None when empty.
+    std::shared_ptr<const IgnorePatterns> exclude;
+    // Folders on another file system than the root's are recorded, their
+    // contents not.
+    bool oneFileSystem = false;
 };
+
+// The file in a snapshot's root folder whose patterns a comparison of the
+// snapshot applies (SnapshotHeader::ownIgnorePatterns).
+inline constexpr char OwnIgnoreFileName[] = ".kestrelignore";
+// The largest such file that is read.
+inline constexpr int64_t OwnIgnoreFileLimit = 1 << 20;
 
 // CreateSnapshot: scans the tree (TakeSnapshot) and on success sets the
 // creation time and the "found" summary line.
@@ -70,6 +85,10 @@ Outcome CreateSnapshot(Snapshot& snapshot, const ScanSettings& settings, Progres
 // folders near the top and is cancellable; the cancel flag is read after
 // every item. The snapshot's hiddenLeftOut and unreadableFolders count what
 // could not be recorded; the meter notes unreadable folders as they come.
+// What settings.exclude matches is left out. The root's .kestrelignore, a
+// regular file never reached through a link, becomes the header's
+// ownIgnorePatterns; when it is there but cannot be read, the scan goes on
+// and ignoreFileProblem says why.
 // Fails with "Empty Snapshot" when nothing was recorded, silently when
 // cancelled, with "Overflow" when a counter or an attribute overflows, and
 // with the system's text when memory or threads run out.
@@ -77,8 +96,10 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
 
 // CountFolders: the folders in path and, while depth < limit, beneath them:
 // the meter's maximum. It looks at neither the hidden nor the recurse flag,
-// so it can exceed the ticks a scan gives.
-int32_t CountFolders(const QString& path, int16_t depth, int16_t limit);
+// so it can exceed the ticks a scan gives; it leaves out what the settings
+// exclude, and with oneFileSystem does not count inside other file systems.
+int32_t CountFolders(const QString& path, int16_t depth, int16_t limit,
+                     const ScanSettings& settings = {});
 
 // What a scan could not record, as its summary and the meter say it: ", 37
 // hidden entries left out, 2 folders could not be read", empty when it

@@ -520,6 +520,104 @@ TEST_F(CliTest, CompareTakesTheStoredOptionsOnlyWhenAsked) {
     EXPECT_TRUE(r.lines()[0].startsWith(u"~\tf\t"_s));
 }
 
+TEST_F(CliTest, CompareLeavesOutWhatThePatternsIgnore) {
+    TempTree before, after;
+    for (TempTree* t : {&before, &after}) {
+        t->file(u"a.c"_s, "1");
+        t->file(u"__pycache__/m.pyc"_s, "1");
+        t->file(u"logs/x.log"_s, t == &before ? "1" : "22");
+        t->file(u"a.pyc"_s, t == &before ? "1" : "22");
+        for (const QString& f : {u"a.c"_s, u"__pycache__/m.pyc"_s, u"logs/x.log"_s, u"a.pyc"_s})
+            t->touch(f, 1700000000);
+    }
+    after.file(u"__pycache__/n.pyc"_s);
+    after.file(u"keep.log"_s);
+    after.file(u"new.txt"_s);
+    const auto compare = [&](const QStringList& options = {}) {
+        return cli(QStringList{u"compare"_s, before.root(), after.root()} + options);
+    };
+    EXPECT_EQ(compare().lines().size(), 5);
+    CliRun r = compare({u"--ignore"_s, u"*.pyc"_s, u"--ignore"_s, u"__pycache__/"_s});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.lines(), (QStringList{u"+\tkeep.log"_s, u"~\tlogs/x.log\t[was 1]\tsize 1 -> 2"_s,
+                                      u"+\tnew.txt"_s}));
+    EXPECT_EQ(r.err.trimmed(),
+              u"2 only in NEW, 0 only in OLD, 1 changed, 4 ignored in NEW, 3 in OLD"_s);
+
+    // A file's patterns come before --ignore's; the last that matches decides.
+    const QString file = home() + u"/patterns"_s;
+    ASSERT_TRUE(kestrel::test::writeBytes(file, "*.log\n!keep.log\n*.pyc\n__pycache__/\n"));
+    r = compare({u"--ignore-from"_s, file, u"--ignore"_s, u"[bad"_s, u"--ignore"_s, u"new.*"_s});
+    EXPECT_EQ(r.lines(), QStringList{u"+\tkeep.log"_s});
+    EXPECT_TRUE(r.err.startsWith(u"--ignore: line 1: unclosed [\n"_s)) << r.err.toStdString();
+
+    r = compare({u"--ignore-from"_s, home() + u"/missing"_s});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(),
+              u"Ignore Patterns: "_s + home() + u"/missing: No such file or directory"_s);
+
+    // The stored patterns, only with --use-settings.
+    storeSettings("[Ignore]\nPatterns=\"*.pyc\\n*.log\\nnew.txt\"\n");
+    EXPECT_EQ(compare().status, 1);
+    EXPECT_EQ(compare({u"--use-settings"_s}).status, 0);
+
+    // A snapshot's own patterns apply to the comparison; one that cannot be
+    // read stops it.
+    after.file(u".kestrelignore"_s, "*.pyc\n*.log\nnew.txt\n");
+    r = compare({u"--ignore"_s, u".kestrelignore"_s});
+    EXPECT_EQ(r.status, 0) << r.out.toStdString();
+    QFile::remove(after.root() + u".kestrelignore"_s);
+    after.symlink(u".kestrelignore"_s, file);
+    r = compare();
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(),
+              u"Ignore Patterns: "_s + after.root() + u".kestrelignore: not a regular file"_s);
+}
+
+// Excluded folders are never opened: one nobody may read is no trouble.
+TEST_F(CliTest, SnapshotExcludeLeavesFoldersUnopened) {
+    TempTree t;
+    t.file(u"data/secret/s.txt"_s, "s");
+    t.file(u"data/cache/c.bin"_s, "c");
+    t.file(u"data/sub/cache/kept.txt"_s, "k");
+    t.file(u"data/a.txt"_s, "a");
+    t.file(u"data/b.tmp"_s, "b");
+    t.chmod(QString(), 0755);
+    for (const QString& folder : {u"data"_s, u"data/cache"_s, u"data/sub"_s, u"data/sub/cache"_s})
+        t.chmod(folder, 0755);
+    t.chmod(u"data/secret"_s, 0);
+    QTemporaryDir out;
+    ASSERT_TRUE(QFile::setPermissions(out.path(), QFileDevice::Permissions(0x7777)));
+    const QString patterns = out.path() + u"/exclude"_s;
+    ASSERT_TRUE(kestrel::test::writeBytes(patterns, "*.tmp\n/cache\n"));
+    const QString data = t.root() + u"data"_s;
+    CliRun r = cliAsNobody({u"snapshot"_s, data, u"--dir"_s, out.path(), u"--exclude"_s,
+                            u"secret/"_s, u"--exclude-from"_s, patterns});
+    t.chmod(u"data/secret"_s, 0755);
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains(u"could not be read"_s)) << r.err.toStdString();
+    r = cli({u"list"_s, out.path() + u"/data.#01"_s});
+    QStringList names;
+    for (const QString& line : r.lines())
+        names << line.section(u'\t', 0, 0);
+    EXPECT_EQ(names,
+              (QStringList{u"a.txt"_s, u"sub/"_s, u"sub/cache/"_s, u"sub/cache/kept.txt"_s}));
+
+    r = cli({u"snapshot"_s, data, u"--dir"_s, out.path(), u"--exclude-from"_s, data});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.trimmed(), u"Ignore Patterns: "_s + data + u": Is a directory"_s);
+
+    // A .kestrelignore that is a link is not read; the snapshot is saved all
+    // the same, and the trouble said.
+    t.symlink(u"data/.kestrelignore"_s, patterns);
+    r = cli({u"snapshot"_s, data, u"--output"_s, out.path() + u"/linked.#01"_s});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(QFile::exists(out.path() + u"/linked.#01"_s));
+    EXPECT_TRUE(
+        r.err.endsWith(u"Ignore Patterns: "_s + data + u"/.kestrelignore: not a regular file\n"_s))
+        << r.err.toStdString();
+}
+
 // The same tree listed by file systems in two orders, saved as two snapshot
 // files: list prints them alike, and compare against a third, changed one
 // gives one text whichever of the two it starts from. Lines come in path

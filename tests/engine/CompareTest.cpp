@@ -1,7 +1,9 @@
 #include "TestSupport.h"
 
 #include "engine/compare/Compare.h"
+#include "engine/compare/Differences.h"
 #include "engine/compare/RingLookup.h"
+#include "engine/compare/ShowMode.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/CaseFold.h"
 #include "engine/model/FileSystemNames.h"
@@ -12,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QHash>
 #include <QLocale>
 #include <QTemporaryDir>
 
@@ -542,6 +545,134 @@ TEST(CompareBothWays, GivesWhatTwoOneWayComparisonsGive) {
             expectBothWaysAsOneWay(one, twins, context + ", twins second");
         } while (std::next_permutation(one.begin(), one.end(), byName));
     } while (std::next_permutation(twins.begin(), twins.end(), byName));
+}
+
+// The nodes the patterns leave, found path by path from the top: what a
+// user who deleted the ignored entries by hand would have scanned.
+std::vector<Node> withoutIgnored(const std::vector<Node>& nodes, const IgnorePatterns& patterns,
+                                 const std::string& folder = {}) {
+    std::vector<Node> kept;
+    for (const Node& n : nodes) {
+        const std::string path = folder + n.name;
+        const bool fold = patterns.matching() == NameMatching::IgnoreCase;
+        if (patterns.ignores(fold ? foldCase(path) : path, n.folder))
+            continue;
+        Node copy = n;
+        copy.children = withoutIgnored(n.children, patterns, path + "/");
+        kept.push_back(std::move(copy));
+    }
+    return kept;
+}
+
+QHash<QString, int32_t> entriesByPath(const Snapshot& s) {
+    QHash<QString, int32_t> paths;
+    for (int32_t i = 1; i <= s.entryCount; ++i)
+        paths.insert(s.relativePath(i), i);
+    return paths;
+}
+
+// Every entry of full that the patterns keep has the status, the kind of
+// match and the counterpart (by path) its copy in cut has; every other is
+// marked ignored.
+void expectAsIfRemoved(const Snapshot& full, const Snapshot& fullOther, const Snapshot& cut,
+                       const Snapshot& cutOther, const std::string& context) {
+    const QHash<QString, int32_t> cutPaths = entriesByPath(cut);
+    int32_t ignored = 0;
+    for (int32_t i = 1; i <= full.entryCount; ++i) {
+        const SnapshotEntry& e = full.entry(i);
+        const QString path = full.relativePath(i);
+        if (e.isIgnored()) {
+            ++ignored;
+            EXPECT_EQ(e.match, 0);
+            ASSERT_FALSE(cutPaths.contains(path)) << context << " " << path.toStdString();
+            continue;
+        }
+        ASSERT_TRUE(cutPaths.contains(path)) << context << " " << path.toStdString();
+        const SnapshotEntry& c = cut.entry(cutPaths.value(path));
+        ASSERT_EQ(e.status, c.status) << context << " " << path.toStdString();
+        ASSERT_EQ((e.match > 0) - (e.match < 0), (c.match > 0) - (c.match < 0))
+            << context << " " << path.toStdString();
+        if (e.match != 0)
+            ASSERT_EQ(fullOther.relativePath(std::abs(e.match)),
+                      cutOther.relativePath(std::abs(c.match)))
+                << context << " " << path.toStdString();
+    }
+    EXPECT_EQ(ignored, full.ignoredCount) << context;
+    EXPECT_EQ(full.entryCount - cut.entryCount, ignored) << context;
+}
+
+TEST(CompareIgnoring, GivesWhatComparingWithoutTheIgnoredEntriesGives) {
+    // Names, anchors, "**", folders only (some entries are files on one side
+    // and folders on the other), a negation, and case.
+    const char* const text = "entry1*\n!entry12.txt\n/entry4\nentry2?/**/entry3.txt\n"
+                             "entry6/\ninside\n*only\nEntry5.txt\n";
+    const auto stored = std::make_shared<const IgnorePatterns>(text, u"Ignore Patterns"_s);
+    for (unsigned seed = 1; seed <= 30; ++seed) {
+        RandomTrees random(seed);
+        const std::vector<Node> first = random.tree();
+        const std::vector<Node> second = random.variant(first);
+        for (const QString& root : {u"/built/"_s, u"C:\\Built\\"_s}) {
+            // The stored patterns, or the same as one snapshot's own.
+            for (const bool own : {false, true}) {
+                const std::string context = "seed " + std::to_string(seed) + " root " +
+                                            root.toStdString() + (own ? " own" : " stored");
+                Snapshot a, b, cutA, cutB;
+                buildSnapshot(a, first);
+                buildSnapshot(b, second);
+                a.header.rootFolder = root;
+                const IgnorePatterns patterns = stored->forMatching(nameMatchingFor(a, b));
+                buildSnapshot(cutA, withoutIgnored(first, patterns));
+                buildSnapshot(cutB, withoutIgnored(second, patterns));
+                cutA.header.rootFolder = root;
+                CompareOptions options;
+                if (own)
+                    b.header.ownIgnorePatterns = text;
+                else
+                    options.ignorePatterns = stored;
+                ProgressMeter meter;
+                ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, true, options, meter).ok);
+                ASSERT_TRUE(CompareSnapshot(cutA, 1, cutB, 1, true, {}, meter).ok);
+                expectAsIfRemoved(a, b, cutA, cutB, context + " first");
+                expectAsIfRemoved(b, a, cutB, cutA, context + " second");
+
+                // Compared again without patterns, nothing stays ignored.
+                b.header.ownIgnorePatterns.clear();
+                ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, true, {}, meter).ok);
+                for (const Snapshot* s : {&a, &b}) {
+                    EXPECT_EQ(s->ignoredCount, 0);
+                    for (int32_t i = 1; i <= s->entryCount; ++i)
+                        ASSERT_FALSE(s->entry(i).isIgnored()) << context;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(CompareTest, IgnoredEntriesAreNeitherDifferencesNorShown) {
+    buildSnapshot(older, {Node::dir("src", {Node::file("a.c", 1), Node::file("a.o", 1)}),
+                          Node::file("old.log")});
+    buildSnapshot(newer, {Node::dir("src", {Node::file("a.c", 1), Node::file("a.o", 2)}),
+                          Node::dir("new", {Node::file("b.o")}), Node::file("new.log")});
+    CompareOptions options;
+    options.ignorePatterns = std::make_shared<const IgnorePatterns>("*.o\n*.log", u"x"_s);
+    ASSERT_TRUE(compare(options).ok);
+    std::vector<std::pair<char, QString>> listed;
+    for (const Difference& d : listDifferences(newer, older))
+        listed.emplace_back(
+            char(d.kind), (d.kind == Difference::OnlyInOld ? older : newer).relativePath(d.index));
+    // The new folder is a difference; the ignored file inside it is not.
+    EXPECT_EQ(listed, (std::vector<std::pair<char, QString>>{{'+', u"new/"_s}}));
+    EXPECT_EQ(newer.ignoredCount, 3);
+    EXPECT_EQ(ignoredNote(newer.ignoredCount), u", 3 ignored"_s);
+    EXPECT_EQ(ignoredNote(0), QString());
+    const SnapshotEntry& object = inNew("src/a.o");
+    EXPECT_TRUE(object.isIgnored());
+    EXPECT_TRUE(fileRulePasses(object, ShowMode::All));
+    for (const ShowMode mode :
+         {ShowMode::OnlyHere, ShowMode::InBoth, ShowMode::Changed, ShowMode::Differences})
+        EXPECT_FALSE(rowShown(object, mode));
+    // Nothing but ignored entries changed inside src.
+    EXPECT_EQ(inNew("src").status, 0);
 }
 
 TEST_F(CompareTest, DamagedRingsEndWithAnErrorInsteadOfHanging) {

@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/RingWalk.h"
@@ -40,6 +41,7 @@ using kestrel::test::passesInChild;
 using kestrel::test::RecordingView;
 using kestrel::test::ringOf;
 using kestrel::test::TempTree;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -544,6 +546,93 @@ TEST(Scan, UnreadableFoldersAreRecordedAndSaid) {
     const std::optional<bool> passed = kestrel::test::passesWherePermissionsHold(check);
     t.chmod(QStringLiteral("locked"), 0700);
     t.chmod(QStringLiteral("unsearchable"), 0700);
+    if (!passed)
+        GTEST_SKIP() << "cannot give up root here";
+    EXPECT_TRUE(*passed);
+}
+
+// Excluded folders are never opened: one nobody may read gives no error,
+// and the counts, rings and the meter's maximum leave them out.
+TEST(Scan, ExcludedItemsAreNeitherRecordedNorOpened) {
+    TempTree t;
+    t.file(QStringLiteral("src/a.c"));
+    t.file(QStringLiteral("src/a.pyc"));
+    t.file(QStringLiteral("src/secret/key"));
+    t.file(QStringLiteral("build/out/x.o"));
+    t.file(QStringLiteral("docs/build/kept.txt"));
+    t.file(QStringLiteral("b.pyc"));
+    t.chmod(QString(), 0755);
+    t.chmod(QStringLiteral("src/secret"), 0);
+    ScanSettings settings;
+    settings.exclude =
+        std::make_shared<const IgnorePatterns>("*.pyc\nsecret/\n/build\n", u"--exclude"_s);
+    const auto check = [&] {
+        bool sound = true;
+        for (const int threads : {0, 2}) {
+            const Scan s = scan(t, true, true, threads, nullptr, settings);
+            const Snapshot& snap = s.snapshot;
+            sound = sound && s.outcome.ok && snap.unreadableFolders == 0 && snap.entryCount == 5 &&
+                    indexOf(snap, u"src/a.c"_s) != 0 &&
+                    indexOf(snap, u"docs/build/kept.txt"_s) != 0 &&
+                    indexOf(snap, u"src/secret"_s) == 0 && indexOf(snap, u"b.pyc"_s) == 0 &&
+                    indexOf(snap, u"build"_s) == 0 && CountFolders(t.root(), 1, 3, settings) == 3;
+        }
+        // Without the patterns the locked folder is there to be found.
+        return sound && scan(t).snapshot.unreadableFolders == 1;
+    };
+    const std::optional<bool> passed = kestrel::test::passesWherePermissionsHold(check);
+    t.chmod(QStringLiteral("src/secret"), 0700);
+    if (!passed)
+        GTEST_SKIP() << "cannot give up root here";
+    EXPECT_TRUE(*passed);
+    const Scan s = scan(t, true, true, -1, nullptr, settings);
+    expectSoundSnapshot(s.snapshot);
+}
+
+TEST(Scan, OneFileSystemRecordsMountPointsButNotTheirContents) {
+    struct stat dev, pts;
+    if (::stat("/dev", &dev) != 0 || ::stat("/dev/pts/ptmx", &pts) != 0 || dev.st_dev == pts.st_dev)
+        GTEST_SKIP() << "no /dev/pts mounted apart from /dev here";
+    Snapshot snap;
+    snap.header.rootFolder = QStringLiteral("/dev/");
+    snap.header.recurse = snap.header.hidden = true;
+    ScanSettings settings;
+    settings.oneFileSystem = true;
+    ProgressMeter meter;
+    ASSERT_TRUE(CreateSnapshot(snap, settings, meter).ok);
+    const int32_t folder = indexOf(snap, QStringLiteral("pts"));
+    ASSERT_NE(folder, 0);
+    EXPECT_FALSE(hasContents(snap, folder));
+    expectSoundSnapshot(snap);
+}
+
+// The root's .kestrelignore travels with the snapshot; one that is there but
+// cannot be read is said, and the scan goes on.
+TEST(Scan, OwnIgnoreFileIsRecordedFromARegularFileOnly) {
+    TempTree t;
+    t.file(QStringLiteral("a.txt"));
+    t.file(QStringLiteral(".kestrelignore"), "*.tmp\n");
+    const Scan s = scan(t);
+    EXPECT_EQ(s.snapshot.header.ownIgnorePatterns, "*.tmp\n");
+    EXPECT_TRUE(s.snapshot.ignoreFileProblem.isEmpty());
+    EXPECT_TRUE(scan(t, true, false).snapshot.header.ownIgnorePatterns == "*.tmp\n");
+
+    TempTree linked;
+    linked.file(QStringLiteral("a.txt"));
+    linked.symlink(QStringLiteral(".kestrelignore"), t.root() + QStringLiteral(".kestrelignore"));
+    const Scan l = scan(linked);
+    EXPECT_TRUE(l.outcome.ok);
+    EXPECT_TRUE(l.snapshot.header.ownIgnorePatterns.empty());
+    EXPECT_EQ(l.snapshot.ignoreFileProblem, u".kestrelignore: not a regular file"_s);
+
+    t.chmod(QString(), 0755);
+    t.chmod(QStringLiteral(".kestrelignore"), 0);
+    const auto check = [&] {
+        const Scan u = scan(t);
+        return u.outcome.ok && u.snapshot.header.ownIgnorePatterns.empty() &&
+               u.snapshot.ignoreFileProblem == u".kestrelignore: Permission denied"_s;
+    };
+    const std::optional<bool> passed = kestrel::test::passesWherePermissionsHold(check);
     if (!passed)
         GTEST_SKIP() << "cannot give up root here";
     EXPECT_TRUE(*passed);

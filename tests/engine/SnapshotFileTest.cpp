@@ -1,6 +1,8 @@
 #include "engine/file/SnapshotFile.h"
 #include "TestSupport.h"
 #include "engine/file/FileWriting.h"
+#include "engine/file/OpenSnapshot.h"
+#include "engine/file/SaveBehind.h"
 #include "engine/file/SnapshotItems.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/OleDate.h"
@@ -475,6 +477,108 @@ TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
     }
     Snapshot s;
     EXPECT_TRUE(load(s, file).ok);
+}
+
+// A snapshot with its own ignore patterns, as a scan of a root with a
+// .kestrelignore makes it.
+void fillWithPatterns(Snapshot& s, int32_t n, const std::string& patterns, double created) {
+    fill(s, n);
+    s.header.rootFolder = QStringLiteral("/data/");
+    s.header.created = created;
+    s.header.ownIgnorePatterns = patterns;
+}
+
+std::string patternsOpened(const QString& file) {
+    Snapshot s;
+    ProgressMeter meter;
+    EXPECT_TRUE(OpenSnapshotFile(s, file, meter).ok);
+    return s.header.ownIgnorePatterns;
+}
+
+TEST_F(SnapshotFileTest, OwnIgnorePatternsTravelInTheSideFileThroughSaveAs) {
+    const QString first = path(QStringLiteral("Data.#01"));
+    const QString copy = path(QStringLiteral("Copy.#01"));
+    Snapshot s;
+    fillWithPatterns(s, 10, "*.tmp\n/cache/\n", 45000.5);
+    ASSERT_TRUE(save(s, first).ok);
+    EXPECT_TRUE(QFileInfo::exists(first + QStringLiteral(".ignore")));
+    EXPECT_EQ(patternsOpened(first), "*.tmp\n/cache/\n");
+
+    // Save As of the opened snapshot takes its patterns along.
+    Snapshot opened;
+    ProgressMeter meter;
+    ASSERT_TRUE(OpenSnapshotFile(opened, first, meter).ok);
+    ASSERT_TRUE(save(opened, copy).ok);
+    EXPECT_EQ(patternsOpened(copy), "*.tmp\n/cache/\n");
+
+    // Another snapshot without patterns saved over it takes the side file
+    // away; a side file left by a program that knows none is not read.
+    const QByteArray side = readBytes(first + QStringLiteral(".ignore"));
+    Snapshot plain;
+    fillWithPatterns(plain, 3, "", 45001.5);
+    ASSERT_TRUE(save(plain, first).ok);
+    EXPECT_FALSE(QFileInfo::exists(first + QStringLiteral(".ignore")));
+    write(first + QStringLiteral(".ignore"), side);
+    EXPECT_EQ(patternsOpened(first), "");
+    // Nor is a link in its place.
+    ASSERT_TRUE(
+        QFile::link(copy + QStringLiteral(".ignore"), path(QStringLiteral("Other.#01.ignore"))));
+    ASSERT_TRUE(QFile::copy(copy, path(QStringLiteral("Other.#01"))));
+    EXPECT_EQ(patternsOpened(path(QStringLiteral("Other.#01"))), "");
+}
+
+TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousSideFile) {
+    const QString file = path(QStringLiteral("Data.#01"));
+    Snapshot old;
+    fillWithPatterns(old, 10, "old\n", 45000.5);
+    ASSERT_TRUE(save(old, file).ok);
+    const QByteArray oldFile = readBytes(file);
+    const QByteArray oldSide = readBytes(file + QStringLiteral(".ignore"));
+    int channel[2];
+    ASSERT_EQ(::pipe(channel), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(channel[0]);
+        kestrel::test::RecordingView view;
+        view.onValue = [&](int32_t) {
+            [[maybe_unused]] const auto n = ::write(channel[1], "w", 1);
+            for (;;)
+                ::pause();
+        };
+        ProgressMeter meter(&view);
+        Snapshot s;
+        fillWithPatterns(s, 100000, "new\n", 45001.5);
+        s.header.fileName = file;
+        SaveSnapshot(s, meter);
+        ::_exit(0);
+    }
+    ::close(channel[1]);
+    char signal = 0;
+    const bool midWrite = ::read(channel[0], &signal, 1) == 1;
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(channel[0]);
+    ASSERT_TRUE(midWrite);
+    EXPECT_EQ(readBytes(file), oldFile);
+    EXPECT_EQ(readBytes(file + QStringLiteral(".ignore")), oldSide);
+    EXPECT_EQ(patternsOpened(file), "old\n");
+}
+
+TEST_F(SnapshotFileTest, SaveBehindTheScanWritesTheSideFile) {
+    kestrel::test::TempTree tree;
+    tree.file(QStringLiteral("a.txt"));
+    tree.file(QStringLiteral(".kestrelignore"), "*.log\n");
+    Snapshot s;
+    s.header.rootFolder = tree.root();
+    s.header.recurse = s.header.hidden = true;
+    s.header.fileName = path(QStringLiteral("Tree.#01"));
+    ProgressMeter meter;
+    const ScanAndSaveOutcome done = ScanAndSaveSnapshot(s, {}, meter);
+    ASSERT_TRUE(done.scan.ok && done.save.ok);
+    EXPECT_TRUE(done.savedBehind);
+    EXPECT_EQ(patternsOpened(s.header.fileName), "*.log\n");
 }
 
 TEST_F(SnapshotFileTest, FileFormValuesSurviveBitForBit) {

@@ -1,6 +1,8 @@
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
 
+#include "engine/compare/IgnorePatterns.h"
+
 #include "engine/model/Snapshot.h"
 
 #include <QDir>
@@ -138,6 +140,27 @@ TEST_F(StoreTest, SaveAndLoadKeepEveryKey) {
     EXPECT_EQ(loaded.attributeIgnoreMask(), 39);
     EXPECT_DOUBLE_EQ(loaded.dateTolerance(), edited.dateTolerance());
     EXPECT_TRUE(loaded.ignoreSize() && loaded.ignoreVersion() && loaded.ignoreDst());
+}
+
+TEST_F(StoreTest, IgnorePatternsAreOneValueAndReachTheComparison) {
+    Options options;
+    load(options);
+    EXPECT_FALSE(options.compareOptions().ignorePatterns);
+    const QString lines = u"*.pyc\n__pycache__/\n# comment, with a comma\n[bad\n!keep.pyc"_s;
+    options.setPatterns(lines);
+    save(options);
+    EXPECT_EQ(openFile()->value(u"Ignore/Patterns"_s).toString(), lines);
+
+    Options loaded;
+    load(loaded);
+    EXPECT_EQ(loaded.values().patterns, lines);
+    EXPECT_EQ(loaded.patternProblems(), QStringList{u"Ignore Patterns: line 4: unclosed ["_s});
+    const auto patterns = loaded.compareOptions().ignorePatterns;
+    ASSERT_TRUE(patterns);
+    EXPECT_TRUE(patterns->ignores("src/a.pyc", false));
+    EXPECT_FALSE(patterns->ignores("keep.pyc", false));
+    loaded.setPatterns(u"  \n# nothing\n"_s);
+    EXPECT_FALSE(loaded.compareOptions().ignorePatterns);
 }
 
 TEST_F(StoreTest, ReadConfigValueTakesTheLeadingNumber) {

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "engine/model/NameMatching.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrel::engine {
+
+// Names of entries that take no part in a comparison (or a scan), written as
+// gitignore patterns, one a line:
+// - "*" matches anything but "/", "?" one character, "[a-z]", "[!0-9]" and
+//   "[^...]" one character of a set ("[[:digit:]]" and the other classes
+//   too); a backslash takes the next character as it is;
+// - a pattern without "/" (a trailing one aside) matches the name at any
+//   depth; one with a "/" at the start or in the middle matches the path
+//   below the snapshot's root ("/var/log", "doc/*.txt");
+// - "**/" at the start matches in every folder, "/**" at the end everything
+//   inside, "/**/" in the middle zero or more folders;
+// - a trailing "/" matches folders only; a leading "!" takes back what an
+//   earlier pattern ignored; the last pattern that matches decides;
+// - "#" starts a comment line; blank lines do nothing; trailing blanks are
+//   dropped unless escaped with a backslash.
+// Nothing beneath an ignored folder is ever taken back: callers that walk a
+// tree ask only about entries whose folders are not ignored (IgnoreWalk).
+//
+// The patterns are compiled once, for one way of telling names apart: exact
+// (POSIX snapshots, as git on Linux) or without regard to case (snapshots made
+// on Windows), when the paths asked about are folded as IgnoreWalk folds them.
+// A line that cannot be compiled (an unclosed "[") is left out and reported;
+// the others apply. Matching allocates nothing and costs, per entry, at most
+// a glob match per pattern; plain names and "*.ext" take a comparison.
+// Immutable once built: one set may be shared between threads.
+class IgnorePatterns {
+public:
+    // Matches nothing.
+    IgnorePatterns();
+    // The lines of text; problems are told as "source: line 3: unclosed [".
+    IgnorePatterns(std::string_view text, const QString& source);
+    ~IgnorePatterns();
+    IgnorePatterns(const IgnorePatterns&);
+    IgnorePatterns& operator=(const IgnorePatterns&);
+
+    // The patterns of more, after these: theirs win where both match.
+    void append(const IgnorePatterns& more);
+    // The same patterns for names told apart by matching.
+    IgnorePatterns forMatching(NameMatching matching) const;
+    NameMatching matching() const { return m_matching; }
+
+    bool empty() const;
+    // Whether some pattern looks at the folders above a name.
+    bool needsPaths() const { return m_needsPaths; }
+    // The lines that could not be compiled, one message each.
+    const QStringList& problems() const { return m_problems; }
+
+    // Whether the last pattern that matches the entry at path ignores it:
+    // path is below the root, "/"-separated, without a leading "/" ("a/b.o"),
+    // folded when the patterns are for IgnoreCase. The folders above it must
+    // not be ignored themselves.
+    bool ignores(std::string_view path, bool folder) const;
+    // The same, told where the entry's own name starts in path and how many
+    // names path holds (a walk knows both; counting them costs a pass over
+    // the path).
+    bool ignores(std::string_view path, size_t nameStart, int names, bool folder) const;
+
+    struct Pattern; // compiled; defined where they are matched
+
+private:
+    // Sorts the patterns by the last byte of the names they can match.
+    void index();
+
+    std::vector<Pattern> m_patterns;
+    // By folder or file and the name's last byte: the patterns that may
+    // match such a name, in order. Most patterns end in a literal ("*.pyc",
+    // "*_7"), so an entry is tried against a few of them, not all.
+    std::vector<std::vector<uint32_t>> m_candidates;
+    // The lines compiled, as written: compiled again for another matching.
+    std::vector<std::string> m_lines;
+    QStringList m_problems;
+    NameMatching m_matching = NameMatching::Exact;
+    bool m_needsPaths = false;
+};
+
+// Follows a depth-first walk of a snapshot's entries (a folder before its
+// contents) and tells which of them the patterns ignore, everything beneath
+// an ignored folder included. It keeps the path of the folder being walked,
+// so that an entry costs no allocation once the deepest path has been seen.
+class IgnoreWalk {
+public:
+    explicit IgnoreWalk(const IgnorePatterns& patterns) : m_patterns(patterns) {}
+
+    // The entry named name at depth (0 for the root's own items), met after
+    // its folder.
+    bool ignored(int depth, std::string_view name, bool folder);
+
+private:
+    const IgnorePatterns& m_patterns;
+    std::string m_path;
+    std::vector<size_t> m_nameEnds; // by depth: where the name met last ends in m_path
+    int m_ignoredFolderDepth = -1;  // the depth of the ignored folder being walked through
+};
+
+} // namespace kestrel::engine
