@@ -182,7 +182,8 @@ void WindowlessView::describe(bool comparing, const CompareOptions& options, Sho
     l.showMode = mode;
     l.inFolderOffered = subFolders;
     l.folderPanel = m_snapshot.header.rootFolder + folderKey.mid(1);
-    l.changesPanel = ShowChanges(comparing, comparing, mode, m_rows->counters());
+    l.changesPanel =
+        ShowChanges(comparing, comparing, mode, m_rows->counters(), m_snapshot.ignoredCount);
     // An uncompared window's selector shows its first choice, greyed.
     l.showText = showModeText(mode == ShowMode::None ? ShowMode::All : mode);
     l.title = m_snapshot.header.title;

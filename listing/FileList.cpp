@@ -1,5 +1,6 @@
 #include "FileList.h"
 
+#include "engine/compare/Compare.h"
 #include "engine/model/NameFilter.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
@@ -166,7 +167,9 @@ void walkRows(const Snapshot& s, int32_t first, const ListingOptions& options, R
         // in it: shown only as the way down to that part.
         const bool covered = !options.compared || options.compared->covers(i);
         const bool shown =
-            covered ? rowShown(e, options.mode) : options.compared->shownOutside(i, options.mode);
+            covered ? rowShown(e, options.mode) &&
+                          (!e.isIgnored() || options.showIgnored || options.mode == ShowMode::None)
+                    : options.compared->shownOutside(i, options.mode);
         if (shown && (options.emptyFolders || !e.isFolder() || contents) && !row(i, folder))
             return;
         if (options.subFolders && contents)
@@ -261,7 +264,7 @@ Highlight FileList::highlight(int32_t row, int column) const {
         return Highlight::None;
     const SnapshotEntry& e = m_snapshot.entries.get(entry);
     if (e.isIgnored())
-        return Highlight::None;
+        return Highlight::Ignored;
     if (e.match == 0)
         return Highlight::Deleted;
     // The status bits paint the cells one by one, whatever the entry: a
@@ -430,7 +433,8 @@ QString listingText(const ListingCounters& counters, bool exactBytes) {
            filesText(counters.files);
 }
 
-QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCounters& c) {
+QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCounters& c,
+                    int32_t ignored) {
     if (!paired)
         return QStringLiteral("Click New, Open or Repeat to provide the second Snapshot");
     if (!compared)
@@ -446,12 +450,12 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
     part(c.extraFolders, "1 extra folder, ", " extra folders, ");
     part(c.changedFiles, "1 file changed, ", " changed files, ");
     part(c.changedFolders, "1 folder with changes, ", " folders with changes, ");
-    if (!text.isEmpty()) {
+    if (!text.isEmpty())
         text.chop(2);
-        return text;
-    }
-    return filtersByComparison(mode) ? QStringLiteral("No changes in visible entries")
-                                     : QStringLiteral("No changes in selected folder");
+    else
+        text = filtersByComparison(mode) ? QStringLiteral("No changes in visible entries")
+                                         : QStringLiteral("No changes in selected folder");
+    return text + ignoredNote(ignored);
 }
 
 QString findText(const FileList& rows) {

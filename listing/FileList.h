@@ -58,6 +58,7 @@ enum class Highlight : uint8_t {
     None,
     Deleted, // the entry has no counterpart in the other snapshot
     Changed, // the value differs from the counterpart's
+    Ignored, // the comparison's ignore patterns left the entry out
 };
 
 // What a listing counted: every row, and after a comparison the entries
@@ -81,6 +82,9 @@ struct ListingOptions {
     bool keys = true;
     // Show folders without contents.
     bool emptyFolders = true;
+    // After a comparison, list the entries its ignore patterns left out
+    // (View > Show Ignored Entries); otherwise they have no row.
+    bool showIgnored = false;
     // What the comparison covers, when not the whole snapshot; it must
     // outlive the listing.
     const ComparedPart* compared = nullptr;
@@ -177,6 +181,9 @@ QString findText(const FileList& rows);
 // ShowChanges: the change summary. Without a paired window, and before the
 // first comparison, a hint what to do; after it the counts that are not 0
 // ("1 extra file, 2 changed files"), or a sentence saying there are none.
-QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCounters& counters);
+// After a comparison whose ignore patterns left ignored entries out,
+// ", 1,234 ignored" follows.
+QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCounters& counters,
+                    int32_t ignored = 0);
 
 } // namespace kestrel::engine

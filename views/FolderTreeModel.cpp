@@ -24,7 +24,7 @@ FolderTreeModel::FolderTreeModel(const engine::Snapshot& snapshot, const engine:
 }
 
 void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours,
-                              const engine::ComparedPart& compared) {
+                              const engine::ComparedPart& compared, bool showIgnored) {
     beginResetModel();
     m_colours = colours;
     m_root = -1;
@@ -41,9 +41,14 @@ void FolderTreeModel::rebuild(ShowMode mode, const HighlightColours& colours,
             // A hidden folder hides everything beneath it too.
             if (covered ? !engine::folderVisible(e, mode) : !compared.shownOutside(entry, mode))
                 continue;
+            const bool ignored = mode != ShowMode::None && covered && e.isIgnored();
+            if (ignored && !showIgnored)
+                continue;
             const bool contents = engine::hasContents(m_snapshot, entry);
             Highlight highlight = Highlight::None;
-            if (mode != ShowMode::None && covered) {
+            if (ignored) {
+                highlight = Highlight::Ignored;
+            } else if (mode != ShowMode::None && covered) {
                 if (e.match == 0)
                     highlight = Highlight::Deleted;
                 else if (contents && e.status >= 1)

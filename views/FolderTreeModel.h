@@ -48,9 +48,10 @@ public:
     // None) folders without counterpart take the "No Match" colour and
     // folders with changes beneath them the "Changed" colour. Folders the
     // comparison did not cover are not coloured, and shown only as far as
-    // the part allows. The comparison root's mark is cleared.
+    // the part allows. Folders the ignore patterns left out are shown, greyed,
+    // only with showIgnored. The comparison root's mark is cleared.
     void rebuild(engine::ShowMode mode, const HighlightColours& colours,
-                 const engine::ComparedPart& compared = {});
+                 const engine::ComparedPart& compared = {}, bool showIgnored = false);
     // Paints the nodes' highlights in other colours.
     void setColours(const HighlightColours& colours);
 

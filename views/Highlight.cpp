@@ -19,9 +19,11 @@ double luminance(const QColor& c) {
 
 } // namespace
 
-HighlightColours HighlightColours::from(const settings::Options& options, const QColor& base) {
+HighlightColours HighlightColours::from(const settings::Options& options, const QColor& base,
+                                        const QColor& text) {
     return {colourOf(options.changedColour()),
-            readableOn(colourOf(options.deletedColour()), base, ReadableContrast)};
+            readableOn(colourOf(options.deletedColour()), base, ReadableContrast),
+            mixed(text, base, 0.5)};
 }
 
 double contrastRatio(const QColor& a, const QColor& b) {
@@ -94,6 +96,8 @@ QVariant highlightForeground(engine::Highlight highlight, const HighlightColours
         return QBrush(colours.deleted);
     case engine::Highlight::Changed:
         return QBrush(contrastingText(colours.changed));
+    case engine::Highlight::Ignored:
+        return QBrush(colours.ignored);
     case engine::Highlight::None:
         break;
     }

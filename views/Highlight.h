@@ -19,11 +19,16 @@ namespace kestrel::views {
 struct HighlightColours {
     QColor changed;
     QColor deleted;
+    // The text of entries the ignore patterns left out: greyed, half way
+    // between the text and the background.
+    QColor ignored;
 
     // The options' colours for a view whose background is base: a "No
     // Match" colour too close to it to be read (dark blue on a dark
-    // background) is lightened or darkened until it can be.
-    static HighlightColours from(const settings::Options& options, const QColor& base);
+    // background) is lightened or darkened until it can be. Ignored entries
+    // are greyed from text towards base.
+    static HighlightColours from(const settings::Options& options, const QColor& base,
+                                 const QColor& text = QColor(Qt::black));
 };
 
 QColor colourOf(settings::Rgb rgb);

@@ -18,6 +18,8 @@ enum class Kind {
     // A check mark the handler flips itself, as it does when called
     // directly: the menu's own flip is taken back first.
     Toggle,
+    // A check mark the menu flips; the handler reads it.
+    Check,
 };
 
 using Handler = void (SnapshotWindow::*)();
@@ -66,6 +68,10 @@ const std::vector<CommandRow>& commandTable() {
          &W::mnuViewScroll_Click, Kind::Toggle},
         {C::Synchronise, "mnuViewSynch", "S&ynchronise Folders", {}, Enabling::Always,
          &W::mnuViewSynch_Click, Kind::Toggle},
+        // The entries the ignore patterns left out, greyed, or none of them:
+        // the tree is built again, and the list with it.
+        {C::ShowIgnored, "mnuViewIgnored", "Show &Ignored Entries", {}, Enabling::Always,
+         &W::BuildTree, Kind::Check},
         {C::Find, "mnuEditFind", "&Find...", {QKeySequence(QKeySequence::Find)}, Enabling::Always,
          &W::mnuEditFind_Click, Kind::Plain},
         {C::FindNext, "mnuEditFindNext", "Find &Next", {QKeySequence(Qt::Key_F3)},
@@ -91,7 +97,9 @@ const std::vector<WindowMenu>& windowMenus() {
          nullptr},
         {{"&Edit", {C::Find, C::FindNext}}, nullptr},
         {{"&Compare", {C::CompareNow, C::CompareRoot}}, &SnapshotWindow::mnuCompare_Open},
-        {{"&View", {C::Bytes, C::SubFolders, C::ScrollTogether, C::Synchronise}}, nullptr},
+        {{"&View",
+          {C::Bytes, C::SubFolders, C::ScrollTogether, C::Synchronise, line, C::ShowIgnored}},
+         nullptr},
         {{"&Window", {F::Tile, F::TileSideBySide}}, nullptr},
         {{"&Help", {F::About, F::HelpTips}}, nullptr},
     };

@@ -49,6 +49,7 @@ enum class SnapshotCommand {
     SubFolders,
     ScrollTogether,
     Synchronise,
+    ShowIgnored,
     Find,
     FindNext,
 };

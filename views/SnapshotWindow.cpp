@@ -110,7 +110,9 @@ void SnapshotWindow::createControls() {
 }
 
 HighlightColours SnapshotWindow::colours() const {
-    return HighlightColours::from(m_host.options(), m_grdFiles->palette().color(QPalette::Base));
+    const QPalette& p = m_grdFiles->palette();
+    return HighlightColours::from(m_host.options(), p.color(QPalette::Base),
+                                  p.color(QPalette::Text));
 }
 
 bool SnapshotWindow::isActiveSnapshotWindow() const {
@@ -201,7 +203,8 @@ void SnapshotWindow::BuildTree() {
     const bool synch = options.isOn(Key::Synch);
     setChecked(SnapshotCommand::Synchronise, synch);
 
-    m_treeModel->rebuild(m_showMode, colours(), m_comparedPart);
+    m_treeModel->rebuild(m_showMode, colours(), m_comparedPart,
+                         checked(SnapshotCommand::ShowIgnored));
     const QModelIndex top = m_treeModel->topIndex();
     if (m_treeModel->hasFolders())
         m_tvwPaths->expand(top);
@@ -347,6 +350,7 @@ engine::RowSelection SnapshotWindow::rowSelection() const {
     // contents.
     selection.listing.emptyFolders = m_host.options().isOn(Key::Empty);
     selection.listing.compared = &m_comparedPart;
+    selection.listing.showIgnored = checked(SnapshotCommand::ShowIgnored);
     selection.nameFilter = m_findBar->activeFilter();
     if (m_sort.sorted()) {
         selection.sortColumn = m_sort.column() - 1;
@@ -376,7 +380,8 @@ void SnapshotWindow::updateStatusBar() {
 }
 
 QString SnapshotWindow::ShowChanges() const {
-    return engine::ShowChanges(m_pair != nullptr, compared(), m_showMode, m_gridModel->counters());
+    return engine::ShowChanges(m_pair != nullptr, compared(), m_showMode, m_gridModel->counters(),
+                               m_snapshot.ignoredCount);
 }
 
 void SnapshotWindow::showChangeSummary() {

@@ -581,6 +581,50 @@ private Q_SLOTS:
     // Clicks with the mouse in either window, and the arrow keys, select
     // the folder in the other window too, or say it has none; clicking the
     // folder selected already brings the other window back to it.
+    // Entries the ignore patterns leave out are neither listed nor coloured:
+    // the change summary counts them apart, and View > Show Ignored Entries
+    // (Alt+V, I) lists them greyed in tree and grid.
+    void ignoredEntriesAreLeftOutOrGreyed() {
+        Frame frame(iniPath());
+        showActive(frame);
+        frame->options().setPatterns(u"new*\n/gone/\n"_s);
+        makePair(frame);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer->compared());
+        clickNode(*newer, u"/"_s);
+        // new.txt and newdir/ (with n.txt) are ignored in the newer window,
+        // gone/ in both (with old.txt in the older): a.txt and sub/ are
+        // left changed.
+        const QString changes = u"1 file changed, 1 folder with changes, "_s;
+        QCOMPARE(newer->statusBar()->panelText(2), changes + u"4 ignored"_s);
+        QCOMPARE(older->statusBar()->panelText(2), changes + u"2 ignored"_s);
+        for (const QString& name : {u"new.txt"_s, u"newdir"_s, u"gone"_s})
+            QCOMPARE(rowNamed(*newer, name), -1);
+        QVERIFY(!newer->treeModel().indexOfKey(u"/newdir/"_s, newer->nameMatching()).isValid());
+
+        QWindow* handle = frame->windowHandle();
+        handle->requestActivate();
+        QTRY_COMPARE(QGuiApplication::focusWindow(), handle);
+        QTest::keyClick(frame.window.get(), Qt::Key_V, Qt::AltModifier);
+        QTRY_VERIFY(QApplication::activePopupWidget());
+        QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_I);
+        QTRY_VERIFY(newer->action(u"mnuViewIgnored"_s)->isChecked());
+        const QModelIndex ignoredNode =
+            newer->treeModel().indexOfKey(u"/newdir/"_s, newer->nameMatching());
+        QVERIFY(ignoredNode.isValid());
+        const QColor grey = colourOf(ignoredNode.data(Qt::ForegroundRole));
+        QVERIFY(grey.isValid());
+        QVERIFY(rowNamed(*newer, u"new.txt"_s) >= 0);
+        QCOMPARE(colourOf(cell(*newer, u"new.txt"_s, engine::NameColumn, Qt::ForegroundRole)),
+                 grey);
+        QVERIFY(!cell(*newer, u"new.txt"_s, engine::NameColumn, Qt::BackgroundRole).isValid());
+        // Still not differences.
+        QCOMPARE(newer->statusBar()->panelText(2), changes + u"4 ignored"_s);
+        // The other window keeps its own choice.
+        QCOMPARE(rowNamed(*older, u"gone"_s), -1);
+    }
+
     // Ctrl+F opens the find bar; typing filters the folder's rows as it is
     // typed, Enter and F3 go to the next name anywhere in the snapshot with
     // the paired window following, and Esc lists the folder whole again.
