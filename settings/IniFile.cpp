@@ -30,6 +30,7 @@ const QString Window = QStringLiteral("Window");
 const QString Folder = QStringLiteral("Folder");
 const QString Drive = QStringLiteral("Drive");
 const QString Version = QStringLiteral("Version");
+const QString Exclude = QStringLiteral("Exclude");
 
 // One line of the file as it is on disk, its line end apart, so that a
 // rewrite gives back every line it does not change byte for byte, whatever
@@ -216,13 +217,14 @@ void IniFile::writeFrameState(FrameState state) const {
 
 ScanFolders IniFile::readScanFolders() const {
     return {readString(Main, Folder, QString()), readString(Main, Drive, QString()),
-            readString(Main, Version, QString())};
+            readString(Main, Version, QString()), readString(Main, Exclude, QString())};
 }
 
 void IniFile::writeScanFolders(const ScanFolders& folders) const {
     writeString(Main, Folder, folders.folder);
     writeString(Main, Drive, folders.drive);
     writeString(Main, Version, folders.versionFolder);
+    writeString(Main, Exclude, folders.exclude);
 }
 
 QString IniFile::defaultPath() {

@@ -21,11 +21,13 @@ enum class FrameState {
 
 // The new-snapshot dialog's last choices, as the user saw them (with the
 // platform's separators): the folder to scan, the drive it lies on and the
-// version folder. Empty when none is stored.
+// version folder; and Kestrel's own addition, the patterns the scan leaves
+// out ("Exclude"). Empty when none is stored.
 struct ScanFolders {
     QString folder;
     QString drive;
     QString versionFolder;
+    QString exclude;
 };
 
 // "Kestrel.ini": the main window's placement and the new-snapshot dialog's

@@ -10,6 +10,7 @@
 #include "ScreenPlacement.h"
 #include "SnapshotFileCommands.h"
 
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
@@ -337,6 +338,7 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
     engine::ScanSettings settings;
     settings.meterLevel = m_options.value(Key::Meter);
     settings.versionFolder = m_newDialog->versionFolder();
+    settings.exclude = excludePatterns();
     engine::Outcome outcome;
     {
         views::OperationScope operation(*this);
@@ -348,6 +350,10 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
         return false;
     }
     ShowSummary(outcome.summary);
+    if (!window->snapshot().ignoreFileProblem.isEmpty())
+        showMessage(UserMessage{QStringLiteral("Ignore Patterns"),
+                                header.rootFolder + window->snapshot().ignoreFileProblem,
+                                MessageIcon::Exclamation});
 
     window->setChanged(true);
     window->setNumber(number);
@@ -356,6 +362,20 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
         mnuFileProps_Click(*this, *window);
     window->setCaption(header.title);
     return showSnapshotWindow(std::move(window), QStringLiteral("Kestrel"));
+}
+
+std::shared_ptr<const engine::IgnorePatterns> MainWindow::excludePatterns() {
+    const QByteArray text = m_newDialog->excludePatterns().toUtf8();
+    auto patterns = std::make_shared<engine::IgnorePatterns>(
+        std::string_view(text.constData(), size_t(text.size())), QStringLiteral("Exclude"));
+    // A pattern that cannot be read is said; the others still apply.
+    if (!patterns->problems().isEmpty())
+        showMessage(UserMessage{QStringLiteral("Exclude Patterns"),
+                                patterns->problems().join(QLatin1Char('\n')),
+                                MessageIcon::Exclamation});
+    if (patterns->empty())
+        return nullptr;
+    return patterns;
 }
 
 bool MainWindow::OpenSnapshot(const QString& path) {

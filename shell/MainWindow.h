@@ -29,6 +29,10 @@ class QMdiSubWindow;
 class QMenu;
 class QToolBar;
 
+namespace kestrel::engine {
+class IgnorePatterns;
+} // namespace kestrel::engine
+
 namespace kestrel::shell {
 
 class AboutBox;
@@ -114,6 +118,9 @@ public:
     // folder the user chose or named is turned into it by engine::storedPath.
     bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
                      int16_t number);
+    // The new-snapshot dialog's exclude line compiled, its problems said;
+    // null when it holds no pattern.
+    std::shared_ptr<const engine::IgnorePatterns> excludePatterns();
     // Opens a snapshot file (current or v2 format) in a new window; false
     // when it could not be opened, in which case no window remains.
     bool OpenSnapshot(const QString& path);

@@ -123,6 +123,7 @@ struct NewSnapshotDialog::Controls {
     QLineEdit* txtFolder = nullptr;
     QCompleter* completer = nullptr;
     QTreeView* dirFolder = nullptr;
+    QLineEdit* txtExclude = nullptr;
     QGroupBox* Frame1 = nullptr;
     QCheckBox* chkRecurse = nullptr;
     QCheckBox* chkHidden = nullptr;
@@ -190,6 +191,11 @@ void NewSnapshotDialog::createControls() {
     c.completer->setObjectName(u"txtFolderCompleter"_s);
     c.txtFolder->setCompleter(c.completer);
 
+    c.txtExclude = new QLineEdit(this);
+    c.txtExclude->setObjectName(u"txtExclude"_s);
+    c.txtExclude->setPlaceholderText(u"Left out, never read: /proc/ *.tmp cache/"_s);
+    c.txtExclude->setClearButtonEnabled(true);
+
     c.Frame1 = new QGroupBox(u"Files and Flags:"_s, this);
     c.Frame1->setObjectName(u"Frame1"_s);
     c.chkRecurse = new QCheckBox(u"Files in &Sub-Folders"_s, c.Frame1);
@@ -237,6 +243,10 @@ void NewSnapshotDialog::layOutControls() {
     left->addWidget(folderLabel);
     left->addWidget(c.txtFolder);
     left->addWidget(c.dirFolder, 1);
+    auto* excludeLabel = new QLabel(u"E&xclude:"_s, this);
+    excludeLabel->setBuddy(c.txtExclude);
+    left->addWidget(excludeLabel);
+    left->addWidget(c.txtExclude);
 
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(c.chkCompare);
@@ -344,6 +354,7 @@ void NewSnapshotDialog::load() {
     if (!QFileInfo(version).isDir())
         version = folder;
     setVersionPath(version);
+    c.txtExclude->setText(last.exclude);
 }
 
 void NewSnapshotDialog::saveChoices() {
@@ -351,7 +362,28 @@ void NewSnapshotDialog::saveChoices() {
     // Stored the platform's way, as the folder is shown to the user.
     m_ini.writeScanFolders({QDir::toNativeSeparators(c.folderPath),
                             QDir::toNativeSeparators(c.drvDrive->currentData().toString()),
-                            QDir::toNativeSeparators(c.versionPath)});
+                            QDir::toNativeSeparators(c.versionPath), c.txtExclude->text()});
+}
+
+QString NewSnapshotDialog::excludePatterns() const {
+    QStringList lines;
+    QString pattern;
+    const QString text = m_controls->txtExclude->text();
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (c == u'\\' && i + 1 < text.size()) {
+            pattern += c;
+            pattern += text.at(++i);
+        } else if (c.isSpace()) {
+            if (!pattern.isEmpty())
+                lines << std::exchange(pattern, QString());
+        } else {
+            pattern += c;
+        }
+    }
+    if (!pattern.isEmpty())
+        lines << pattern;
+    return lines.join(u'\n');
 }
 
 int NewSnapshotDialog::driveIndexOf(const QString& path) const {

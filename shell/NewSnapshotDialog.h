@@ -50,6 +50,10 @@ public:
     bool versions() const; // chkVersion
     // The path of the version folder list (dirVersion).
     QString versionFolder() const;
+    // Kestrel's own addition: the exclude line (txtExclude), patterns as
+    // .gitignore writes them separated by blanks ("\ " for a blank inside
+    // one), as one pattern a line; what they match is never read.
+    QString excludePatterns() const;
 
     // Writes the folder, drive and version folder to Kestrel.ini.
     void saveChoices();

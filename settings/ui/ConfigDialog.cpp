@@ -15,6 +15,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSignalBlocker>
@@ -225,12 +226,39 @@ QWidget* ConfigDialog::makeCompareTab() {
     auto* layout = new QVBoxLayout(tab);
     layout->addLayout(names);
     layout->addWidget(frame);
+    layout->addWidget(makePatternsBox(tab), 1);
     layout->addWidget(makeBox(
         Key::Compare, u"A&uto-compare using these options when loading or creating Snapshots"_s,
         u"chkCompare"_s));
-    layout->addStretch(1);
     layout->addLayout(compareRow);
     return tab;
+}
+
+QWidget* ConfigDialog::makePatternsBox(QWidget* tab) {
+    auto* box = new QWidget(tab);
+    auto* label = new QLabel(u"Ignore &patterns, one a line, as in .gitignore:"_s, box);
+    m_txtPatterns = new QPlainTextEdit(box);
+    m_txtPatterns->setObjectName(u"txtPatterns"_s);
+    m_txtPatterns->setPlaceholderText(u"*.pyc\n__pycache__/\n/var/log/**\n!keep.log"_s);
+    m_txtPatterns->setTabChangesFocus(true);
+    m_txtPatterns->setLineWrapMode(QPlainTextEdit::NoWrap);
+    label->setBuddy(m_txtPatterns);
+    m_lblPatterns = new QLabel(box);
+    m_lblPatterns->setObjectName(u"lblPatterns"_s);
+    m_lblPatterns->setWordWrap(true);
+    m_lblPatterns->setStyleSheet(u"color: #c00000"_s);
+    auto* layout = new QVBoxLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(label);
+    layout->addWidget(m_txtPatterns, 1);
+    layout->addWidget(m_lblPatterns);
+    connect(m_txtPatterns, &QPlainTextEdit::textChanged, this, &ConfigDialog::txtPatterns_Change);
+    return box;
+}
+
+void ConfigDialog::txtPatterns_Change() {
+    // Applied at the next comparison, as the other ignore options are.
+    m_options.setPatterns(m_txtPatterns->toPlainText());
 }
 
 QWidget* ConfigDialog::makeViewTab() {
@@ -474,6 +502,13 @@ void ConfigDialog::showTexts() {
         const QSignalBlocker quiet(edit);
         edit->setText(*text);
     }
+    if (m_txtPatterns->toPlainText() != values.patterns) {
+        const QSignalBlocker quiet(m_txtPatterns);
+        m_txtPatterns->setPlainText(values.patterns);
+    }
+    const QStringList problems = m_options.patternProblems();
+    m_lblPatterns->setText(problems.join(u'\n'));
+    m_lblPatterns->setVisible(!problems.isEmpty());
 }
 
 void ConfigDialog::showEnabling() {

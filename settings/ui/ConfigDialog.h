@@ -14,6 +14,7 @@ class QCheckBox;
 class QComboBox;
 class QLabel;
 class QLineEdit;
+class QPlainTextEdit;
 class QPushButton;
 class QTabWidget;
 
@@ -112,6 +113,10 @@ protected:
 
 private:
     QWidget* makeCompareTab();
+    // Kestrel's own addition to the Compare tab: the ignore patterns, one a
+    // line, with the lines that cannot be compiled named beneath.
+    QWidget* makePatternsBox(QWidget* tab);
+    void txtPatterns_Change();
     QWidget* makeViewTab();
     QWidget* makeOptionsTab();
     QCheckBox* makeBox(Key key, const QString& caption, const QString& name);
@@ -146,6 +151,8 @@ private:
     std::array<QPushButton*, 2> m_cmdCompare{};
     QButtonGroup* m_optShell = nullptr;
     QLineEdit* m_txtProgram = nullptr;
+    QPlainTextEdit* m_txtPatterns = nullptr;
+    QLabel* m_lblPatterns = nullptr; // the lines that could not be compiled
     QLineEdit* m_txtParams = nullptr;
     QLabel* m_txtChanged = nullptr;
     QLabel* m_txtDeleted = nullptr;

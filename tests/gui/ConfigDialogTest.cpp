@@ -4,12 +4,15 @@
 
 #include "TemporaryHome.h"
 
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/model/Snapshot.h"
 
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
 #include "settings/ui/ConfigDialog.h"
 #include "shell/Launcher.h"
+
+#include <QPlainTextEdit>
 
 #include <map>
 #include <utility>
@@ -246,6 +249,33 @@ private Q_SLOTS:
         QTest::keyClick(&d, Qt::Key_Escape);
         QVERIFY(!d.isVisible());
         QCOMPARE(c<QComboBox>("cboChanged")->currentText(), u"Blue"_s);
+    }
+
+    // The ignore patterns are typed one a line; a line that cannot be read
+    // is named under the box while the others apply, and Save keeps them
+    // for the next run.
+    void ignorePatternsAreTypedCheckedAndSaved() {
+        ConfigDialog& d = start();
+        d.show();
+        auto* box = c<QPlainTextEdit>("txtPatterns");
+        auto* problems = c<QLabel>("lblPatterns");
+        box->setFocus();
+        QTest::keyClicks(box, u"*.pyc"_s);
+        QTest::keyClick(box, Qt::Key_Return);
+        QTest::keyClicks(box, u"cache[/"_s);
+        QTest::keyClick(box, Qt::Key_Return);
+        QTest::keyClicks(box, u"!keep.pyc"_s);
+        QCOMPARE(m_options->values().patterns, u"*.pyc\ncache[/\n!keep.pyc"_s);
+        QVERIFY(m_options->ignorePatterns());
+        QVERIFY(!problems->isHidden());
+        QCOMPARE(problems->text(), u"Ignore Patterns: line 2: unclosed ["_s);
+        QVERIFY(m_options->ignorePatterns()->ignores("a.pyc", false));
+        QVERIFY(!m_options->ignorePatterns()->ignores("keep.pyc", false));
+
+        click("cmdSave");
+        start();
+        QCOMPARE(c<QPlainTextEdit>("txtPatterns")->toPlainText(), u"*.pyc\ncache[/\n!keep.pyc"_s);
+        QCOMPARE(c<QLabel>("lblPatterns")->text(), u"Ignore Patterns: line 2: unclosed ["_s);
     }
 
     // Save writes neither "Params" nor "Synch"; "Synch" is written when the

@@ -8,6 +8,7 @@
 
 #include "shell/Launcher.h"
 #include "shell/MainWindow.h"
+#include "shell/NewSnapshotDialog.h"
 #include "shell/RecentSnapshots.h"
 #include "shell/ScreenPlacement.h"
 #include "shell/SnapshotFileCommands.h"
@@ -288,6 +289,33 @@ private Q_SLOTS:
         shell::mnuFileSaveAs_Click(*frame.window, *six);
         QCOMPARE(frame.proposedSave, series + u"/Tree.#06"_s);
         six->setChanged(false);
+    }
+
+    // The New dialog's exclude line: what its patterns match is left out of
+    // the scan, and the line is kept in Kestrel.ini for the next run.
+    void excludedFromTheScan() {
+        writeFile(m_tree + u"/sub/note.tmp"_s, "x");
+        writeFile(m_tree + u"/my file"_s, "x");
+        const QString typed = u"sub/*.bin  *.tmp my\\ file"_s;
+        {
+            Frame frame(iniPath());
+            auto* line = frame->newSnapshotDialog().findChild<QLineEdit*>(u"txtExclude"_s);
+            QVERIFY(line);
+            QTest::keyClicks(line, typed);
+            QCOMPARE(frame->newSnapshotDialog().excludePatterns(),
+                     u"sub/*.bin\n*.tmp\nmy\\ file"_s);
+            QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+            const engine::Snapshot& s = frame->activeSnapshotWindow()->snapshot();
+            QStringList names;
+            for (int32_t i = 1; i <= s.entryCount; ++i)
+                names << s.relativePath(i);
+            names.sort();
+            QCOMPARE(names, (QStringList{u"a.txt"_s, u"sub/"_s, u"sub/b.txt"_s}));
+            frame->activeSnapshotWindow()->setChanged(false);
+            frame->newSnapshotDialog().saveChoices();
+        }
+        Frame again(iniPath());
+        QCOMPARE(again->newSnapshotDialog().findChild<QLineEdit*>(u"txtExclude"_s)->text(), typed);
     }
 
     // With "Naming" on, numbers 1 and 2 are the original and the final
