@@ -434,17 +434,18 @@ TEST_F(SnapshotFileTest, ReadOnlyFolderKeepsThePreviousFile) {
     EXPECT_EQ(lines[7], QFile::encodeName(folder) + "/New.#02: " + reason);
 }
 
-TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
-    const QString file = path(QStringLiteral("Data.#01"));
-    write(file, exampleFile(16));
+// Saves a snapshot made by make to file in a child process killed at the
+// first meter update, once a block of entry lines has gone to the disk;
+// true when it was killed there.
+bool killedMidSave(const QString& file, const std::function<void(Snapshot&)>& make) {
     int channel[2];
-    ASSERT_EQ(::pipe(channel), 0);
+    if (::pipe(channel) != 0)
+        return false;
     const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
+    if (child < 0)
+        return false;
     if (child == 0) {
         ::close(channel[0]);
-        // Stopped at the first meter update, once a block of entry lines
-        // has gone to the disk, and the parent told so.
         kestrel::test::RecordingView view;
         view.onValue = [&](int32_t) {
             [[maybe_unused]] const auto n = ::write(channel[1], "w", 1);
@@ -453,7 +454,7 @@ TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
         };
         ProgressMeter meter(&view);
         Snapshot s;
-        fill(s, 100000);
+        make(s);
         s.header.fileName = file;
         SaveSnapshot(s, meter);
         ::_exit(0);
@@ -465,8 +466,13 @@ TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
     int status = 0;
     ::waitpid(child, &status, 0);
     ::close(channel[0]);
-    ASSERT_TRUE(midWrite);
-    EXPECT_TRUE(WIFSIGNALED(status));
+    return midWrite && WIFSIGNALED(status);
+}
+
+TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFile) {
+    const QString file = path(QStringLiteral("Data.#01"));
+    write(file, exampleFile(16));
+    ASSERT_TRUE(killedMidSave(file, [](Snapshot& s) { fill(s, 100000); }));
     EXPECT_EQ(readBytes(file), exampleFile(16));
     // The half-written file lies beside it under another name, never in its place.
     for (const QString& name : QDir(dir.path()).entryList(QDir::Files | QDir::Hidden)) {
@@ -534,33 +540,8 @@ TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousSideFile) {
     ASSERT_TRUE(save(old, file).ok);
     const QByteArray oldFile = readBytes(file);
     const QByteArray oldSide = readBytes(file + QStringLiteral(".ignore"));
-    int channel[2];
-    ASSERT_EQ(::pipe(channel), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::close(channel[0]);
-        kestrel::test::RecordingView view;
-        view.onValue = [&](int32_t) {
-            [[maybe_unused]] const auto n = ::write(channel[1], "w", 1);
-            for (;;)
-                ::pause();
-        };
-        ProgressMeter meter(&view);
-        Snapshot s;
-        fillWithPatterns(s, 100000, "new\n", 45001.5);
-        s.header.fileName = file;
-        SaveSnapshot(s, meter);
-        ::_exit(0);
-    }
-    ::close(channel[1]);
-    char signal = 0;
-    const bool midWrite = ::read(channel[0], &signal, 1) == 1;
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ::close(channel[0]);
-    ASSERT_TRUE(midWrite);
+    ASSERT_TRUE(
+        killedMidSave(file, [](Snapshot& s) { fillWithPatterns(s, 100000, "new\n", 45001.5); }));
     EXPECT_EQ(readBytes(file), oldFile);
     EXPECT_EQ(readBytes(file + QStringLiteral(".ignore")), oldSide);
     EXPECT_EQ(patternsOpened(file), "old\n");
