@@ -151,21 +151,34 @@ struct IgnorePatterns::Pattern {
     bool anyDepth = false; // a segment matches any number of names
     int fixedSegments = 0; // the segments that match one name each
 
-    // The bytes a matching name must start with, and a matching path (for
-    // an anchored pattern); -1 for any: most entries are turned away by
-    // them without a glob.
-    int nameFirstByte = -1;
+    // The byte a matching path must start with (for an anchored pattern);
+    // -1 for any.
     int pathFirstByte = -1;
 
     void noteFirstBytes() {
-        const auto firstByte = [](const Segment& segment) {
-            if (segment.kind == Segment::AnyDepth || segment.tokens.empty() ||
-                segment.tokens.front().kind != Token::Literal)
-                return -1;
-            return int(static_cast<unsigned char>(segment.text[segment.tokens.front().offset]));
-        };
-        nameFirstByte = firstByte(segments.back());
-        pathFirstByte = anchored ? firstByte(segments.front()) : -1;
+        const Segment& front = segments.front();
+        if (anchored && front.kind != Segment::AnyDepth && !front.tokens.empty() &&
+            front.tokens.front().kind == Token::Literal)
+            pathFirstByte = static_cast<unsigned char>(front.text[front.tokens.front().offset]);
+    }
+
+    // The bytes a matching name may start with, by bit; whether an empty
+    // name may match. ASCII is told exactly; a byte above it may start any
+    // code point and is let through.
+    void noteNameStarts(uint64_t (&bytes)[4], bool& empty) const {
+        const auto allow = [&](int byte) { bytes[byte >> 6] |= uint64_t(1) << (byte & 63); };
+        const Segment& last = segments.back();
+        const Token* token =
+            last.kind == Segment::AnyDepth || last.tokens.empty() ? nullptr : &last.tokens.front();
+        empty = !token || token->kind == Token::Star;
+        if (token && token->kind == Token::Literal) {
+            allow(static_cast<unsigned char>(last.text[token->offset]));
+            return;
+        }
+        for (int byte = 0; byte < 256; ++byte)
+            if (!token || token->kind != Token::Set || byte >= 0x80 ||
+                sets[token->offset].contains(uint32_t(byte)))
+                allow(byte);
     }
 
     // The byte a matching name must end with; -1 when it may end with any.
@@ -516,14 +529,43 @@ IgnorePatterns::IgnorePatterns(std::string_view text, const QString& source) {
 }
 
 void IgnorePatterns::index() {
-    m_candidates.assign(512, {});
-    for (size_t k = 0; k < m_patterns.size(); ++k) {
+    std::vector<std::vector<uint32_t>> lists(512);
+    m_quick.assign(m_patterns.size(), Quick());
+    for (size_t k = m_patterns.size(); k-- > 0;) {
         const Pattern& p = m_patterns[k];
+        Quick& q = m_quick[k];
+        p.noteNameStarts(q.firstBytes, q.emptyName);
+        q.anchored = p.anchored;
+        q.anyDepth = p.anyDepth;
+        q.negated = p.negated;
+        q.pathFirstByte = p.pathFirstByte;
+        q.fixedSegments = p.fixedSegments;
         const int last = p.lastByte();
         const int first = last < 0 ? 0 : last, end = last < 0 ? 256 : last + 1;
         for (int folder = p.foldersOnly ? 1 : 0; folder < 2; ++folder)
             for (int byte = first; byte < end; ++byte)
-                m_candidates[size_t(folder * 256 + byte)].push_back(uint32_t(k));
+                lists[size_t(folder * 256 + byte)].push_back(uint32_t(k));
+    }
+    m_candidates.clear();
+    m_candidateStarts.assign(1, 0);
+    m_filters.assign(lists.size(), Filter());
+    for (size_t key = 0; key < lists.size(); ++key) {
+        for (const uint32_t k : lists[key])
+            noteInFilter(m_filters[key], m_quick[k]);
+        m_candidates.insert(m_candidates.end(), lists[key].begin(), lists[key].end());
+        m_candidateStarts.push_back(uint32_t(m_candidates.size()));
+    }
+}
+
+void IgnorePatterns::noteInFilter(Filter& filter, const Quick& q) {
+    if (!q.anchored) {
+        for (int w = 0; w < 4; ++w)
+            filter.names[w] |= q.firstBytes[w];
+        filter.names[4] |= q.emptyName ? 1 : 0;
+    } else if (q.pathFirstByte >= 0) {
+        filter.paths[q.pathFirstByte >> 6] |= uint64_t(1) << (q.pathFirstByte & 63);
+    } else {
+        std::fill(std::begin(filter.paths), std::end(filter.paths), ~uint64_t(0));
     }
 }
 
@@ -563,29 +605,74 @@ bool IgnorePatterns::ignores(std::string_view path, bool folder) const {
 
 bool IgnorePatterns::ignores(std::string_view path, size_t nameStart, int names,
                              bool folder) const {
-    const std::string_view name = path.substr(nameStart);
+    return decide(path.substr(0, nameStart), names, path.substr(nameStart), folder,
+                  [path] { return path; });
+}
+
+bool IgnorePatterns::ignoresIn(std::string_view folderPath, int names, std::string_view name,
+                               bool folder, std::string& scratch) const {
+    bool built = false;
+    return decide(folderPath, names, name, folder, [&]() -> std::string_view {
+        if (!built) {
+            scratch.assign(folderPath).append(name);
+            built = true;
+        }
+        return scratch;
+    });
+}
+
+template <typename FullPath>
+bool IgnorePatterns::decide(std::string_view folderPath, int names, std::string_view name,
+                            bool folder, FullPath fullPath) const {
     if (m_patterns.empty())
         return false;
+    const auto first = static_cast<unsigned char>(name.empty() ? 0 : name.front());
     const auto last = static_cast<unsigned char>(name.empty() ? 0 : name.back());
-    const std::vector<uint32_t>& candidates = m_candidates[(folder ? 256 : 0) + size_t(last)];
-    for (auto k = candidates.rbegin(); k != candidates.rend(); ++k) {
-        const Pattern* p = &m_patterns[*k];
-        if (p->nameFirstByte >= 0 &&
-            (name.empty() || static_cast<unsigned char>(name.front()) != p->nameFirstByte))
+    const size_t key = (folder ? 256 : 0) + size_t(last);
+    const int pathFirst = static_cast<unsigned char>(folderPath.empty() ? first : folderPath[0]);
+    const auto has = [](const uint64_t(&bits)[5], size_t bit) {
+        return (bits[bit >> 6] >> (bit & 63)) & 1;
+    };
+    const Filter& filter = m_filters[key];
+    if (!has(filter.names, name.empty() ? 256 : first) &&
+        !has(filter.paths, folderPath.empty() && name.empty() ? 256 : size_t(pathFirst)))
+        return false;
+    for (uint32_t c = m_candidateStarts[key], end = m_candidateStarts[key + 1]; c < end; ++c) {
+        const uint32_t k = m_candidates[c];
+        const Quick& q = m_quick[k];
+        if (name.empty() ? !q.emptyName : !((q.firstBytes[first >> 6] >> (first & 63)) & 1))
             continue;
         bool matched = false;
-        if (!p->anchored) {
-            matched = segmentMatches(p->segments.front(), *p, name);
+        if (!q.anchored) {
+            const Pattern& p = m_patterns[k];
+            matched = segmentMatches(p.segments.front(), p, name);
         } else {
-            if (names < p->fixedSegments || (!p->anyDepth && names != p->fixedSegments) ||
-                (p->pathFirstByte >= 0 && static_cast<unsigned char>(path[0]) != p->pathFirstByte))
+            if (names < q.fixedSegments || (!q.anyDepth && names != q.fixedSegments) ||
+                (q.pathFirstByte >= 0 && pathFirst != q.pathFirstByte))
                 continue;
-            matched = pathMatches(*p, path);
+            matched = pathMatches(m_patterns[k], fullPath());
         }
         if (matched)
-            return !p->negated;
+            return !q.negated;
     }
     return false;
+}
+
+std::string_view IgnoreWalk::folderPath(int depth) const {
+    if (depth <= 0)
+        return {};
+    // A walk meets a folder before its contents; a depth met without one
+    // above it has the path of the deepest folder known.
+    const size_t above = std::min(size_t(depth), m_folderEnds.size());
+    return std::string_view(m_folders).substr(0, above == 0 ? 0 : m_folderEnds[above - 1]);
+}
+
+void IgnoreWalk::enterFolder(int depth, std::string_view name) {
+    m_folders.resize(folderPath(depth).size());
+    m_folders.append(name);
+    m_folders.push_back('/');
+    m_folderEnds.resize(size_t(depth) + 1);
+    m_folderEnds[size_t(depth)] = m_folders.size();
 }
 
 bool IgnoreWalk::ignored(int depth, std::string_view name, bool folder) {
@@ -596,29 +683,21 @@ bool IgnoreWalk::ignored(int depth, std::string_view name, bool folder) {
     }
     if (m_patterns.empty())
         return false;
-    const bool fold = m_patterns.matching() == NameMatching::IgnoreCase;
-    size_t nameStart = 0;
-    if (m_patterns.needsPaths()) {
-        if (m_nameEnds.size() <= size_t(depth))
-            m_nameEnds.resize(size_t(depth) + 1);
-        m_path.resize(depth > 0 ? m_nameEnds[size_t(depth) - 1] : 0);
-        if (depth > 0)
-            m_path.push_back('/');
-        nameStart = m_path.size();
-    } else {
-        m_path.clear();
+    if (m_fold) {
+        m_folded.clear();
+        appendFolded(m_folded, name);
+        name = m_folded;
     }
-    if (fold)
-        appendFolded(m_path, name);
-    else
-        m_path.append(name);
-    if (m_patterns.needsPaths())
-        m_nameEnds[size_t(depth)] = m_path.size();
     // Without anchored patterns the path is the name alone.
-    const int names = m_patterns.needsPaths() ? depth + 1 : 1;
-    const bool ignored = m_patterns.ignores(m_path, nameStart, names, folder);
-    if (ignored && folder)
-        m_ignoredFolderDepth = depth;
+    const bool ignored =
+        m_paths ? m_patterns.ignoresIn(folderPath(depth), depth + 1, name, folder, m_scratch)
+                : m_patterns.ignoresIn({}, 1, name, folder, m_scratch);
+    if (folder) {
+        if (ignored)
+            m_ignoredFolderDepth = depth;
+        else if (m_paths)
+            enterFolder(depth, name);
+    }
     return ignored;
 }
 

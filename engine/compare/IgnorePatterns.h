@@ -67,18 +67,57 @@ public:
     // names path holds (a walk knows both; counting them costs a pass over
     // the path).
     bool ignores(std::string_view path, size_t nameStart, int names, bool folder) const;
+    // The same for a walk that keeps the path of the entry's folder apart:
+    // folderPath is the names above the entry, each followed by "/" ("a/b/"),
+    // and names counts them and the entry. The whole path is put together in
+    // scratch only when an anchored pattern gets as far as matching it.
+    bool ignoresIn(std::string_view folderPath, int names, std::string_view name, bool folder,
+                   std::string& scratch) const;
 
     struct Pattern; // compiled; defined where they are matched
 
 private:
+    // What is checked of a pattern before it is matched: most names are
+    // turned away by their first byte or, for an anchored pattern, by the
+    // number of names in the path.
+    struct Quick {
+        uint64_t firstBytes[4] = {}; // the bytes a matching name may start with
+        bool emptyName = false;      // whether an empty name may match
+        bool anchored = false;
+        bool anyDepth = false;
+        bool negated = false;
+        int pathFirstByte = -1; // the byte a matching path starts with; -1 for any
+        int fixedSegments = 0;
+    };
+
+    // Bit 256 stands for an empty name or path: most entries are turned
+    // away by two tests of their first bytes.
+    struct Filter {
+        uint64_t names[5] = {};
+        uint64_t paths[5] = {};
+    };
+
     // Sorts the patterns by the last byte of the names they can match.
     void index();
+    static void noteInFilter(Filter& filter, const Quick& q);
+    // The last pattern that matches decides; fullPath() gives the entry's
+    // whole path for anchored patterns.
+    template <typename FullPath>
+    bool decide(std::string_view folderPath, int names, std::string_view name, bool folder,
+                FullPath fullPath) const;
 
     std::vector<Pattern> m_patterns;
-    // By folder or file and the name's last byte: the patterns that may
-    // match such a name, in order. Most patterns end in a literal ("*.pyc",
-    // "*_7"), so an entry is tried against a few of them, not all.
-    std::vector<std::vector<uint32_t>> m_candidates;
+    std::vector<Quick> m_quick; // by pattern
+    // By folder or file and the name's last byte (folder * 256 + byte): the
+    // patterns that may match such a name, the last one first, in
+    // m_candidates from m_candidateStarts[key] to m_candidateStarts[key + 1].
+    // Most patterns end in a literal ("*.pyc", "*_7"), so an entry is tried
+    // against a few of them, not all.
+    std::vector<uint32_t> m_candidates;
+    std::vector<uint32_t> m_candidateStarts;
+    // By the same key, the first bytes of the names the unanchored
+    // candidates may match and of the paths the anchored ones may match.
+    std::vector<Filter> m_filters;
     // The lines compiled, as written: compiled again for another matching.
     std::vector<std::string> m_lines;
     QStringList m_problems;
@@ -88,21 +127,33 @@ private:
 
 // Follows a depth-first walk of a snapshot's entries (a folder before its
 // contents) and tells which of them the patterns ignore, everything beneath
-// an ignored folder included. It keeps the path of the folder being walked,
-// so that an entry costs no allocation once the deepest path has been seen.
+// an ignored folder included. It keeps the path of the folders above the
+// entries, put together once per folder: a file's name is never copied
+// (unless folded), and an entry costs no allocation once the deepest path
+// has been seen.
 class IgnoreWalk {
 public:
-    explicit IgnoreWalk(const IgnorePatterns& patterns) : m_patterns(patterns) {}
+    explicit IgnoreWalk(const IgnorePatterns& patterns)
+        : m_patterns(patterns), m_fold(patterns.matching() == NameMatching::IgnoreCase),
+          m_paths(patterns.needsPaths()) {}
 
     // The entry named name at depth (0 for the root's own items), met after
     // its folder.
     bool ignored(int depth, std::string_view name, bool folder);
 
 private:
+    // The names of the folders above an entry at depth, each followed by "/".
+    std::string_view folderPath(int depth) const;
+    void enterFolder(int depth, std::string_view name);
+
     const IgnorePatterns& m_patterns;
-    std::string m_path;
-    std::vector<size_t> m_nameEnds; // by depth: where the name met last ends in m_path
-    int m_ignoredFolderDepth = -1;  // the depth of the ignored folder being walked through
+    const bool m_fold;
+    const bool m_paths;
+    std::string m_folders;            // the folders met last at each depth, "a/b/"
+    std::vector<size_t> m_folderEnds; // by depth: where that depth's folder ends in m_folders
+    std::string m_folded;             // the entry's name folded
+    std::string m_scratch;            // the entry's whole path, when a pattern needs it
+    int m_ignoredFolderDepth = -1;    // the depth of the ignored folder being walked through
 };
 
 } // namespace kestrel::engine
