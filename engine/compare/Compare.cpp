@@ -8,7 +8,9 @@
 #include "engine/support/TextFormats.h"
 
 #include <cmath>
+#include <future>
 #include <optional>
+#include <system_error>
 #include <vector>
 
 namespace kestrel::engine {
@@ -370,14 +372,36 @@ int32_t MarkIgnoredEntries(Snapshot& snapshot, const IgnorePatterns& patterns) {
     return ignored;
 }
 
+namespace {
+
+// Marks what the patterns ignore in both snapshots. Each snapshot's marks are
+// its own, so the other's are made on a second thread meanwhile when one can
+// be started. Marks of an earlier comparison go even when nothing is ignored
+// now.
+void markIgnoredInBoth(Snapshot& self, Snapshot& other, const IgnorePatterns& patterns) {
+    const auto needed = [&](const Snapshot& s) { return !patterns.empty() || s.ignoredCount > 0; };
+    std::future<int32_t> otherMarked;
+    if (&other != &self && needed(other)) {
+        try {
+            otherMarked =
+                std::async(std::launch::async, [&] { return MarkIgnoredEntries(other, patterns); });
+        } catch (const std::system_error&) {
+            MarkIgnoredEntries(other, patterns);
+        }
+    }
+    // Should this throw, the future waits for the other thread as it goes.
+    if (needed(self))
+        MarkIgnoredEntries(self, patterns);
+    if (otherMarked.valid())
+        otherMarked.get();
+}
+
+} // namespace
+
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
     try {
-        // Marks of an earlier comparison go even when nothing is ignored now.
-        const IgnorePatterns patterns = comparisonPatterns(self, other, options);
-        for (Snapshot* s : {&self, &other})
-            if (!patterns.empty() || s->ignoredCount > 0)
-                MarkIgnoredEntries(*s, patterns);
+        markIgnoredInBoth(self, other, comparisonPatterns(self, other, options));
         // The names' hashes serve both ways: the second way finds them all
         // worked out by the first.
         const NameMatching matching = nameMatchingFor(self, other);
