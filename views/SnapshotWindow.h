@@ -120,6 +120,9 @@ public:
     void mnuEditFind_Click();
     void mnuEditFindNext_Click();
     FindBar* findBar() const { return m_findBar; }
+    // View > Show Ignored Entries: the entries a comparison's ignore
+    // patterns left out are listed, greyed.
+    bool showsIgnored() const { return checked(SnapshotCommand::ShowIgnored); }
     // The find bar opened, closed or took another text: the grid lists the
     // folder again through it.
     void findBarChanged();

@@ -602,6 +602,11 @@ private Q_SLOTS:
         for (const QString& name : {u"new.txt"_s, u"newdir"_s, u"gone"_s})
             QCOMPARE(rowNamed(*newer, name), -1);
         QVERIFY(!newer->treeModel().indexOfKey(u"/newdir/"_s, newer->nameMatching()).isValid());
+        // Find Next passes them by too.
+        QTest::keyClick(newer->grid(), Qt::Key_F, Qt::ControlModifier);
+        QTest::keyClicks(newer->findBar()->textBox(), u"new"_s);
+        QVERIFY(!newer->findBar()->findNext());
+        QTest::keyClick(newer->findBar()->textBox(), Qt::Key_Escape);
 
         QWindow* handle = frame->windowHandle();
         handle->requestActivate();
