@@ -199,6 +199,9 @@ public:
         int32_t count = 0;
         const size_t pathLength = m_path.size();
         while (const dirent* de = ::readdir(dir)) {
+            // The path ends with this folder's own again, whatever the
+            // sibling before it added.
+            m_path.resize(pathLength);
             const char* name = de->d_name;
             if (isDotOrDotDot(name) || !isFolder(dir, de) || excluded(name))
                 continue;
@@ -212,8 +215,8 @@ public:
                     ::close(sub);
                 }
             }
-            m_path.resize(pathLength);
         }
+        m_path.resize(pathLength);
         ::closedir(dir);
         return count;
     }
@@ -266,10 +269,7 @@ std::string readOwnIgnoreFile(const QString& root, QString& problem) {
     const QString name = QString::fromLatin1(OwnIgnoreFileName);
     if (fd < 0) {
         if (openError != ENOENT)
-            problem = name + QStringLiteral(": ") +
-                      (openError == ELOOP || openError == EINVAL
-                           ? QStringLiteral("not a regular file")
-                           : QString::fromLocal8Bit(std::strerror(openError)));
+            problem = name + QStringLiteral(": ") + regularFileErrorText(openError);
         return {};
     }
     std::string text;
@@ -281,7 +281,7 @@ std::string readOwnIgnoreFile(const QString& root, QString& problem) {
     const int readError = errno;
     ::close(fd);
     if (n < 0) {
-        problem = name + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(readError));
+        problem = name + QStringLiteral(": ") + regularFileErrorText(readError);
         return {};
     }
     if (int64_t(text.size()) > OwnIgnoreFileLimit) {

@@ -582,6 +582,16 @@ TEST(Scan, ExcludedItemsAreNeitherRecordedNorOpened) {
     };
     const std::optional<bool> passed = kestrel::test::passesWherePermissionsHold(check);
     t.chmod(QStringLiteral("src/secret"), 0700);
+
+    // The meter's count asks anchored patterns about each folder's own path,
+    // whichever excluded siblings were listed before it.
+    TempTree siblings;
+    for (int i = 0; i < 10; ++i)
+        siblings.file(QStringLiteral("e%1/f").arg(i));
+    siblings.file(QStringLiteral("k/inner/f"));
+    ScanSettings anchored;
+    anchored.exclude = std::make_shared<const IgnorePatterns>("e*/\n/k/inner/\n", u"--exclude"_s);
+    EXPECT_EQ(CountFolders(siblings.root(), 1, 3, anchored), 1);
     if (!passed)
         GTEST_SKIP() << "cannot give up root here";
     EXPECT_TRUE(*passed);
