@@ -225,9 +225,7 @@ std::optional<QByteArray> readPatternFile(const QString& path) {
     if (!openForReading(file, QIODevice::ReadOnly)) {
         const int error = errno;
         printError(PatternsTitle,
-                   path + QStringLiteral(": ") +
-                       (error == EINVAL ? QStringLiteral("not a regular file")
-                                        : QString::fromLocal8Bit(std::strerror(error))));
+                   path + QStringLiteral(": ") + engine::regularFileErrorText(error));
         return std::nullopt;
     }
     QByteArray text = file.readAll();

@@ -166,10 +166,8 @@ void walkRows(const Snapshot& s, int32_t first, const ListingOptions& options, R
         // Outside the comparison's part of the tree an entry takes no part
         // in it: shown only as the way down to that part.
         const bool covered = !options.compared || options.compared->covers(i);
-        const bool shown =
-            covered ? rowShown(e, options.mode) &&
-                          (!e.isIgnored() || options.showIgnored || options.mode == ShowMode::None)
-                    : options.compared->shownOutside(i, options.mode);
+        const bool shown = covered ? rowListed(e, options.mode, options.showIgnored)
+                                   : options.compared->shownOutside(i, options.mode);
         if (shown && (options.emptyFolders || !e.isFolder() || contents) && !row(i, folder))
             return;
         if (options.subFolders && contents)

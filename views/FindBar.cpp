@@ -92,13 +92,12 @@ bool FindBar::findNext() {
     const engine::Snapshot& snapshot = m_window.snapshot();
     const engine::ShowMode mode = m_window.showMode();
     // Only an entry the window can show: in a folder the tree reaches, with
-    // a row under the show mode, and not left out by the ignore patterns
-    // unless they are shown.
-    const bool ignoredShown = m_window.showsIgnored() || mode == engine::ShowMode::None;
+    // a row in its list.
+    const bool showIgnored = m_window.showsIgnored();
     const int32_t found =
         engine::findNextEntry(snapshot, searchStart(), m_filter, [&](int32_t index) {
             const engine::SnapshotEntry& e = snapshot.entries.get(index);
-            return (ignoredShown || !e.isIgnored()) && engine::rowShown(e, mode) &&
+            return engine::rowListed(e, mode, showIgnored) &&
                    engine::folderReachable(snapshot, e.parent, mode);
         });
     if (found == 0)

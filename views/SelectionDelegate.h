@@ -19,8 +19,8 @@ public:
                const QModelIndex& index) const override;
 
 private:
-    // Whether a cell is the first (step -1) or last (step 1) one of its
-    // row that the view shows.
+    // Whether a cell is the first (direction -1) or last (direction 1) one
+    // of its row that the view shows.
     bool rowEnd(const QStyleOptionViewItem& option, const QModelIndex& index, int step) const;
 };
 

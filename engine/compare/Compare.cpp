@@ -344,7 +344,7 @@ QString ignoredNote(int32_t ignored) {
 IgnorePatterns comparisonPatterns(const Snapshot& self, const Snapshot& other,
                                   const CompareOptions& options) {
     IgnorePatterns patterns = options.ignorePatterns ? *options.ignorePatterns : IgnorePatterns();
-    const QString own = QStringLiteral(".kestrelignore");
+    const QString own = QString::fromLatin1(OwnIgnoreFileName);
     const std::string& selfOwn = self.header.ownIgnorePatterns;
     const std::string& otherOwn = other.header.ownIgnorePatterns;
     if (!selfOwn.empty())

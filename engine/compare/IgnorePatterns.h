@@ -12,6 +12,12 @@
 
 namespace kestrel::engine {
 
+// The file in a snapshot's root folder whose patterns a comparison of the
+// snapshot applies (SnapshotHeader::ownIgnorePatterns).
+inline constexpr char OwnIgnoreFileName[] = ".kestrelignore";
+// The largest such file that is read.
+inline constexpr int64_t OwnIgnoreFileLimit = 1 << 20;
+
 // Names of entries that take no part in a comparison (or a scan), written as
 // gitignore patterns, one a line:
 // - "*" matches anything but "/", "?" one character, "[a-z]", "[!0-9]" and

@@ -68,6 +68,13 @@ inline bool rowShown(const SnapshotEntry& entry, ShowMode mode) {
     return fileRulePasses(entry, mode) || (entry.isFolder() && folderVisible(entry, mode));
 }
 
+// Whether a window lists an entry: rowShown, and an entry a comparison's
+// ignore patterns left out only while ignored entries are shown (View > Show
+// Ignored Entries). Before any comparison nothing is left out.
+inline bool rowListed(const SnapshotEntry& entry, ShowMode mode, bool showIgnored) {
+    return rowShown(entry, mode) && (showIgnored || mode == ShowMode::None || !entry.isIgnored());
+}
+
 // The part of a snapshot its comparison covers: everything beneath the
 // comparison root, the whole snapshot when the root is the top. The
 // comparison writes status and match only there; outside, they are left

@@ -2,8 +2,8 @@
 
 #include "SnapshotFile.h"
 #include "SnapshotItems.h"
+#include "engine/compare/IgnorePatterns.h"
 #include "engine/model/Snapshot.h"
-#include "engine/scan/Scan.h"
 
 #include <QFile>
 

@@ -1,6 +1,7 @@
 #include "NameFilter.h"
 
 #include "CaseFold.h"
+#include "engine/support/TextDecode.h"
 
 #include <algorithm>
 
@@ -16,17 +17,10 @@ bool isAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return uint8_t(c) < 0x80; });
 }
 
-// The length of the UTF-8 sequence a lead byte starts; 1 for a byte that
-// starts none, so that bytes that are not UTF-8 count one by one.
+// One character's bytes at at: bytes that are not UTF-8 count one by one.
 size_t sequenceLength(std::string_view text, size_t at) {
-    const auto lead = uint8_t(text[at]);
-    const size_t length = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (at + length > text.size())
-        return 1;
-    for (size_t k = 1; k < length; ++k)
-        if ((uint8_t(text[at + k]) & 0xC0) != 0x80)
-            return 1;
-    return length;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    return size_t(std::max(1, utf8SequenceLength(bytes + at, bytes + text.size())));
 }
 
 } // namespace

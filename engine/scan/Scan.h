@@ -67,12 +67,6 @@ struct ScanSettings {
     bool oneFileSystem = false;
 };
 
-// The file in a snapshot's root folder whose patterns a comparison of the
-// snapshot applies (SnapshotHeader::ownIgnorePatterns).
-inline constexpr char OwnIgnoreFileName[] = ".kestrelignore";
-// The largest such file that is read.
-inline constexpr int64_t OwnIgnoreFileLimit = 1 << 20;
-
 // CreateSnapshot: scans the tree (TakeSnapshot) and on success sets the
 // creation time and the "found" summary line.
 Outcome CreateSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter);

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -33,6 +34,12 @@ int closeKeepingErrno(int fd) {
 }
 
 } // namespace
+
+QString regularFileErrorText(int error) {
+    if (error == ELOOP || error == EINVAL)
+        return QStringLiteral("not a regular file");
+    return QString::fromLocal8Bit(std::strerror(error));
+}
 
 int openRegularFileAt(int dirFd, const char* name, LinkRule links, const struct stat* expected) {
     constexpr int ReadFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;

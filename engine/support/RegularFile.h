@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include <sys/stat.h>
 
 namespace kestrel::engine {
@@ -20,5 +22,10 @@ enum class LinkRule { Follow, Refuse };
 // FIFO's writer and checked after.
 int openRegularFileAt(int dirFd, const char* name, LinkRule links,
                       const struct stat* expected = nullptr);
+
+// Why openRegularFileAt (or a read after it) failed, as the user is told:
+// "not a regular file" for a link refused or a device, FIFO or socket,
+// otherwise the system's text ("Is a directory" for a folder).
+QString regularFileErrorText(int error);
 
 } // namespace kestrel::engine
