@@ -3,6 +3,7 @@
 #include "engine/model/CaseFold.h"
 
 #include <algorithm>
+#include <climits>
 #include <optional>
 
 namespace kestrel::engine {
@@ -531,6 +532,7 @@ IgnorePatterns::IgnorePatterns(std::string_view text, const QString& source) {
 void IgnorePatterns::index() {
     std::vector<std::vector<uint32_t>> lists(512);
     m_quick.assign(m_patterns.size(), Quick());
+    m_deepestMatch = 0;
     for (size_t k = m_patterns.size(); k-- > 0;) {
         const Pattern& p = m_patterns[k];
         Quick& q = m_quick[k];
@@ -540,6 +542,8 @@ void IgnorePatterns::index() {
         q.negated = p.negated;
         q.pathFirstByte = p.pathFirstByte;
         q.fixedSegments = p.fixedSegments;
+        m_deepestMatch =
+            !p.anchored || p.anyDepth ? INT_MAX : std::max(m_deepestMatch, p.fixedSegments);
         const int last = p.lastByte();
         const int first = last < 0 ? 0 : last, end = last < 0 ? 256 : last + 1;
         for (int folder = p.foldersOnly ? 1 : 0; folder < 2; ++folder)

@@ -61,6 +61,10 @@ public:
     bool empty() const;
     // Whether some pattern looks at the folders above a name.
     bool needsPaths() const { return m_needsPaths; }
+    // The most names a path may hold and still match a pattern: an entry
+    // deeper than that is never ignored, so a walk need not ask. Unbounded
+    // (INT_MAX) when a pattern matches at any depth.
+    int deepestMatch() const { return m_deepestMatch; }
     // The lines that could not be compiled, one message each.
     const QStringList& problems() const { return m_problems; }
 
@@ -129,6 +133,7 @@ private:
     QStringList m_problems;
     NameMatching m_matching = NameMatching::Exact;
     bool m_needsPaths = false;
+    int m_deepestMatch = 0;
 };
 
 // Follows a depth-first walk of a snapshot's entries (a folder before its

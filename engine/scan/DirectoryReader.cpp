@@ -230,6 +230,7 @@ std::unique_ptr<FolderTask> subFolderTask(FolderTask& task, std::string_view raw
         child->device = examined->st_dev;
         child->inode = examined->st_ino;
     }
+    child->itemNames = task.itemNames + 1;
     if (childText)
         child->relativeText.append(task.relativeText).append(name).push_back('/');
     child->versionsOn = task.versionsOn;
@@ -330,11 +331,15 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
     const size_t expected = stream.expectedItems();
     listing.items.reserve(expected);
     listing.text.reserve(expected * 24);
-    // Sub-folders need their text below the root only while they may still
-    // lead to the version folder.
-    // Exclusions that look at paths need them everywhere.
+    // Exclusions are asked only about items no deeper than a pattern can
+    // match, and sub-folders need their text below the root only while the
+    // exclusions may ask about their items' paths or they may still lead to
+    // the version folder.
+    const IgnorePatterns* exclude =
+        m_rules.exclude && task.itemNames <= m_rules.exclude->deepestMatch() ? m_rules.exclude
+                                                                             : nullptr;
     const bool childTexts =
-        (m_rules.exclude && m_rules.exclude->needsPaths()) ||
+        (exclude && exclude->needsPaths() && task.itemNames < exclude->deepestMatch()) ||
         (m_rules.versions && !task.versionsOn &&
          startsWithIgnoringCase(m_rules.versionFolderText, m_rules.rootText + task.relativeText));
     std::string converted;
@@ -349,6 +354,15 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             ++listing.hiddenLeftOut;
             continue;
         }
+        const std::string_view raw(rawName);
+        const std::string_view name = storedName(raw, converted);
+        // When the listing tells what an item is, an excluded one is left out
+        // before it is examined; one that might be a hidden system item is
+        // examined first, so that it is counted as such.
+        const bool typeKnown = de->type == DT_DIR || de->type == DT_REG || de->type == DT_LNK ||
+                               (de->type != DT_UNKNOWN && m_rules.hidden);
+        if (exclude && typeKnown && excluded(task, name, de->type == DT_DIR))
+            continue;
         ListedItem item;
         struct stat st;
         bool examined = ::fstatat(fd, rawName, &st, AT_SYMLINK_NOFOLLOW) == 0;
@@ -371,10 +385,8 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             continue;
         }
 
-        const std::string_view raw(rawName);
-        const std::string_view name = storedName(raw, converted);
         const bool folder = item.attributes & Attribute::Folder;
-        if (m_rules.exclude && excluded(task, name, folder))
+        if (exclude && !typeKnown && excluded(task, name, folder))
             continue;
         item.nameOffset = appendText(listing.text, name);
         item.nameLength = uint32_t(name.size());

@@ -97,7 +97,8 @@ struct FolderTask {
     // Stored text below the root, ending in "/": kept only while the folder
     // may still lead to the version folder.
     std::string relativeText;
-    dev_t device = 0; // as the parent's listing saw the folder; 0 when unknown
+    int itemNames = 1; // names in the path below the root of each of its items
+    dev_t device = 0;  // as the parent's listing saw the folder; 0 when unknown
     ino_t inode = 0;
     bool versionsOn = false;
     State state = Pending;

@@ -592,10 +592,11 @@ void expectAsIfRemoved(const Snapshot& full, const Snapshot& fullOther, const Sn
         ASSERT_EQ(e.status, c.status) << context << " " << path.toStdString();
         ASSERT_EQ((e.match > 0) - (e.match < 0), (c.match > 0) - (c.match < 0))
             << context << " " << path.toStdString();
-        if (e.match != 0)
+        if (e.match != 0) {
             ASSERT_EQ(fullOther.relativePath(std::abs(e.match)),
                       cutOther.relativePath(std::abs(c.match)))
                 << context << " " << path.toStdString();
+        }
     }
     EXPECT_EQ(ignored, full.ignoredCount) << context;
     EXPECT_EQ(full.entryCount - cut.entryCount, ignored) << context;
@@ -634,6 +635,13 @@ TEST(CompareIgnoring, GivesWhatComparingWithoutTheIgnoredEntriesGives) {
                 ASSERT_TRUE(CompareSnapshot(cutA, 1, cutB, 1, true, {}, meter).ok);
                 expectAsIfRemoved(a, b, cutA, cutB, context + " first");
                 expectAsIfRemoved(b, a, cutB, cutA, context + " second");
+                // Compared again, the first comparison's marks change nothing.
+                ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, true, options, meter).ok);
+                expectAsIfRemoved(a, b, cutA, cutB, context + " again");
+                // A comparison one way marks all entries before it starts.
+                ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, false, options, meter).ok);
+                ASSERT_TRUE(CompareSnapshot(cutA, 1, cutB, 1, false, {}, meter).ok);
+                expectAsIfRemoved(a, b, cutA, cutB, context + " one way");
 
                 // Compared again without patterns, nothing stays ignored.
                 b.header.ownIgnorePatterns.clear();

@@ -1,5 +1,6 @@
 #include "engine/compare/IgnorePatterns.h"
 
+#include <climits>
 #include <gtest/gtest.h>
 
 #include <QByteArray>
@@ -245,6 +246,18 @@ TEST(IgnorePatterns, AppendedPatternsComeLastAndTakeTheOthersRule) {
     EXPECT_FALSE(patterns.ignores("keep.log", false));
     EXPECT_TRUE(IgnorePatterns().empty());
     EXPECT_FALSE(IgnorePatterns().ignores("anything", false));
+}
+
+TEST(IgnorePatterns, DeepestMatchBoundsOnlyAnchoredPatterns) {
+    const auto deepest = [](const char* text) {
+        return IgnorePatterns(text, QStringLiteral("t")).deepestMatch();
+    };
+    EXPECT_EQ(deepest(""), 0);
+    EXPECT_EQ(deepest("/build/\n/a/b/c\n/*/*[13579]\n"), 3);
+    EXPECT_EQ(deepest("/a/b\n*.pyc\n"), INT_MAX);
+    EXPECT_EQ(deepest("/var/log/**\n"), INT_MAX);
+    EXPECT_EQ(deepest("docs/**/*.bak\n"), INT_MAX);
+    EXPECT_EQ(deepest("/a\n!/a/b\n"), 2);
 }
 
 TEST(IgnorePatterns, NamesAreCharactersNotBytes) {

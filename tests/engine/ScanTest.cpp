@@ -592,6 +592,21 @@ TEST(Scan, ExcludedItemsAreNeitherRecordedNorOpened) {
     ScanSettings anchored;
     anchored.exclude = std::make_shared<const IgnorePatterns>("e*/\n/k/inner/\n", u"--exclude"_s);
     EXPECT_EQ(CountFolders(siblings.root(), 1, 3, anchored), 1);
+    // Patterns anchored at a depth are asked only that deep: the same names
+    // deeper down, or under another folder, stay.
+    TempTree deep;
+    for (const char* path : {"a/b/x", "a/c/b/x", "c/a/b", "a/b2"})
+        deep.file(QString::fromLatin1(path));
+    ScanSettings twoDeep;
+    twoDeep.exclude = std::make_shared<const IgnorePatterns>("/a/b\n/?/?2\n", u"--exclude"_s);
+    for (const int threads : {0, 2}) {
+        const Snapshot& snap = scan(deep, true, true, threads, nullptr, twoDeep).snapshot;
+        EXPECT_EQ(indexOf(snap, u"a/b"_s), 0);
+        EXPECT_EQ(indexOf(snap, u"a/b2"_s), 0);
+        EXPECT_NE(indexOf(snap, u"a/c/b/x"_s), 0);
+        EXPECT_NE(indexOf(snap, u"c/a/b"_s), 0);
+        EXPECT_EQ(snap.entryCount, 7);
+    }
     if (!passed)
         GTEST_SKIP() << "cannot give up root here";
     EXPECT_TRUE(*passed);
