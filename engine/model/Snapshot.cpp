@@ -171,6 +171,7 @@ void Snapshot::clearEntries() {
     entries.clear();
     m_names.clear();
     m_versions.clear();
+    access.clear();
     entryCount = fileCount = folderCount = 0;
     totalSize = 0;
     progress = 0;
@@ -179,7 +180,7 @@ void Snapshot::clearEntries() {
 }
 
 size_t Snapshot::memoryUsed() const {
-    return entries.memoryUsed() + m_names.memoryUsed();
+    return entries.memoryUsed() + m_names.memoryUsed() + access.memoryUsed();
 }
 
 } // namespace kestrel::engine

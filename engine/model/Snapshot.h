@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "EntryAccess.h"
 #include "NameMatching.h"
 
 #include <QString>
@@ -212,6 +213,9 @@ class Snapshot {
 public:
     SnapshotHeader header;
     EntryTable entries;
+    // Permissions, owners and link targets, by entry index: recorded by a
+    // scan on POSIX and kept beside the snapshot file; empty otherwise.
+    AccessTable access;
 
     int32_t entryCount = 0; // index of the last entry in use
     int32_t fileCount = 0;

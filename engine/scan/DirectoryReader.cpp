@@ -99,6 +99,29 @@ uint32_t appendText(std::string& text, std::string_view part) {
     return offset;
 }
 
+// Where the link named rawName in the open folder fd points, read without
+// following it, as its bytes; nothing when it cannot be read. lstat's size
+// is the target's length, but a link may change meanwhile: a target that
+// fills the buffer is read again into a larger one.
+void appendLinkTarget(FolderListing& listing, ListedItem& item, int fd, const char* rawName,
+                      off_t expected) {
+    std::string target(size_t(std::max<off_t>(expected, 0)) + 1, '\0');
+    for (;;) {
+        const ssize_t n = ::readlinkat(fd, rawName, target.data(), target.size());
+        if (n < 0)
+            return;
+        if (size_t(n) < target.size()) {
+            target.resize(size_t(n));
+            break;
+        }
+        if (target.size() > (size_t(1) << 20))
+            return;
+        target.resize(target.size() * 2);
+    }
+    item.linkOffset = appendText(listing.text, target);
+    item.linkLength = uint32_t(target.size());
+}
+
 thread_local LocalTimeConverter t_localTime;
 
 // The root, which may be reached through a link the user named.
@@ -367,6 +390,10 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
         struct stat st;
         bool examined = ::fstatat(fd, rawName, &st, AT_SYMLINK_NOFOLLOW) == 0;
         if (examined) {
+            item.examined = true;
+            item.mode = uint16_t(st.st_mode & 07777);
+            item.owner = uint32_t(st.st_uid);
+            item.group = uint32_t(st.st_gid);
             item.attributes = attributesFromMode(st.st_mode, dotName);
             if (!S_ISDIR(st.st_mode))
                 item.size = st.st_size;
@@ -399,6 +426,8 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             item.versionOffset = appendText(listing.text, version);
             item.versionLength = uint32_t(version.size());
         }
+        if (examined && S_ISLNK(st.st_mode))
+            appendLinkTarget(listing, item, fd, rawName, st.st_size);
         const bool elsewhere =
             m_rules.oneFileSystem && examined && folder && st.st_dev != m_rootDevice;
         if (folder && m_rules.recurse && !elsewhere) {

@@ -50,9 +50,17 @@ struct ListedItem {
     uint32_t nameLength = 0;
     uint32_t versionOffset = 0; // version text in FolderListing::text
     uint32_t versionLength = 0;
+    uint32_t linkOffset = 0; // a link's target in FolderListing::text
+    uint32_t linkLength = 0;
     int64_t size = 0;    // st_size
     double modified = 0; // local OLE date, 0 when it could not be converted
     int32_t attributes = 0;
+    // From lstat: the permission bits, owner and group; examined is false
+    // when the item could not be examined.
+    uint32_t owner = 0;
+    uint32_t group = 0;
+    uint16_t mode = 0;
+    bool examined = false;
     FolderTask* folder = nullptr; // the folder to descend into, when there is one
 };
 
@@ -77,6 +85,9 @@ struct FolderListing {
     }
     std::string_view version(const ListedItem& item) const {
         return std::string_view(text).substr(item.versionOffset, item.versionLength);
+    }
+    std::string_view linkTarget(const ListedItem& item) const {
+        return std::string_view(text).substr(item.linkOffset, item.linkLength);
     }
 };
 

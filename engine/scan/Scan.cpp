@@ -124,6 +124,11 @@ private:
         e.parent = f.parentIndex;
         e.attributes = toInt16(item.attributes);
         e.modified = item.modified;
+        if (item.examined) {
+            s.access.set(f.last, {item.mode, item.owner, item.group});
+            if (item.linkLength > 0)
+                s.access.setLinkTarget(f.last, listing.linkTarget(item));
+        }
         if (!folder) {
             // Every size up to 2^53 is exact in a double.
             e.size = double(item.size);
