@@ -100,26 +100,26 @@ uint32_t appendText(std::string& text, std::string_view part) {
 }
 
 // Where the link named rawName in the open folder fd points, read without
-// following it, as its bytes; nothing when it cannot be read. lstat's size
-// is the target's length, but a link may change meanwhile: a target that
-// fills the buffer is read again into a larger one.
+// following it, as its bytes, straight into the listing's text; nothing when
+// it cannot be read. lstat's size is the target's length, but a link may
+// change meanwhile: a target that fills the room is read again with more.
 void appendLinkTarget(FolderListing& listing, ListedItem& item, int fd, const char* rawName,
                       off_t expected) {
-    std::string target(size_t(std::max<off_t>(expected, 0)) + 1, '\0');
-    for (;;) {
-        const ssize_t n = ::readlinkat(fd, rawName, target.data(), target.size());
-        if (n < 0)
+    const size_t start = listing.text.size();
+    for (size_t room = size_t(std::max<off_t>(expected, 0)) + 1; room <= (size_t(1) << 20);
+         room *= 2) {
+        listing.text.resize(start + room);
+        const ssize_t n = ::readlinkat(fd, rawName, listing.text.data() + start, room);
+        if (n >= 0 && size_t(n) < room) {
+            listing.text.resize(start + size_t(n));
+            item.linkOffset = uint32_t(start);
+            item.linkLength = uint32_t(n);
             return;
-        if (size_t(n) < target.size()) {
-            target.resize(size_t(n));
-            break;
         }
-        if (target.size() > (size_t(1) << 20))
-            return;
-        target.resize(target.size() * 2);
+        if (n < 0)
+            break;
     }
-    item.linkOffset = appendText(listing.text, target);
-    item.linkLength = uint32_t(target.size());
+    listing.text.resize(start);
 }
 
 thread_local LocalTimeConverter t_localTime;

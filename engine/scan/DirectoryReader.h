@@ -106,7 +106,8 @@ struct FolderTask {
     FolderTask* parent = nullptr; // none for the root
     std::string name;             // file-system bytes: the name in parent; the root's path
     // Stored text below the root, ending in "/": kept only while the folder
-    // may still lead to the version folder.
+    // may still lead to the version folder or exclusions may ask about the
+    // paths of its items.
     std::string relativeText;
     int itemNames = 1; // names in the path below the root of each of its items
     dev_t device = 0;  // as the parent's listing saw the folder; 0 when unknown
