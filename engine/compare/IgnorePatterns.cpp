@@ -634,12 +634,10 @@ bool IgnorePatterns::decide(std::string_view folderPath, int names, std::string_
     const auto last = static_cast<unsigned char>(name.empty() ? 0 : name.back());
     const size_t key = (folder ? 256 : 0) + size_t(last);
     const int pathFirst = static_cast<unsigned char>(folderPath.empty() ? first : folderPath[0]);
-    const auto has = [](const uint64_t(&bits)[5], size_t bit) {
-        return (bits[bit >> 6] >> (bit & 63)) & 1;
-    };
-    const Filter& filter = m_filters[key];
-    if (!has(filter.names, name.empty() ? 256 : first) &&
-        !has(filter.paths, folderPath.empty() && name.empty() ? 256 : size_t(pathFirst)))
+    if (name.empty() ? !passes(m_filters[key], 256, folderPath.empty() ? 256 : size_t(pathFirst))
+                     : !mayMatch(!folderPath.empty(),
+                                 static_cast<unsigned char>(folderPath.empty() ? 0 : folderPath[0]),
+                                 first, last, folder))
         return false;
     for (uint32_t c = m_candidateStarts[key], end = m_candidateStarts[key + 1]; c < end; ++c) {
         const uint32_t k = m_candidates[c];
@@ -660,6 +658,10 @@ bool IgnorePatterns::decide(std::string_view folderPath, int names, std::string_
             return !q.negated;
     }
     return false;
+}
+
+static unsigned char asciiLower(unsigned char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c + ('a' - 'A')) : c;
 }
 
 std::string_view IgnoreWalk::folderPath(int depth) const {
@@ -687,6 +689,22 @@ bool IgnoreWalk::ignored(int depth, std::string_view name, bool folder) {
     }
     if (m_patterns.empty())
         return false;
+    // Most entries are turned away by their first and last bytes before
+    // anything else is done with the name. An ASCII byte folds on its own;
+    // a folded folder name is needed for the path beneath it all the same.
+    if (!name.empty() && !(m_fold && folder && m_paths)) {
+        const auto first = static_cast<unsigned char>(name.front());
+        const auto last = static_cast<unsigned char>(name.back());
+        if ((!m_fold || (first < 0x80 && last < 0x80)) &&
+            !m_patterns.mayMatch(depth > 0 && m_paths && !m_folders.empty(),
+                                 static_cast<unsigned char>(m_folders.empty() ? 0 : m_folders[0]),
+                                 m_fold ? asciiLower(first) : first,
+                                 m_fold ? asciiLower(last) : last, folder)) {
+            if (folder && m_paths)
+                enterFolder(depth, name);
+            return false;
+        }
+    }
     if (m_fold) {
         m_folded.clear();
         appendFolded(m_folded, name);

@@ -83,6 +83,16 @@ public:
     // scratch only when an anchored pattern gets as far as matching it.
     bool ignoresIn(std::string_view folderPath, int names, std::string_view name, bool folder,
                    std::string& scratch) const;
+    // Whether some pattern may match a non-empty name with these first and
+    // last bytes, in a folder whose path starts with pathFirst when inFolder:
+    // false turns the entry away before anything else is done with its name.
+    bool mayMatch(bool inFolder, unsigned char pathFirst, unsigned char first, unsigned char last,
+                  bool folder) const {
+        if (m_patterns.empty())
+            return false;
+        return passes(m_filters[(folder ? 256 : 0) + size_t(last)], first,
+                      inFolder ? pathFirst : first);
+    }
 
     struct Pattern; // compiled; defined where they are matched
 
@@ -110,6 +120,12 @@ private:
     // Sorts the patterns by the last byte of the names they can match.
     void index();
     static void noteInFilter(Filter& filter, const Quick& q);
+    // Whether a name with the first byte nameBit in a path with the first
+    // byte pathBit gets past the filter (bit 256 for empty).
+    static bool passes(const Filter& filter, size_t nameBit, size_t pathBit) {
+        return ((filter.names[nameBit >> 6] >> (nameBit & 63)) & 1) ||
+               ((filter.paths[pathBit >> 6] >> (pathBit & 63)) & 1);
+    }
     // The last pattern that matches decides; fullPath() gives the entry's
     // whole path for anchored patterns.
     template <typename FullPath>

@@ -268,6 +268,13 @@ TEST(IgnorePatterns, NamesAreCharactersNotBytes) {
     const IgnorePatterns folded = patterns.forMatching(NameMatching::IgnoreCase);
     EXPECT_TRUE(ignoredInWalk(folded, "STRASSE", false));
     EXPECT_TRUE(ignoredInWalk(folded, "Öx", false));
+    // A name is turned away by its first and last bytes before it is folded
+    // only when they are ASCII: the Kelvin sign folds to "k".
+    const IgnorePatterns kelvin = IgnorePatterns("k*\n/Docs/*.TXT", QStringLiteral("x"))
+                                      .forMatching(NameMatching::IgnoreCase);
+    EXPECT_TRUE(ignoredInWalk(kelvin, "\u212Aelvin", false));
+    EXPECT_TRUE(ignoredInWalk(kelvin, "DOCS/A.TXT", false));
+    EXPECT_FALSE(ignoredInWalk(kelvin, "DOCS/SUB/A.TXT", false));
 }
 
 } // namespace
