@@ -22,9 +22,10 @@ checked="${KESTREL_CHECKED_BUILD_DIR:-$here/build-checked}"
 
 # poppler-utils: the report tests read the printed PDF back with pdftotext;
 # python3: the export tests read the export back with Python's csv module.
+# libxxhash-dev: the checksum that ties side data to its snapshot file.
 packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
           fonts-dejavu-core xvfb xauth dpkg-dev desktop-file-utils libxml2-utils
-          poppler-utils python3)
+          poppler-utils python3 libxxhash-dev)
 # clang and its runtimes: AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer.
 checked_packages=(clang-14 libclang-rt-14-dev)
 # The formatter whose layout the tree keeps.
@@ -33,7 +34,7 @@ format_packages=(clang-format-14 git)
 # The fuzzers and the seed kinds each starts from (see fuzz/FuzzTargets.h).
 fuzzers=(snapshot_reader:snapshot,v2:snapshot v2_import:v2,snapshot:snapshot
          compare:snapshot,v2:snapshot save:snapshot,v2:snapshot
-         pe_version:pe:pe ini_reader:ini:ini)
+         pe_version:pe:pe ini_reader:ini:ini side_data:side:side)
 
 jobs=$(nproc)
 

@@ -38,7 +38,8 @@ const QString Description = QStringLiteral(
     "its path and \" (unreadable)\", never as an addition or deletion; values that could\n"
     "not be read are \"unknown\" and never compared.\n"
     "Nothing is ignored unless asked; versions are compared only when both snapshots\n"
-    "recorded them. Entries whose names match an ignore pattern (gitignore rules: *, ?,\n"
+    "recorded them, and so are permissions, owners and groups, and where links point. Entries "
+    "whose names match an ignore pattern (gitignore rules: *, ?,\n"
     "[...], **, a trailing / for folders only, a leading or middle / anchored at the\n"
     "snapshot's root, ! to take back, # comments), and everything beneath a matching\n"
     "folder, take no part: they are neither listed nor counted; the summary says how\n"
@@ -62,6 +63,12 @@ struct CompareCommandOptions {
             "A archive. Without it every attribute counts but the normal bit, which only says\n"
             "that no other bit is set."),
         QStringLiteral("R,H,S,A")};
+    QCommandLineOption ignorePermissions{
+        QStringLiteral("ignore-permissions"),
+        QStringLiteral(
+            "Ignore permission bits (set-user-ID, set-group-ID and sticky among them).")};
+    QCommandLineOption ignoreOwner{QStringLiteral("ignore-owner"),
+                                   QStringLiteral("Ignore owners and groups.")};
     QCommandLineOption tolerance{
         QStringLiteral("tolerance"),
         QStringLiteral("Dates that differ by this much or less are the same: seconds, or e.g. "
@@ -97,8 +104,9 @@ struct CompareCommandOptions {
                                      QStringLiteral("The earlier snapshot file or folder."));
         parser.addPositionalArgument(QStringLiteral("NEW"),
                                      QStringLiteral("The later snapshot file or folder."));
-        parser.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes, tolerance,
-                           ignore, ignoreFrom, useSettings, show, format});
+        parser.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes,
+                           ignorePermissions, ignoreOwner, tolerance, ignore, ignoreFrom,
+                           useSettings, show, format});
     }
 };
 
@@ -186,6 +194,8 @@ std::optional<CompareOptions> chosenCompareOptions(const QCommandLineParser& p,
     options.ignoreSize |= p.isSet(o.ignoreSize);
     options.ignoreVersion |= p.isSet(o.ignoreVersion);
     options.ignoreDst |= p.isSet(o.ignoreDst);
+    options.ignorePermissions |= p.isSet(o.ignorePermissions);
+    options.ignoreOwner |= p.isSet(o.ignoreOwner);
     if (p.isSet(o.ignoreAttributes)) {
         int16_t mask = 0;
         if (!parseAttributes(p.value(o.ignoreAttributes), mask)) {

@@ -186,6 +186,20 @@ std::vector<CompareReport::FieldChange> CompareReport::fieldChanges(int32_t i) c
     if (now.status & Change::Version)
         changes.push_back(
             {"version", textOf(m_old.versionOf(before)), textOf(m_new.versionOf(now)), false});
+    if (now.status & (Change::Permissions | Change::Owner | Change::LinkTarget)) {
+        const AccessValues was = accessValuesOf(m_old, now.match);
+        const AccessValues is = accessValuesOf(m_new, i);
+        if (now.status & Change::Permissions)
+            changes.push_back({"permissions",
+                               permissionsText(was.access.mode, kindLetter(before.attributes)),
+                               permissionsText(is.access.mode, kindLetter(now.attributes)), false});
+        if (now.status & Change::Owner)
+            changes.push_back({"owner", ownerText(was.access.owner, was.access.group),
+                               ownerText(is.access.owner, is.access.group), false});
+        if (now.status & Change::LinkTarget)
+            changes.push_back(
+                {"target", linkTargetText(was.linkTarget), linkTargetText(is.linkTarget), false});
+    }
     return changes;
 }
 

@@ -3,6 +3,7 @@
 #include "engine/compare/Compare.h"
 #include "engine/compare/Differences.h"
 #include "engine/file/Import.h"
+#include "engine/file/MetaSideFile.h"
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/FolderIndex.h"
@@ -281,6 +282,53 @@ int iniReader(const uint8_t* data, size_t size) {
         fault("Kestrel.ini cannot be written");
     if (ini.readString(QStringLiteral("Main"), QStringLiteral("Folder"), QString()) != value)
         fault("a value written to Kestrel.ini reads back otherwise");
+    return 0;
+}
+
+namespace {
+
+// The small snapshot with side data of every kind: set-user-ID and sticky
+// modes, two owners, an entry without values, a link target that is no text.
+void buildSmallWithSideData(Snapshot& s) {
+    buildSmall(s);
+    s.access.set(1, EntryAccess{01777, 0, 0});
+    s.access.set(2, EntryAccess{04755, 0, 0});
+    s.access.set(4, EntryAccess{0644, 1000, 65534});
+    s.access.setLinkTarget(4, std::string_view("/etc/a\nb\xff", 9));
+}
+
+bool sameSideData(const Snapshot& a, const Snapshot& b) {
+    for (int32_t i = 0; i <= a.entryCount + 1; ++i)
+        if (a.access.has(i) != b.access.has(i) || !(a.access.at(i) == b.access.at(i)) ||
+            a.access.linkTarget(i) != b.access.linkTarget(i))
+            return false;
+    return true;
+}
+
+} // namespace
+
+std::string smallSideData() {
+    Snapshot s;
+    buildSmallWithSideData(s);
+    return metaSideData(s);
+}
+
+int sideDataReader(const uint8_t* data, size_t size) {
+    Snapshot s;
+    buildSmall(s);
+    if (!readMetaSideData(s, std::string_view(reinterpret_cast<const char*>(data), size)))
+        return 0;
+    for (int32_t i = 1; i <= s.entryCount; ++i)
+        if (s.access.has(i)) {
+            const EntryAccess a = s.access.at(i);
+            (void)permissionsText(a.mode, 'l');
+            (void)ownerText(a.owner, a.group);
+            (void)linkTargetText(s.access.linkTarget(i));
+        }
+    Snapshot again;
+    buildSmall(again);
+    if (!readMetaSideData(again, metaSideData(s)) || !sameSideData(s, again))
+        fault("side data written again does not read back as it was");
     return 0;
 }
 

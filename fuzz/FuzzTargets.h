@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace kestrel::fuzz {
 
@@ -28,5 +29,10 @@ int saveAndReadBack(const uint8_t* data, size_t size);
 int peVersion(const uint8_t* data, size_t size);
 // Kestrel.ini holding the bytes: reads, then a write that must read back.
 int iniReader(const uint8_t* data, size_t size);
+// The bytes as the side data of a small snapshot: what is accepted must be
+// written again and read back as it was.
+int sideDataReader(const uint8_t* data, size_t size);
+// The side data of that snapshot with values of every kind: the seed.
+std::string smallSideData();
 
 } // namespace kestrel::fuzz

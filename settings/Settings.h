@@ -56,6 +56,10 @@ struct Settings {
     // Kestrel's own addition: an hour's difference (give or take the date
     // tolerance) is a clock change, not a change of the file.
     int16_t dst = 0;
+    // Kestrel's own additions: permission bits, and owners and groups, that
+    // differ are no change.
+    int16_t permissions = 0;
+    int16_t owner = 0;
     // Kestrel's own addition: ignore patterns, one a line (gitignore rules;
     // engine/compare/IgnorePatterns.h). Stored as one value, "Patterns".
     QString patterns;
@@ -99,6 +103,8 @@ enum class Key {
     Size,
     Version,
     Dst,
+    Permissions,
+    Owner,
 };
 
 // The kind of control that edits a key, which decides what values it takes
@@ -198,6 +204,8 @@ public:
     bool ignoreSize() const { return m_ignoreSize; }
     bool ignoreVersion() const { return m_ignoreVersion; }
     bool ignoreDst() const { return m_ignoreDst; }
+    bool ignorePermissions() const { return m_values.permissions != 0; }
+    bool ignoreOwner() const { return m_values.owner != 0; }
     // The ignore patterns compiled; none when there are none.
     const std::shared_ptr<const engine::IgnorePatterns>& ignorePatterns() const {
         return m_ignorePatterns;

@@ -198,7 +198,8 @@ private:
             e.match = found;
             e.status = comparedFiles ? firstWayStatus
                                      : CompareFiles(m_other, found, e.size, e.modified,
-                                                    e.attributes, m_self.versionOf(e), m_options);
+                                                    e.attributes, m_self.versionOf(e), m_options,
+                                                    accessValuesOf(m_self, i));
             if (e.status > 0)
                 m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
             f.result = true;
@@ -277,8 +278,35 @@ bool datesDiffer(double a, double b, const CompareOptions& options) {
     return true;
 }
 
+AccessValues accessValuesOf(const Snapshot& snapshot, int32_t index) {
+    if (!snapshot.access.has(index))
+        return {};
+    return {true, snapshot.access.at(index), snapshot.access.linkTarget(index)};
+}
+
+int16_t accessChanges(const AccessValues& a, const AccessValues& b, const CompareOptions& options) {
+    if (!a.known || !b.known)
+        return 0;
+    int16_t status = 0;
+    if (!options.ignorePermissions && a.access.mode != b.access.mode)
+        status += Change::Permissions;
+    if (!options.ignoreOwner &&
+        (a.access.owner != b.access.owner || a.access.group != b.access.group))
+        status += Change::Owner;
+    if (a.linkTarget != b.linkTarget)
+        status += Change::LinkTarget;
+    return status;
+}
+
+char kindLetter(int16_t attributes) {
+    if (attributes & Attribute::Folder)
+        return 'd';
+    return attributes & Attribute::ReparsePoint ? 'l' : '-';
+}
+
 int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
-                     int16_t attributes, std::string_view version, const CompareOptions& options) {
+                     int16_t attributes, std::string_view version, const CompareOptions& options,
+                     const AccessValues& access) {
     SnapshotEntry& e = holder.entries.mutableAt(index);
     int16_t status = 0;
     // Values a scan could not read say nothing about a change.
@@ -294,6 +322,7 @@ int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modifi
         status += Change::Attributes;
     if (!options.ignoreVersion && !namesEqual(holder.versionOf(e), version))
         status += Change::Version;
+    status += accessChanges(accessValuesOf(holder, index), access, options);
     e.status = status;
     return status;
 }
@@ -305,7 +334,7 @@ QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t i,
         return QStringLiteral("[was not in other Snapshot]");
     if (!e.isFolder())
         return other ? WhatItWas(*other, e.match, e.size, e.modified, e.attributes,
-                                 self.versionOf(e), options)
+                                 self.versionOf(e), options, accessValuesOf(self, i))
                      : QString();
     return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
 }
@@ -316,7 +345,8 @@ QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
 }
 
 QString WhatItWas(const Snapshot& holder, int32_t index, double size, double modified,
-                  int16_t attributes, std::string_view version, const CompareOptions& options) {
+                  int16_t attributes, std::string_view version, const CompareOptions& options,
+                  const AccessValues& access) {
     const SnapshotEntry& e = holder.entries.at(index);
     if (e.valuesUnknown() || valuesUnknown(attributes, size, modified))
         return QString();
@@ -330,7 +360,16 @@ QString WhatItWas(const Snapshot& holder, int32_t index, double size, double mod
         list += AttributeText(e.attributes) + QStringLiteral("  ");
     const std::string_view ownVersion = holder.versionOf(e);
     if (!options.ignoreVersion && !namesEqual(ownVersion, version))
-        list += QString::fromUtf8(ownVersion.data(), qsizetype(ownVersion.size()));
+        list += QString::fromUtf8(ownVersion.data(), qsizetype(ownVersion.size())) +
+                QStringLiteral("  ");
+    const AccessValues own = accessValuesOf(holder, index);
+    const int16_t accessChanged = accessChanges(own, access, options);
+    if (accessChanged & Change::Permissions)
+        list += permissionsText(own.access.mode, kindLetter(e.attributes)) + QLatin1Char(' ');
+    if (accessChanged & Change::Owner)
+        list += ownerText(own.access.owner, own.access.group) + QLatin1Char(' ');
+    if (accessChanged & Change::LinkTarget)
+        list += QStringLiteral("-> ") + linkTargetText(own.linkTarget);
     while (list.endsWith(QLatin1Char(' ')))
         list.chop(1);
     return list.isEmpty() ? QString() : QStringLiteral("[was ") + list + QLatin1Char(']');

@@ -23,6 +23,11 @@ inline constexpr int16_t Size = 8;
 inline constexpr int16_t Date = 32;
 inline constexpr int16_t Attributes = 64;
 inline constexpr int16_t Version = 128;
+// Where both snapshots have permissions and owners: the permission bits
+// differ, the owner or the group does, a link points elsewhere.
+inline constexpr int16_t Permissions = 512;
+inline constexpr int16_t Owner = 1024;
+inline constexpr int16_t LinkTarget = 2048;
 // The status a folder is set to when an entry directly inside it has no
 // counterpart or is a changed file; each changed sub-folder then adds its
 // own status to it.
@@ -55,11 +60,23 @@ inline constexpr int16_t Ignored = IgnoredStatus;
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter);
 
+// The permissions, owner and link target of an entry, where its snapshot
+// has them (known).
+struct AccessValues {
+    bool known = false;
+    EntryAccess access;
+    std::string_view linkTarget;
+};
+AccessValues accessValuesOf(const Snapshot& snapshot, int32_t index);
+
 // CompareFiles: compares entry index of holder with the values of its
 // counterpart, stores the change bits in the entry's status and returns them.
 // When either side's values could not be read by its scan, nothing differs.
+// Permissions, owners and link targets are compared where both sides have
+// them.
 int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
-                     int16_t attributes, std::string_view version, const CompareOptions& options);
+                     int16_t attributes, std::string_view version, const CompareOptions& options,
+                     const AccessValues& access = {});
 
 // WhatChanged: the text that tells how entry i of self differs from the
 // other snapshot. "[was not in other Snapshot]" when it has no counterpart;
@@ -75,8 +92,16 @@ QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
 // an entry with the given values: what index was where its values differ
 // from them, as "[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"; empty
 // when nothing differs or when either side's values could not be read.
+// Changed permissions and owners follow, as ls shows them
+// ("-rwxr-xr-x root:root"), and a link's old target ("-> /etc/passwd").
 QString WhatItWas(const Snapshot& holder, int32_t index, double size, double modified,
-                  int16_t attributes, std::string_view version, const CompareOptions& options);
+                  int16_t attributes, std::string_view version, const CompareOptions& options,
+                  const AccessValues& access = {});
+
+// The status bits of the access values that differ, under the options.
+int16_t accessChanges(const AccessValues& a, const AccessValues& b, const CompareOptions& options);
+// The kind letter ls shows first for an entry with these attributes.
+char kindLetter(int16_t attributes);
 
 // ", 1,234 ignored" for the change summary; empty when nothing was ignored.
 QString ignoredNote(int32_t ignored);

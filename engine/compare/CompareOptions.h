@@ -21,6 +21,9 @@ struct CompareOptions {
     uint16_t attributeCompareMask = 0xFFFF;
     // Dates that differ by this many days or less are the same.
     double dateTolerance = 0;
+    // Permission bits, and owners and groups, that differ are no change.
+    bool ignorePermissions = false;
+    bool ignoreOwner = false;
     // Entries whose names these patterns match take no part: the options'
     // and the command line's patterns, compiled for exact names. Each
     // snapshot's own .kestrelignore patterns apply after them. None: nothing

@@ -2,6 +2,7 @@
 
 #include "IgnoreSideFile.h"
 #include "Import.h"
+#include "MetaSideFile.h"
 #include "SnapshotFile.h"
 #include "engine/model/Snapshot.h"
 
@@ -20,6 +21,13 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
         outcome.ok = true;
         outcome.summary = load.summary;
         outcome.message = load.message;
+        if (const std::optional<QString> notice = LoadMetaSideFile(snapshot)) {
+            if (outcome.message)
+                outcome.message->text += QStringLiteral("\n\n") + *notice;
+            else
+                outcome.message = UserMessage{QStringLiteral("Snapshot Side Data"), *notice,
+                                              MessageIcon::Information};
+        }
         return outcome;
     }
     if (load.cancelled) {

@@ -2,6 +2,7 @@
 
 #include "FileWriting.h"
 #include "IgnoreSideFile.h"
+#include "MetaSideFile.h"
 #include "SnapshotFile.h"
 #include "SnapshotItems.h"
 
@@ -174,7 +175,9 @@ public:
             // A side file that cannot be written leaves the save to
             // SaveSnapshot, which tells why.
             IgnoreSideFile side(snapshot.header);
-            return written && side.prepare() && m_file.commit() && side.commit();
+            MetaSideFile meta(snapshot);
+            return written && side.prepare() && meta.prepare() && m_file.commit() &&
+                   side.commit() && meta.commit();
         } catch (...) {
             m_file.abandon();
             return false;

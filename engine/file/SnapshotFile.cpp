@@ -2,6 +2,7 @@
 
 #include "FileWriting.h"
 #include "IgnoreSideFile.h"
+#include "MetaSideFile.h"
 #include "SnapshotItems.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Checked.h"
@@ -208,14 +209,19 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             }))
             return writeFailed(file.errorText());
         IgnoreSideFile side(snapshot.header);
+        MetaSideFile meta(snapshot);
         if (!side.prepare())
             return writeFailed(side.errorText());
+        if (!meta.prepare())
+            return writeFailed(meta.errorText());
         if (!file.commit())
             return writeFailed(file.errorText());
-        if (!side.commit())
-            return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
-                                                side.errorText(), MessageIcon::Exclamation},
-                                    ErrorCode::SystemError);
+        for (const QString& failed : {side.commit() ? QString() : side.errorText(),
+                                      meta.commit() ? QString() : meta.errorText()})
+            if (!failed.isEmpty())
+                return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
+                                                    failed, MessageIcon::Exclamation},
+                                        ErrorCode::SystemError);
     } catch (const RuntimeError& e) {
         return writeFailed(snapshot.header.fileName + QStringLiteral(": ") + e.text());
     }

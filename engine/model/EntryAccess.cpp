@@ -1,5 +1,13 @@
 #include "EntryAccess.h"
 
+#include "FileSystemNames.h"
+
+#include <grp.h>
+#include <mutex>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace kestrel::engine {
 
 EntryAccess AccessTable::at(int32_t index) const {
@@ -10,8 +18,6 @@ EntryAccess AccessTable::at(int32_t index) const {
 }
 
 std::string_view AccessTable::linkTarget(int32_t index) const {
-    if (m_links.empty()) // most trees have no links: no look-up per entry
-        return {};
     const auto found = m_links.find(index);
     return found == m_links.end() ? std::string_view() : std::string_view(found->second);
 }
@@ -43,6 +49,22 @@ void AccessTable::setLinkTarget(int32_t index, std::string_view target) {
         m_links[index] = std::string(target);
 }
 
+void AccessTable::reserve(int32_t last) {
+    m_modes.reserve(size_t(last) + 1);
+    m_owners.reserve(size_t(last) + 1);
+}
+
+void AccessTable::assign(std::vector<uint16_t> modes, std::vector<uint32_t> pairNumbers,
+                         std::vector<uint64_t> pairs) {
+    m_modes = std::move(modes);
+    m_owners = std::move(pairNumbers);
+    m_pairs = std::move(pairs);
+    m_pairIds.clear();
+    for (uint32_t k = 0; k < m_pairs.size(); ++k)
+        m_pairIds.try_emplace(m_pairs[k], k);
+    m_lastPair = 0;
+}
+
 void AccessTable::clear() {
     m_modes = {};
     m_owners = {};
@@ -58,6 +80,81 @@ size_t AccessTable::memoryUsed() const {
     for (const auto& [index, target] : m_links)
         bytes += sizeof(index) + sizeof(target) + target.capacity() + 16;
     return bytes;
+}
+
+QString permissionsText(uint32_t mode, char kind) {
+    QString text(10, QLatin1Char('-'));
+    text[0] = QLatin1Char(kind);
+    const char letters[] = "rwxrwxrwx";
+    for (int bit = 0; bit < 9; ++bit)
+        if (mode & (0400u >> bit))
+            text[bit + 1] = QLatin1Char(letters[bit]);
+    // The special bits take the place of an execute bit, in capitals where
+    // that bit is not set.
+    const auto special = [&](uint32_t flag, int at, char set, char unset) {
+        if (mode & flag)
+            text[at] = QLatin1Char(text[at] == QLatin1Char('x') ? set : unset);
+    };
+    special(S_ISUID, 3, 's', 'S');
+    special(S_ISGID, 6, 's', 'S');
+    special(S_ISVTX, 9, 't', 'T');
+    return text;
+}
+
+namespace {
+
+// Names of ids, looked up once: the system's lookups may read files or ask
+// a directory service, too slow for a million rows.
+class IdNames {
+public:
+    QString user(uint32_t id) { return lookUp(m_users, id, true); }
+    QString group(uint32_t id) { return lookUp(m_groups, id, false); }
+
+private:
+    QString lookUp(std::unordered_map<uint32_t, QString>& known, uint32_t id, bool user) {
+        std::lock_guard lock(m_mutex);
+        const auto found = known.find(id);
+        if (found != known.end())
+            return found->second;
+        QString name = QString::number(id);
+        std::vector<char> buffer(16384);
+        if (user) {
+            struct passwd entry {
+            }, *result = nullptr;
+            if (::getpwuid_r(uid_t(id), &entry, buffer.data(), buffer.size(), &result) == 0 &&
+                result && result->pw_name)
+                name = QString::fromLocal8Bit(result->pw_name);
+        } else {
+            struct group entry {
+            }, *result = nullptr;
+            if (::getgrgid_r(gid_t(id), &entry, buffer.data(), buffer.size(), &result) == 0 &&
+                result && result->gr_name)
+                name = QString::fromLocal8Bit(result->gr_name);
+        }
+        known.emplace(id, name);
+        return name;
+    }
+
+    std::mutex m_mutex;
+    std::unordered_map<uint32_t, QString> m_users;
+    std::unordered_map<uint32_t, QString> m_groups;
+};
+
+IdNames& idNames() {
+    static IdNames names;
+    return names;
+}
+
+} // namespace
+
+QString linkTargetText(std::string_view target) {
+    std::string scratch;
+    const std::string_view stored = storedName(target, scratch);
+    return QString::fromUtf8(stored.data(), qsizetype(stored.size()));
+}
+
+QString ownerText(uint32_t owner, uint32_t group) {
+    return idNames().user(owner) + QLatin1Char(':') + idNames().group(group);
 }
 
 } // namespace kestrel::engine

@@ -209,6 +209,9 @@ QWidget* ConfigDialog::makeCompareTab() {
         makeBox(Key::Dst, u"Ignore exact one-hour &shifts (daylight saving)"_s, u"chkDst"_s));
     inside->addWidget(makeBox(Key::Size, u"Ignore file size"_s, u"chkSize"_s));
     inside->addWidget(makeBox(Key::Version, u"Ignore file version"_s, u"chkVers"_s));
+    // Kestrel's own additions, bound to "Ignore"/"Permissions" and "Owner".
+    inside->addWidget(makeBox(Key::Permissions, u"Ignore &permissions"_s, u"chkPermissions"_s));
+    inside->addWidget(makeBox(Key::Owner, u"Ignore o&wner and group"_s, u"chkOwner"_s));
 
     // Compare buttons: element 1 compares both ways, element 0 this side only.
     const QString captions[] = {u"Compare &Current"_s, u"Compare &Both"_s};

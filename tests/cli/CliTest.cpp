@@ -497,6 +497,7 @@ TEST_F(CliTest, CompareTakesTheStoredOptionsOnlyWhenAsked) {
     for (TempTree* t : {&before, &after})
         for (const QString& f : {u"f"_s, u"sized"_s})
             t->touch(f, 1700000000);
+    before.chmod(u"f"_s, 0644);
     after.chmod(u"f"_s, 0444);
     const auto compare = [&](const QStringList& options = {}) {
         return cli(QStringList{u"compare"_s, before.root(), after.root()} + options);
@@ -504,16 +505,27 @@ TEST_F(CliTest, CompareTakesTheStoredOptionsOnlyWhenAsked) {
     storeSettings("[Ignore]\nSize=1\n");
     CliRun r = compare();
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.lines(), (QStringList{u"~\tf\t[was Norm]\tattributes Norm -> R/O"_s,
+    EXPECT_EQ(r.lines(), (QStringList{u"~\tf\t[was Norm  -rw-r--r--]\tattributes Norm -> R/O, "
+                                      u"permissions -rw-r--r-- -> -r--r--r--"_s,
                                       u"~\tsized\t[was 1]\tsize 1 -> 2"_s}));
-    EXPECT_EQ(compare({u"--ignore-attributes"_s, u"R"_s, u"--ignore-size"_s}).status, 0);
+    // The read-only attribute is the owner's write bit: a change of it is a
+    // permission change too.
+    EXPECT_EQ(compare({u"--ignore-attributes"_s, u"R"_s, u"--ignore-size"_s}).status, 1);
+    EXPECT_EQ(
+        compare({u"--ignore-attributes"_s, u"R"_s, u"--ignore-size"_s, u"--ignore-permissions"_s})
+            .status,
+        0);
 
-    // "Ignore attributes" off: none compared.
+    // "Ignore attributes" off: none compared; the permissions are.
     const QStringList withSettings{u"--use-settings"_s};
+    r = compare(withSettings);
+    EXPECT_EQ(r.lines(),
+              QStringList{u"~\tf\t[was -rw-r--r--]\tpermissions -rw-r--r-- -> -r--r--r--"_s});
+    storeSettings("[Ignore]\nSize=1\nPermissions=1\n");
     EXPECT_EQ(compare(withSettings).status, 0);
-    storeSettings("[Ignore]\nSize=1\nAttrib=1\nArchive=1\n");
+    storeSettings("[Ignore]\nSize=1\nAttrib=1\nArchive=1\nPermissions=1\n");
     EXPECT_EQ(compare(withSettings).status, 0);
-    storeSettings("[Ignore]\nSize=1\nAttrib=1\nRead=1\n");
+    storeSettings("[Ignore]\nSize=1\nAttrib=1\nRead=1\nPermissions=1\n");
     r = compare(withSettings);
     EXPECT_EQ(r.status, 1);
     ASSERT_EQ(r.lines().size(), 1) << r.out.toStdString();

@@ -28,6 +28,7 @@ const Target Targets[] = {
     {"save", kestrel::fuzz::saveAndReadBack, {"snapshot", "v2"}},
     {"pe_version", kestrel::fuzz::peVersion, {"pe"}},
     {"ini_reader", kestrel::fuzz::iniReader, {"ini"}},
+    {"side_data", kestrel::fuzz::sideDataReader, {"side"}},
 };
 
 QStringList filesIn(const QString& folder) {

@@ -1,5 +1,6 @@
 #include "Seeds.h"
 
+#include "FuzzTargets.h"
 #include "TestSupport.h"
 
 #include "engine/file/SnapshotFile.h"
@@ -94,13 +95,15 @@ bool iniSeeds(const QString& dir) {
 
 bool writeSeeds(const QString& folder) {
     const QString kinds[] = {QStringLiteral("snapshot"), QStringLiteral("v2"), QStringLiteral("pe"),
-                             QStringLiteral("ini")};
+                             QStringLiteral("ini"), QStringLiteral("side")};
     for (const QString& kind : kinds)
         if (!QDir().mkpath(folder + QLatin1Char('/') + kind))
             return false;
     return snapshotSeeds(folder + QStringLiteral("/snapshot")) &&
            versionTwoSeeds(folder + QStringLiteral("/v2")) &&
-           peSeeds(folder + QStringLiteral("/pe")) && iniSeeds(folder + QStringLiteral("/ini"));
+           peSeeds(folder + QStringLiteral("/pe")) && iniSeeds(folder + QStringLiteral("/ini")) &&
+           writeBytes(folder + QStringLiteral("/side/small.meta"),
+                      QByteArray::fromStdString(fuzz::smallSideData()));
 }
 
 } // namespace kestrel::test

@@ -26,17 +26,23 @@ namespace {
 
 // The controls of the dialog with the keys they edit.
 const std::map<Key, const char*> BoundControls = {
-    {Key::Attrib, "chkAttr0"},    {Key::Read, "chkAttr1"},        {Key::Hidden, "chkAttr2"},
-    {Key::System, "chkAttr3"},    {Key::Archive, "chkAttr4"},     {Key::Date, "chkDate"},
-    {Key::Dst, "chkDst"},         {Key::Size, "chkSize"},         {Key::Version, "chkVers"},
-    {Key::Compare, "chkCompare"}, {Key::Scroll, "chkScroll"},     {Key::Synch, "chkSynch"},
-    {Key::Empty, "chkEmpty"},     {Key::Always, "chkAlways"},     {Key::Tiling, "chkTiling"},
-    {Key::Toolbar, "chkToolbar"}, {Key::Filename, "chkFilename"}, {Key::Title, "chkTitle"},
-    {Key::Naming, "chkNaming"},   {Key::Faster, "chkFaster"},     {Key::Explore, "chkExplore"},
-    {Key::Secs, "cboSecs1"},      {Key::Mins, "cboSecs2"},        {Key::Hours, "cboSecs3"},
-    {Key::Days, "cboDays1"},      {Key::Weeks, "cboDays2"},       {Key::Years, "cboDays3"},
-    {Key::Limit, "cboLimit"},     {Key::Changed, "cboChanged"},   {Key::Deleted, "cboDeleted"},
-    {Key::Meter, "cboMeter"},     {Key::Shell, "optShell1"},
+    {Key::Attrib, "chkAttr0"},      {Key::Read, "chkAttr1"},
+    {Key::Hidden, "chkAttr2"},      {Key::System, "chkAttr3"},
+    {Key::Archive, "chkAttr4"},     {Key::Date, "chkDate"},
+    {Key::Dst, "chkDst"},           {Key::Size, "chkSize"},
+    {Key::Version, "chkVers"},      {Key::Permissions, "chkPermissions"},
+    {Key::Owner, "chkOwner"},       {Key::Compare, "chkCompare"},
+    {Key::Scroll, "chkScroll"},     {Key::Synch, "chkSynch"},
+    {Key::Empty, "chkEmpty"},       {Key::Always, "chkAlways"},
+    {Key::Tiling, "chkTiling"},     {Key::Toolbar, "chkToolbar"},
+    {Key::Filename, "chkFilename"}, {Key::Title, "chkTitle"},
+    {Key::Naming, "chkNaming"},     {Key::Faster, "chkFaster"},
+    {Key::Explore, "chkExplore"},   {Key::Secs, "cboSecs1"},
+    {Key::Mins, "cboSecs2"},        {Key::Hours, "cboSecs3"},
+    {Key::Days, "cboDays1"},        {Key::Weeks, "cboDays2"},
+    {Key::Years, "cboDays3"},       {Key::Limit, "cboLimit"},
+    {Key::Changed, "cboChanged"},   {Key::Deleted, "cboDeleted"},
+    {Key::Meter, "cboMeter"},       {Key::Shell, "optShell1"},
 };
 
 // What a control shows: a box or button 0 or 1, a list its position.

@@ -443,7 +443,8 @@ TEST_F(HostileTreesTest, NoWriterFollowsALinkPlantedAtItsName) {
     // No refusal left a file of its own behind.
     EXPECT_EQ(kestrel::test::folderEntries(out),
               (QStringList{u"Kestrel.ini"_s, u"data.#01"_s, u"data.#02"_s, u"data.#03"_s,
-                           u"data.#04"_s, u"data.#05"_s, u"data.#99"_s, u"planted"_s}));
+                           u"data.#04"_s, u"data.#05"_s, u"data.#05.meta"_s, u"data.#99"_s,
+                           u"planted"_s, u"planted.meta"_s}));
 
     // The snapshot a save learns its size from, the previous number or the
     // name it replaces, is never a link: one to a FIFO with a writer waiting

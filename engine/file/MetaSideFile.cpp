@@ -1,0 +1,253 @@
+#include "MetaSideFile.h"
+
+#include "SnapshotFile.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/RegularFile.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <xxhash.h>
+
+namespace kestrel::engine {
+
+namespace {
+
+static_assert(std::endian::native == std::endian::little,
+              "side files are written in the machine's byte order, which must be little-endian");
+
+constexpr std::string_view FormatLine = "Kestrel side data 1: mode owner group target\n";
+// Far beyond what any real side file holds: a damaged length field must not
+// make the reader take all the memory there is.
+constexpr int64_t LargestSideFile = int64_t(1) << 32;
+
+template <typename T>
+void put(std::string& out, T value) {
+    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+template <typename T>
+void putAll(std::string& out, const std::vector<T>& values, size_t count) {
+    const size_t kept = std::min(count, values.size());
+    out.append(reinterpret_cast<const char*>(values.data()), kept * sizeof(T));
+    // Entries past the table's end (added after the scan) have no values.
+    for (size_t i = kept; i < count; ++i)
+        put(out, T(std::is_same_v<T, uint16_t> ? AccessTable::None : 0));
+}
+
+// Reads the binary part of a side file, every length checked against what
+// is left.
+class Cursor {
+public:
+    explicit Cursor(std::string_view bytes) : m_bytes(bytes) {}
+
+    template <typename T>
+    bool get(T& value) {
+        if (m_bytes.size() < sizeof value)
+            return false;
+        std::memcpy(&value, m_bytes.data(), sizeof value);
+        m_bytes.remove_prefix(sizeof value);
+        return true;
+    }
+    template <typename T>
+    bool getAll(std::vector<T>& values, size_t count) {
+        if (count > m_bytes.size() / sizeof(T))
+            return false;
+        values.resize(count);
+        std::memcpy(values.data(), m_bytes.data(), count * sizeof(T));
+        m_bytes.remove_prefix(count * sizeof(T));
+        return true;
+    }
+    bool getText(std::string_view& text, size_t length) {
+        if (length > m_bytes.size())
+            return false;
+        text = m_bytes.substr(0, length);
+        m_bytes.remove_prefix(length);
+        return true;
+    }
+    bool atEnd() const { return m_bytes.empty(); }
+
+private:
+    std::string_view m_bytes;
+};
+
+std::string countLine(int32_t entries, uint64_t checksum) {
+    char hex[17];
+    const auto end = std::to_chars(hex, hex + 16, checksum, 16).ptr;
+    return "entries " + std::to_string(entries) + " snapshot " +
+           std::string(16 - size_t(end - hex), '0') + std::string(hex, end) + '\n';
+}
+
+} // namespace
+
+QString metaSideFilePath(const QString& snapshotFile) {
+    return snapshotFile + QStringLiteral(".meta");
+}
+
+uint64_t snapshotChecksum(const Snapshot& snapshot) {
+    XXH3_state_t* state = XXH3_createState();
+    if (!state)
+        throw std::bad_alloc();
+    XXH3_64bits_reset(state);
+    for (int32_t i = 1; i <= snapshot.entryCount; ++i) {
+        const SnapshotEntry& e = snapshot.entries.at(i);
+        const std::string_view name = snapshot.nameOf(e);
+        // The fields one after the other, without the gaps a struct would
+        // leave between them.
+        char fields[28];
+        const int32_t parent = e.parent, attributes = e.attributes;
+        const auto nameLength = uint32_t(name.size());
+        std::memcpy(fields, &parent, 4);
+        std::memcpy(fields + 4, &nameLength, 4);
+        std::memcpy(fields + 8, &e.size, 8);
+        std::memcpy(fields + 16, &e.modified, 8);
+        std::memcpy(fields + 24, &attributes, 4);
+        XXH3_64bits_update(state, fields, sizeof fields);
+        XXH3_64bits_update(state, name.data(), name.size());
+    }
+    const uint64_t sum = XXH3_64bits_digest(state);
+    XXH3_freeState(state);
+    return sum;
+}
+
+std::string metaSideData(const Snapshot& snapshot) {
+    const AccessTable& access = snapshot.access;
+    if (access.empty())
+        return {};
+    const size_t count = size_t(snapshot.entryCount) + 1;
+    std::string out;
+    out.reserve(FormatLine.size() + 64 + access.pairs().size() * 8 + count * 6);
+    out += FormatLine;
+    out += countLine(snapshot.entryCount, snapshotChecksum(snapshot));
+    put(out, uint32_t(access.pairs().size()));
+    putAll(out, access.pairs(), access.pairs().size());
+    putAll(out, access.modes(), count);
+    putAll(out, access.pairNumbers(), count);
+    // Links by index: the same snapshot always gives the same bytes.
+    std::vector<int32_t> links;
+    for (const auto& [index, target] : access.linkTargets())
+        if (index >= 1 && index <= snapshot.entryCount)
+            links.push_back(index);
+    std::sort(links.begin(), links.end());
+    put(out, uint32_t(links.size()));
+    for (const int32_t index : links) {
+        const std::string_view target = access.linkTarget(index);
+        put(out, index);
+        put(out, uint32_t(target.size()));
+        out += target;
+    }
+    put(out, uint64_t(XXH3_64bits(out.data(), out.size())));
+    return out;
+}
+
+bool readMetaSideData(Snapshot& snapshot, std::string_view bytes) {
+    snapshot.access.clear();
+    if (bytes.size() < FormatLine.size() + sizeof(uint64_t) || !bytes.starts_with(FormatLine))
+        return false;
+    uint64_t own = 0;
+    std::memcpy(&own, bytes.data() + bytes.size() - sizeof own, sizeof own);
+    bytes.remove_suffix(sizeof own);
+    if (XXH3_64bits(bytes.data(), bytes.size()) != own)
+        return false;
+    bytes.remove_prefix(FormatLine.size());
+    const std::string expected = countLine(snapshot.entryCount, snapshotChecksum(snapshot));
+    if (!bytes.starts_with(expected))
+        return false;
+    bytes.remove_prefix(expected.size());
+
+    const size_t count = size_t(snapshot.entryCount) + 1;
+    Cursor in(bytes);
+    uint32_t pairCount = 0;
+    std::vector<uint64_t> pairs;
+    std::vector<uint16_t> modes;
+    std::vector<uint32_t> pairNumbers;
+    if (!in.get(pairCount) || !in.getAll(pairs, pairCount) || !in.getAll(modes, count) ||
+        !in.getAll(pairNumbers, count))
+        return false;
+    for (size_t i = 0; i < count; ++i)
+        if (modes[i] != AccessTable::None && pairNumbers[i] >= pairCount)
+            return false;
+    uint32_t links = 0;
+    if (!in.get(links))
+        return false;
+    AccessTable& access = snapshot.access;
+    access.assign(std::move(modes), std::move(pairNumbers), std::move(pairs));
+    for (uint32_t k = 0; k < links; ++k) {
+        int32_t index = 0;
+        uint32_t length = 0;
+        std::string_view target;
+        if (!in.get(index) || !in.get(length) || !in.getText(target, length) || index < 1 ||
+            index > snapshot.entryCount || target.empty()) {
+            access.clear();
+            return false;
+        }
+        access.setLinkTarget(index, target);
+    }
+    if (!in.atEnd()) {
+        access.clear();
+        return false;
+    }
+    return true;
+}
+
+MetaSideFile::MetaSideFile(const Snapshot& snapshot)
+    : m_snapshot(snapshot), m_path(metaSideFilePath(snapshot.header.fileName)) {}
+
+bool MetaSideFile::prepare() {
+    const std::string data = metaSideData(m_snapshot);
+    if (data.empty())
+        return true;
+    m_file.emplace(m_path);
+    if (m_file->open() && m_file->append(data))
+        return true;
+    m_error = m_file->errorText();
+    m_file.reset();
+    return false;
+}
+
+bool MetaSideFile::commit() {
+    if (m_file) {
+        if (m_file->commit())
+            return true;
+        m_error = m_file->errorText();
+        return false;
+    }
+    // Whatever has the name, a link too, but never a folder: the side file
+    // of the snapshot that was replaced.
+    const QByteArray name = QFile::encodeName(m_path);
+    struct stat st;
+    if (::lstat(name.constData(), &st) != 0 || S_ISDIR(st.st_mode) ||
+        ::unlink(name.constData()) == 0)
+        return true;
+    m_error = m_path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+    return false;
+}
+
+std::optional<QString> LoadMetaSideFile(Snapshot& snapshot) {
+    snapshot.access.clear();
+    QFile file(metaSideFilePath(snapshot.header.fileName));
+    const QByteArray name = QFile::encodeName(file.fileName());
+    struct stat st;
+    if (::lstat(name.constData(), &st) != 0)
+        return std::nullopt; // a snapshot without side data
+    const QString notice = QStringLiteral("Permissions and owners of %1 are unreadable and were "
+                                          "not used")
+                               .arg(QFileInfo(snapshot.header.fileName).fileName());
+    if (!S_ISREG(st.st_mode) || st.st_size > LargestSideFile ||
+        !openForReading(file, QIODevice::ReadOnly, LinkRule::Refuse))
+        return notice;
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError ||
+        !readMetaSideData(snapshot, std::string_view(bytes.constData(), size_t(bytes.size()))))
+        return notice;
+    return std::nullopt;
+}
+
+} // namespace kestrel::engine

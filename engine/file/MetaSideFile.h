@@ -1,0 +1,66 @@
+#pragma once
+
+#include "FileWriting.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kestrel::engine {
+
+class Snapshot;
+
+// What a snapshot knows of its entries beyond the snapshot file's columns
+// (the permission bits, owner and group, and link target of each entry) lives
+// beside its file, in NAME.#NN.meta, since the snapshot file's format stays as
+// it is.
+//
+// The side file starts with a line naming its format version and columns,
+// then a line with the number of entries and the checksum of the snapshot it
+// belongs to (its entries' names, places, sizes, dates and attributes), then
+// the values in binary, little-endian: the owner and group pairs, a mode and
+// a pair number for each entry, the link targets, and last a checksum of
+// everything before it. A side file that is cut short, damaged or made for
+// another snapshot is not used.
+QString metaSideFilePath(const QString& snapshotFile);
+
+// The checksum that ties side data to the entries of a snapshot: the same for
+// a snapshot and for what a load of its file gives.
+uint64_t snapshotChecksum(const Snapshot& snapshot);
+
+// The side data of a snapshot as bytes; empty when it has none to keep.
+std::string metaSideData(const Snapshot& snapshot);
+
+// Reads side data into the snapshot's access table. False, with the table
+// left empty, when the bytes are not side data of this snapshot.
+bool readMetaSideData(Snapshot& snapshot, std::string_view bytes);
+
+// Writes the side file of a snapshot together with its file, as
+// IgnoreSideFile does: prepare() before the snapshot file is committed,
+// commit() right after. A snapshot without side data removes the side file of
+// the one it replaces.
+class MetaSideFile {
+public:
+    explicit MetaSideFile(const Snapshot& snapshot);
+
+    bool prepare();
+    bool commit();
+    const QString& errorText() const { return m_error; }
+
+private:
+    const Snapshot& m_snapshot;
+    QString m_path;
+    std::optional<AtomicFile> m_file;
+    QString m_error;
+};
+
+// Reads the side file of a snapshot just loaded, when there is one (a regular
+// file, never reached through a link). One that cannot be used leaves the
+// snapshot without side data and gives the notice to show once
+// ("Permissions and owners of Data.#03 are unreadable and were not used").
+std::optional<QString> LoadMetaSideFile(Snapshot& snapshot);
+
+} // namespace kestrel::engine
