@@ -251,6 +251,7 @@ struct DifferenceCounts {
     int removed = 0;
     int changed = 0;
     int unreadable = 0;
+    AccessCounts access;
 
     int total() const { return added + removed + changed + unreadable; }
 };
@@ -263,12 +264,15 @@ DifferenceCounts countDifferences(const std::vector<Difference>& differences, co
                                   const Snapshot& older) {
     DifferenceCounts counts;
     for (const Difference& d : differences) {
-        if (sideOf(d, newer, older).entry(d.index).isUnreadableMarker())
+        if (sideOf(d, newer, older).entry(d.index).isUnreadableMarker()) {
             ++counts.unreadable;
-        else
-            (d.kind == Difference::OnlyInNew   ? counts.added
-             : d.kind == Difference::OnlyInOld ? counts.removed
-                                               : counts.changed)++;
+            continue;
+        }
+        (d.kind == Difference::OnlyInNew   ? counts.added
+         : d.kind == Difference::OnlyInOld ? counts.removed
+                                           : counts.changed)++;
+        if (d.kind != Difference::OnlyInOld)
+            counts.access.add(newer, d.index);
     }
     return counts;
 }
@@ -293,10 +297,16 @@ void writeShownEntries(CompareReport& report, const Snapshot& newer, ShowMode sh
 
 // The summary line: the differences by kind, and what each side ignored.
 QString summaryText(const DifferenceCounts& counts, const Snapshot& newer, const Snapshot& older) {
-    QString summary = QStringLiteral("%1 only in NEW, %2 only in OLD, %3 changed")
+    // What calls for attention comes first.
+    const QString alerts = alertsText(counts.access);
+    QString summary = (alerts.isEmpty() ? QString() : alerts + QStringLiteral("; ")) +
+                      QStringLiteral("%1 only in NEW, %2 only in OLD, %3 changed")
                           .arg(counts.added)
                           .arg(counts.removed)
                           .arg(counts.changed);
+    const QString access = accessChangesText(counts.access);
+    if (!access.isEmpty())
+        summary += QStringLiteral(" (") + access + QLatin1Char(')');
     if (counts.unreadable > 0)
         summary += QStringLiteral(", ") + unreadableFoldersText(counts.unreadable) +
                    QStringLiteral(" on one side");
@@ -339,6 +349,10 @@ int compareCommand(const QStringList& arguments) {
     const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, *options, meter);
     if (!succeeded(compared))
         return ExitTrouble;
+    // NEW is the later snapshot here, whatever the dates they carry say.
+    newer.alerts.clear();
+    older.alerts.clear();
+    markAccessAlerts(newer, 1, older, *options);
     DifferenceCounts counts;
     try {
         std::vector<Difference> differences = listDifferences(newer, older);

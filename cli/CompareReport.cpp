@@ -73,7 +73,10 @@ void CompareReport::difference(const Difference& d) {
         unreadable(QStringLiteral("?"), s, d.index);
         return;
     }
-    const QString change(QLatin1Char(char(d.kind)));
+    // An entry whose access calls for attention is marked with a leading "!".
+    const AccessAlert alert = inOld ? AccessAlert::None : alertOf(m_new, d.index);
+    const QString change =
+        (alert != AccessAlert::None ? QStringLiteral("!") : QString()) + QLatin1Char(char(d.kind));
     const QString path = s.relativePath(d.index);
     const QString was =
         d.kind == Difference::Changed ? WhatChanged(m_new, m_old, d.index, m_options) : QString();
@@ -90,10 +93,11 @@ void CompareReport::difference(const Difference& d) {
         csvRow(change, s, d.index, was);
         break;
     case Jsonl:
+        // The alert has its own member: "change" keeps its three values.
         if (d.kind == Difference::Changed)
             jsonChanged(d.index);
         else
-            jsonEntry(change, s, d.index, QString());
+            jsonEntry(QString(QLatin1Char(char(d.kind))), s, d.index, QString());
         break;
     }
 }
@@ -168,7 +172,16 @@ void CompareReport::jsonEntry(const QString& change, const Snapshot& s, int32_t 
           << ",\"version\":" << jsonString(textOf(s.versionOf(e)));
     if (!was.isEmpty())
         m_out << ",\"was\":" << jsonString(was);
+    jsonAlert(s, i);
     m_out << "}\n";
+}
+
+void CompareReport::jsonAlert(const Snapshot& s, int32_t i) {
+    if (&s != &m_new)
+        return;
+    const AccessAlert alert = alertOf(s, i);
+    if (alert != AccessAlert::None)
+        m_out << ",\"alert\":\"" << alertKeyword(alert) << '"';
 }
 
 std::vector<CompareReport::FieldChange> CompareReport::fieldChanges(int32_t i) const {
@@ -222,6 +235,7 @@ void CompareReport::jsonChanged(int32_t i) {
         else
             m_out << jsonString(c.before) << ",\"new\":" << jsonString(c.after) << '}';
     }
+    jsonAlert(m_new, i);
     m_out << "}\n";
 }
 

@@ -44,6 +44,8 @@ private:
     void csvRow(const QString& change, const engine::Snapshot& s, int32_t i, const QString& was);
     void jsonEntry(const QString& change, const engine::Snapshot& s, int32_t i, const QString& was);
     void jsonChanged(int32_t i);
+    // ,"alert":"setuid" for an entry of NEW whose access calls for attention.
+    void jsonAlert(const engine::Snapshot& s, int32_t i);
     std::vector<FieldChange> fieldChanges(int32_t i) const;
     QString changesText(int32_t i) const;
 

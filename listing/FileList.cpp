@@ -208,6 +208,7 @@ void FileList::list(int32_t first, const ListingOptions& options, ProgressMeter*
                 ++(e.isFolder() ? m_counters.extraFolders : m_counters.extraFiles);
             else if (e.status > 0)
                 ++(e.isFolder() ? m_counters.changedFolders : m_counters.changedFiles);
+            m_counters.access.add(s, i);
         }
         return true;
     };
@@ -263,6 +264,8 @@ Highlight FileList::highlight(int32_t row, int column) const {
     const SnapshotEntry& e = m_snapshot.entries.get(entry);
     if (e.isIgnored())
         return Highlight::Ignored;
+    if (column == NameColumn && alertOf(m_snapshot, entry) != AccessAlert::None)
+        return Highlight::Alert;
     if (e.match == 0)
         return Highlight::Deleted;
     // The status bits paint the cells one by one, whatever the entry: a
@@ -437,7 +440,10 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
         return QStringLiteral("Click New, Open or Repeat to provide the second Snapshot");
     if (!compared)
         return QStringLiteral("Click Compare to compare this Snapshot against the other");
-    QString text;
+    // What calls for attention comes first.
+    QString text = alertsText(c.access);
+    if (!text.isEmpty())
+        text += QStringLiteral(", ");
     const auto part = [&text](int32_t count, const char* one, const char* many) {
         if (count == 1)
             text += QLatin1String(one);
@@ -448,6 +454,9 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
     part(c.extraFolders, "1 extra folder, ", " extra folders, ");
     part(c.changedFiles, "1 file changed, ", " changed files, ");
     part(c.changedFolders, "1 folder with changes, ", " folders with changes, ");
+    const QString access = accessChangesText(c.access);
+    if (!access.isEmpty())
+        text += access + QStringLiteral(", ");
     if (!text.isEmpty())
         text.chop(2);
     else

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "engine/compare/Compare.h"
 #include "engine/compare/ShowMode.h"
 
 #include <QString>
@@ -59,6 +60,7 @@ enum class Highlight : uint8_t {
     Deleted, // the entry has no counterpart in the other snapshot
     Changed, // the value differs from the counterpart's
     Ignored, // the comparison's ignore patterns left the entry out
+    Alert,   // the name of an entry whose access calls for attention
 };
 
 // What a listing counted: every row, and after a comparison the entries
@@ -71,6 +73,8 @@ struct ListingCounters {
     int32_t extraFolders = 0;
     int32_t changedFiles = 0;
     int32_t changedFolders = 0; // folders with changes beneath them
+    // Changed permissions, owners and link targets, and the alerts.
+    AccessCounts access;
 };
 
 struct ListingOptions {

@@ -80,6 +80,8 @@ QVariant FileGridModel::data(const QModelIndex& index, int role) const {
         return highlightForeground(m_list.highlight(row, column), m_colours);
     case Qt::BackgroundRole:
         return highlightBackground(m_list.highlight(row, column), m_colours);
+    case Qt::FontRole:
+        return highlightFont(m_list.highlight(row, column));
     case EntryRole:
         return m_list.entryAt(row);
     default:

@@ -1,6 +1,7 @@
 #include "Highlight.h"
 
 #include <QBrush>
+#include <QFont>
 
 #include <cmath>
 
@@ -93,6 +94,7 @@ QColor contrastingText(const QColor& background) {
 QVariant highlightForeground(engine::Highlight highlight, const HighlightColours& colours) {
     switch (highlight) {
     case engine::Highlight::Deleted:
+    case engine::Highlight::Alert:
         return QBrush(colours.deleted);
     case engine::Highlight::Changed:
         return QBrush(contrastingText(colours.changed));
@@ -102,6 +104,14 @@ QVariant highlightForeground(engine::Highlight highlight, const HighlightColours
         break;
     }
     return {};
+}
+
+QVariant highlightFont(engine::Highlight highlight) {
+    if (highlight != engine::Highlight::Alert)
+        return {};
+    QFont bold;
+    bold.setBold(true);
+    return bold;
 }
 
 QVariant highlightBackground(engine::Highlight highlight, const HighlightColours& colours) {

@@ -54,5 +54,7 @@ QPalette darkPalette();
 // invalid variant leaves the view's own colour.
 QVariant highlightForeground(engine::Highlight highlight, const HighlightColours& colours);
 QVariant highlightBackground(engine::Highlight highlight, const HighlightColours& colours);
+// Bold for the name of an entry whose access calls for attention.
+QVariant highlightFont(engine::Highlight highlight);
 
 } // namespace kestrel::views

@@ -394,6 +394,93 @@ IgnorePatterns comparisonPatterns(const Snapshot& self, const Snapshot& other,
     return patterns.matching() == matching ? patterns : patterns.forMatching(matching);
 }
 
+void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
+                      const CompareOptions& options) {
+    if (newer.access.empty() || options.ignorePermissions)
+        return;
+    walkFrom(newer, top, [&](int32_t i, int) {
+        const SnapshotEntry& e = newer.entries.get(i);
+        if (e.isIgnored() || !newer.access.has(i))
+            return;
+        const int32_t counterpart = e.match < 0 ? -e.match : e.match;
+        uint32_t wasMode = 0;
+        if (counterpart > 0) {
+            // Without the older side's values nothing can be said.
+            if (!older.access.has(counterpart))
+                return;
+            wasMode = older.access.at(counterpart).mode;
+        }
+        const AccessAlert alert =
+            accessAlert(newer.access.at(i).mode, wasMode, e.isFolder(),
+                        !e.isFolder() && (e.attributes & Attribute::ReparsePoint));
+        if (alert != AccessAlert::None)
+            newer.alerts.emplace(i, alert);
+    });
+}
+
+AccessAlert alertOf(const Snapshot& s, int32_t i) {
+    if (s.alerts.empty())
+        return AccessAlert::None;
+    const auto found = s.alerts.find(i);
+    return found == s.alerts.end() ? AccessAlert::None : found->second;
+}
+
+void AccessCounts::add(const Snapshot& s, int32_t i) {
+    const SnapshotEntry& e = s.entries.get(i);
+    // A folder's status is a sum of what lies beneath it, not its own bits.
+    if (!e.isFolder() && e.status > 0) {
+        permissions += (e.status & Change::Permissions) != 0;
+        owners += (e.status & Change::Owner) != 0;
+        targets += (e.status & Change::LinkTarget) != 0;
+    }
+    switch (alertOf(s, i)) {
+    case AccessAlert::SetUserId:
+        ++setUserId;
+        break;
+    case AccessAlert::SetGroupId:
+        ++setGroupId;
+        break;
+    case AccessAlert::WorldWritable:
+        ++worldWritable;
+        break;
+    case AccessAlert::None:
+        break;
+    }
+}
+
+namespace {
+
+// "1 owner change", "2 owner changes"; nothing for none.
+void appendCount(QStringList& parts, int32_t count, const QString& one, const QString& many) {
+    if (count == 1)
+        parts << QStringLiteral("1 ") + one;
+    else if (count > 1)
+        parts << formatCount(count) + QLatin1Char(' ') + many;
+}
+
+} // namespace
+
+QString alertsText(const AccessCounts& c) {
+    QStringList parts;
+    appendCount(parts, c.setUserId, QStringLiteral("new set-user-ID file"),
+                QStringLiteral("new set-user-ID files"));
+    appendCount(parts, c.setGroupId, QStringLiteral("new set-group-ID file"),
+                QStringLiteral("new set-group-ID files"));
+    appendCount(parts, c.worldWritable, QStringLiteral("new world-writable entry"),
+                QStringLiteral("new world-writable entries"));
+    return parts.join(QStringLiteral(", "));
+}
+
+QString accessChangesText(const AccessCounts& c) {
+    QStringList parts;
+    appendCount(parts, c.permissions, QStringLiteral("permission change"),
+                QStringLiteral("permission changes"));
+    appendCount(parts, c.owners, QStringLiteral("owner change"), QStringLiteral("owner changes"));
+    appendCount(parts, c.targets, QStringLiteral("link target change"),
+                QStringLiteral("link target changes"));
+    return parts.join(QStringLiteral(", "));
+}
+
 int32_t MarkIgnoredEntries(Snapshot& snapshot, const IgnorePatterns& patterns) {
     IgnoreWalk walk(patterns);
     int32_t ignored = 0;
@@ -453,6 +540,14 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
         if (bothWays)
             compareOneWay(other, otherHashes, otherTop, self, selfHashes, selfTop, options, meter,
                           nullptr, &*firstWay);
+        self.alerts.clear();
+        other.alerts.clear();
+        // The later snapshot is the one whose changes are called out; the
+        // other side's matches are known only after both ways.
+        if (bothWays && other.header.created > self.header.created)
+            markAccessAlerts(other, otherTop, self, options);
+        else
+            markAccessAlerts(self, selfTop, other, options);
     } catch (...) {
         meter.close();
         const CaughtError e = caughtError();

@@ -103,6 +103,35 @@ int16_t accessChanges(const AccessValues& a, const AccessValues& b, const Compar
 // The kind letter ls shows first for an entry with these attributes.
 char kindLetter(int16_t attributes);
 
+// Notes in newer.alerts the entries of the ring at top and beneath it whose
+// access calls for attention against their counterparts in older (see
+// AccessAlert); a snapshot without access values has none, and there are
+// none while the options ignore permissions.
+void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
+                      const CompareOptions& options);
+// The alert the last comparison noted for entry i of s.
+AccessAlert alertOf(const Snapshot& s, int32_t i);
+
+// What a comparison found of access among some entries of a snapshot: the
+// files whose permissions, owner or link target changed, and the alerts.
+struct AccessCounts {
+    int32_t permissions = 0;
+    int32_t owners = 0;
+    int32_t targets = 0;
+    int32_t setUserId = 0;
+    int32_t setGroupId = 0;
+    int32_t worldWritable = 0;
+
+    // Counts entry i of s (after a comparison).
+    void add(const Snapshot& s, int32_t i);
+};
+// "1 new set-user-ID file, 2 new world-writable entries": what comes first
+// in a change summary; empty without alerts.
+QString alertsText(const AccessCounts& counts);
+// "2 permission changes, 1 owner change, 1 link target change"; empty when
+// none changed.
+QString accessChangesText(const AccessCounts& counts);
+
 // ", 1,234 ignored" for the change summary; empty when nothing was ignored.
 QString ignoredNote(int32_t ignored);
 

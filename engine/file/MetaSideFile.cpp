@@ -28,13 +28,11 @@ constexpr std::string_view FormatLine = "Kestrel side data 1: mode owner group t
 // make the reader take all the memory there is.
 constexpr int64_t LargestSideFile = int64_t(1) << 32;
 
-template <typename T>
-void put(std::string& out, T value) {
+template <typename T> void put(std::string& out, T value) {
     out.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-template <typename T>
-void putAll(std::string& out, const std::vector<T>& values, size_t count) {
+template <typename T> void putAll(std::string& out, const std::vector<T>& values, size_t count) {
     const size_t kept = std::min(count, values.size());
     out.append(reinterpret_cast<const char*>(values.data()), kept * sizeof(T));
     // Entries past the table's end (added after the scan) have no values.
@@ -48,16 +46,14 @@ class Cursor {
 public:
     explicit Cursor(std::string_view bytes) : m_bytes(bytes) {}
 
-    template <typename T>
-    bool get(T& value) {
+    template <typename T> bool get(T& value) {
         if (m_bytes.size() < sizeof value)
             return false;
         std::memcpy(&value, m_bytes.data(), sizeof value);
         m_bytes.remove_prefix(sizeof value);
         return true;
     }
-    template <typename T>
-    bool getAll(std::vector<T>& values, size_t count) {
+    template <typename T> bool getAll(std::vector<T>& values, size_t count) {
         if (count > m_bytes.size() / sizeof(T))
             return false;
         values.resize(count);

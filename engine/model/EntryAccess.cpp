@@ -82,6 +82,33 @@ size_t AccessTable::memoryUsed() const {
     return bytes;
 }
 
+AccessAlert accessAlert(uint32_t mode, uint32_t wasMode, bool folder, bool link) {
+    const auto gained = [&](uint32_t bit) { return (mode & bit) && !(wasMode & bit); };
+    if (link)
+        return AccessAlert::None; // a link's own bits mean nothing
+    if (!folder && gained(S_ISUID))
+        return AccessAlert::SetUserId;
+    if (!folder && gained(S_ISGID))
+        return AccessAlert::SetGroupId;
+    if (gained(S_IWOTH))
+        return AccessAlert::WorldWritable;
+    return AccessAlert::None;
+}
+
+const char* alertKeyword(AccessAlert alert) {
+    switch (alert) {
+    case AccessAlert::SetUserId:
+        return "setuid";
+    case AccessAlert::SetGroupId:
+        return "setgid";
+    case AccessAlert::WorldWritable:
+        return "world-writable";
+    case AccessAlert::None:
+        break;
+    }
+    return "";
+}
+
 QString permissionsText(uint32_t mode, char kind) {
     QString text(10, QLatin1Char('-'));
     text[0] = QLatin1Char(kind);

@@ -74,6 +74,17 @@ private:
     std::unordered_map<int32_t, std::string> m_links;
 };
 
+// What makes a change of access worth calling out first: an entry of the
+// newer snapshot that became set-user-ID or set-group-ID (a file), or
+// writable by everyone (anything but a link), or a new entry that is.
+enum class AccessAlert : uint8_t { None, SetUserId, SetGroupId, WorldWritable };
+// The alert of an entry with mode that had wasMode before (0 for a new
+// entry).
+AccessAlert accessAlert(uint32_t mode, uint32_t wasMode, bool folder, bool link);
+// "setuid", "setgid", "world-writable": the alert as the command line's
+// JSON lines name it.
+const char* alertKeyword(AccessAlert alert);
+
 // "-rwsr-xr-x" as ls shows it, the first character from the entry's kind:
 // "d" for a folder, "l" for a link, "-" for anything else.
 QString permissionsText(uint32_t mode, char kind);

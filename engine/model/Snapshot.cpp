@@ -172,6 +172,7 @@ void Snapshot::clearEntries() {
     m_names.clear();
     m_versions.clear();
     access.clear();
+    alerts.clear();
     entryCount = fileCount = folderCount = 0;
     totalSize = 0;
     progress = 0;

@@ -216,6 +216,9 @@ public:
     // Permissions, owners and link targets, by entry index: recorded by a
     // scan on POSIX and kept beside the snapshot file; empty otherwise.
     AccessTable access;
+    // Set by a comparison, not saved: the entries of the newer snapshot
+    // whose access calls for attention; empty in the older one.
+    std::unordered_map<int32_t, AccessAlert> alerts;
 
     int32_t entryCount = 0; // index of the last entry in use
     int32_t fileCount = 0;

@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include "engine/file/SnapshotFile.h"
+#include "engine/model/EntryAccess.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
@@ -12,6 +13,7 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -19,7 +21,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using kestrel::engine::nativeText;
@@ -530,6 +534,74 @@ TEST_F(CliTest, CompareTakesTheStoredOptionsOnlyWhenAsked) {
     EXPECT_EQ(r.status, 1);
     ASSERT_EQ(r.lines().size(), 1) << r.out.toStdString();
     EXPECT_TRUE(r.lines()[0].startsWith(u"~\tf\t"_s));
+}
+
+// What ls -la shows besides the bytes, changed in a real tree: each change
+// is reported with its own field and old and new values, and nothing else;
+// what makes a file dangerous is called out first. The link points elsewhere
+// with a target of the same length and its time kept.
+TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
+    TempTree t;
+    for (const QString& f : {u"sub/tool"_s, u"a"_s, u"plain"_s, u"shared/gid"_s})
+        t.file(f, "x");
+    t.chmod(u"sub/tool"_s, 0755);
+    t.chmod(u"shared/gid"_s, 0755);
+    t.chmod(u"a"_s, 0644);
+    t.chmod(u"plain"_s, 0644);
+    t.symlink(u"link"_s, u"/etc/passwd"_s);
+    QTemporaryDir out;
+    const QString old = out.filePath(u"t.#01"_s);
+    ASSERT_EQ(cli({u"snapshot"_s, t.root(), u"--output"_s, old}).status, 0);
+
+    t.chmod(u"sub/tool"_s, 04755);
+    t.chmod(u"shared/gid"_s, 02755);
+    t.chmod(u"plain"_s, 0646);
+    const bool root = kestrel::test::runningAsRoot();
+    const QByteArray a = kestrel::engine::nativeBytes(t.root() + u"a"_s);
+    if (root) {
+        ASSERT_EQ(::lchown(a.constData(), 1000, 1000), 0);
+    }
+    const QByteArray link = kestrel::engine::nativeBytes(t.root() + u"link"_s);
+    struct stat before;
+    ASSERT_EQ(::lstat(link.constData(), &before), 0);
+    ASSERT_EQ(::unlink(link.constData()), 0);
+    ASSERT_EQ(::symlink("/etc/shadow", link.constData()), 0);
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, link.constData(), times, AT_SYMLINK_NOFOLLOW), 0);
+
+    CliRun r = cli({u"compare"_s, old, t.root()});
+    EXPECT_EQ(r.status, 1);
+    QStringList expected{
+        u"~\tlink\t[was -> /etc/passwd]\ttarget /etc/passwd -> /etc/shadow"_s,
+        u"!~\tplain\t[was -rw-r--r--]\tpermissions -rw-r--r-- -> -rw-r--rw-"_s,
+        u"!~\tshared/gid\t[was -rwxr-xr-x]\tpermissions -rwxr-xr-x -> -rwxr-sr-x"_s,
+        u"!~\tsub/tool\t[was -rwxr-xr-x]\tpermissions -rwxr-xr-x -> -rwsr-xr-x"_s};
+    const QString owner = kestrel::engine::ownerText(1000, 1000);
+    if (root)
+        expected.prepend(u"~\ta\t[was root:root]\towner root:root -> "_s + owner);
+    EXPECT_EQ(r.lines(), expected);
+    EXPECT_EQ(
+        r.err.trimmed(),
+        u"1 new set-user-ID file, 1 new set-group-ID file, 1 new world-writable entry; "
+        u"0 only in NEW, 0 only in OLD, %1 changed (3 permission changes, %2"_s.arg(root ? 5 : 4)
+                .arg(root ? u"1 owner change, "_s : QString()) +
+            u"1 link target change)"_s);
+
+    r = cli({u"compare"_s, old, t.root(), u"--format"_s, u"jsonl"_s});
+    const QStringList lines = r.lines();
+    ASSERT_EQ(lines.size(), expected.size());
+    const QJsonObject tool = QJsonDocument::fromJson(lines.last().toUtf8()).object();
+    EXPECT_EQ(tool.value(u"change"_s).toString(), u"~"_s);
+    EXPECT_EQ(tool.value(u"alert"_s).toString(), u"setuid"_s);
+    EXPECT_EQ(tool.value(u"permissions"_s).toObject().value(u"new"_s).toString(), u"-rwsr-xr-x"_s);
+    const QJsonObject target = QJsonDocument::fromJson(lines.at(root ? 1 : 0).toUtf8()).object();
+    EXPECT_FALSE(target.contains(u"alert"_s));
+    EXPECT_FALSE(target.contains(u"modified"_s));
+
+    // Switched off, what is left is the owner and the link target.
+    r = cli({u"compare"_s, old, t.root(), u"--ignore-permissions"_s, u"--ignore-owner"_s});
+    EXPECT_EQ(r.lines(), QStringList{expected.at(root ? 1 : 0)});
+    EXPECT_FALSE(r.err.contains(u"new set-user-ID"_s));
 }
 
 TEST_F(CliTest, CompareLeavesOutWhatThePatternsIgnore) {

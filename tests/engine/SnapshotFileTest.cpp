@@ -615,8 +615,9 @@ TEST(ItemWriterNumbers, AsTheStandardLibraryWritesThem) {
     }
     for (const int64_t v : integers) {
         ASSERT_EQ(written([v](ItemWriter& w) { w.integer(v); }), standard(v)) << v;
-        if (v > -9007199254740992 && v < 9007199254740992)
+        if (v > -9007199254740992 && v < 9007199254740992) {
             ASSERT_EQ(written([v](ItemWriter& w) { w.number(double(v)); }), standard(v)) << v;
+        }
     }
     // Whole seconds of days over the years, and fractions with trailing
     // zeros dropped or none to drop.

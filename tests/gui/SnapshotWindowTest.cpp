@@ -275,6 +275,32 @@ private Q_SLOTS:
         QVERIFY(frame->toolbarButton(u"Repeat"_s)->isEnabled());
     }
 
+    // A file that became set-user-ID is called out first in the summary,
+    // its name bold in the "No Match" colour; a changed owner-write bit is
+    // a permission change even with no attribute compared.
+    void dangerousAccessIsCalledOut() {
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(QFile::setPermissions(m_tree + u"/keep.txt"_s,
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
+        QCOMPARE(::chmod(QFile::encodeName(m_tree + u"/keep.txt"_s).constData(), 04750), 0);
+        QCOMPARE(::chmod(QFile::encodeName(m_tree + u"/a.txt"_s).constData(), 0444), 0);
+        QTest::keyClick(frame.window.get(), Qt::Key_R, Qt::ControlModifier);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer && newer->compared());
+        QCOMPARE(newer->statusBar()->panelText(2),
+                 u"1 new set-user-ID file, 2 changed files, 2 permission changes"_s);
+        QCOMPARE(colourOf(cell(*newer, u"keep.txt"_s, engine::NameColumn, Qt::ForegroundRole)),
+                 QColor(255, 0, 0));
+        QVERIFY(
+            cell(*newer, u"keep.txt"_s, engine::NameColumn, Qt::FontRole).value<QFont>().bold());
+        QVERIFY(!cell(*newer, u"a.txt"_s, engine::NameColumn, Qt::FontRole).isValid());
+        // The older side has nothing to call out.
+        QCOMPARE(first(frame)->statusBar()->panelText(2),
+                 u"2 changed files, 2 permission changes"_s);
+    }
+
     void openingTwoSavedSnapshotsPairsThemToo() {
         const QString before = m_dir->filePath(u"Tree.#01"_s);
         const QString after = m_dir->filePath(u"Tree.#02"_s);
@@ -791,7 +817,7 @@ private Q_SLOTS:
             for (QAction* menu : bar->actions())
                 QTest::mouseClick(bar, Qt::LeftButton, {}, bar->actionGeometry(menu).center());
             QTest::keyClick(frame.window.get(), Qt::Key_V, Qt::AltModifier);
-            for (const QKeySequence key :
+            for (const QKeySequence& key :
                  {QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence(Qt::Key_F5),
                   QKeySequence(Qt::CTRL | Qt::Key_S), QKeySequence(Qt::CTRL | Qt::Key_W),
                   QKeySequence(Qt::CTRL | Qt::Key_N), QKeySequence(Qt::CTRL | Qt::Key_O),

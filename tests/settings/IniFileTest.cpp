@@ -76,16 +76,18 @@ TEST_F(IniFileTest, WrittenWholeOrNotAtAllAndNeverThroughALink) {
     const QString victim = m_dir.filePath(u"victim"_s);
     for (const bool dangling : {true, false}) {
         QFile::remove(iniPath());
-        if (!dangling)
+        if (!dangling) {
             ASSERT_TRUE(writeBytes(victim, WindowsIni));
+        }
         ASSERT_EQ(::symlink(QFile::encodeName(victim).constData(),
                             QFile::encodeName(iniPath()).constData()),
                   0);
         EXPECT_FALSE(ini.writeString(u"Main"_s, u"Top"_s, u"1"_s));
         EXPECT_EQ(QFileInfo(iniPath()).symLinkTarget(), victim);
         EXPECT_EQ(QFileInfo::exists(victim), !dangling);
-        if (!dangling)
+        if (!dangling) {
             EXPECT_TRUE(readBytes(victim) == WindowsIni);
+        }
     }
 }
 
@@ -106,7 +108,7 @@ TEST_F(IniFileTest, PlacementReadsWhatItCanAndKeepsTheRest) {
     EXPECT_EQ(ini.readFrameState(), kestrel::settings::FrameState::Normal);
 
     // The dialog's folders go back as they came; an empty one is no key.
-    ini.writeScanFolders({u"/home/ann"_s, QString(), u"/home/ann/bin"_s});
+    ini.writeScanFolders({u"/home/ann"_s, QString(), u"/home/ann/bin"_s, QString()});
     EXPECT_EQ(ini.readString(u"Main"_s, u"Drive"_s, u"none"_s), u"none"_s);
     const kestrel::settings::ScanFolders folders = ini.readScanFolders();
     EXPECT_EQ(folders.folder, u"/home/ann"_s);
