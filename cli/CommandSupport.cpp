@@ -12,11 +12,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace kestrel::cli {
 
@@ -170,8 +172,52 @@ void printOpenFailure(const QString& path, const OpenOutcome& outcome) {
 
 } // namespace
 
+namespace {
+
+// The snapshot on standard input is read whole into a file of a temporary
+// folder and opened from there as any snapshot file is: a stream with side
+// data or a file of either format, the same snapshot byte for byte.
+bool loadStandardInput(Snapshot& snapshot, ProgressMeter& meter, QString* summary) {
+    static bool taken = false;
+    if (std::exchange(taken, true)) {
+        printError(QStringLiteral("Usage"),
+                   QStringLiteral("Standard input (-) holds one snapshot: it can be read once"));
+        return false;
+    }
+    QTemporaryDir dir;
+    const QString copy = dir.filePath(QStringLiteral("standard input"));
+    QFile in, out(copy);
+    if (!dir.isValid() || !in.open(STDIN_FILENO, QIODevice::ReadOnly) ||
+        !out.open(QIODevice::WriteOnly)) {
+        printError(QStringLiteral("Error"),
+                   QStringLiteral("Unable to read Snapshot from standard input (%1)")
+                       .arg(dir.isValid() ? out.errorString() : dir.errorString()));
+        return false;
+    }
+    std::vector<char> block(size_t(1) << 20);
+    qint64 n = 0;
+    while ((n = in.read(block.data(), qint64(block.size()))) > 0)
+        if (out.write(block.data(), n) != n)
+            break;
+    if (n < 0 || out.error() != QFileDevice::NoError || !out.flush()) {
+        printError(QStringLiteral("Error"),
+                   QStringLiteral("Unable to read Snapshot from standard input (%1)")
+                       .arg(n < 0 ? in.errorString() : out.errorString()));
+        return false;
+    }
+    out.close();
+    if (!loadSnapshotFile(copy, snapshot, meter, summary))
+        return false;
+    snapshot.header.fileName = QStringLiteral("-");
+    return true;
+}
+
+} // namespace
+
 bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& meter,
                       QString* summary) {
+    if (path == QLatin1String("-"))
+        return loadStandardInput(snapshot, meter, summary);
     const QString absolute = QFileInfo(path).absoluteFilePath();
     if (!checkSnapshotPath(absolute))
         return false;
@@ -189,7 +235,7 @@ bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& me
 }
 
 bool obtainSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
-    if (pathInfo(nativeBytes(path)).folder) {
+    if (path != QLatin1String("-") && pathInfo(nativeBytes(path)).folder) {
         snapshot.header.recurse = true;
         snapshot.header.hidden = true;
         if (!scanFolder(path, snapshot, meter, nullptr, ScanSettings{}))

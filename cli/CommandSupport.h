@@ -64,8 +64,9 @@ bool scanSucceeded(const engine::Outcome& outcome);
 // here are the command line's native text (engine/model/FileSystemNames.h).
 bool scanFolder(const QString& folder, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
                 QString* summary, const engine::ScanSettings& settings);
-// Opens a snapshot file of the current or the version-2 format. Failures
-// are printed.
+// Opens a snapshot file of the current or the version-2 format, or with
+// path "-" the snapshot on standard input (readable once). Failures are
+// printed.
 bool loadSnapshotFile(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
                       QString* summary);
 // A snapshot file is loaded, a folder scanned (titled as the desktop

@@ -12,10 +12,12 @@
 #include "engine/scan/Scan.h"
 #include "engine/support/Paths.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
 #include <optional>
+#include <unistd.h>
 
 namespace kestrel::cli {
 
@@ -34,10 +36,15 @@ const QString Description = QStringLiteral(
     "opened. A .kestrelignore file in FOLDER is recorded with the snapshot (in\n"
     "FILE.ignore beside it) and its patterns apply whenever the snapshot is compared; one\n"
     "that cannot be read is said after the save, with exit status 2.\n"
+    "Permissions, owners and groups, and link targets are saved beside the snapshot\n"
+    "file, in FILE.meta. With --output - the snapshot and those go to standard output\n"
+    "as one stream that every command reads back, from a file or from standard input\n"
+    "given as -: ssh HOST kestrel-cli snapshot /etc --output - > HOST.#01\n"
     "Exit status: 0 saved, 3 saved with folders that could not be read, 2 trouble.");
 
 struct SnapshotOptions {
-    QCommandLineOption output{QStringLiteral("output"), QStringLiteral("Save as FILE."),
+    QCommandLineOption output{QStringLiteral("output"),
+                              QStringLiteral("Save as FILE; - writes to standard output."),
                               QStringLiteral("FILE")};
     QCommandLineOption dir{QStringLiteral("dir"),
                            QStringLiteral("Keep the numbered snapshot file in DIR."),
@@ -116,7 +123,9 @@ bool checkFolder(const QString& folder) {
 // is full.
 QString snapshotPath(const QCommandLineParser& p, const SnapshotOptions& o, const QString& folder) {
     if (p.isSet(o.output))
-        return QFileInfo(p.value(o.output)).absoluteFilePath();
+        return p.value(o.output) == QLatin1String("-")
+                   ? p.value(o.output)
+                   : QFileInfo(p.value(o.output)).absoluteFilePath();
     const QString keepIn =
         withSeparator(absoluteFolder(p.isSet(o.dir) ? p.value(o.dir) : QStringLiteral(".")));
     const QString path = keepIn + NextSnapshotName(SnapshotBaseName(storedPath(folder)), keepIn);
@@ -130,15 +139,35 @@ QString snapshotPath(const QCommandLineParser& p, const SnapshotOptions& o, cons
     return path;
 }
 
-// The folders that could not be read and the path written; the exit status.
-int printSaved(const Snapshot& snapshot, const QString& summary, const QString& path) {
+// The summary and the folders that could not be read; the exit status.
+int printScanned(const Snapshot& snapshot, const QString& summary) {
     printLine(stderr, summary);
     const std::vector<int32_t> unreadable = UnreadableFolders(snapshot);
     for (const int32_t folder : unreadable)
         printLine(stderr, QStringLiteral("Could not be read: ") + snapshot.header.rootFolder +
                               escapedPath(snapshot.relativePath(folder)));
-    printLine(stdout, path);
     return unreadable.empty() ? ExitOk : ExitUnreadable;
+}
+
+// The same and the path written.
+int printSaved(const Snapshot& snapshot, const QString& summary, const QString& path) {
+    const int status = printScanned(snapshot, summary);
+    printLine(stdout, path);
+    return status;
+}
+
+// --output -: the snapshot and its side data as one stream on standard
+// output, for a pipe (ssh HOST kestrel-cli snapshot /etc --output - > HOST.#01).
+int streamSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressMeter& meter) {
+    const Outcome scanned = CreateSnapshot(snapshot, settings, meter);
+    if (!scanSucceeded(scanned))
+        return ExitTrouble;
+    QFile out;
+    if (!out.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered) ||
+        !succeeded(WriteSnapshotStream(snapshot, out, meter)))
+        return ExitTrouble;
+    const int status = printScanned(snapshot, scanned.summary);
+    return checkOwnPatterns(snapshot) ? status : ExitTrouble;
 }
 
 } // namespace
@@ -182,6 +211,8 @@ int snapshotCommand(const QStringList& arguments) {
     snapshot.header.rootFolder = scannedRoot(folder);
     TerminalProgress view;
     ProgressMeter meter(&view);
+    if (path == QLatin1String("-"))
+        return streamSnapshot(snapshot, settings, meter);
     const ScanAndSaveOutcome done = ScanAndSaveSnapshot(snapshot, settings, meter);
     if (!scanSucceeded(done.scan) || !succeeded(done.save))
         return ExitTrouble;

@@ -193,6 +193,30 @@ bool readMetaSideData(Snapshot& snapshot, std::string_view bytes) {
     return true;
 }
 
+namespace {
+constexpr std::string_view FooterMark = "KSIDEDAT";
+}
+
+std::string sideDataTrailer(const Snapshot& snapshot) {
+    std::string trailer = metaSideData(snapshot);
+    if (trailer.empty())
+        return trailer;
+    put(trailer, uint64_t(trailer.size()));
+    trailer += FooterMark;
+    return trailer;
+}
+
+std::optional<StreamParts> streamParts(int64_t size, std::string_view footer) {
+    if (size < StreamFooterLength || footer.size() != size_t(StreamFooterLength) ||
+        footer.substr(8) != FooterMark)
+        return std::nullopt;
+    uint64_t length = 0;
+    std::memcpy(&length, footer.data(), sizeof length);
+    if (length > uint64_t(size - StreamFooterLength))
+        return std::nullopt;
+    return StreamParts{size - StreamFooterLength - int64_t(length), int64_t(length)};
+}
+
 MetaSideFile::MetaSideFile(const Snapshot& snapshot)
     : m_snapshot(snapshot), m_path(metaSideFilePath(snapshot.header.fileName)) {}
 
@@ -226,6 +250,21 @@ bool MetaSideFile::commit() {
     return false;
 }
 
+namespace {
+
+QString unreadableNotice(const Snapshot& snapshot) {
+    return QStringLiteral("Permissions and owners of %1 are unreadable and were not used")
+        .arg(QFileInfo(snapshot.header.fileName).fileName());
+}
+
+} // namespace
+
+std::optional<QString> UseSideData(Snapshot& snapshot, std::string_view sideData) {
+    if (readMetaSideData(snapshot, sideData))
+        return std::nullopt;
+    return unreadableNotice(snapshot);
+}
+
 std::optional<QString> LoadMetaSideFile(Snapshot& snapshot) {
     snapshot.access.clear();
     QFile file(metaSideFilePath(snapshot.header.fileName));
@@ -233,9 +272,7 @@ std::optional<QString> LoadMetaSideFile(Snapshot& snapshot) {
     struct stat st;
     if (::lstat(name.constData(), &st) != 0)
         return std::nullopt; // a snapshot without side data
-    const QString notice = QStringLiteral("Permissions and owners of %1 are unreadable and were "
-                                          "not used")
-                               .arg(QFileInfo(snapshot.header.fileName).fileName());
+    const QString notice = unreadableNotice(snapshot);
     if (!S_ISREG(st.st_mode) || st.st_size > LargestSideFile ||
         !openForReading(file, QIODevice::ReadOnly, LinkRule::Refuse))
         return notice;

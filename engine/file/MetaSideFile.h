@@ -38,6 +38,21 @@ std::string metaSideData(const Snapshot& snapshot);
 // left empty, when the bytes are not side data of this snapshot.
 bool readMetaSideData(Snapshot& snapshot, std::string_view bytes);
 
+// A snapshot written as one stream (to standard output, for a pipe) carries
+// its side data after its own bytes, then a footer of 16 bytes: the side
+// data's length (8 bytes, little-endian) and "KSIDEDAT". The side data and
+// footer of a snapshot; empty when it has no side data.
+std::string sideDataTrailer(const Snapshot& snapshot);
+// Where the parts of such a stream of size bytes lie, told by its last 16
+// bytes (footer): the snapshot's own bytes from 0 to snapshotLength, the side
+// data from there to the footer. None when the stream carries no side data.
+struct StreamParts {
+    int64_t snapshotLength = 0;
+    int64_t sideLength = 0;
+};
+std::optional<StreamParts> streamParts(int64_t size, std::string_view footer);
+inline constexpr int64_t StreamFooterLength = 16;
+
 // Writes the side file of a snapshot together with its file, as
 // IgnoreSideFile does: prepare() before the snapshot file is committed,
 // commit() right after. A snapshot without side data removes the side file of
@@ -62,5 +77,7 @@ private:
 // snapshot without side data and gives the notice to show once
 // ("Permissions and owners of Data.#03 are unreadable and were not used").
 std::optional<QString> LoadMetaSideFile(Snapshot& snapshot);
+// The same for side data that came with the snapshot's own bytes.
+std::optional<QString> UseSideData(Snapshot& snapshot, std::string_view sideData);
 
 } // namespace kestrel::engine

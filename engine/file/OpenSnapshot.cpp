@@ -21,7 +21,9 @@ OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMe
         outcome.ok = true;
         outcome.summary = load.summary;
         outcome.message = load.message;
-        if (const std::optional<QString> notice = LoadMetaSideFile(snapshot)) {
+        const std::optional<QString> notice =
+            load.sideData ? UseSideData(snapshot, *load.sideData) : LoadMetaSideFile(snapshot);
+        if (notice) {
             if (outcome.message)
                 outcome.message->text += QStringLiteral("\n\n") + *notice;
             else

@@ -228,14 +228,80 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     return Outcome::success();
 }
 
+namespace {
+
+// The first bytes of a file, as a device of their own: the snapshot part of
+// a stream that carries side data after it.
+class LeadingBytes : public QIODevice {
+public:
+    LeadingBytes(QIODevice& inner, int64_t length) : m_inner(inner), m_length(length) {
+        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    }
+    bool isSequential() const override { return false; }
+    qint64 size() const override { return m_length; }
+
+protected:
+    qint64 readData(char* data, qint64 room) override {
+        const qint64 left = m_length - m_read;
+        if (left <= 0)
+            return 0;
+        const qint64 n = m_inner.read(data, std::min(room, left));
+        if (n > 0)
+            m_read += n;
+        return n;
+    }
+    qint64 writeData(const char*, qint64) override { return -1; }
+
+private:
+    QIODevice& m_inner;
+    const int64_t m_length;
+    int64_t m_read = 0;
+};
+
+// Where a stream's side data lies, when the file carries it; the file is
+// left at its start.
+std::optional<StreamParts> sideDataIn(QFile& file, std::string& sideData) {
+    const int64_t size = file.size();
+    if (size < StreamFooterLength || !file.seek(size - StreamFooterLength))
+        return std::nullopt;
+    const QByteArray footer = file.read(StreamFooterLength);
+    std::optional<StreamParts> parts =
+        streamParts(size, std::string_view(footer.constData(), size_t(footer.size())));
+    if (parts && file.seek(parts->snapshotLength)) {
+        const QByteArray side = file.read(parts->sideLength);
+        sideData.assign(side.constData(), size_t(side.size()));
+    }
+    if (!file.seek(0) || (parts && int64_t(sideData.size()) != parts->sideLength))
+        return std::nullopt;
+    return parts;
+}
+
+LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter);
+
+} // namespace
+
 LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
-    LoadOutcome outcome;
     QFile file(snapshot.header.fileName);
     // Unbuffered: the reader takes the file in large blocks of its own.
     if (!openForReading(file, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        LoadOutcome outcome;
         outcome.error = ErrorCode::FileNotFound;
         return outcome;
     }
+    std::string sideData;
+    if (const std::optional<StreamParts> parts = sideDataIn(file, sideData)) {
+        LeadingBytes snapshotPart(file, parts->snapshotLength);
+        LoadOutcome outcome = loadFrom(snapshot, snapshotPart, meter);
+        outcome.sideData = std::move(sideData);
+        return outcome;
+    }
+    return loadFrom(snapshot, file, meter);
+}
+
+namespace {
+
+LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter) {
+    LoadOutcome outcome;
     const double startTime = secondsSinceMidnight();
     MeterCloser closer{meter};
     try {
@@ -298,6 +364,37 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     }
     finishRead(outcome, meter, QStringLiteral("read"), startTime, snapshot);
     return outcome;
+}
+
+} // namespace
+
+Outcome WriteSnapshotStream(Snapshot& snapshot, QIODevice& out, ProgressMeter& meter) {
+    MeterCloser closer{meter};
+    const auto failed = [&] {
+        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"),
+                                            out.errorString(), MessageIcon::Exclamation},
+                                ErrorCode::SystemError);
+    };
+    try {
+        const int32_t n = snapshot.entries.at(0).count;
+        snapshot.entryCount = n;
+        meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
+        ItemWriter head;
+        writeHeaderLines(head, snapshot.header, n);
+        if (!writeWhole(out, head.data(), qint64(head.size())) ||
+            !writeEntryBlocks(snapshot, 1, n, meter, [&](const char* data, size_t size) {
+                return writeWhole(out, data, qint64(size));
+            }))
+            return failed();
+        const std::string trailer = sideDataTrailer(snapshot);
+        if (!writeWhole(out, trailer.data(), qint64(trailer.size())))
+            return failed();
+    } catch (const RuntimeError& e) {
+        return Outcome::failure(UserMessage{QStringLiteral("Error Writing Snapshot"), e.text(),
+                                            MessageIcon::Exclamation},
+                                ErrorCode::SystemError);
+    }
+    return Outcome::success();
 }
 
 void finishRead(Outcome& outcome, const ProgressMeter& meter, const QString& verb, double startTime,

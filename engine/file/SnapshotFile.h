@@ -49,11 +49,21 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter);
 // write (see fittedCapacity), so saving it again writes at most 16 empty
 // records, and ok comes with the notice "Incomplete Snapshot". The table is
 // never sized beyond what the file's length can hold.
+//
+// A file written as a stream (WriteSnapshotStream) is read up to its side
+// data, which comes back in sideData for OpenSnapshotFile to read.
 struct LoadOutcome : Outcome {
     bool headerRead = false;
     int32_t failedEntry = 0;
+    std::optional<std::string> sideData;
 };
 LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter);
+
+// Writes the snapshot as SaveSnapshot writes its file, then its side data
+// (MetaSideFile.h), all to out: one stream that LoadSnapshot reads back as
+// the same snapshot. Fails with "Error Writing Snapshot" and the device's
+// reason.
+Outcome WriteSnapshotStream(Snapshot& snapshot, QIODevice& out, ProgressMeter& meter);
 
 // The pieces of a snapshot file, for SaveSnapshot and for the save behind a
 // scan (SaveBehind.h), which must write the same bytes.

@@ -604,6 +604,46 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     EXPECT_FALSE(r.err.contains(u"new set-user-ID"_s));
 }
 
+// A snapshot sent down a pipe carries its side data: kept in a file or read
+// from standard input, it is the same snapshot, byte for byte.
+TEST_F(CliTest, SnapshotsTravelThroughPipes) {
+    TempTree t;
+    t.file(u"tool"_s, "x");
+    t.chmod(u"tool"_s, 0755);
+    t.symlink(u"l"_s, u"/etc/passwd"_s);
+    QTemporaryDir out;
+    const QString stream = out.filePath(u"host.#01"_s);
+    CliRun r = cliThroughShell(u"\"$0\" snapshot \"$1\" --output - > \"$2\""_s, {t.root(), stream});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.isEmpty());
+    EXPECT_FALSE(QFile::exists(stream + u".meta"_s));
+    t.chmod(u"tool"_s, 04755);
+
+    const QStringList expected{
+        u"!~\ttool\t[was -rwxr-xr-x]\tpermissions -rwxr-xr-x -> -rwsr-xr-x"_s};
+    EXPECT_EQ(cli({u"compare"_s, stream, t.root()}).lines(), expected);
+    EXPECT_EQ(cliThroughShell(u"\"$0\" compare - \"$1\" < \"$2\""_s, {t.root(), stream}).lines(),
+              expected);
+    // Straight from one command to the other.
+    r = cliThroughShell(u"\"$0\" snapshot \"$1\" --output - | \"$0\" compare \"$2\" -"_s,
+                        {t.root(), stream});
+    EXPECT_EQ(r.status, 1) << r.err.toStdString();
+    EXPECT_EQ(r.lines(), expected);
+
+    // Converted from the file and from standard input: the same files.
+    const QString fromFile = out.filePath(u"a.#01"_s), fromPipe = out.filePath(u"b.#01"_s);
+    ASSERT_EQ(cli({u"convert"_s, stream, fromFile}).status, 0);
+    ASSERT_EQ(cliThroughShell(u"\"$0\" convert - \"$1\" < \"$2\""_s, {fromPipe, stream}).status, 0);
+    using kestrel::test::readBytes;
+    EXPECT_TRUE(readBytes(fromFile) == readBytes(fromPipe));
+    EXPECT_FALSE(readBytes(fromFile + u".meta"_s).isEmpty());
+    EXPECT_TRUE(readBytes(fromFile + u".meta"_s) == readBytes(fromPipe + u".meta"_s));
+
+    r = cliThroughShell(u"\"$0\" compare - - < \"$1\""_s, {stream});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(r.err.contains(u"it can be read once"_s)) << r.err.toStdString();
+}
+
 TEST_F(CliTest, CompareLeavesOutWhatThePatternsIgnore) {
     TempTree before, after;
     for (TempTree* t : {&before, &after}) {

@@ -45,6 +45,16 @@ bool snapshotSeeds(const QString& dir) {
         !saveSnapshot(again, dir + QStringLiteral("/padded.#02")))
         return false;
 
+    // As a stream with its side data after it.
+    tree.access.set(1, engine::EntryAccess{04755, 0, 0});
+    tree.access.set(2, engine::EntryAccess{0644, 1000, 1000});
+    tree.access.setLinkTarget(2, "/etc/passwd");
+    QFile stream(dir + QStringLiteral("/stream.#01"));
+    engine::ProgressMeter quiet;
+    if (!stream.open(QIODevice::WriteOnly) || !engine::WriteSnapshotStream(tree, stream, quiet).ok)
+        return false;
+    stream.close();
+
     Snapshot empty;
     empty.header.title = QStringLiteral("Empty");
     if (!saveSnapshot(empty, dir + QStringLiteral("/empty.#01")))
