@@ -10,6 +10,7 @@
 
 #include "engine/compare/Compare.h"
 #include "engine/compare/IgnorePatterns.h"
+#include "engine/file/OpenSnapshot.h"
 #include "engine/file/SaveBehind.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/Snapshot.h"
@@ -41,10 +42,10 @@ double now() {
         .count();
 }
 
+// As the window and the command line open a file: with its side data.
 bool load(engine::Snapshot& s, const QString& path) {
-    s.header.fileName = path;
     engine::ProgressMeter meter;
-    return engine::LoadSnapshot(s, meter).ok;
+    return engine::OpenSnapshotFile(s, path, meter).ok;
 }
 
 // ---------------------------------------------------------------- children

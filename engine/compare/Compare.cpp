@@ -10,6 +10,7 @@
 #include <cmath>
 #include <future>
 #include <optional>
+#include <sys/stat.h>
 #include <system_error>
 #include <vector>
 
@@ -196,10 +197,10 @@ private:
             f.otherIndex = found;
         } else {
             e.match = found;
-            e.status = comparedFiles ? firstWayStatus
-                                     : CompareFiles(m_other, found, e.size, e.modified,
-                                                    e.attributes, m_self.versionOf(e), m_options,
-                                                    accessValuesOf(m_self, i));
+            e.status = comparedFiles
+                           ? firstWayStatus
+                           : CompareFiles(m_other, found, e.size, e.modified, e.attributes,
+                                          m_self.versionOf(e), m_options, &m_self, i);
             if (e.status > 0)
                 m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
             f.result = true;
@@ -281,7 +282,10 @@ bool datesDiffer(double a, double b, const CompareOptions& options) {
 AccessValues accessValuesOf(const Snapshot& snapshot, int32_t index) {
     if (!snapshot.access.has(index))
         return {};
-    return {true, snapshot.access.at(index), snapshot.access.linkTarget(index)};
+    // Only a link has a target: the look-up is left to the few that are.
+    const bool link = snapshot.entries.get(index).attributes & Attribute::ReparsePoint;
+    return {true, snapshot.access.at(index),
+            link ? snapshot.access.linkTarget(index) : std::string_view()};
 }
 
 int16_t accessChanges(const AccessValues& a, const AccessValues& b, const CompareOptions& options) {
@@ -304,9 +308,28 @@ char kindLetter(int16_t attributes) {
     return attributes & Attribute::ReparsePoint ? 'l' : '-';
 }
 
+int16_t accessChangesBetween(const Snapshot& a, int32_t i, const Snapshot& b, int32_t j,
+                             const CompareOptions& options) {
+    const uint32_t kindA = a.access.kindOf(i), kindB = b.access.kindOf(j);
+    if (kindA == AccessTable::NoKind || kindB == AccessTable::NoKind)
+        return 0;
+    const EntryAccess& was = a.access.kind(kindA);
+    const EntryAccess& is = b.access.kind(kindB);
+    int16_t status = 0;
+    if (!options.ignorePermissions && was.mode != is.mode)
+        status += Change::Permissions;
+    if (!options.ignoreOwner && (was.owner != is.owner || was.group != is.group))
+        status += Change::Owner;
+    // Only a link has a target: the look-up is left to the few that are.
+    if (((a.entries.get(i).attributes | b.entries.get(j).attributes) & Attribute::ReparsePoint) &&
+        a.access.linkTarget(i) != b.access.linkTarget(j))
+        status += Change::LinkTarget;
+    return status;
+}
+
 int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
                      int16_t attributes, std::string_view version, const CompareOptions& options,
-                     const AccessValues& access) {
+                     const Snapshot* valuesOf, int32_t valuesIndex) {
     SnapshotEntry& e = holder.entries.mutableAt(index);
     int16_t status = 0;
     // Values a scan could not read say nothing about a change.
@@ -322,7 +345,8 @@ int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modifi
         status += Change::Attributes;
     if (!options.ignoreVersion && !namesEqual(holder.versionOf(e), version))
         status += Change::Version;
-    status += accessChanges(accessValuesOf(holder, index), access, options);
+    if (valuesOf)
+        status += accessChangesBetween(holder, index, *valuesOf, valuesIndex, options);
     e.status = status;
     return status;
 }
@@ -398,9 +422,12 @@ void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
                       const CompareOptions& options) {
     if (newer.access.empty() || options.ignorePermissions)
         return;
-    walkFrom(newer, top, [&](int32_t i, int) {
+    const auto check = [&](int32_t i) {
+        // Most entries have none of the bits an alert is about.
+        if (!newer.access.has(i) || !(newer.access.at(i).mode & (S_ISUID | S_ISGID | S_IWOTH)))
+            return;
         const SnapshotEntry& e = newer.entries.get(i);
-        if (e.isIgnored() || !newer.access.has(i))
+        if (e.isIgnored())
             return;
         const int32_t counterpart = e.match < 0 ? -e.match : e.match;
         uint32_t wasMode = 0;
@@ -415,7 +442,14 @@ void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
                         !e.isFolder() && (e.attributes & Attribute::ReparsePoint));
         if (alert != AccessAlert::None)
             newer.alerts.emplace(i, alert);
-    });
+    };
+    // The whole snapshot in table order; a part of it through its rings.
+    if (top == 1) {
+        for (int32_t i = 1; i <= newer.entryCount; ++i)
+            check(i);
+    } else {
+        walkFrom(newer, top, [&](int32_t i, int) { check(i); });
+    }
 }
 
 AccessAlert alertOf(const Snapshot& s, int32_t i) {

@@ -72,11 +72,16 @@ AccessValues accessValuesOf(const Snapshot& snapshot, int32_t index);
 // CompareFiles: compares entry index of holder with the values of its
 // counterpart, stores the change bits in the entry's status and returns them.
 // When either side's values could not be read by its scan, nothing differs.
-// Permissions, owners and link targets are compared where both sides have
-// them.
+// The permissions, owners and link targets of the two entries are compared
+// too when the values come from entry valuesIndex of valuesOf and both sides
+// have them.
 int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
                      int16_t attributes, std::string_view version, const CompareOptions& options,
-                     const AccessValues& access = {});
+                     const Snapshot* valuesOf = nullptr, int32_t valuesIndex = 0);
+// The change bits of the access values of entry i of a against entry j of b
+// under the options; 0 unless both have them.
+int16_t accessChangesBetween(const Snapshot& a, int32_t i, const Snapshot& b, int32_t j,
+                             const CompareOptions& options);
 
 // WhatChanged: the text that tells how entry i of self differs from the
 // other snapshot. "[was not in other Snapshot]" when it has no counterpart;

@@ -32,12 +32,8 @@ template <typename T> void put(std::string& out, T value) {
     out.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-template <typename T> void putAll(std::string& out, const std::vector<T>& values, size_t count) {
-    const size_t kept = std::min(count, values.size());
-    out.append(reinterpret_cast<const char*>(values.data()), kept * sizeof(T));
-    // Entries past the table's end (added after the scan) have no values.
-    for (size_t i = kept; i < count; ++i)
-        put(out, T(std::is_same_v<T, uint16_t> ? AccessTable::None : 0));
+template <typename T> void putAll(std::string& out, const std::vector<T>& values) {
+    out.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
 }
 
 // Reads the binary part of a side file, every length checked against what
@@ -92,6 +88,10 @@ uint64_t snapshotChecksum(const Snapshot& snapshot) {
     if (!state)
         throw std::bad_alloc();
     XXH3_64bits_reset(state);
+    // The fields of many entries go to the hash at once: a call per entry
+    // would cost more than the hashing.
+    std::string block;
+    block.reserve(size_t(1) << 17);
     for (int32_t i = 1; i <= snapshot.entryCount; ++i) {
         const SnapshotEntry& e = snapshot.entries.at(i);
         const std::string_view name = snapshot.nameOf(e);
@@ -105,9 +105,13 @@ uint64_t snapshotChecksum(const Snapshot& snapshot) {
         std::memcpy(fields + 8, &e.size, 8);
         std::memcpy(fields + 16, &e.modified, 8);
         std::memcpy(fields + 24, &attributes, 4);
-        XXH3_64bits_update(state, fields, sizeof fields);
-        XXH3_64bits_update(state, name.data(), name.size());
+        block.append(fields, sizeof fields).append(name);
+        if (block.size() >= (size_t(1) << 16)) {
+            XXH3_64bits_update(state, block.data(), block.size());
+            block.clear();
+        }
     }
+    XXH3_64bits_update(state, block.data(), block.size());
     const uint64_t sum = XXH3_64bits_digest(state);
     XXH3_freeState(state);
     return sum;
@@ -119,13 +123,14 @@ std::string metaSideData(const Snapshot& snapshot) {
         return {};
     const size_t count = size_t(snapshot.entryCount) + 1;
     std::string out;
-    out.reserve(FormatLine.size() + 64 + access.pairs().size() * 8 + count * 6);
+    const AccessTable::Columns columns = access.columns(count);
+    out.reserve(FormatLine.size() + 64 + columns.pairs.size() * 8 + count * 6);
     out += FormatLine;
     out += countLine(snapshot.entryCount, snapshotChecksum(snapshot));
-    put(out, uint32_t(access.pairs().size()));
-    putAll(out, access.pairs(), access.pairs().size());
-    putAll(out, access.modes(), count);
-    putAll(out, access.pairNumbers(), count);
+    put(out, uint32_t(columns.pairs.size()));
+    putAll(out, columns.pairs);
+    putAll(out, columns.modes);
+    putAll(out, columns.pairNumbers);
     // Links by index: the same snapshot always gives the same bytes.
     std::vector<int32_t> links;
     for (const auto& [index, target] : access.linkTargets())
@@ -161,20 +166,18 @@ bool readMetaSideData(Snapshot& snapshot, std::string_view bytes) {
     const size_t count = size_t(snapshot.entryCount) + 1;
     Cursor in(bytes);
     uint32_t pairCount = 0;
-    std::vector<uint64_t> pairs;
-    std::vector<uint16_t> modes;
-    std::vector<uint32_t> pairNumbers;
-    if (!in.get(pairCount) || !in.getAll(pairs, pairCount) || !in.getAll(modes, count) ||
-        !in.getAll(pairNumbers, count))
+    AccessTable::Columns columns;
+    if (!in.get(pairCount) || !in.getAll(columns.pairs, pairCount) ||
+        !in.getAll(columns.modes, count) || !in.getAll(columns.pairNumbers, count))
         return false;
     for (size_t i = 0; i < count; ++i)
-        if (modes[i] != AccessTable::None && pairNumbers[i] >= pairCount)
+        if (columns.modes[i] != AccessTable::None && columns.pairNumbers[i] >= pairCount)
             return false;
     uint32_t links = 0;
     if (!in.get(links))
         return false;
     AccessTable& access = snapshot.access;
-    access.assign(std::move(modes), std::move(pairNumbers), std::move(pairs));
+    access.assign(columns);
     for (uint32_t k = 0; k < links; ++k) {
         int32_t index = 0;
         uint32_t length = 0;

@@ -10,36 +10,35 @@
 
 namespace kestrel::engine {
 
-EntryAccess AccessTable::at(int32_t index) const {
-    if (!has(index))
-        return {};
-    const uint64_t pair = m_pairs[m_owners[size_t(index)]];
-    return {m_modes[size_t(index)], uint32_t(pair >> 32), uint32_t(pair)};
-}
-
 std::string_view AccessTable::linkTarget(int32_t index) const {
+    if (m_links.empty()) // most trees have no links: no look-up per entry
+        return {};
     const auto found = m_links.find(index);
     return found == m_links.end() ? std::string_view() : std::string_view(found->second);
 }
 
-void AccessTable::set(int32_t index, const EntryAccess& access) {
+uint32_t AccessTable::kindNumber(const EntryAccess& access) {
+    // Entries side by side mostly share their kind: the last one is found
+    // without the map.
+    if (m_lastKind != NoKind && m_kinds[m_lastKind] == access)
+        return m_lastKind;
+    const auto [found, added] = m_kindNumbers.try_emplace(access, uint32_t(m_kinds.size()));
+    if (added)
+        m_kinds.push_back(access);
+    m_lastKind = found->second;
+    return m_lastKind;
+}
+
+void AccessTable::setKind(int32_t index, uint32_t kind) {
     if (index < 0)
         return;
-    if (size_t(index) >= m_modes.size()) {
-        m_modes.resize(size_t(index) + 1, None);
-        m_owners.resize(size_t(index) + 1, 0);
-    }
-    // Entries side by side mostly share their owner: the last pair is
-    // looked up without the map.
-    const uint64_t pair = uint64_t(access.owner) << 32 | access.group;
-    if (m_pairs.empty() || m_pairs[m_lastPair] != pair) {
-        const auto [found, added] = m_pairIds.try_emplace(pair, uint32_t(m_pairs.size()));
-        if (added)
-            m_pairs.push_back(pair);
-        m_lastPair = found->second;
-    }
-    m_modes[size_t(index)] = uint16_t(access.mode & PermissionBits);
-    m_owners[size_t(index)] = m_lastPair;
+    if (size_t(index) >= m_kindOf.size())
+        m_kindOf.resize(size_t(index) + 1, NoKind);
+    m_kindOf[size_t(index)] = kind;
+}
+
+void AccessTable::set(int32_t index, const EntryAccess& access) {
+    setKind(index, kindNumber({access.mode & PermissionBits, access.owner, access.group}));
 }
 
 void AccessTable::setLinkTarget(int32_t index, std::string_view target) {
@@ -49,34 +48,52 @@ void AccessTable::setLinkTarget(int32_t index, std::string_view target) {
         m_links[index] = std::string(target);
 }
 
-void AccessTable::reserve(int32_t last) {
-    m_modes.reserve(size_t(last) + 1);
-    m_owners.reserve(size_t(last) + 1);
+AccessTable::Columns AccessTable::columns(size_t count) const {
+    Columns c;
+    // Each kind's pair, numbered in the order first met.
+    std::vector<uint32_t> pairOfKind(m_kinds.size());
+    std::unordered_map<uint64_t, uint32_t> pairNumbers;
+    for (size_t k = 1; k < m_kinds.size(); ++k) {
+        const uint64_t pair = uint64_t(m_kinds[k].owner) << 32 | m_kinds[k].group;
+        const auto [found, added] = pairNumbers.try_emplace(pair, uint32_t(c.pairs.size()));
+        if (added)
+            c.pairs.push_back(pair);
+        pairOfKind[k] = found->second;
+    }
+    c.modes.assign(count, None);
+    c.pairNumbers.assign(count, 0);
+    for (size_t i = 0; i < count && i < m_kindOf.size(); ++i) {
+        const uint32_t k = m_kindOf[i];
+        if (k == NoKind)
+            continue;
+        c.modes[i] = uint16_t(m_kinds[k].mode);
+        c.pairNumbers[i] = pairOfKind[k];
+    }
+    return c;
 }
 
-void AccessTable::assign(std::vector<uint16_t> modes, std::vector<uint32_t> pairNumbers,
-                         std::vector<uint64_t> pairs) {
-    m_modes = std::move(modes);
-    m_owners = std::move(pairNumbers);
-    m_pairs = std::move(pairs);
-    m_pairIds.clear();
-    for (uint32_t k = 0; k < m_pairs.size(); ++k)
-        m_pairIds.try_emplace(m_pairs[k], k);
-    m_lastPair = 0;
+void AccessTable::assign(const Columns& c) {
+    clear();
+    m_kindOf.assign(c.modes.size(), NoKind);
+    for (size_t i = 0; i < c.modes.size(); ++i) {
+        if (c.modes[i] == None)
+            continue;
+        const uint64_t pair = c.pairs[c.pairNumbers[i]];
+        m_kindOf[i] = kindNumber({c.modes[i], uint32_t(pair >> 32), uint32_t(pair)});
+    }
 }
 
 void AccessTable::clear() {
-    m_modes = {};
-    m_owners = {};
-    m_pairs.clear();
-    m_pairIds.clear();
-    m_lastPair = 0;
+    m_kindOf = {};
+    m_kinds.assign(1, EntryAccess{});
+    m_kindNumbers.clear();
+    m_lastKind = NoKind;
     m_links.clear();
 }
 
 size_t AccessTable::memoryUsed() const {
-    size_t bytes = m_modes.capacity() * sizeof(uint16_t) + m_owners.capacity() * sizeof(uint32_t) +
-                   m_pairs.capacity() * (sizeof(uint64_t) + 32); // with the map's node
+    size_t bytes = m_kindOf.capacity() * sizeof(uint32_t) +
+                   m_kinds.capacity() * (sizeof(EntryAccess) + 32); // with the map's node
     for (const auto& [index, target] : m_links)
         bytes += sizeof(index) + sizeof(target) + target.capacity() + 16;
     return bytes;

@@ -23,21 +23,29 @@ struct EntryAccess {
     bool operator==(const EntryAccess&) const = default;
 };
 
-// The access of every entry of a snapshot, by entry index: 6 bytes an entry,
-// owners and groups kept once per pair, link targets only for links.
+// The access of every entry of a snapshot, by entry index: 4 bytes an entry,
+// the number of its kind, each distinct permissions, owner and group kept
+// once (a tree has few of them), link targets only for links.
 class AccessTable {
 public:
     static constexpr uint32_t PermissionBits = 07777;
+    // The mode of an entry without values in the side file's columns.
+    static constexpr uint16_t None = 0xFFFF;
 
     // Whether the snapshot has access values at all.
-    bool empty() const { return m_modes.empty(); }
+    bool empty() const { return m_kindOf.empty(); }
     // Whether entry index has them (an entry the scan could not examine has
     // none).
-    bool has(int32_t index) const {
-        return index >= 0 && size_t(index) < m_modes.size() && m_modes[size_t(index)] != None;
-    }
+    bool has(int32_t index) const { return kindOf(index) != NoKind; }
     // The entry's values; all 0 when it has none.
-    EntryAccess at(int32_t index) const;
+    EntryAccess at(int32_t index) const { return m_kinds[kindOf(index)]; }
+    // The number of the entry's kind, NoKind for none: two entries of one
+    // table have the same values exactly when they have the same number.
+    static constexpr uint32_t NoKind = 0;
+    uint32_t kindOf(int32_t index) const {
+        return index >= 0 && size_t(index) < m_kindOf.size() ? m_kindOf[size_t(index)] : NoKind;
+    }
+    const EntryAccess& kind(uint32_t number) const { return m_kinds[number]; }
     // Where the link at index points, as the system's bytes; empty for an
     // entry that is not a link or whose target could not be read.
     std::string_view linkTarget(int32_t index) const;
@@ -48,29 +56,36 @@ public:
     // permission bits are dropped.
     void set(int32_t index, const EntryAccess& access);
     void setLinkTarget(int32_t index, std::string_view target);
-    // Reserves room for entries 0..last.
-    void reserve(int32_t last);
 
-    // The table as it is kept, for the side file: a mode by entry (None for
-    // none), a pair number by entry, and the owner << 32 | group pairs.
-    static constexpr uint16_t None = 0xFFFF;
-    const std::vector<uint16_t>& modes() const { return m_modes; }
-    const std::vector<uint32_t>& pairNumbers() const { return m_owners; }
-    const std::vector<uint64_t>& pairs() const { return m_pairs; }
-    // Takes a table read back, modes as they were kept (unknown bits too).
+    // The table as the side file keeps it, for entries 0..count-1: a mode by
+    // entry (None for none), a number by entry into the owner << 32 | group
+    // pairs.
+    struct Columns {
+        std::vector<uint16_t> modes;
+        std::vector<uint32_t> pairNumbers;
+        std::vector<uint64_t> pairs;
+    };
+    Columns columns(size_t count) const;
+    // Takes columns read back, modes as they were kept (unknown bits too).
     // The caller has checked that every pair number of an entry with a mode
     // names a pair.
-    void assign(std::vector<uint16_t> modes, std::vector<uint32_t> pairNumbers,
-                std::vector<uint64_t> pairs);
+    void assign(const Columns& columns);
     void clear();
     size_t memoryUsed() const;
 
 private:
-    std::vector<uint16_t> m_modes;  // by entry; None for an entry without values
-    std::vector<uint32_t> m_owners; // by entry: index into m_pairs
-    std::vector<uint64_t> m_pairs;  // owner << 32 | group
-    std::unordered_map<uint64_t, uint32_t> m_pairIds;
-    uint32_t m_lastPair = 0; // the pair set last
+    uint32_t kindNumber(const EntryAccess& access);
+    void setKind(int32_t index, uint32_t kind);
+
+    struct KindHash {
+        size_t operator()(const EntryAccess& a) const {
+            return std::hash<uint64_t>()((uint64_t(a.owner) << 32 | a.group) * 31 + a.mode);
+        }
+    };
+    std::vector<uint32_t> m_kindOf;       // by entry; NoKind for an entry without values
+    std::vector<EntryAccess> m_kinds{{}}; // by number; number 0 stands for none
+    std::unordered_map<EntryAccess, uint32_t, KindHash> m_kindNumbers;
+    uint32_t m_lastKind = NoKind; // the kind set last
     std::unordered_map<int32_t, std::string> m_links;
 };
 
