@@ -8,6 +8,8 @@
 
 #include <QStringList>
 
+#include <cstdlib>
+
 namespace kestrel::cli {
 
 using namespace engine;
@@ -186,30 +188,32 @@ void CompareReport::jsonAlert(const Snapshot& s, int32_t i) {
 
 std::vector<CompareReport::FieldChange> CompareReport::fieldChanges(int32_t i) const {
     const SnapshotEntry& now = m_new.entry(i);
-    const SnapshotEntry& before = m_old.entry(now.match);
+    const SnapshotEntry& before = m_old.entry(std::abs(now.match));
     std::vector<FieldChange> changes;
-    if (now.status & Change::Size)
+    // A folder's own changes, never the sum of what lies beneath it.
+    const int16_t status = ownChanges(m_new, i);
+    if (status & Change::Size)
         changes.push_back({"size", plainNumber(before.size), plainNumber(now.size), true});
-    if (now.status & Change::Date)
+    if (status & Change::Date)
         changes.push_back(
             {"modified", isoDateTime(before.modified), isoDateTime(now.modified), false});
-    if (now.status & Change::Attributes)
+    if (status & Change::Attributes)
         changes.push_back(
             {"attributes", AttributeText(before.attributes), AttributeText(now.attributes), false});
-    if (now.status & Change::Version)
+    if (status & Change::Version)
         changes.push_back(
             {"version", textOf(m_old.versionOf(before)), textOf(m_new.versionOf(now)), false});
-    if (now.status & (Change::Permissions | Change::Owner | Change::LinkTarget)) {
-        const AccessValues was = accessValuesOf(m_old, now.match);
+    if (status & (Change::Permissions | Change::Owner | Change::LinkTarget)) {
+        const AccessValues was = accessValuesOf(m_old, std::abs(now.match));
         const AccessValues is = accessValuesOf(m_new, i);
-        if (now.status & Change::Permissions)
+        if (status & Change::Permissions)
             changes.push_back({"permissions",
                                permissionsText(was.access.mode, kindLetter(before.attributes)),
                                permissionsText(is.access.mode, kindLetter(now.attributes)), false});
-        if (now.status & Change::Owner)
+        if (status & Change::Owner)
             changes.push_back({"owner", ownerText(was.access.owner, was.access.group),
                                ownerText(is.access.owner, is.access.group), false});
-        if (now.status & Change::LinkTarget)
+        if (status & Change::LinkTarget)
             changes.push_back(
                 {"target", linkTargetText(was.linkTarget), linkTargetText(is.linkTarget), false});
     }

@@ -266,6 +266,9 @@ Highlight FileList::highlight(int32_t row, int column) const {
         return Highlight::Ignored;
     if (column == NameColumn && alertOf(m_snapshot, entry) != AccessAlert::None)
         return Highlight::Alert;
+    // A folder whose own permissions or owner changed: its name.
+    if (column == NameColumn && e.isFolder() && e.match != 0 && ownChanges(m_snapshot, entry))
+        return Highlight::Changed;
     if (e.match == 0)
         return Highlight::Deleted;
     // The status bits paint the cells one by one, whatever the entry: a

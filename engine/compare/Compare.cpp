@@ -182,6 +182,7 @@ private:
             e.match = 0;
             m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
         } else if (e.isFolder()) {
+            noteFolderChanges(i, e, found);
             if (hasContents(m_self, i)) {
                 // The contents are compared with the counterpart's contents;
                 // a counterpart that is a file or an empty folder has none,
@@ -206,6 +207,18 @@ private:
             f.result = true;
         }
         advance();
+    }
+
+    // A matched folder whose own access differs: noted for it, and its
+    // folder holds a change.
+    void noteFolderChanges(int32_t i, const SnapshotEntry& e, int32_t found) {
+        if (m_self.access.empty() || m_other.access.empty())
+            return;
+        const int16_t bits = accessChangesBetween(m_other, found, m_self, i, m_options);
+        if (bits == 0)
+            return;
+        m_self.folderChanges[i] = bits;
+        m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
     }
 
     // Moves to the next entry of the ring, or ends the ring and hands its
@@ -360,6 +373,15 @@ QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t i,
         return other ? WhatItWas(*other, e.match, e.size, e.modified, e.attributes,
                                  self.versionOf(e), options, accessValuesOf(self, i))
                      : QString();
+    if (const int16_t own = ownChanges(self, i); own != 0 && other) {
+        const AccessValues was = accessValuesOf(*other, std::abs(e.match));
+        QStringList list;
+        if (own & Change::Permissions)
+            list << permissionsText(was.access.mode, 'd');
+        if (own & Change::Owner)
+            list << ownerText(was.access.owner, was.access.group);
+        return QStringLiteral("[was ") + list.join(QLatin1Char(' ')) + QLatin1Char(']');
+    }
     return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
 }
 
@@ -452,6 +474,17 @@ void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
     }
 }
 
+int16_t ownChanges(const Snapshot& s, int32_t i) {
+    const SnapshotEntry& e = s.entries.get(i);
+    // A folder's status is a sum of what lies beneath it, not its own bits.
+    if (!e.isFolder())
+        return e.status > 0 ? e.status : 0;
+    if (s.folderChanges.empty())
+        return 0;
+    const auto found = s.folderChanges.find(i);
+    return found == s.folderChanges.end() ? 0 : found->second;
+}
+
 AccessAlert alertOf(const Snapshot& s, int32_t i) {
     if (s.alerts.empty())
         return AccessAlert::None;
@@ -460,13 +493,10 @@ AccessAlert alertOf(const Snapshot& s, int32_t i) {
 }
 
 void AccessCounts::add(const Snapshot& s, int32_t i) {
-    const SnapshotEntry& e = s.entries.get(i);
-    // A folder's status is a sum of what lies beneath it, not its own bits.
-    if (!e.isFolder() && e.status > 0) {
-        permissions += (e.status & Change::Permissions) != 0;
-        owners += (e.status & Change::Owner) != 0;
-        targets += (e.status & Change::LinkTarget) != 0;
-    }
+    const int16_t bits = ownChanges(s, i);
+    permissions += (bits & Change::Permissions) != 0;
+    owners += (bits & Change::Owner) != 0;
+    targets += (bits & Change::LinkTarget) != 0;
     switch (alertOf(s, i)) {
     case AccessAlert::SetUserId:
         ++setUserId;
@@ -561,6 +591,8 @@ void markIgnoredInBoth(Snapshot& self, Snapshot& other, const IgnorePatterns& pa
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
     try {
+        self.folderChanges.clear();
+        other.folderChanges.clear();
         markIgnoredInBoth(self, other, comparisonPatterns(self, other, options));
         // The names' hashes serve both ways: the second way finds them all
         // worked out by the first.

@@ -114,6 +114,9 @@ char kindLetter(int16_t attributes);
 // none while the options ignore permissions.
 void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
                       const CompareOptions& options);
+// The change bits of entry i of s itself after a comparison: a file's
+// status, a folder's own access changes (Snapshot::folderChanges).
+int16_t ownChanges(const Snapshot& s, int32_t i);
 // The alert the last comparison noted for entry i of s.
 AccessAlert alertOf(const Snapshot& s, int32_t i);
 

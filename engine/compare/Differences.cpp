@@ -1,5 +1,6 @@
 #include "Differences.h"
 
+#include "Compare.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Errors.h"
@@ -71,6 +72,10 @@ private:
                 if (e.status > 0)
                     m_rows.push_back({Difference::Changed, i});
             } else {
+                // A folder whose own permissions or owner changed comes
+                // before what changed beneath it.
+                if (ownChanges(m_new, i) != 0)
+                    m_rows.push_back({Difference::Changed, i});
                 const int32_t counterpart = std::abs(e.match);
                 const int32_t newChild = hasContents(m_new, i) ? i + 1 : 0;
                 const int32_t oldChild =

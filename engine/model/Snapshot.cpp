@@ -173,6 +173,7 @@ void Snapshot::clearEntries() {
     m_versions.clear();
     access.clear();
     alerts.clear();
+    folderChanges.clear();
     entryCount = fileCount = folderCount = 0;
     totalSize = 0;
     progress = 0;

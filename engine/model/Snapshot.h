@@ -219,6 +219,10 @@ public:
     // Set by a comparison, not saved: the entries of the newer snapshot
     // whose access calls for attention; empty in the older one.
     std::unordered_map<int32_t, AccessAlert> alerts;
+    // Set by a comparison, not saved: the folders whose own permissions,
+    // owner or link target differ from their counterpart's, with the change
+    // bits (a folder's status tells only of what lies beneath it).
+    std::unordered_map<int32_t, int16_t> folderChanges;
 
     int32_t entryCount = 0; // index of the last entry in use
     int32_t fileCount = 0;

@@ -241,7 +241,8 @@ TEST_F(CliTest, UnreadableFoldersAreSaidNotListedAsEntries) {
         cli({u"info"_s, unreadable}).out.contains(u"Folders that could not be read: 2\n"_s));
 
     // Read as root, everything is there: the file read and the folder listed
-    // are no changes, only what could not be seen before.
+    // are no changes, only what could not be seen before and the folders'
+    // own permissions, which were what hid them.
     r = cli({u"snapshot"_s, data, u"--dir"_s, out.path()});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     for (const char* format : {"text", "csv", "jsonl"}) {
@@ -259,7 +260,8 @@ TEST_F(CliTest, UnreadableFoldersAreSaidNotListedAsEntries) {
         EXPECT_TRUE(r.lines().filter(u"u.txt"_s).isEmpty()) << format;
     }
     EXPECT_EQ(r.err.trimmed(),
-              u"1 only in NEW, 0 only in OLD, 0 changed, 1 folder could not be read on one side"_s);
+              u"1 only in NEW, 0 only in OLD, 2 changed (2 permission changes), 1 folder could "
+              u"not be read on one side"_s);
 }
 
 TEST_F(CliTest, EveryCommandsUsageLineNamesIt) {
@@ -548,6 +550,7 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     t.chmod(u"shared/gid"_s, 0755);
     t.chmod(u"a"_s, 0644);
     t.chmod(u"plain"_s, 0644);
+    t.chmod(u"shared"_s, 0755);
     t.symlink(u"link"_s, u"/etc/passwd"_s);
     QTemporaryDir out;
     const QString old = out.filePath(u"t.#01"_s);
@@ -556,6 +559,7 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     t.chmod(u"sub/tool"_s, 04755);
     t.chmod(u"shared/gid"_s, 02755);
     t.chmod(u"plain"_s, 0646);
+    t.chmod(u"shared"_s, 01777); // the folder's own bits
     const bool root = kestrel::test::runningAsRoot();
     const QByteArray a = kestrel::engine::nativeBytes(t.root() + u"a"_s);
     if (root) {
@@ -574,6 +578,7 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     QStringList expected{
         u"~\tlink\t[was -> /etc/passwd]\ttarget /etc/passwd -> /etc/shadow"_s,
         u"!~\tplain\t[was -rw-r--r--]\tpermissions -rw-r--r-- -> -rw-r--rw-"_s,
+        u"!~\tshared/\t[was drwxr-xr-x]\tpermissions drwxr-xr-x -> drwxrwxrwt"_s,
         u"!~\tshared/gid\t[was -rwxr-xr-x]\tpermissions -rwxr-xr-x -> -rwxr-sr-x"_s,
         u"!~\tsub/tool\t[was -rwxr-xr-x]\tpermissions -rwxr-xr-x -> -rwsr-xr-x"_s};
     const QString owner = kestrel::engine::ownerText(1000, 1000);
@@ -582,8 +587,8 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     EXPECT_EQ(r.lines(), expected);
     EXPECT_EQ(
         r.err.trimmed(),
-        u"1 new set-user-ID file, 1 new set-group-ID file, 1 new world-writable entry; "
-        u"0 only in NEW, 0 only in OLD, %1 changed (3 permission changes, %2"_s.arg(root ? 5 : 4)
+        u"1 new set-user-ID file, 1 new set-group-ID file, 2 new world-writable entries; "
+        u"0 only in NEW, 0 only in OLD, %1 changed (4 permission changes, %2"_s.arg(root ? 6 : 5)
                 .arg(root ? u"1 owner change, "_s : QString()) +
             u"1 link target change)"_s);
 
