@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <functional>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <xxhash.h>
@@ -36,38 +38,64 @@ template <typename T> void putAll(std::string& out, const std::vector<T>& values
     out.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
 }
 
-// Reads the binary part of a side file, every length checked against what
-// is left.
-class Cursor {
+// The bytes of side data in order, taken a block at a time (a file's whole
+// side data is never held at once) and checked against the checksum of its
+// last 8 bytes as they go.
+class SideDataSource {
 public:
-    explicit Cursor(std::string_view bytes) : m_bytes(bytes) {}
+    using Read = std::function<int64_t(char*, int64_t)>;
+    SideDataSource(Read read, int64_t size) : m_read(std::move(read)), m_left(size - 8) {
+        XXH3_64bits_reset(m_state.get());
+    }
 
-    template <typename T> bool get(T& value) {
-        if (m_bytes.size() < sizeof value)
-            return false;
-        std::memcpy(&value, m_bytes.data(), sizeof value);
-        m_bytes.remove_prefix(sizeof value);
+    // Exactly n bytes of the part before the checksum.
+    bool get(void* to, size_t n) {
+        auto* out = static_cast<char*>(to);
+        while (n > 0) {
+            if (m_at == m_end && !fill())
+                return false;
+            const size_t step = std::min(n, m_end - m_at);
+            std::memcpy(out, m_block.data() + m_at, step);
+            m_at += step;
+            out += step;
+            n -= step;
+        }
         return true;
     }
-    template <typename T> bool getAll(std::vector<T>& values, size_t count) {
-        if (count > m_bytes.size() / sizeof(T))
+    template <typename T> bool get(T& value) { return get(&value, sizeof value); }
+
+    // Whether everything before the checksum was read and matches it.
+    bool checked() {
+        if (m_at != m_end || m_left != 0)
             return false;
-        values.resize(count);
-        std::memcpy(values.data(), m_bytes.data(), count * sizeof(T));
-        m_bytes.remove_prefix(count * sizeof(T));
-        return true;
+        uint64_t own = 0;
+        return m_read(reinterpret_cast<char*>(&own), 8) == 8 &&
+               XXH3_64bits_digest(m_state.get()) == own;
     }
-    bool getText(std::string_view& text, size_t length) {
-        if (length > m_bytes.size())
-            return false;
-        text = m_bytes.substr(0, length);
-        m_bytes.remove_prefix(length);
-        return true;
-    }
-    bool atEnd() const { return m_bytes.empty(); }
 
 private:
-    std::string_view m_bytes;
+    bool fill() {
+        if (m_left <= 0)
+            return false;
+        const int64_t want = std::min<int64_t>(m_left, int64_t(m_block.size()));
+        const int64_t got = m_read(m_block.data(), want);
+        if (got <= 0)
+            return false;
+        XXH3_64bits_update(m_state.get(), m_block.data(), size_t(got));
+        m_left -= got;
+        m_at = 0;
+        m_end = size_t(got);
+        return true;
+    }
+
+    struct FreeState {
+        void operator()(XXH3_state_t* s) const { XXH3_freeState(s); }
+    };
+    Read m_read;
+    int64_t m_left;
+    std::unique_ptr<XXH3_state_t, FreeState> m_state{XXH3_createState()};
+    std::vector<char> m_block = std::vector<char>(size_t(1) << 16);
+    size_t m_at = 0, m_end = 0;
 };
 
 std::string countLine(int32_t entries, uint64_t checksum) {
@@ -148,52 +176,80 @@ std::string metaSideData(const Snapshot& snapshot) {
     return out;
 }
 
-bool readMetaSideData(Snapshot& snapshot, std::string_view bytes) {
-    snapshot.access.clear();
-    if (bytes.size() < FormatLine.size() + sizeof(uint64_t) || !bytes.starts_with(FormatLine))
+namespace {
+
+bool readSideData(Snapshot& snapshot, SideDataSource& in) {
+    std::string text(FormatLine.size(), '\0');
+    if (!in.get(text.data(), text.size()) || text != FormatLine)
         return false;
-    uint64_t own = 0;
-    std::memcpy(&own, bytes.data() + bytes.size() - sizeof own, sizeof own);
-    bytes.remove_suffix(sizeof own);
-    if (XXH3_64bits(bytes.data(), bytes.size()) != own)
-        return false;
-    bytes.remove_prefix(FormatLine.size());
     const std::string expected = countLine(snapshot.entryCount, snapshotChecksum(snapshot));
-    if (!bytes.starts_with(expected))
+    text.resize(expected.size());
+    if (!in.get(text.data(), text.size()) || text != expected)
         return false;
-    bytes.remove_prefix(expected.size());
 
     const size_t count = size_t(snapshot.entryCount) + 1;
-    Cursor in(bytes);
     uint32_t pairCount = 0;
-    AccessTable::Columns columns;
-    if (!in.get(pairCount) || !in.getAll(columns.pairs, pairCount) ||
-        !in.getAll(columns.modes, count) || !in.getAll(columns.pairNumbers, count))
+    if (!in.get(pairCount) || pairCount > count)
         return false;
-    for (size_t i = 0; i < count; ++i)
-        if (columns.modes[i] != AccessTable::None && columns.pairNumbers[i] >= pairCount)
+    std::vector<uint64_t> pairs(pairCount);
+    std::vector<uint16_t> modes(count);
+    if (!in.get(pairs.data(), pairs.size() * sizeof(uint64_t)) ||
+        !in.get(modes.data(), modes.size() * sizeof(uint16_t)))
+        return false;
+    AccessTable& access = snapshot.access;
+    access.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        uint32_t pairNumber = 0;
+        if (!in.get(pairNumber))
             return false;
+        if (modes[i] == AccessTable::None)
+            continue;
+        if (pairNumber >= pairCount)
+            return false;
+        access.setKept(int32_t(i), modes[i], pairs[pairNumber]);
+    }
     uint32_t links = 0;
     if (!in.get(links))
         return false;
-    AccessTable& access = snapshot.access;
-    access.assign(columns);
+    std::string target;
     for (uint32_t k = 0; k < links; ++k) {
         int32_t index = 0;
         uint32_t length = 0;
-        std::string_view target;
-        if (!in.get(index) || !in.get(length) || !in.getText(target, length) || index < 1 ||
-            index > snapshot.entryCount || target.empty()) {
-            access.clear();
+        if (!in.get(index) || !in.get(length) || index < 1 || index > snapshot.entryCount ||
+            length == 0 || length > (uint32_t(1) << 20))
             return false;
-        }
+        target.resize(length);
+        if (!in.get(target.data(), length))
+            return false;
         access.setLinkTarget(index, target);
     }
-    if (!in.atEnd()) {
-        access.clear();
+    return in.checked();
+}
+
+bool readSideDataFrom(Snapshot& snapshot, const SideDataSource::Read& read, int64_t size) {
+    snapshot.access.clear();
+    if (size < int64_t(FormatLine.size()) + 8)
         return false;
-    }
-    return true;
+    SideDataSource in(read, size);
+    if (readSideData(snapshot, in))
+        return true;
+    snapshot.access.clear();
+    return false;
+}
+
+} // namespace
+
+bool readMetaSideData(Snapshot& snapshot, std::string_view bytes) {
+    size_t at = 0;
+    return readSideDataFrom(
+        snapshot,
+        [&](char* to, int64_t n) {
+            const size_t step = std::min(size_t(n), bytes.size() - at);
+            std::memcpy(to, bytes.data() + at, step);
+            at += step;
+            return int64_t(step);
+        },
+        int64_t(bytes.size()));
 }
 
 namespace {
@@ -279,9 +335,9 @@ std::optional<QString> LoadMetaSideFile(Snapshot& snapshot) {
     if (!S_ISREG(st.st_mode) || st.st_size > LargestSideFile ||
         !openForReading(file, QIODevice::ReadOnly, LinkRule::Refuse))
         return notice;
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError ||
-        !readMetaSideData(snapshot, std::string_view(bytes.constData(), size_t(bytes.size()))))
+    const bool read = readSideDataFrom(
+        snapshot, [&](char* to, int64_t n) { return int64_t(file.read(to, n)); }, file.size());
+    if (!read)
         return notice;
     return std::nullopt;
 }

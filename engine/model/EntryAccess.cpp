@@ -72,15 +72,8 @@ AccessTable::Columns AccessTable::columns(size_t count) const {
     return c;
 }
 
-void AccessTable::assign(const Columns& c) {
-    clear();
-    m_kindOf.assign(c.modes.size(), NoKind);
-    for (size_t i = 0; i < c.modes.size(); ++i) {
-        if (c.modes[i] == None)
-            continue;
-        const uint64_t pair = c.pairs[c.pairNumbers[i]];
-        m_kindOf[i] = kindNumber({c.modes[i], uint32_t(pair >> 32), uint32_t(pair)});
-    }
+void AccessTable::setKept(int32_t index, uint16_t mode, uint64_t pair) {
+    setKind(index, kindNumber({mode, uint32_t(pair >> 32), uint32_t(pair)}));
 }
 
 void AccessTable::clear() {

@@ -66,10 +66,11 @@ public:
         std::vector<uint64_t> pairs;
     };
     Columns columns(size_t count) const;
-    // Takes columns read back, modes as they were kept (unknown bits too).
-    // The caller has checked that every pair number of an entry with a mode
-    // names a pair.
-    void assign(const Columns& columns);
+    // Sets entry index to values read back: the mode as it was kept (unknown
+    // bits too) with its owner << 32 | group pair.
+    void setKept(int32_t index, uint16_t mode, uint64_t pair);
+    // Makes room for entries 0..count-1.
+    void reserve(size_t count) { m_kindOf.reserve(count); }
     void clear();
     size_t memoryUsed() const;
 
