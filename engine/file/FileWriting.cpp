@@ -325,4 +325,31 @@ bool nameTaken(const QString& path) {
     return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
 }
 
+bool SideFileWriter::prepare(std::string_view first, std::string_view rest) {
+    if (first.empty() && rest.empty())
+        return true;
+    m_file = std::make_unique<AtomicFile>(m_path);
+    if (m_file->open() && m_file->append(first) && m_file->append(rest))
+        return true;
+    m_error = m_file->errorText();
+    m_file.reset();
+    return false;
+}
+
+bool SideFileWriter::commit() {
+    if (m_file) {
+        if (m_file->commit())
+            return true;
+        m_error = m_file->errorText();
+        return false;
+    }
+    const QByteArray name = QFile::encodeName(m_path);
+    struct stat st;
+    if (::lstat(name.constData(), &st) != 0 || S_ISDIR(st.st_mode) ||
+        ::unlink(name.constData()) == 0)
+        return true;
+    m_error = m_path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+    return false;
+}
+
 } // namespace kestrel::engine

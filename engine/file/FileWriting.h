@@ -4,6 +4,7 @@
 #include <QtGlobal>
 
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 class QIODevice;
@@ -102,6 +103,27 @@ private:
     // been asked to start on yet.
     int64_t m_runStart = 0;
     int64_t m_runEnd = 0;
+    QString m_error;
+};
+
+// A file kept beside a snapshot's file and written together with it:
+// prepare() writes the new one under a temporary name before the snapshot
+// file is committed, commit() gives it its name right after. When nothing was
+// prepared, commit() takes away the side file of the snapshot replaced
+// (whatever has the name, a link too, but never a folder). Each failing call
+// leaves errorText().
+class SideFileWriter {
+public:
+    explicit SideFileWriter(QString path) : m_path(std::move(path)) {}
+    // Writes the parts one after the other; nothing at all when they are
+    // empty.
+    bool prepare(std::string_view first, std::string_view rest = {});
+    bool commit();
+    const QString& errorText() const { return m_error; }
+
+private:
+    QString m_path;
+    std::unique_ptr<AtomicFile> m_file;
     QString m_error;
 };
 

@@ -7,11 +7,6 @@
 
 #include <QFile>
 
-#include <cerrno>
-#include <cstring>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace kestrel::engine {
 
 namespace {
@@ -34,36 +29,16 @@ QString ignoreSideFilePath(const QString& snapshotFile) {
 }
 
 IgnoreSideFile::IgnoreSideFile(const SnapshotHeader& header)
-    : m_header(header), m_path(ignoreSideFilePath(header.fileName)) {}
+    : m_header(header), m_writer(ignoreSideFilePath(header.fileName)) {}
 
 bool IgnoreSideFile::prepare() {
     if (m_header.ownIgnorePatterns.empty())
         return true;
-    m_file.emplace(m_path);
-    if (m_file->open() && m_file->append(ownerLine(m_header)) &&
-        m_file->append(m_header.ownIgnorePatterns))
-        return true;
-    m_error = m_file->errorText();
-    m_file.reset();
-    return false;
+    return m_writer.prepare(ownerLine(m_header), m_header.ownIgnorePatterns);
 }
 
 bool IgnoreSideFile::commit() {
-    if (m_file) {
-        if (m_file->commit())
-            return true;
-        m_error = m_file->errorText();
-        return false;
-    }
-    // Whatever has the name, a link too, but never a folder: a side file of
-    // the snapshot that was replaced.
-    const QByteArray name = QFile::encodeName(m_path);
-    struct stat st;
-    if (::lstat(name.constData(), &st) != 0 || S_ISDIR(st.st_mode) ||
-        ::unlink(name.constData()) == 0)
-        return true;
-    m_error = m_path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
-    return false;
+    return m_writer.commit();
 }
 
 void LoadIgnoreSideFile(Snapshot& snapshot) {

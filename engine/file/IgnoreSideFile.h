@@ -4,7 +4,6 @@
 
 #include <QString>
 
-#include <optional>
 #include <string>
 
 namespace kestrel::engine {
@@ -38,13 +37,11 @@ public:
     // Puts the new side file in place, or removes a stale one. False, with
     // errorText(), when that fails; the snapshot file is saved by then.
     bool commit();
-    const QString& errorText() const { return m_error; }
+    const QString& errorText() const { return m_writer.errorText(); }
 
 private:
     const SnapshotHeader& m_header;
-    QString m_path;
-    std::optional<AtomicFile> m_file;
-    QString m_error;
+    SideFileWriter m_writer;
 };
 
 // Reads the side file of a snapshot just loaded into its header's

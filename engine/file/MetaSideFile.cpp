@@ -277,36 +277,14 @@ std::optional<StreamParts> streamParts(int64_t size, std::string_view footer) {
 }
 
 MetaSideFile::MetaSideFile(const Snapshot& snapshot)
-    : m_snapshot(snapshot), m_path(metaSideFilePath(snapshot.header.fileName)) {}
+    : m_snapshot(snapshot), m_writer(metaSideFilePath(snapshot.header.fileName)) {}
 
 bool MetaSideFile::prepare() {
-    const std::string data = metaSideData(m_snapshot);
-    if (data.empty())
-        return true;
-    m_file.emplace(m_path);
-    if (m_file->open() && m_file->append(data))
-        return true;
-    m_error = m_file->errorText();
-    m_file.reset();
-    return false;
+    return m_writer.prepare(metaSideData(m_snapshot));
 }
 
 bool MetaSideFile::commit() {
-    if (m_file) {
-        if (m_file->commit())
-            return true;
-        m_error = m_file->errorText();
-        return false;
-    }
-    // Whatever has the name, a link too, but never a folder: the side file
-    // of the snapshot that was replaced.
-    const QByteArray name = QFile::encodeName(m_path);
-    struct stat st;
-    if (::lstat(name.constData(), &st) != 0 || S_ISDIR(st.st_mode) ||
-        ::unlink(name.constData()) == 0)
-        return true;
-    m_error = m_path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
-    return false;
+    return m_writer.commit();
 }
 
 namespace {

@@ -63,13 +63,11 @@ public:
 
     bool prepare();
     bool commit();
-    const QString& errorText() const { return m_error; }
+    const QString& errorText() const { return m_writer.errorText(); }
 
 private:
     const Snapshot& m_snapshot;
-    QString m_path;
-    std::optional<AtomicFile> m_file;
-    QString m_error;
+    SideFileWriter m_writer;
 };
 
 // Reads the side file of a snapshot just loaded, when there is one (a regular
