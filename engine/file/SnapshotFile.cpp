@@ -180,6 +180,24 @@ void fitTableToLines(Snapshot& snapshot, int32_t capacity, int32_t entryLines,
     snapshot.entries.mutableAt(0).count = fitted;
 }
 
+namespace {
+
+// The lines of the whole snapshot, the header's first, handed in order to
+// write; the meter runs through the entries. False as soon as write fails.
+bool writeSnapshotLines(Snapshot& snapshot, ProgressMeter& meter,
+                        const std::function<bool(const char*, size_t)>& write) {
+    const int32_t n = snapshot.entries.at(0).count;
+    snapshot.entryCount = n;
+    meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
+    ItemWriter head;
+    writeHeaderLines(head, snapshot.header, n);
+    // The entry lines are made on other threads while the blocks before
+    // them are written out, in order, on this one.
+    return write(head.data(), head.size()) && writeEntryBlocks(snapshot, 1, n, meter, write);
+}
+
+} // namespace
+
 Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     AtomicFile file(snapshot.header.fileName);
     if (!file.open())
@@ -194,17 +212,7 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
             ErrorCode::SystemError);
     };
     try {
-        const int32_t n = snapshot.entries.at(0).count;
-        snapshot.entryCount = n;
-        meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
-
-        ItemWriter head;
-        writeHeaderLines(head, snapshot.header, n);
-        if (!file.append(head.data(), head.size()))
-            return writeFailed(file.errorText());
-        // The entry lines are made on other threads while the blocks before
-        // them are written out, in order, on this one.
-        if (!writeEntryBlocks(snapshot, 1, n, meter, [&](const char* data, size_t size) {
+        if (!writeSnapshotLines(snapshot, meter, [&](const char* data, size_t size) {
                 return file.append(data, size);
             }))
             return writeFailed(file.errorText());
@@ -376,13 +384,7 @@ Outcome WriteSnapshotStream(Snapshot& snapshot, QIODevice& out, ProgressMeter& m
                                 ErrorCode::SystemError);
     };
     try {
-        const int32_t n = snapshot.entries.at(0).count;
-        snapshot.entryCount = n;
-        meter.initialise(n, QStringLiteral("Saving Snapshot"), false);
-        ItemWriter head;
-        writeHeaderLines(head, snapshot.header, n);
-        if (!writeWhole(out, head.data(), qint64(head.size())) ||
-            !writeEntryBlocks(snapshot, 1, n, meter, [&](const char* data, size_t size) {
+        if (!writeSnapshotLines(snapshot, meter, [&](const char* data, size_t size) {
                 return writeWhole(out, data, qint64(size));
             }))
             return failed();
