@@ -297,22 +297,8 @@ AccessValues accessValuesOf(const Snapshot& snapshot, int32_t index) {
         return {};
     // Only a link has a target: the look-up is left to the few that are.
     const bool link = snapshot.entries.get(index).attributes & Attribute::ReparsePoint;
-    return {true, snapshot.access.at(index),
+    return {snapshot.access.at(index),
             link ? snapshot.access.linkTarget(index) : std::string_view()};
-}
-
-int16_t accessChanges(const AccessValues& a, const AccessValues& b, const CompareOptions& options) {
-    if (!a.known || !b.known)
-        return 0;
-    int16_t status = 0;
-    if (!options.ignorePermissions && a.access.mode != b.access.mode)
-        status += Change::Permissions;
-    if (!options.ignoreOwner &&
-        (a.access.owner != b.access.owner || a.access.group != b.access.group))
-        status += Change::Owner;
-    if (a.linkTarget != b.linkTarget)
-        status += Change::LinkTarget;
-    return status;
 }
 
 char kindLetter(int16_t attributes) {
@@ -339,6 +325,24 @@ int16_t accessChangesBetween(const Snapshot& a, int32_t i, const Snapshot& b, in
         status += Change::LinkTarget;
     return status;
 }
+
+namespace {
+
+// "-rwxr-xr-x root:root -> /etc/passwd": the values of entry index of holder
+// that the change bits name, as ls shows them.
+QString accessWasText(const Snapshot& holder, int32_t index, int16_t bits) {
+    const AccessValues was = accessValuesOf(holder, index);
+    QStringList parts;
+    if (bits & Change::Permissions)
+        parts << permissionsText(was.access.mode, kindLetter(holder.entries.at(index).attributes));
+    if (bits & Change::Owner)
+        parts << ownerText(was.access.owner, was.access.group);
+    if (bits & Change::LinkTarget)
+        parts << QStringLiteral("-> ") + linkTargetText(was.linkTarget);
+    return parts.join(QLatin1Char(' '));
+}
+
+} // namespace
 
 int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modified,
                      int16_t attributes, std::string_view version, const CompareOptions& options,
@@ -371,17 +375,11 @@ QString WhatChanged(const Snapshot& self, const Snapshot* other, int32_t i,
         return QStringLiteral("[was not in other Snapshot]");
     if (!e.isFolder())
         return other ? WhatItWas(*other, e.match, e.size, e.modified, e.attributes,
-                                 self.versionOf(e), options, accessValuesOf(self, i))
+                                 self.versionOf(e), options, &self, i)
                      : QString();
-    if (const int16_t own = ownChanges(self, i); own != 0 && other) {
-        const AccessValues was = accessValuesOf(*other, std::abs(e.match));
-        QStringList list;
-        if (own & Change::Permissions)
-            list << permissionsText(was.access.mode, 'd');
-        if (own & Change::Owner)
-            list << ownerText(was.access.owner, was.access.group);
-        return QStringLiteral("[was ") + list.join(QLatin1Char(' ')) + QLatin1Char(']');
-    }
+    if (const int16_t own = ownChanges(self, i); own != 0 && other)
+        return QStringLiteral("[was ") + accessWasText(*other, std::abs(e.match), own) +
+               QLatin1Char(']');
     return e.status > 0 ? QStringLiteral("[contains changes]") : QString();
 }
 
@@ -392,7 +390,7 @@ QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
 
 QString WhatItWas(const Snapshot& holder, int32_t index, double size, double modified,
                   int16_t attributes, std::string_view version, const CompareOptions& options,
-                  const AccessValues& access) {
+                  const Snapshot* valuesOf, int32_t valuesIndex) {
     const SnapshotEntry& e = holder.entries.at(index);
     if (e.valuesUnknown() || valuesUnknown(attributes, size, modified))
         return QString();
@@ -408,14 +406,9 @@ QString WhatItWas(const Snapshot& holder, int32_t index, double size, double mod
     if (!options.ignoreVersion && !namesEqual(ownVersion, version))
         list += QString::fromUtf8(ownVersion.data(), qsizetype(ownVersion.size())) +
                 QStringLiteral("  ");
-    const AccessValues own = accessValuesOf(holder, index);
-    const int16_t accessChanged = accessChanges(own, access, options);
-    if (accessChanged & Change::Permissions)
-        list += permissionsText(own.access.mode, kindLetter(e.attributes)) + QLatin1Char(' ');
-    if (accessChanged & Change::Owner)
-        list += ownerText(own.access.owner, own.access.group) + QLatin1Char(' ');
-    if (accessChanged & Change::LinkTarget)
-        list += QStringLiteral("-> ") + linkTargetText(own.linkTarget);
+    if (valuesOf)
+        list += accessWasText(holder, index,
+                              accessChangesBetween(holder, index, *valuesOf, valuesIndex, options));
     while (list.endsWith(QLatin1Char(' ')))
         list.chop(1);
     return list.isEmpty() ? QString() : QStringLiteral("[was ") + list + QLatin1Char(']');
@@ -446,7 +439,8 @@ void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
         return;
     const auto check = [&](int32_t i) {
         // Most entries have none of the bits an alert is about.
-        if (!newer.access.has(i) || !(newer.access.at(i).mode & (S_ISUID | S_ISGID | S_IWOTH)))
+        const uint32_t mode = newer.access.at(i).mode; // 0 for none
+        if (!(mode & (S_ISUID | S_ISGID | S_IWOTH)))
             return;
         const SnapshotEntry& e = newer.entries.get(i);
         if (e.isIgnored())
@@ -459,9 +453,8 @@ void markAccessAlerts(Snapshot& newer, int32_t top, const Snapshot& older,
                 return;
             wasMode = older.access.at(counterpart).mode;
         }
-        const AccessAlert alert =
-            accessAlert(newer.access.at(i).mode, wasMode, e.isFolder(),
-                        !e.isFolder() && (e.attributes & Attribute::ReparsePoint));
+        const AccessAlert alert = accessAlert(
+            mode, wasMode, e.isFolder(), !e.isFolder() && (e.attributes & Attribute::ReparsePoint));
         if (alert != AccessAlert::None)
             newer.alerts.emplace(i, alert);
     };

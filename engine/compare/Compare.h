@@ -60,10 +60,9 @@ inline constexpr int16_t Ignored = IgnoredStatus;
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter);
 
-// The permissions, owner and link target of an entry, where its snapshot
-// has them (known).
+// The permissions, owner and link target of an entry; all empty where its
+// snapshot has none.
 struct AccessValues {
-    bool known = false;
     EntryAccess access;
     std::string_view linkTarget;
 };
@@ -97,14 +96,13 @@ QString WhatChanged(const Snapshot& self, const Snapshot& other, int32_t i,
 // an entry with the given values: what index was where its values differ
 // from them, as "[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"; empty
 // when nothing differs or when either side's values could not be read.
-// Changed permissions and owners follow, as ls shows them
-// ("-rwxr-xr-x root:root"), and a link's old target ("-> /etc/passwd").
+// When the values come from entry valuesIndex of valuesOf, changed
+// permissions and owners follow, as ls shows them ("-rwxr-xr-x root:root"),
+// and a link's old target ("-> /etc/passwd").
 QString WhatItWas(const Snapshot& holder, int32_t index, double size, double modified,
                   int16_t attributes, std::string_view version, const CompareOptions& options,
-                  const AccessValues& access = {});
+                  const Snapshot* valuesOf = nullptr, int32_t valuesIndex = 0);
 
-// The status bits of the access values that differ, under the options.
-int16_t accessChanges(const AccessValues& a, const AccessValues& b, const CompareOptions& options);
 // The kind letter ls shows first for an entry with these attributes.
 char kindLetter(int16_t attributes);
 

@@ -9,13 +9,11 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <xxhash.h>
 
 namespace kestrel::engine {
@@ -29,6 +27,20 @@ constexpr std::string_view FormatLine = "Kestrel side data 1: mode owner group t
 // Far beyond what any real side file holds: a damaged length field must not
 // make the reader take all the memory there is.
 constexpr int64_t LargestSideFile = int64_t(1) << 32;
+
+// An XXH3 state that frees itself.
+struct FreeHashState {
+    void operator()(XXH3_state_t* s) const { XXH3_freeState(s); }
+};
+using HashState = std::unique_ptr<XXH3_state_t, FreeHashState>;
+
+HashState newHashState() {
+    HashState state(XXH3_createState());
+    if (!state)
+        throw std::bad_alloc();
+    XXH3_64bits_reset(state.get());
+    return state;
+}
 
 template <typename T> void put(std::string& out, T value) {
     out.append(reinterpret_cast<const char*>(&value), sizeof value);
@@ -44,9 +56,7 @@ template <typename T> void putAll(std::string& out, const std::vector<T>& values
 class SideDataSource {
 public:
     using Read = std::function<int64_t(char*, int64_t)>;
-    SideDataSource(Read read, int64_t size) : m_read(std::move(read)), m_left(size - 8) {
-        XXH3_64bits_reset(m_state.get());
-    }
+    SideDataSource(Read read, int64_t size) : m_read(std::move(read)), m_left(size - 8) {}
 
     // Exactly n bytes of the part before the checksum.
     bool get(void* to, size_t n) {
@@ -88,12 +98,9 @@ private:
         return true;
     }
 
-    struct FreeState {
-        void operator()(XXH3_state_t* s) const { XXH3_freeState(s); }
-    };
     Read m_read;
     int64_t m_left;
-    std::unique_ptr<XXH3_state_t, FreeState> m_state{XXH3_createState()};
+    HashState m_state = newHashState();
     std::vector<char> m_block = std::vector<char>(size_t(1) << 16);
     size_t m_at = 0, m_end = 0;
 };
@@ -112,16 +119,13 @@ QString metaSideFilePath(const QString& snapshotFile) {
 }
 
 uint64_t snapshotChecksum(const Snapshot& snapshot) {
-    XXH3_state_t* state = XXH3_createState();
-    if (!state)
-        throw std::bad_alloc();
-    XXH3_64bits_reset(state);
+    const HashState state = newHashState();
     // The fields of many entries go to the hash at once: a call per entry
     // would cost more than the hashing.
     std::string block;
     block.reserve(size_t(1) << 17);
     for (int32_t i = 1; i <= snapshot.entryCount; ++i) {
-        const SnapshotEntry& e = snapshot.entries.at(i);
+        const SnapshotEntry& e = snapshot.entries.get(i);
         const std::string_view name = snapshot.nameOf(e);
         // The fields one after the other, without the gaps a struct would
         // leave between them.
@@ -135,14 +139,12 @@ uint64_t snapshotChecksum(const Snapshot& snapshot) {
         std::memcpy(fields + 24, &attributes, 4);
         block.append(fields, sizeof fields).append(name);
         if (block.size() >= (size_t(1) << 16)) {
-            XXH3_64bits_update(state, block.data(), block.size());
+            XXH3_64bits_update(state.get(), block.data(), block.size());
             block.clear();
         }
     }
-    XXH3_64bits_update(state, block.data(), block.size());
-    const uint64_t sum = XXH3_64bits_digest(state);
-    XXH3_freeState(state);
-    return sum;
+    XXH3_64bits_update(state.get(), block.data(), block.size());
+    return XXH3_64bits_digest(state.get());
 }
 
 std::string metaSideData(const Snapshot& snapshot) {
