@@ -24,7 +24,7 @@ bool parseFields(const QString& text, bool inFolderOffered,
                  std::vector<output::ExportField>& fields) {
     fields.clear();
     int custom = output::ExportField::FirstCustomField;
-    std::vector<bool> taken(output::ExportField::FirstCustomField, false);
+    std::vector<bool> taken(engine::GridColumnCount, false);
     for (const QString& part : text.split(QLatin1Char(','))) {
         if (part.startsWith(CustomPrefix, Qt::CaseInsensitive)) {
             if (custom > output::ExportField::LastCustomField)
@@ -36,17 +36,24 @@ bool parseFields(const QString& text, bool inFolderOffered,
         int column = part.trimmed().toInt(&number);
         if (!number)
             column = columnNamed(part.trimmed());
-        if (column < 0 || column >= output::ExportField::FirstCustomField)
+        const bool access = column == PermissionsColumn || column == OwnerColumn;
+        if ((column < 0 || column >= output::ExportField::FirstCustomField) && !access)
             return usageError(
                 QStringLiteral("--fields: \"%1\" is not a column (name, folder, size, type, "
-                               "modified, attributes, version, 0 to 6) nor custom:TEXT")
+                               "modified, attributes, version, 0 to 6, permissions, owner) "
+                               "nor custom:TEXT")
                     .arg(part));
         if (column == InFolderColumn && !inFolderOffered)
             return usageError(QStringLiteral("--fields: the folder column needs --subfolders"));
         if (taken[size_t(column)])
             return usageError(QStringLiteral("--fields: \"%1\" is named twice").arg(part));
         taken[size_t(column)] = true;
-        fields.push_back({column, QString(), true});
+        if (access)
+            fields.push_back({column == PermissionsColumn ? output::ExportField::PermissionsField
+                                                          : output::ExportField::OwnerField,
+                              QString(), true});
+        else
+            fields.push_back({column, QString(), true});
     }
     return true;
 }
@@ -74,7 +81,8 @@ int exportCommand(const QStringList& arguments) {
         QStringLiteral("fields"),
         QStringLiteral("The fields of a line, separated by commas: name, folder (needs "
                        "--subfolders), size, type, modified, attributes, version, or the column "
-                       "numbers 0 to 6, and up to eight custom:TEXT entries written as they stand. "
+                       "numbers 0 to 6; permissions and owner (empty for a snapshot without "
+                       "them); and up to eight custom:TEXT entries written as they stand. "
                        "Default: every column the Export dialog starts with, Name to Version."),
         QStringLiteral("LIST"));
     const QCommandLineOption separator(

@@ -19,9 +19,10 @@ int reportCommand(const QStringList& arguments) {
     CommandLine cl(QStringLiteral(
         "Prints the file list of a folder of SNAPSHOT (a snapshot file, or a folder scanned\n"
         "without saving) as Kestrel's Print command does, into a PDF file: the header, one\n"
-        "line per row with the columns at the grid's widths, \"End of Report\". Pages are A4\n"
-        "with margins of 10 points, as printing to a PDF file gives them, in the grid's font\n"
-        "at 8.25 points. The file is written only once the report is complete."));
+        "line per row with the columns at the grid's widths (Permissions and Owner too when\n"
+        "the snapshot holds them), \"End of Report\". Pages are A4 with margins of 10 points,\n"
+        "as printing to a PDF file gives them, in the grid's font at 8.25 points. The file is\n"
+        "written only once the report is complete."));
     QCommandLineParser& p = cl.parser;
     const ViewOptions view;
     view.addTo(p);
@@ -61,8 +62,8 @@ int reportCommand(const QStringList& arguments) {
     list.font.setPointSizeF(output::GridPointSize);
     const QScreen* screen = QGuiApplication::primaryScreen();
     const double dpi = screen ? screen->logicalDotsPerInchX() : 96.0;
-    list.columnTwips = output::shownColumnTwips(list.snapshot->header.versions,
-                                                list.inFolderOffered, list.font, dpi);
+    list.columnTwips = output::shownColumnTwips(
+        {list.snapshot->header.versions, list.inFolderOffered, list.accessOffered}, list.font, dpi);
 
     output::ReportSettings settings;
     settings.includeDifferences = p.isSet(differences);

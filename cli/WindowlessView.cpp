@@ -101,7 +101,12 @@ void ViewOptions::addTo(QCommandLineParser& parser) const {
 }
 
 int columnNamed(const QString& word) {
-    return int(ColumnWords.indexOf(word.toLower()));
+    const QString lower = word.toLower();
+    if (lower == QLatin1String("permissions"))
+        return PermissionsColumn;
+    if (lower == QLatin1String("owner"))
+        return OwnerColumn;
+    return int(ColumnWords.indexOf(lower));
 }
 
 bool WindowlessView::openSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
@@ -181,6 +186,7 @@ void WindowlessView::describe(bool comparing, const CompareOptions& options, Sho
     l.compareOptions = options;
     l.showMode = mode;
     l.inFolderOffered = subFolders;
+    l.accessOffered = !m_snapshot.access.empty();
     l.folderPanel = m_snapshot.header.rootFolder + folderKey.mid(1);
     l.changesPanel =
         ShowChanges(comparing, comparing, mode, m_rows->counters(), m_snapshot.ignoredCount);
@@ -208,7 +214,7 @@ bool WindowlessView::parseSort(const QString& text, RowSelection& selection) {
     if (column < 0)
         return usageError(
             QStringLiteral("--sort takes name, folder, size, type, modified, attributes, "
-                           "version or none, with :desc to reverse"));
+                           "permissions, owner, version or none, with :desc to reverse"));
     if (!selection.listing.keys && sortNeedsKeys(column)) {
         printError(QStringLiteral("Sorting Restriction"),
                    QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +

@@ -29,6 +29,8 @@ constexpr int SizeTwips = 1200;
 constexpr int TypeTwips = 600;
 constexpr int ModifiedTwips = 1800;
 constexpr int AttributesTwips = 1000;
+constexpr int PermissionsTwips = 1100;
+constexpr int OwnerTwips = 1400;
 constexpr int VersionTwips = 2000;
 constexpr int FillerTwips = 20000;
 
@@ -50,18 +52,20 @@ QString gridHeaderText(int column) {
                                                                  QString(),
                                                                  QString(),
                                                                  QString(),
-                                                                 QString()};
+                                                                 QString(),
+                                                                 QStringLiteral(" Permissions"),
+                                                                 QStringLiteral(" Owner")};
     return column >= 0 && column < GridColumnCount ? headers[size_t(column)] : QString();
 }
 
-int gridColumnTwips(int column, bool versions, bool subFolders) {
+int gridColumnTwips(int column, const GridLayout& layout) {
     switch (column) {
     case NameColumn:
-        if (subFolders)
+        if (layout.subFolders)
             return NameTwipsWithSubFolders;
-        return versions ? NameTwipsWithVersions : NameTwips;
+        return layout.versions ? NameTwipsWithVersions : NameTwips;
     case InFolderColumn:
-        return subFolders ? InFolderTwips : 0;
+        return layout.subFolders ? InFolderTwips : 0;
     case SizeColumn:
         return SizeTwips;
     case TypeColumn:
@@ -70,8 +74,12 @@ int gridColumnTwips(int column, bool versions, bool subFolders) {
         return ModifiedTwips;
     case AttributesColumn:
         return AttributesTwips;
+    case PermissionsColumn:
+        return layout.access ? PermissionsTwips : 0;
+    case OwnerColumn:
+        return layout.access ? OwnerTwips : 0;
     case VersionColumn:
-        return versions ? VersionTwips : 0;
+        return layout.versions ? VersionTwips : 0;
     case FillerColumn:
         return FillerTwips;
     default:
@@ -250,13 +258,25 @@ QString FileList::cellText(int32_t row, int column) const {
         return m_options.keys ? modifiedKeyText(e.modified) : QString();
     case AttributesKeyColumn:
         return m_options.keys ? QString::number(e.attributes) : QString();
+    case PermissionsColumn:
+        if (!m_snapshot.access.has(i))
+            return QString();
+        return permissionsText(m_snapshot.access.at(i).mode, kindLetter(e.attributes));
+    case OwnerColumn: {
+        if (!m_snapshot.access.has(i))
+            return QString();
+        const EntryAccess access = m_snapshot.access.at(i);
+        return ownerText(access.owner, access.group);
+    }
     default:
         return QString();
     }
 }
 
 Highlight FileList::highlight(int32_t row, int column) const {
-    if (m_options.mode == ShowMode::None || column < NameColumn || column > VersionColumn)
+    const bool access = column == PermissionsColumn || column == OwnerColumn;
+    if (m_options.mode == ShowMode::None || column < NameColumn ||
+        (column > VersionColumn && !access))
         return Highlight::None;
     const int32_t entry = m_rows[size_t(row)].entry;
     if (m_options.compared && !m_options.compared->covers(entry))
@@ -271,6 +291,14 @@ Highlight FileList::highlight(int32_t row, int column) const {
         return Highlight::Changed;
     if (e.match == 0)
         return Highlight::Deleted;
+    // Permissions and Owner: the entry's own change, a folder's included.
+    if (access) {
+        const int16_t bit = column == PermissionsColumn ? Change::Permissions : Change::Owner;
+        return ownChanges(m_snapshot, entry) & bit ? Highlight::Changed : Highlight::None;
+    }
+    // A link that points elsewhere: its name.
+    if (column == NameColumn && !e.isFolder() && e.status > 0 && (e.status & Change::LinkTarget))
+        return Highlight::Changed;
     // The status bits paint the cells one by one, whatever the entry: a
     // file's change bits name its changed values, and a folder's status,
     // a sum, paints whichever cells its bits happen to select.

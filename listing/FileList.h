@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -23,8 +24,10 @@ class Snapshot;
 // counts the status bar reports. The window's grid, the export file, the
 // printed report and the command line all read this one description.
 
-// The columns, in order. The last four are hidden keys: the file list sorts
-// Size, Modified and Attributes on them.
+// The columns, by number. Name to the filler are the file list's own and
+// the four after them hidden keys: the file list sorts Size, Modified and
+// Attributes on them. Permissions and Owner come last so that no other
+// column's number moves; they are shown beside Attributes (ShownColumnOrder).
 enum GridColumn : int {
     NameColumn,
     InFolderColumn,
@@ -38,15 +41,30 @@ enum GridColumn : int {
     UnusedColumn,
     ModifiedKeyColumn,
     AttributesKeyColumn,
+    PermissionsColumn, // "-rwsr-xr-x", when the snapshot has them
+    OwnerColumn,       // "root:root"
     GridColumnCount
+};
+
+// The columns a grid and a report show, left to right.
+inline constexpr std::array<int, 10> ShownColumnOrder = {
+    NameColumn,       InFolderColumn,    SizeColumn,  TypeColumn,    ModifiedColumn,
+    AttributesColumn, PermissionsColumn, OwnerColumn, VersionColumn, FillerColumn};
+
+// What decides which columns a list shows and how wide Name is.
+struct GridLayout {
+    bool versions = false;   // the snapshot holds versions
+    bool subFolders = false; // files of sub-folders are listed
+    bool access = false;     // the snapshot holds permissions and owners
 };
 
 // The heading of a column, blanks included (" Name", "Size ").
 QString gridHeaderText(int column);
 // A column's designed width in twips: Name narrows when the snapshot has
-// versions and more while sub-folder files are shown; In Folder and Version
-// are 0 when there is nothing to put in them; the keys are always 0.
-int gridColumnTwips(int column, bool versions, bool subFolders);
+// versions and more while sub-folder files are shown; In Folder, Version,
+// Permissions and Owner are 0 when there is nothing to put in them; the
+// keys are always 0.
+int gridColumnTwips(int column, const GridLayout& layout);
 // The key column a sort by the given column uses: Size, Modified and
 // Attributes sort on their hidden keys, every other column on itself.
 int sortKeyColumn(int column);

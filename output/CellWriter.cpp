@@ -1,5 +1,6 @@
 #include "CellWriter.h"
 
+#include "engine/compare/Compare.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/OleDate.h"
 #include "engine/support/TextFormats.h"
@@ -345,6 +346,9 @@ bool CellWriter::append(int32_t row, int column, LineBuffer& out) {
         out.append(version);
         return classes & Watched;
     }
+    case engine::PermissionsColumn:
+    case engine::OwnerColumn:
+        return appendAccess(row, column, out);
     case engine::AttributesKeyColumn:
         if (m_rows.options().keys) {
             char digits[8];
@@ -362,6 +366,26 @@ bool CellWriter::appendText(const QString& text, LineBuffer& out) {
     const QByteArray bytes = text.toUtf8();
     out.append(bytes);
     return watched(bytes);
+}
+
+bool CellWriter::appendAccess(int32_t row, int column, LineBuffer& out) {
+    const int32_t entry = m_rows.entryAt(row);
+    const uint32_t kind = m_snapshot.access.kindOf(entry);
+    if (kind == engine::AccessTable::NoKind)
+        return false;
+    size_t key = kind;
+    TextTable* texts = &m_owners;
+    if (column == engine::PermissionsColumn) {
+        const char letter = engine::kindLetter(m_snapshot.entries.get(entry).attributes);
+        key = size_t(kind) * 3 + (letter == 'd' ? 1 : letter == 'l' ? 2 : 0);
+        texts = &m_permissions;
+    }
+    if (!texts->has(key)) {
+        const QByteArray text = m_rows.cellText(row, column).toUtf8();
+        texts->put(key, text, watched(text));
+    }
+    out.append(texts->at(key));
+    return texts->flags(key);
 }
 
 bool CellWriter::appendSlow(int32_t row, int column, LineBuffer& out) {

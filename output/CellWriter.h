@@ -104,8 +104,8 @@ private:
 // names and types are copied from the snapshot's pools without a detour
 // through QString, sizes are grouped and times written by hand where that
 // is proven to give the locale's text, and the texts that repeat (dates per
-// day, attribute texts, In Folder paths, and times per second where the
-// locale's format is not understood) are made once. Anything the short cuts
+// day, attribute texts, In Folder paths, permissions and owners, and times
+// per second where the locale's format is not understood) are made once. Anything the short cuts
 // cannot vouch for takes cellText itself.
 //
 // It also tells whether a text holds one of a few bytes the caller names
@@ -122,8 +122,8 @@ public:
     CellWriter(const CellWriter&) = delete;
     CellWriter& operator=(const CellWriter&) = delete;
 
-    // Appends the text of a cell of columns Name to Version or a hidden key;
-    // true when the text holds one of the watched bytes.
+    // Appends the text of a cell of any column; true when the text holds one
+    // of the watched bytes.
     bool append(int32_t row, int column, LineBuffer& out);
     // Asks for the memory of the entries and names of the rows after row
     // ahead of their cells: rows sorted by name lie all over the snapshot.
@@ -161,6 +161,7 @@ private:
     bool appendSize(const engine::SnapshotEntry& entry, LineBuffer& out);
     bool appendModified(double oleDate, LineBuffer& out);
     bool appendTime(int secondOfDay, LineBuffer& out);
+    bool appendAccess(int32_t row, int column, LineBuffer& out);
     bool appendSlow(int32_t row, int column, LineBuffer& out);
     bool appendText(const QString& text, LineBuffer& out);
 
@@ -188,6 +189,10 @@ private:
     // By attribute bits, and by the list's folder number.
     TextTable m_attributes;
     TextTable m_folders;
+    // By the number of the entry's access kind: the owner text, and the
+    // permissions text three times over, for a file, a folder and a link.
+    TextTable m_owners;
+    TextTable m_permissions;
     const engine::SnapshotEntry* m_classesEntry = nullptr;
     uint8_t m_nameClasses = 0;
 };

@@ -28,11 +28,16 @@ QString fieldText(int column) {
 
 } // namespace
 
-std::vector<ExportField> exportFields(bool inFolderOffered) {
+std::vector<ExportField> exportFields(bool inFolderOffered, bool accessOffered) {
     std::vector<ExportField> fields;
     for (int number = 0; number <= ExportField::LastCustomField; ++number) {
         if (number == engine::InFolderColumn && !inFolderOffered)
             continue;
+        if (number == ExportField::FirstCustomField && accessOffered) {
+            fields.push_back(
+                {ExportField::PermissionsField, fieldText(engine::PermissionsColumn), false});
+            fields.push_back({ExportField::OwnerField, fieldText(engine::OwnerColumn), false});
+        }
         if (number < ExportField::FirstCustomField)
             fields.push_back({number, fieldText(number), true});
         else
@@ -92,7 +97,7 @@ ExportLines::ExportLines(const ShownList& list, std::vector<ExportField> fields,
         }
         const bool numeric =
             field.number == engine::AttributesColumn && m_choices.numericAttributes;
-        m_written.push_back({numeric ? int(engine::AttributesKeyColumn) : field.number, {}});
+        m_written.push_back({numeric ? int(engine::AttributesKeyColumn) : field.column(), {}});
     }
     for (const char c : m_forcing)
         m_forcesQuotes[uint8_t(c)] = true;

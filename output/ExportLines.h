@@ -22,30 +22,39 @@ class QIODevice;
 namespace kestrel::output {
 
 // One entry of the export's field list. Its number is a column of the grid
-// (Name 0 to Version 6) or, from 7 to 14, a custom field whose text is
-// written as it stands.
+// (Name 0 to Version 6), from 7 to 14 a custom field whose text is written
+// as it stands, or 15 and 16 for the Permissions and Owner columns.
 struct ExportField {
     int number = 0;
     QString text; // "[Name]", "Custom" or the custom text entered
     bool checked = false;
 
-    bool isCustom() const { return number >= FirstCustomField; }
+    bool isCustom() const { return number >= FirstCustomField && number <= LastCustomField; }
+    // The grid column a field that is not custom writes.
+    int column() const {
+        if (number == PermissionsField)
+            return engine::PermissionsColumn;
+        return number == OwnerField ? int(engine::OwnerColumn) : number;
+    }
 
     static constexpr int FirstCustomField = 7;
     static constexpr int LastCustomField = 14;
+    static constexpr int PermissionsField = 15;
+    static constexpr int OwnerField = 16;
 };
 
 // The field list as the dialog starts it for a list: the grid's columns
 // Name to Version, each "[" + its trimmed heading + "]" and checked (In
-// Folder only when the list offers it), then eight unchecked "Custom"
+// Folder only when the list offers it), then, when the list offers them,
+// "[Permissions]" and "[Owner]" unchecked, then eight unchecked "Custom"
 // entries.
-std::vector<ExportField> exportFields(bool inFolderOffered);
+std::vector<ExportField> exportFields(bool inFolderOffered, bool accessOffered = false);
 
-// Checking an entry numbered above 5 asks for a custom text: the custom
+// Checking an entry numbered 6 to 14 asks for a custom text: the custom
 // entries and, deliberately, the Version column too, whose written value
 // stays the grid's all the same.
 inline bool fieldPromptsForText(int number) {
-    return number > 5;
+    return number > 5 && number <= ExportField::LastCustomField;
 }
 
 // Moves the entry at index one place up (by -1, not from the first place)

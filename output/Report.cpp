@@ -148,12 +148,15 @@ public:
         // before one that would not.
         m_document.m_linesPerPage =
             std::max(1, int(std::floor(device.height() / m_document.m_lineHeight)));
-        // Each column starts where the one before it ends, at the grid's widths.
+        // Each column starts where the one shown before it ends, at the
+        // grid's widths.
         const double unitsPerTwip = device.logicalDpiX() / double(engine::TwipsPerInch);
-        m_positions[0] = 0;
-        for (int column = 1; column < int(m_positions.size()); ++column)
-            m_positions[size_t(column)] = m_positions[size_t(column - 1)] +
-                                          list.columnTwips[size_t(column - 1)] * unitsPerTwip;
+        qreal x = 0;
+        for (const int column : engine::ShownColumnOrder) {
+            m_positions[size_t(column)] = x;
+            m_widths[size_t(column)] = list.columnTwips[size_t(column)] * unitsPerTwip;
+            x += m_widths[size_t(column)];
+        }
         m_twoBlanks = m_metrics.horizontalAdvance(QStringLiteral("  "));
     }
 
@@ -166,9 +169,11 @@ public:
 
     void row(int32_t row) {
         const engine::FileList& rows = *m_list.rows;
-        for (int column = engine::NameColumn; column <= engine::VersionColumn; ++column) {
+        for (const int column : engine::ShownColumnOrder) {
+            if (column == engine::FillerColumn)
+                continue;
             const qreal start = m_positions[size_t(column)];
-            const qreal width = m_positions[size_t(column + 1)] - start;
+            const qreal width = m_widths[size_t(column)];
             if (width == 0)
                 continue; // a column the grid hides
             const QString text = engine::visibleText(rows.cellText(row, column));
@@ -210,7 +215,9 @@ private:
     ReportDocument& m_document;
     QFont m_font;
     QFontMetricsF m_metrics;
-    std::array<qreal, ShownColumnCount + 1> m_positions{};
+    // Where each column starts and how wide it is, by column number.
+    std::array<qreal, ShownColumnCount> m_positions{};
+    std::array<qreal, ShownColumnCount> m_widths{};
     qreal m_twoBlanks = 0;
 };
 

@@ -23,8 +23,8 @@ QString proposedExportName(const QString& snapshotFile) {
     return name + QStringLiteral(".txt");
 }
 
-int shownColumnPixels(int column, bool versions, bool subFolders, const QFont& font, double dpi) {
-    const int twips = engine::gridColumnTwips(column, versions, subFolders);
+int shownColumnPixels(int column, const engine::GridLayout& layout, const QFont& font, double dpi) {
+    const int twips = engine::gridColumnTwips(column, layout);
     if (twips == 0)
         return 0;
     const int designed = engine::pixelsFromTwips(twips, dpi);
@@ -38,15 +38,18 @@ int shownColumnPixels(int column, bool versions, bool subFolders, const QFont& f
     if (column == engine::ModifiedColumn)
         return std::max(designed, fits(engine::modifiedText(
                                       engine::oleDateFromParts(2028, 12, 28, 22, 58, 58))));
+    if (column == engine::PermissionsColumn)
+        return std::max(
+            {designed, fits(QStringLiteral("drwxrwxrwx")), fits(engine::gridHeaderText(column))});
     return designed;
 }
 
-std::array<int, ShownColumnCount> shownColumnTwips(bool versions, bool subFolders,
+std::array<int, ShownColumnCount> shownColumnTwips(const engine::GridLayout& layout,
                                                    const QFont& font, double dpi) {
     std::array<int, ShownColumnCount> twips{};
     for (int column = 0; column < ShownColumnCount; ++column)
-        twips[size_t(column)] = engine::twipsFromPixels(
-            shownColumnPixels(column, versions, subFolders, font, dpi), dpi);
+        twips[size_t(column)] =
+            engine::twipsFromPixels(shownColumnPixels(column, layout, font, dpi), dpi);
     return twips;
 }
 

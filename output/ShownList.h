@@ -16,9 +16,10 @@ class Snapshot;
 
 namespace kestrel::output {
 
-// The printed and exported columns: Name to Version, and the filler after
-// them, where the report puts the difference texts.
-inline constexpr int ShownColumnCount = engine::FillerColumn + 1;
+// The columns a list's widths are kept for, by number: every grid column,
+// the hidden keys always 0 wide. The report prints them in ShownColumnOrder
+// and puts the difference texts where the filler starts.
+inline constexpr int ShownColumnCount = engine::GridColumnCount;
 
 // The file list of a snapshot window as the window shows it at one moment:
 // what the export dialog writes and the report prints. The snapshot window
@@ -42,8 +43,11 @@ struct ShownList {
     // Whether the In Folder column is in use (files of sub-folders listed):
     // only then does the export offer it.
     bool inFolderOffered = false;
-    // The widths of Name to Version and the filler in twips, as the grid
-    // shows them; 0 for a hidden column.
+    // Whether the snapshot holds permissions and owners: only then does the
+    // export offer their columns.
+    bool accessOffered = false;
+    // The width of every column in twips, as the grid shows it; 0 for a
+    // hidden column.
     std::array<int, ShownColumnCount> columnTwips{};
     // The grid's font; the report prints with it at GridPointSize.
     QFont font;
@@ -80,12 +84,12 @@ QString proposedExportName(const QString& snapshotFile);
 // its designed width, widened for Size and Modified where the locale's
 // longest usual texts would not fit (a late date with two-digit parts, a
 // size in the gigabytes), so that a locale with long dates does not see
-// every date cut short.
-int shownColumnPixels(int column, bool versions, bool subFolders, const QFont& font, double dpi);
+// every date cut short, and for Permissions where the font is wide.
+int shownColumnPixels(int column, const engine::GridLayout& layout, const QFont& font, double dpi);
 
 // The widths of a grid laid out by shownColumnPixels at dpi, in twips, for
 // a list that has no window of its own.
-std::array<int, ShownColumnCount> shownColumnTwips(bool versions, bool subFolders,
+std::array<int, ShownColumnCount> shownColumnTwips(const engine::GridLayout& layout,
                                                    const QFont& font, double dpi);
 
 } // namespace kestrel::output

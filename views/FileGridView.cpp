@@ -33,6 +33,9 @@ FileGridView::FileGridView(QAbstractItemModel* model, QWidget* parent) : QTableV
     header->setSectionsMovable(false);
     header->setMinimumSectionSize(1);
     header->setSectionResizeMode(engine::FillerColumn, QHeaderView::Stretch);
+    // Columns keep their numbers; the header shows them in the list's order.
+    for (int place = 0; place < int(engine::ShownColumnOrder.size()); ++place)
+        header->moveSection(header->visualIndex(engine::ShownColumnOrder[size_t(place)]), place);
     connect(this, &QAbstractItemView::doubleClicked, this,
             [this](const QModelIndex& index) { Q_EMIT rowActivated(index.row()); });
     QScrollBar* bar = verticalScrollBar();
@@ -40,12 +43,12 @@ FileGridView::FileGridView(QAbstractItemModel* model, QWidget* parent) : QTableV
             [this, bar](int) { m_scrolledByUser = bar->sliderPosition() != bar->value(); });
 }
 
-void FileGridView::setColumnWidths(bool versions, bool subFolders) {
+void FileGridView::setColumnWidths(const engine::GridLayout& layout) {
     const double dpi = logicalDpiX();
     for (int column = 0; column < engine::GridColumnCount; ++column) {
         if (column == engine::FillerColumn)
             continue;
-        const int width = output::shownColumnPixels(column, versions, subFolders, font(), dpi);
+        const int width = output::shownColumnPixels(column, layout, font(), dpi);
         setColumnHidden(column, width == 0);
         if (width > 0)
             setColumnWidth(column, width);

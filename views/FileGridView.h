@@ -19,12 +19,12 @@ public:
     // The header is laid out for the model's columns: it comes first.
     FileGridView(QAbstractItemModel* model, QWidget* parent);
 
-    // Shows and widens the columns as a snapshot with or without versions
-    // lists them, with or without the files of sub-folders; the filler
-    // stretches over what is left.
-    void setColumnWidths(bool versions, bool subFolders);
-    // The widths of Name to Version and the filler as shown now, dragged by
-    // the user or not, in twips; 0 for a hidden column.
+    // Shows and widens the columns as the layout asks (versions, the files
+    // of sub-folders, permissions and owners); the filler stretches over
+    // what is left.
+    void setColumnWidths(const engine::GridLayout& layout);
+    // The width of every column as shown now, dragged by the user or not,
+    // in twips; 0 for a hidden column.
     std::array<int, output::ShownColumnCount> columnTwips() const;
     // The header's sort mark on a column (0-based), or none for -1.
     void showSortMark(int column, bool descending);

@@ -21,6 +21,7 @@ output::ShownList shownListOf(const SnapshotWindow& window) {
     list.compareOptions = window.host().options().compareOptions();
     list.showMode = window.showMode();
     list.inFolderOffered = window.showsSubFolders();
+    list.accessOffered = !window.snapshot().access.empty();
     list.columnTwips = window.grid()->columnTwips();
     list.font = window.grid()->font();
     list.folderPanel = window.statusBar()->panelText(SnapshotStatusBar::FolderPanel);

@@ -279,7 +279,8 @@ void SnapshotWindow::mnuCompareNow_Click() {
 // File grid -----------------------------------------------------------------------
 
 void SnapshotWindow::applyColumnWidths() {
-    m_grdFiles->setColumnWidths(m_snapshot.header.versions, m_subFolders);
+    m_grdFiles->setColumnWidths(
+        {m_snapshot.header.versions, m_subFolders, !m_snapshot.access.empty()});
 }
 
 void SnapshotWindow::mnuFileExport_Click() {

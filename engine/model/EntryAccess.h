@@ -13,7 +13,7 @@ namespace kestrel::engine {
 // Who may do what with an entry, as lstat shows it: the permission bits
 // (set-user-ID, set-group-ID and sticky among them), the owner and group
 // ids, and for a symbolic link where it points. A snapshot file has no room
-// for them, so they travel beside it (engine/file/AccessSideFile.h); a
+// for them, so they travel beside it (engine/file/MetaSideFile.h); a
 // snapshot made on Windows, or loaded without its side file, has none.
 struct EntryAccess {
     uint32_t mode = 0; // the permission bits, 07777 at most

@@ -607,6 +607,15 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     r = cli({u"compare"_s, old, t.root(), u"--ignore-permissions"_s, u"--ignore-owner"_s});
     EXPECT_EQ(r.lines(), QStringList{expected.at(root ? 1 : 0)});
     EXPECT_FALSE(r.err.contains(u"new set-user-ID"_s));
+
+    // The export writes the values on request, sorted by them as asked.
+    r = cli(
+        {u"export"_s, old, u"--folder"_s, u"sub"_s, u"--fields"_s, u"name,permissions,owner"_s});
+    EXPECT_EQ(r.out, u"tool,-rwxr-xr-x,"_s + kestrel::engine::ownerText(::geteuid(), ::getegid()) +
+                         u"\r\n"_s);
+    r = cli({u"export"_s, t.root(), u"--fields"_s, u"permissions,name"_s, u"--sort"_s,
+             u"permissions:desc"_s});
+    EXPECT_TRUE(r.out.startsWith(u"lrwxrwxrwx,link\r\n"_s)) << r.out.toStdString();
 }
 
 // A snapshot sent down a pipe carries its side data: kept in a file or read

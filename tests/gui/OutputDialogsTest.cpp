@@ -130,6 +130,9 @@ private Q_SLOTS:
         for (int i = 0; i < 25; ++i) {
             const QString file = m_tree + u"/file%1.txt"_s.arg(i, 2, 10, QLatin1Char('0'));
             writeFile(file, QByteArray(i * 100, 'x'));
+            // -rw-r--r-- whatever the umask.
+            QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                                            QFile::ReadOther);
             setTime(file, Fixed.addSecs(i));
         }
         writeFile(m_tree + u"/sub/inner.dat"_s, "inner");
@@ -154,7 +157,9 @@ private Q_SLOTS:
             QCOMPARE(exporter.windowTitle(), u"Export File List"_s);
             QCOMPARE(exporter.separatorList()->currentText(), u"Comma"_s);
             QVERIFY(exporter.quotesBox()->isChecked());
-            QCOMPARE(exporter.fieldList()->count(), 14); // no In Folder without sub-folders
+            // No In Folder without sub-folders; Permissions and Owner, as the
+            // snapshot holds them.
+            QCOMPARE(exporter.fieldList()->count(), 16);
             exporter.separatorList()->setCurrentIndex(2);
             exporter.quotesBox()->setChecked(false);
             // Only the name.
@@ -191,8 +196,9 @@ private Q_SLOTS:
     }
 
     // Checking Version or a custom entry asks for a text, which renames the
-    // entry; OK needs a checked entry; moving an entry checks it; a file
-    // that cannot be opened is "Error Writing Snapshot".
+    // entry, and Permissions or Owner asks nothing; OK needs a checked entry;
+    // moving an entry checks it; a file that cannot be opened is "Error
+    // Writing Snapshot".
     void theFieldListsRules() {
         Frame frame(iniPath());
         SnapshotWindow* window = openSaved(frame);
@@ -215,13 +221,19 @@ private Q_SLOTS:
             list->item(4)->setCheckState(Qt::Unchecked);
             list->item(4)->setCheckState(Qt::Checked);
             answer = QString();
+            list->item(8)->setCheckState(Qt::Checked);
+            QCOMPARE(asked.size(), 2);
+            QCOMPARE(list->item(8)->text(), u"Custom"_s);
+            QCOMPARE(list->item(8)->checkState(), Qt::Checked);
+            QCOMPARE(list->item(6)->text(), u"[Permissions]"_s);
+            QCOMPARE(list->item(7)->text(), u"[Owner]"_s);
             list->item(6)->setCheckState(Qt::Checked);
             QCOMPARE(asked.size(), 2);
-            QCOMPARE(list->item(6)->text(), u"Custom"_s);
-            QCOMPARE(list->item(6)->checkState(), Qt::Checked);
-            // The written value of the Version entry is still the grid's.
-            QVERIFY2(exporter.previewText().startsWith(u"\"file00.txt\",\"0\",\"txt\","_s),
-                     qPrintable(exporter.previewText()));
+            // The written value of the Version entry is still the grid's;
+            // Permissions is the file's own.
+            const QString first = exporter.previewText().section(u'\n', 0, 0);
+            QVERIFY2(first.startsWith(u"\"file00.txt\",\"0\",\"txt\","_s), qPrintable(first));
+            QVERIFY2(first.endsWith(u",\"\",\"-rw-r--r--\",Custom"_s), qPrintable(first));
 
             for (int row = 0; row < list->count(); ++row)
                 list->item(row)->setCheckState(Qt::Unchecked);
@@ -229,15 +241,15 @@ private Q_SLOTS:
             // The preview keeps a line per row, empty now.
             QCOMPARE(exporter.previewText(), QString(10, u'\n'));
             // An unchecked custom entry moved up is checked, with no question.
-            list->setCurrentRow(7);
+            list->setCurrentRow(9);
             exporter.cmdShift_Click(0);
-            QCOMPARE(list->currentRow(), 6);
-            QCOMPARE(list->item(6)->checkState(), Qt::Checked);
-            QCOMPARE(exporter.fields()[6].number, 8);
+            QCOMPARE(list->currentRow(), 8);
+            QCOMPARE(list->item(8)->checkState(), Qt::Checked);
+            QCOMPARE(exporter.fields()[8].number, 8);
             QCOMPARE(asked.size(), 2);
             QVERIFY(exporter.okButton()->isEnabled());
             exporter.cmdShift_Click(2);
-            QCOMPARE(list->currentRow(), 7);
+            QCOMPARE(list->currentRow(), 9);
 
             exporter.cmdOK_Click();
         });
@@ -266,7 +278,7 @@ private Q_SLOTS:
 
         frame.exportAnswer = path(u"dialog.txt"_s);
         frame.whileShowing<ExportDialog>([&](ExportDialog& exporter) {
-            QCOMPARE(exporter.fieldList()->count(), 15);
+            QCOMPARE(exporter.fieldList()->count(), 17);
             exporter.cmdOK_Click();
         });
         newer->mnuFileExport_Click();

@@ -226,8 +226,16 @@ private Q_SLOTS:
         QCOMPARE(newer->statusBar()->panelText(2),
                  u"1 extra file, 1 extra folder, 1 file changed, 1 folder with changes"_s);
         QCOMPARE(older->statusBar()->panelText(2), u"1 file changed, 2 folders with changes"_s);
-        // The filler takes what the columns leave: no sideways scrolling.
-        QCOMPARE(newer->grid()->horizontalHeader()->length(), newer->grid()->viewport()->width());
+        // The filler takes what the columns leave: no sideways scrolling
+        // once the window is wide enough for the columns.
+        QHeaderView* header = newer->grid()->horizontalHeader();
+        QVERIFY(!newer->grid()->isColumnHidden(engine::PermissionsColumn));
+        QCOMPARE(header->visualIndex(engine::PermissionsColumn),
+                 header->visualIndex(engine::AttributesColumn) + 1);
+        const int columns = header->length() - header->sectionSize(engine::FillerColumn);
+        QWidget* sub = newer->parentWidget();
+        sub->resize(sub->width() + columns, sub->height());
+        QTRY_COMPARE(header->length(), newer->grid()->viewport()->width());
         for (const char* button : {"New", "Open", "Repeat"})
             QVERIFY(!frame->toolbarButton(QLatin1String(button))->isEnabled());
         QVERIFY(frame->toolbarButton(u"Compare"_s)->isEnabled() &&
@@ -262,6 +270,14 @@ private Q_SLOTS:
         newer->setShowPosition(0);
         QCOMPARE(colourOf(cell(*newer, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
                  QColor(255, 255, 0));
+
+        // A click on the Permissions heading sorts the rows by that column.
+        const QPoint heading(header->sectionViewportPosition(engine::PermissionsColumn) + 4,
+                             header->height() / 2);
+        QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, heading);
+        QCOMPARE(newer->sortColumn(), engine::PermissionsColumn + 1);
+        QCOMPARE(gridRows(*newer).first(), u"a.txt"_s); // -rw before drw
+        QCOMPARE(gridRows(*newer).last(), u"sub"_s);
 
         // The pair ends with either window: the one left is alone again.
         frame.saveQuestionAnswer = views::SaveAnswer::No;

@@ -161,6 +161,63 @@ TEST_F(FileListTest, CellTextsAndKeys) {
         EXPECT_EQ(list.cellText(0, key), QString());
 }
 
+// Permissions and Owner show each entry's own values, and after a
+// comparison paint exactly what changed: a file's mode or owner, a folder's
+// own, and a link's new target on its name; nothing is painted without
+// values.
+TEST_F(FileListTest, PermissionsAndOwnerCellsAndWhatTheyPaint) {
+    const std::vector<Node> top = {Node::file("tool", 5), Node::file("owned", 5),
+                                   Node::file("link", 11, 0, Attribute::ReparsePoint),
+                                   Node::dir("shared", {Node::file("x")}), Node::file("bare", 5)};
+    Snapshot older, newer;
+    buildSnapshot(older, top);
+    buildSnapshot(newer, top);
+    const auto give = [](Snapshot& s, const char* path, uint32_t mode, uint32_t owner) {
+        s.access.set(indexOf(s, QString::fromLatin1(path)), {mode, owner, owner});
+    };
+    for (Snapshot* s : {&older, &newer}) {
+        give(*s, "owned", 0644, 0);
+        give(*s, "link", 0777, 0);
+        give(*s, "shared/x", 0644, 0);
+    }
+    give(older, "tool", 0755, 0);
+    give(newer, "tool", 04755, 0);
+    give(older, "shared", 0755, 0);
+    give(newer, "shared", 0775, 0);
+    newer.access.set(indexOf(newer, "owned"), {0644, 0, 4000000000u});
+    older.access.setLinkTarget(indexOf(older, "link"), "/etc/passwd");
+    newer.access.setLinkTarget(indexOf(newer, "link"), "/etc/shadow");
+
+    ProgressMeter meter;
+    ASSERT_TRUE(CompareSnapshot(newer, 1, older, 1, true, {}, meter).ok);
+    markAccessAlerts(newer, 1, older, {});
+    FileList list(newer);
+    ListingOptions options;
+    options.mode = ShowMode::All;
+    list.list(1, options);
+    ASSERT_EQ(column(list, NameColumn), (QStringList{"tool", "owned", "link", "shared", "bare"}));
+    EXPECT_EQ(column(list, PermissionsColumn),
+              (QStringList{"-rwsr-xr-x", "-rw-r--r--", "lrwxrwxrwx", "drwxrwxr-x", ""}));
+    // An id the system has no name for shows as its number.
+    EXPECT_TRUE(list.cellText(1, OwnerColumn).endsWith(":4000000000"));
+    EXPECT_EQ(list.cellText(4, OwnerColumn), QString());
+
+    const auto painted = [&](int column) {
+        QStringList names;
+        for (int32_t r = 0; r < list.rowCount(); ++r)
+            if (list.highlight(r, column) == Highlight::Changed)
+                names << list.cellText(r, NameColumn);
+        return names;
+    };
+    EXPECT_EQ(painted(PermissionsColumn), (QStringList{"tool", "shared"}));
+    EXPECT_EQ(painted(OwnerColumn), QStringList{"owned"});
+    EXPECT_EQ(painted(NameColumn), (QStringList{"link", "shared"}));
+    // The new set-user-ID program is called out on its name.
+    EXPECT_EQ(list.highlight(0, NameColumn), Highlight::Alert);
+    for (const int c : {SizeColumn, ModifiedColumn, AttributesColumn})
+        EXPECT_EQ(painted(c), QStringList()) << c;
+}
+
 // A comparison from a folder below the top covers only what lies beneath
 // it: outside, the fields left from before colour and count nothing, and
 // the modes that filter keep only the way down to the root.

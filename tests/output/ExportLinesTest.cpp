@@ -70,6 +70,14 @@ TEST_F(ExportLinesTest, TheFieldListOffersTheColumnsThenEightCustomEntries) {
     EXPECT_EQ(withFolders[1].text, QStringLiteral("[In Folder]"));
     for (size_t i = 0; i < withFolders.size(); ++i)
         EXPECT_EQ(withFolders[i].number, int(i));
+    // Permissions and Owner, for a snapshot that holds them, come unchecked
+    // after Version and ask for no text.
+    const std::vector<ExportField> withAccess = exportFields(false, true);
+    EXPECT_EQ(textsOf(withAccess).mid(5, 4),
+              (QStringList{"[Version]+", "[Permissions]", "[Owner]", "Custom"}));
+    EXPECT_EQ(withAccess[6].column(), int(engine::PermissionsColumn));
+    EXPECT_EQ(withAccess[7].column(), int(engine::OwnerColumn));
+    EXPECT_FALSE(withAccess[6].isCustom() || fieldPromptsForText(withAccess[7].number));
 }
 
 TEST_F(ExportLinesTest, MovingAnEntryChecksItAndStopsAtEitherEnd) {
@@ -312,6 +320,13 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
     top.push_back(Node::file("offline.txt", 10, 45000, engine::Attribute::Unknown));
     ShownListFixture f;
     f.show(top);
+    // Permissions and owners of a few kinds, a folder's and a link's among
+    // them, and entries without any.
+    const uint32_t modes[] = {0644, 04755, 01777, 0};
+    for (int32_t entry = 1; entry <= f.snapshot.entryCount; ++entry)
+        if (entry % 5 != 0)
+            f.snapshot.access.set(entry, {modes[size_t(entry) % 4], uint32_t(entry % 3),
+                                          entry % 2 ? 0u : 4000000000u});
 
     for (const auto& [language, country] : {std::pair{QLocale::English, QLocale::UnitedStates},
                                             {QLocale::German, QLocale::Germany},
@@ -329,7 +344,7 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
             const std::string_view watched = " ,\"\r\n";
             CellWriter writer(f.snapshot, *f.rows, watched);
             for (int32_t row = 0; row < f.rows->rowCount(); ++row)
-                for (const int column : {0, 1, 2, 3, 4, 5, 6, 11}) {
+                for (const int column : {0, 1, 2, 3, 4, 5, 6, 11, 12, 13}) {
                     LineBuffer fast;
                     const bool held = writer.append(row, column, fast);
                     const QByteArray text = f.rows->cellText(row, column).toUtf8();

@@ -65,9 +65,10 @@ private:
         list.rows = rows.get();
         list.showMode = options.mode;
         list.inFolderOffered = options.subFolders;
+        list.accessOffered = !snapshot.access.empty();
         for (int column = 0; column < output::ShownColumnCount; ++column)
-            list.columnTwips[size_t(column)] =
-                engine::gridColumnTwips(column, snapshot.header.versions, options.subFolders);
+            list.columnTwips[size_t(column)] = engine::gridColumnTwips(
+                column, {snapshot.header.versions, options.subFolders, list.accessOffered});
         list.font = QGuiApplication::font();
         list.title = snapshot.header.title;
         list.created = snapshot.header.created;
