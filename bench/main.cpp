@@ -128,7 +128,7 @@ int child(const QStringList& args) {
             return 2;
         return report(now() - start, s.entryCount);
     }
-    if (op == QLatin1String("compare")) { // A B [ignoring]
+    if (op == QLatin1String("compare")) { // A B [ignoring|bare]
         engine::Snapshot a, b;
         if (!load(a, args.value(1)) || !load(b, args.value(2)))
             return 2;
@@ -136,6 +136,11 @@ int child(const QStringList& args) {
         if (args.value(3) == QLatin1String("ignoring"))
             options.ignorePatterns = std::make_shared<const engine::IgnorePatterns>(
                 TypicalPatterns, QStringLiteral("bench"));
+        // As snapshots without side files compare: no permissions or owners.
+        if (args.value(3) == QLatin1String("bare")) {
+            a.access.clear();
+            b.access.clear();
+        }
         const double start = now();
         if (!engine::CompareSnapshot(a, 1, b, 1, true, options, meter).ok)
             return 2;
@@ -325,6 +330,9 @@ int drive(const Config& c) {
         {QStringLiteral("save"), child({QStringLiteral("save"), snapshot, saved}), n, 0},
         {QStringLiteral("compare with itself, both ways"),
          child({QStringLiteral("compare"), snapshot, snapshot}), 2 * n, baseline},
+        {QStringLiteral("compare, no permissions or owners"),
+         child({QStringLiteral("compare"), snapshot, snapshot, QStringLiteral("bare")}), 2 * n,
+         baseline},
         {QStringLiteral("compare, other listing order"),
          child({QStringLiteral("compare"), snapshot, shuffled}), 2 * n, baseline},
         {QStringLiteral("compare with itself, 20 ignore patterns"),
@@ -382,6 +390,7 @@ int drive(const Config& c) {
     const Row loadRow = *row("load");
     const Row saveRow = *row("save");
     const Row compareSelf = *row("compare with itself, both ways");
+    const Row compareBare = *row("compare, no permissions or owners");
     const Row compareShuffled = *row("compare, other listing order");
     const Row compareIgnoring = *row("compare with itself, 20 ignore patterns");
     const Row scanExcluding = *row("scan, half the tree excluded");
@@ -428,6 +437,9 @@ int drive(const Config& c) {
                        compareShuffled.sample.seconds, 0.45, QStringLiteral("s")});
     targets.push_back({QStringLiteral("compare, other order / same order"),
                        compareShuffled.sample.seconds / compareSelf.sample.seconds, 1.5,
+                       QStringLiteral("x")});
+    targets.push_back({QStringLiteral("compare, permissions and owners / none"),
+                       compareSelf.sample.seconds / compareBare.sample.seconds, 1.15,
                        QStringLiteral("x")});
     targets.push_back({QStringLiteral("compare, 20 ignore patterns / none"),
                        compareIgnoring.sample.seconds / compareSelf.sample.seconds, 1.3,

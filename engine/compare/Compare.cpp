@@ -307,23 +307,42 @@ char kindLetter(int16_t attributes) {
     return attributes & Attribute::ReparsePoint ? 'l' : '-';
 }
 
-int16_t accessChangesBetween(const Snapshot& a, int32_t i, const Snapshot& b, int32_t j,
-                             const CompareOptions& options) {
-    const uint32_t kindA = a.access.kindOf(i), kindB = b.access.kindOf(j);
+namespace {
+
+// Where two links point, compared apart from the values every entry has:
+// few entries are links.
+[[gnu::noinline]] bool linkTargetsDiffer(const AccessTable& a, int32_t i, const AccessTable& b,
+                                         int32_t j) {
+    return a.linkTarget(i) != b.linkTarget(j);
+}
+
+// The access change bits between entry i of table a and entry j of table b;
+// link says whether either entry is a link. Made to be inlined into the
+// comparison of files, which runs for every pair.
+inline int16_t accessChanges(const AccessTable& a, int32_t i, const AccessTable& b, int32_t j,
+                             bool link, const CompareOptions& options) {
+    const uint32_t kindA = a.kindOf(i), kindB = b.kindOf(j);
     if (kindA == AccessTable::NoKind || kindB == AccessTable::NoKind)
         return 0;
-    const EntryAccess& was = a.access.kind(kindA);
-    const EntryAccess& is = b.access.kind(kindB);
+    const EntryAccess& was = a.kind(kindA);
+    const EntryAccess& is = b.kind(kindB);
     int16_t status = 0;
     if (!options.ignorePermissions && was.mode != is.mode)
         status += Change::Permissions;
     if (!options.ignoreOwner && (was.owner != is.owner || was.group != is.group))
         status += Change::Owner;
-    // Only a link has a target: the look-up is left to the few that are.
-    if (((a.entries.get(i).attributes | b.entries.get(j).attributes) & Attribute::ReparsePoint) &&
-        a.access.linkTarget(i) != b.access.linkTarget(j))
+    if (link && linkTargetsDiffer(a, i, b, j))
         status += Change::LinkTarget;
     return status;
+}
+
+} // namespace
+
+int16_t accessChangesBetween(const Snapshot& a, int32_t i, const Snapshot& b, int32_t j,
+                             const CompareOptions& options) {
+    const bool link =
+        (a.entries.get(i).attributes | b.entries.get(j).attributes) & Attribute::ReparsePoint;
+    return accessChanges(a.access, i, b.access, j, link, options);
 }
 
 namespace {
@@ -363,7 +382,8 @@ int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modifi
     if (!options.ignoreVersion && !namesEqual(holder.versionOf(e), version))
         status += Change::Version;
     if (valuesOf)
-        status += accessChangesBetween(holder, index, *valuesOf, valuesIndex, options);
+        status += accessChanges(holder.access, index, valuesOf->access, valuesIndex,
+                                (e.attributes | attributes) & Attribute::ReparsePoint, options);
     e.status = status;
     return status;
 }
