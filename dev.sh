@@ -22,10 +22,12 @@ checked="${KESTREL_CHECKED_BUILD_DIR:-$here/build-checked}"
 
 # poppler-utils: the report tests read the printed PDF back with pdftotext;
 # python3: the export tests read the export back with Python's csv module.
-# libxxhash-dev: the checksum that ties side data to its snapshot file.
+# libxxhash-dev: the checksum that ties side data to its snapshot file, and
+# content fingerprints; xxhash: xxhsum, which the fingerprint tests check
+# against.
 packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
           fonts-dejavu-core xvfb xauth dpkg-dev desktop-file-utils libxml2-utils
-          poppler-utils python3 libxxhash-dev)
+          poppler-utils python3 libxxhash-dev xxhash)
 # clang and its runtimes: AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer.
 checked_packages=(clang-14 libclang-rt-14-dev)
 # The formatter whose layout the tree keeps.

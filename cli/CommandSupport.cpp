@@ -234,11 +234,18 @@ bool loadSnapshotFile(const QString& path, Snapshot& snapshot, ProgressMeter& me
     return false;
 }
 
-bool obtainSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter) {
-    if (path != QLatin1String("-") && pathInfo(nativeBytes(path)).folder) {
+bool namesFolder(const QString& path) {
+    return path != QLatin1String("-") && pathInfo(nativeBytes(path)).folder;
+}
+
+bool obtainSnapshot(const QString& path, Snapshot& snapshot, ProgressMeter& meter,
+                    bool fingerprints) {
+    if (namesFolder(path)) {
         snapshot.header.recurse = true;
         snapshot.header.hidden = true;
-        if (!scanFolder(path, snapshot, meter, nullptr, ScanSettings{}))
+        ScanSettings settings;
+        settings.fingerprints = fingerprints;
+        if (!scanFolder(path, snapshot, meter, nullptr, settings))
             return false;
         snapshot.header.title = NewSnapshotTitle(storedPath(absoluteFolder(path)), 1, false);
         return true;
@@ -328,6 +335,8 @@ bool checkOwnPatterns(const Snapshot& snapshot) {
 CompareOptions commandLineCompareOptions() {
     CompareOptions options;
     options.attributeCompareMask = uint16_t(~Attribute::Normal);
+    // A file only touched, its content the same, is no change unless asked.
+    options.ignoreTouched = true;
     return options;
 }
 

@@ -70,8 +70,12 @@ bool scanFolder(const QString& folder, engine::Snapshot& snapshot, engine::Progr
 bool loadSnapshotFile(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
                       QString* summary);
 // A snapshot file is loaded, a folder scanned (titled as the desktop
-// program titles a first snapshot of it).
-bool obtainSnapshot(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter);
+// program titles a first snapshot of it), with content fingerprints when
+// asked.
+bool obtainSnapshot(const QString& path, engine::Snapshot& snapshot, engine::ProgressMeter& meter,
+                    bool fingerprints = false);
+// Whether the path names a folder, which obtainSnapshot scans.
+bool namesFolder(const QString& path);
 
 // The show mode a --show option names; nothing, with the reason printed,
 // when it names none.

@@ -69,6 +69,10 @@ struct CompareCommandOptions {
             "Ignore permission bits (set-user-ID, set-group-ID and sticky among them).")};
     QCommandLineOption ignoreOwner{QStringLiteral("ignore-owner"),
                                    QStringLiteral("Ignore owners and groups.")};
+    QCommandLineOption touched{
+        QStringLiteral("touched"),
+        QStringLiteral("Report a file whose date changed though its content fingerprint did "
+                       "not (by default such a file is unchanged).")};
     QCommandLineOption tolerance{
         QStringLiteral("tolerance"),
         QStringLiteral("Dates that differ by this much or less are the same: seconds, or e.g. "
@@ -105,7 +109,7 @@ struct CompareCommandOptions {
         parser.addPositionalArgument(QStringLiteral("NEW"),
                                      QStringLiteral("The later snapshot file or folder."));
         parser.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes,
-                           ignorePermissions, ignoreOwner, tolerance, ignore, ignoreFrom,
+                           ignorePermissions, ignoreOwner, touched, tolerance, ignore, ignoreFrom,
                            useSettings, show, format});
     }
 };
@@ -196,6 +200,8 @@ std::optional<CompareOptions> chosenCompareOptions(const QCommandLineParser& p,
     options.ignoreDst |= p.isSet(o.ignoreDst);
     options.ignorePermissions |= p.isSet(o.ignorePermissions);
     options.ignoreOwner |= p.isSet(o.ignoreOwner);
+    if (p.isSet(o.touched))
+        options.ignoreTouched = false;
     if (p.isSet(o.ignoreAttributes)) {
         int16_t mask = 0;
         if (!parseAttributes(p.value(o.ignoreAttributes), mask)) {
@@ -338,9 +344,17 @@ int compareCommand(const QStringList& arguments) {
     TerminalProgress view;
     ProgressMeter meter(&view);
     Snapshot older, newer;
-    if (!obtainSnapshot(p.positionalArguments().at(0), older, meter) ||
-        !obtainSnapshot(p.positionalArguments().at(1), newer, meter) || !checkOwnPatterns(older) ||
-        !checkOwnPatterns(newer))
+    // Snapshot files first: a folder compared with one that has content
+    // fingerprints is scanned with them.
+    const QString oldPath = p.positionalArguments().at(0), newPath = p.positionalArguments().at(1);
+    const bool oldScanned = namesFolder(oldPath);
+    if (!oldScanned && !obtainSnapshot(oldPath, older, meter))
+        return ExitTrouble;
+    if (!obtainSnapshot(newPath, newer, meter, older.fingerprints.taken()))
+        return ExitTrouble;
+    if (oldScanned && !obtainSnapshot(oldPath, older, meter, newer.fingerprints.taken()))
+        return ExitTrouble;
+    if (!checkOwnPatterns(older) || !checkOwnPatterns(newer))
         return ExitTrouble;
     // A snapshot taken without versions has none to compare.
     if (!older.header.versions || !newer.header.versions)

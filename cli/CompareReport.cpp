@@ -203,6 +203,11 @@ std::vector<CompareReport::FieldChange> CompareReport::fieldChanges(int32_t i) c
     if (status & Change::Version)
         changes.push_back(
             {"version", textOf(m_old.versionOf(before)), textOf(m_new.versionOf(now)), false});
+    if (status & Change::Content)
+        changes.push_back(
+            {"content",
+             QString::fromStdString(fingerprintHex(m_old.fingerprints.at(std::abs(now.match)))),
+             QString::fromStdString(fingerprintHex(m_new.fingerprints.at(i))), false});
     if (status & (Change::Permissions | Change::Owner | Change::LinkTarget)) {
         const AccessValues was = accessValuesOf(m_old, std::abs(now.match));
         const AccessValues is = accessValuesOf(m_new, i);

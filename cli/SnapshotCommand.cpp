@@ -71,6 +71,10 @@ struct SnapshotOptions {
         QStringLiteral("one-file-system"),
         QStringLiteral("Do not go into folders of other mounted file systems (they are "
                        "recorded, empty).")};
+    QCommandLineOption fingerprints{
+        QStringLiteral("fingerprints"),
+        QStringLiteral("Read every regular file for its content fingerprint (128-bit XXH3, as "
+                       "xxhsum -H128 gives it), kept beside the snapshot in FILE.meta.")};
     QCommandLineOption meterLevel{
         QStringLiteral("meter"),
         QStringLiteral("Progress feedback: 0 faster processing, 1 standard, 2 maximum."),
@@ -80,7 +84,7 @@ struct SnapshotOptions {
         parser.addPositionalArgument(QStringLiteral("FOLDER"),
                                      QStringLiteral("The folder to scan."));
         parser.addOptions({output, dir, noRecurse, noHidden, versions, title, exclude, excludeFrom,
-                           oneFileSystem, meterLevel});
+                           oneFileSystem, fingerprints, meterLevel});
     }
 };
 
@@ -199,6 +203,7 @@ int snapshotCommand(const QStringList& arguments) {
     settings.meterLevel = *level;
     settings.exclude = *excluded;
     settings.oneFileSystem = p.isSet(o.oneFileSystem);
+    settings.fingerprints = p.isSet(o.fingerprints);
     if (p.isSet(o.versions)) {
         snapshot.header.versions = true;
         settings.versionFolder = absoluteFolder(p.value(o.versions));

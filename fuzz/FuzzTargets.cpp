@@ -288,21 +288,29 @@ int iniReader(const uint8_t* data, size_t size) {
 namespace {
 
 // The small snapshot with side data of every kind: set-user-ID and sticky
-// modes, two owners, an entry without values, a link target that is no text.
+// modes, two owners, an entry without values, a link target that is no text,
+// and a content fingerprint for each file, one file said to be unreadable.
 void buildSmallWithSideData(Snapshot& s) {
     buildSmall(s);
     s.access.set(1, EntryAccess{01777, 0, 0});
     s.access.set(2, EntryAccess{04755, 0, 0});
     s.access.set(4, EntryAccess{0644, 1000, 65534});
     s.access.setLinkTarget(4, std::string_view("/etc/a\nb\xff", 9));
+    for (int32_t i = 1; i <= s.entryCount; ++i)
+        if (!s.entries.get(i).isFolder())
+            s.fingerprints.set(i, Fingerprint{0x0123456789abcdefu * uint64_t(i), uint64_t(i)});
+    s.fingerprints.unreadable = 1;
 }
 
 bool sameSideData(const Snapshot& a, const Snapshot& b) {
     for (int32_t i = 0; i <= a.entryCount + 1; ++i)
         if (a.access.has(i) != b.access.has(i) || !(a.access.at(i) == b.access.at(i)) ||
-            a.access.linkTarget(i) != b.access.linkTarget(i))
+            a.access.linkTarget(i) != b.access.linkTarget(i) ||
+            a.fingerprints.has(i) != b.fingerprints.has(i) ||
+            (a.fingerprints.has(i) && !(a.fingerprints.at(i) == b.fingerprints.at(i))))
             return false;
-    return true;
+    return a.fingerprints.taken() == b.fingerprints.taken() &&
+           a.fingerprints.unreadable == b.fingerprints.unreadable;
 }
 
 } // namespace
@@ -325,6 +333,9 @@ int sideDataReader(const uint8_t* data, size_t size) {
             (void)ownerText(a.owner, a.group);
             (void)linkTargetText(s.access.linkTarget(i));
         }
+    for (int32_t i = 1; i <= s.entryCount; ++i)
+        if (s.fingerprints.has(i))
+            (void)fingerprintHex(s.fingerprints.at(i));
     Snapshot again;
     buildSmall(again);
     if (!readMetaSideData(again, metaSideData(s)) || !sameSideData(s, again))

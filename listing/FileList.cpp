@@ -297,7 +297,8 @@ Highlight FileList::highlight(int32_t row, int column) const {
         return ownChanges(m_snapshot, entry) & bit ? Highlight::Changed : Highlight::None;
     }
     // A link that points elsewhere: its name.
-    if (column == NameColumn && !e.isFolder() && e.status > 0 && (e.status & Change::LinkTarget))
+    if (column == NameColumn && !e.isFolder() && e.status > 0 &&
+        (e.status & (Change::LinkTarget | Change::Content)))
         return Highlight::Changed;
     // The status bits paint the cells one by one, whatever the entry: a
     // file's change bits name its changed values, and a folder's status,

@@ -336,6 +336,18 @@ inline int16_t accessChanges(const AccessTable& a, int32_t i, const AccessTable&
     return status;
 }
 
+// The status with the content bit added where both files have fingerprints
+// and they differ; where they are equal, the date bit taken away when the
+// options ignore files only touched.
+inline int16_t contentChanges(const FingerprintTable& a, int32_t i, const FingerprintTable& b,
+                              int32_t j, int16_t status, const CompareOptions& options) {
+    if (!a.has(i) || !b.has(j))
+        return status;
+    if (!(a.at(i) == b.at(j)))
+        return int16_t(status + Change::Content);
+    return options.ignoreTouched ? int16_t(status & ~Change::Date) : status;
+}
+
 } // namespace
 
 int16_t accessChangesBetween(const Snapshot& a, int32_t i, const Snapshot& b, int32_t j,
@@ -381,9 +393,12 @@ int16_t CompareFiles(Snapshot& holder, int32_t index, double size, double modifi
         status += Change::Attributes;
     if (!options.ignoreVersion && !namesEqual(holder.versionOf(e), version))
         status += Change::Version;
-    if (valuesOf)
+    if (valuesOf) {
         status += accessChanges(holder.access, index, valuesOf->access, valuesIndex,
                                 (e.attributes | attributes) & Attribute::ReparsePoint, options);
+        status = contentChanges(holder.fingerprints, index, valuesOf->fingerprints, valuesIndex,
+                                status, options);
+    }
     e.status = status;
     return status;
 }
@@ -414,10 +429,17 @@ QString WhatItWas(const Snapshot& holder, int32_t index, double size, double mod
     const SnapshotEntry& e = holder.entries.at(index);
     if (e.valuesUnknown() || valuesUnknown(attributes, size, modified))
         return QString();
+    // Fingerprints of both files, when they have them: equal or not.
+    const bool fingerprinted =
+        valuesOf && holder.fingerprints.has(index) && valuesOf->fingerprints.has(valuesIndex);
+    const bool sameContent =
+        fingerprinted && holder.fingerprints.at(index) == valuesOf->fingerprints.at(valuesIndex);
+    const bool dateDiffers =
+        datesDiffer(e.modified, modified, options) && !(sameContent && options.ignoreTouched);
     QString list;
     if (!options.ignoreSize && e.size != size)
         list += formatGrouped(e.size) + QStringLiteral("  ");
-    if (datesDiffer(e.modified, modified, options))
+    if (dateDiffers)
         list += shortDateText(e.modified) + QLatin1Char(' ') + longTimeText(e.modified) +
                 QStringLiteral("  ");
     if (attributesDiffer(e.attributes, attributes, options))
@@ -426,9 +448,16 @@ QString WhatItWas(const Snapshot& holder, int32_t index, double size, double mod
     if (!options.ignoreVersion && !namesEqual(ownVersion, version))
         list += QString::fromUtf8(ownVersion.data(), qsizetype(ownVersion.size())) +
                 QStringLiteral("  ");
-    if (valuesOf)
-        list += accessWasText(holder, index,
-                              accessChangesBetween(holder, index, *valuesOf, valuesIndex, options));
+    if (valuesOf) {
+        const QString access = accessWasText(
+            holder, index, accessChangesBetween(holder, index, *valuesOf, valuesIndex, options));
+        if (!access.isEmpty())
+            list += access + QStringLiteral("  ");
+    }
+    if (fingerprinted && !sameContent)
+        list += QStringLiteral("content changed");
+    else if (sameContent && dateDiffers)
+        list += QStringLiteral("touched, content unchanged");
     while (list.endsWith(QLatin1Char(' ')))
         list.chop(1);
     return list.isEmpty() ? QString() : QStringLiteral("[was ") + list + QLatin1Char(']');

@@ -23,6 +23,8 @@ inline constexpr int16_t Size = 8;
 inline constexpr int16_t Date = 32;
 inline constexpr int16_t Attributes = 64;
 inline constexpr int16_t Version = 128;
+// Where both files have content fingerprints: they differ.
+inline constexpr int16_t Content = 256;
 // Where both snapshots have permissions and owners: the permission bits
 // differ, the owner or the group does, a link points elsewhere.
 inline constexpr int16_t Permissions = 512;

@@ -24,6 +24,9 @@ struct CompareOptions {
     // Permission bits, and owners and groups, that differ are no change.
     bool ignorePermissions = false;
     bool ignoreOwner = false;
+    // Where both files have content fingerprints and they are equal, a
+    // difference of date alone is no change (the file was only touched).
+    bool ignoreTouched = false;
     // Entries whose names these patterns match take no part: the options'
     // and the command line's patterns, compiled for exact names. Each
     // snapshot's own .kestrelignore patterns apply after them. None: nothing

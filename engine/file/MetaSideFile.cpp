@@ -24,6 +24,9 @@ static_assert(std::endian::native == std::endian::little,
               "side files are written in the machine's byte order, which must be little-endian");
 
 constexpr std::string_view FormatLine = "Kestrel side data 1: mode owner group target\n";
+// The same with content fingerprints after the link targets.
+constexpr std::string_view FingerprintFormatLine =
+    "Kestrel side data 1: mode owner group target fingerprint\n";
 // Far beyond what any real side file holds: a damaged length field must not
 // make the reader take all the memory there is.
 constexpr int64_t LargestSideFile = int64_t(1) << 32;
@@ -149,13 +152,15 @@ uint64_t snapshotChecksum(const Snapshot& snapshot) {
 
 std::string metaSideData(const Snapshot& snapshot) {
     const AccessTable& access = snapshot.access;
-    if (access.empty())
+    const FingerprintTable& fingerprints = snapshot.fingerprints;
+    if (access.empty() && !fingerprints.taken())
         return {};
     const size_t count = size_t(snapshot.entryCount) + 1;
     std::string out;
     const AccessTable::Columns columns = access.columns(count);
-    out.reserve(FormatLine.size() + 64 + columns.pairs.size() * 8 + count * 6);
-    out += FormatLine;
+    out.reserve(FingerprintFormatLine.size() + 64 + columns.pairs.size() * 8 + count * 6 +
+                fingerprints.count() * 20);
+    out += fingerprints.taken() ? FingerprintFormatLine : FormatLine;
     out += countLine(snapshot.entryCount, snapshotChecksum(snapshot));
     put(out, uint32_t(columns.pairs.size()));
     putAll(out, columns.pairs);
@@ -174,16 +179,61 @@ std::string metaSideData(const Snapshot& snapshot) {
         put(out, uint32_t(target.size()));
         out += target;
     }
+    if (fingerprints.taken()) {
+        // The files that have one, by index, and how many could not be read.
+        put(out, uint32_t(fingerprints.count()));
+        put(out, uint32_t(fingerprints.unreadable));
+        for (int32_t index = 1; index <= snapshot.entryCount; ++index)
+            if (fingerprints.has(index)) {
+                put(out, index);
+                put(out, fingerprints.at(index).high);
+                put(out, fingerprints.at(index).low);
+            }
+    }
     put(out, uint64_t(XXH3_64bits(out.data(), out.size())));
     return out;
 }
 
 namespace {
 
+// The fingerprints column: the count, the files that could not be read,
+// then index and fingerprint of each file that has one, in index order.
+bool readFingerprints(Snapshot& snapshot, SideDataSource& in) {
+    uint32_t count = 0, unreadable = 0;
+    if (!in.get(count) || !in.get(unreadable) || count > uint32_t(snapshot.entryCount) ||
+        unreadable > uint32_t(snapshot.entryCount))
+        return false;
+    FingerprintTable& fingerprints = snapshot.fingerprints;
+    fingerprints.setTaken(true);
+    fingerprints.unreadable = int32_t(unreadable);
+    int32_t last = 0;
+    for (uint32_t k = 0; k < count; ++k) {
+        int32_t index = 0;
+        Fingerprint fingerprint;
+        if (!in.get(index) || !in.get(fingerprint.high) || !in.get(fingerprint.low) ||
+            index <= last || index > snapshot.entryCount || snapshot.entries.get(index).isFolder())
+            return false;
+        fingerprints.set(index, fingerprint);
+        last = index;
+    }
+    return true;
+}
+
 bool readSideData(Snapshot& snapshot, SideDataSource& in) {
     std::string text(FormatLine.size(), '\0');
-    if (!in.get(text.data(), text.size()) || text != FormatLine)
+    if (!in.get(text.data(), text.size()))
         return false;
+    bool withFingerprints = false;
+    if (text != FormatLine) {
+        // The longer line has the shorter's length in common up to its end.
+        const std::string_view rest = FingerprintFormatLine.substr(text.size());
+        if (text != FingerprintFormatLine.substr(0, text.size()))
+            return false;
+        text.resize(rest.size());
+        if (!in.get(text.data(), text.size()) || text != rest)
+            return false;
+        withFingerprints = true;
+    }
     const std::string expected = countLine(snapshot.entryCount, snapshotChecksum(snapshot));
     text.resize(expected.size());
     if (!in.get(text.data(), text.size()) || text != expected)
@@ -225,17 +275,21 @@ bool readSideData(Snapshot& snapshot, SideDataSource& in) {
             return false;
         access.setLinkTarget(index, target);
     }
+    if (withFingerprints && !readFingerprints(snapshot, in))
+        return false;
     return in.checked();
 }
 
 bool readSideDataFrom(Snapshot& snapshot, const SideDataSource::Read& read, int64_t size) {
     snapshot.access.clear();
+    snapshot.fingerprints.clear();
     if (size < int64_t(FormatLine.size()) + 8)
         return false;
     SideDataSource in(read, size);
     if (readSideData(snapshot, in))
         return true;
     snapshot.access.clear();
+    snapshot.fingerprints.clear();
     return false;
 }
 

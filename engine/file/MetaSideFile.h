@@ -14,15 +14,18 @@ namespace kestrel::engine {
 class Snapshot;
 
 // What a snapshot knows of its entries beyond the snapshot file's columns
-// (the permission bits, owner and group, and link target of each entry) lives
-// beside its file, in NAME.#NN.meta, since the snapshot file's format stays as
-// it is.
+// (the permission bits, owner and group, and link target of each entry, and
+// the content fingerprints of its files when they were taken) lives beside
+// its file, in NAME.#NN.meta, since the snapshot file's format stays as it
+// is.
 //
 // The side file starts with a line naming its format version and columns,
 // then a line with the number of entries and the checksum of the snapshot it
 // belongs to (its entries' names, places, sizes, dates and attributes), then
 // the values in binary, little-endian: the owner and group pairs, a mode and
-// a pair number for each entry, the link targets, and last a checksum of
+// a pair number for each entry, the link targets, with fingerprints the
+// files that have one (index, then the fingerprint's high and low halves)
+// after a count of those that could not be read, and last a checksum of
 // everything before it. A side file that is cut short, damaged or made for
 // another snapshot is not used.
 QString metaSideFilePath(const QString& snapshotFile);

@@ -172,6 +172,7 @@ void Snapshot::clearEntries() {
     m_names.clear();
     m_versions.clear();
     access.clear();
+    fingerprints.clear();
     alerts.clear();
     folderChanges.clear();
     entryCount = fileCount = folderCount = 0;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "EntryAccess.h"
+#include "Fingerprints.h"
 #include "NameMatching.h"
 
 #include <QString>
@@ -216,6 +217,9 @@ public:
     // Permissions, owners and link targets, by entry index: recorded by a
     // scan on POSIX and kept beside the snapshot file; empty otherwise.
     AccessTable access;
+    // Content fingerprints of the files, by entry index: taken by a scan
+    // asked for them and kept beside the snapshot file; empty otherwise.
+    FingerprintTable fingerprints;
     // Set by a comparison, not saved: the entries of the newer snapshot
     // whose access calls for attention; empty in the older one.
     std::unordered_map<int32_t, AccessAlert> alerts;

@@ -1,5 +1,6 @@
 #include "DirectoryReader.h"
 
+#include "ContentFingerprint.h"
 #include "FileVersion.h"
 #include "engine/compare/IgnorePatterns.h"
 #include "engine/model/CaseFold.h"
@@ -428,6 +429,14 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
         }
         if (examined && S_ISLNK(st.st_mode))
             appendLinkTarget(listing, item, fd, rawName, st.st_size);
+        if (examined && S_ISREG(st.st_mode) && m_rules.fingerprints) {
+            if (const std::optional<Fingerprint> taken = fingerprintFileAt(fd, rawName, st)) {
+                item.fingerprint = *taken;
+                item.fingerprinted = true;
+            } else {
+                item.unreadable = true;
+            }
+        }
         const bool elsewhere =
             m_rules.oneFileSystem && examined && folder && st.st_dev != m_rootDevice;
         if (folder && m_rules.recurse && !elsewhere) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "engine/model/Fingerprints.h"
+
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
@@ -40,6 +42,8 @@ struct ListingRules {
     // Folders on another file system than the root's are recorded, but
     // their contents are not.
     bool oneFileSystem = false;
+    // Every regular file is read for its content fingerprint.
+    bool fingerprints = false;
 };
 
 struct FolderTask;
@@ -61,6 +65,11 @@ struct ListedItem {
     uint32_t group = 0;
     uint16_t mode = 0;
     bool examined = false;
+    // With fingerprints asked for, a regular file's: taken, or the file
+    // could not be read.
+    bool fingerprinted = false;
+    bool unreadable = false;
+    Fingerprint fingerprint;
     FolderTask* folder = nullptr; // the folder to descend into, when there is one
 };
 

@@ -129,6 +129,10 @@ private:
             if (item.linkLength > 0)
                 s.access.setLinkTarget(f.last, listing.linkTarget(item));
         }
+        if (item.fingerprinted)
+            s.fingerprints.set(f.last, item.fingerprint);
+        else if (item.unreadable)
+            ++s.fingerprints.unreadable;
         if (!folder) {
             // Every size up to 2^53 is exact in a double.
             e.size = double(item.size);
@@ -310,7 +314,7 @@ QString unreadableFoldersText(int32_t folders) {
                         : formatCount(folders) + QStringLiteral(" folders could not be read");
 }
 
-QString scanNotes(int32_t hiddenLeftOut, int32_t unreadableFolders) {
+QString scanNotes(int32_t hiddenLeftOut, int32_t unreadableFolders, int32_t unreadableFiles) {
     QString notes;
     if (hiddenLeftOut > 0)
         notes += hiddenLeftOut == 1 ? QStringLiteral(", 1 hidden entry left out")
@@ -318,6 +322,10 @@ QString scanNotes(int32_t hiddenLeftOut, int32_t unreadableFolders) {
                                           QStringLiteral(" hidden entries left out");
     if (unreadableFolders > 0)
         notes += QStringLiteral(", ") + unreadableFoldersText(unreadableFolders);
+    if (unreadableFiles > 0)
+        notes += unreadableFiles == 1 ? QStringLiteral(", 1 file could not be read")
+                                      : QStringLiteral(", ") + formatCount(unreadableFiles) +
+                                            QStringLiteral(" files could not be read");
     return notes;
 }
 
@@ -354,6 +362,8 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
         rules.rootText = storedText(withSeparator(root));
         rules.exclude = settings.exclude.get();
         rules.oneFileSystem = settings.oneFileSystem;
+        rules.fingerprints = settings.fingerprints;
+        snapshot.fingerprints.setTaken(settings.fingerprints);
         if (rules.versions) {
             QString folder = settings.versionFolder;
             while (folder.size() > 1 && folder.endsWith(Separator))
@@ -397,7 +407,8 @@ Outcome CreateSnapshot(Snapshot& snapshot, const ScanSettings& settings, Progres
         return outcome;
     outcome.summary = SummaryLine(QStringLiteral("found"), start, secondsSinceMidnight(),
                                   snapshot.fileCount, snapshot.folderCount) +
-                      scanNotes(snapshot.hiddenLeftOut, snapshot.unreadableFolders);
+                      scanNotes(snapshot.hiddenLeftOut, snapshot.unreadableFolders,
+                                snapshot.fingerprints.unreadable);
     snapshot.header.created = oleNow();
     return outcome;
 }

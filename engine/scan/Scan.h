@@ -65,6 +65,8 @@ struct ScanSettings {
     // Folders on another file system than the root's are recorded, their
     // contents not.
     bool oneFileSystem = false;
+    // Every regular file is read for its content fingerprint.
+    bool fingerprints = false;
 };
 
 // CreateSnapshot: scans the tree (TakeSnapshot) and on success sets the
@@ -96,9 +98,10 @@ int32_t CountFolders(const QString& path, int16_t depth, int16_t limit,
                      const ScanSettings& settings = {});
 
 // What a scan could not record, as its summary and the meter say it: ", 37
-// hidden entries left out, 2 folders could not be read", empty when it
-// recorded everything.
-QString scanNotes(int32_t hiddenLeftOut, int32_t unreadableFolders);
+// hidden entries left out, 2 folders could not be read, 12 files could not
+// be read" (the last for their fingerprints), empty when it recorded
+// everything.
+QString scanNotes(int32_t hiddenLeftOut, int32_t unreadableFolders, int32_t unreadableFiles = 0);
 // "1 folder could not be read", "2 folders could not be read".
 QString unreadableFoldersText(int32_t folders);
 
