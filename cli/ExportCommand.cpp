@@ -36,11 +36,13 @@ bool parseFields(const QString& text, bool inFolderOffered,
         int column = part.trimmed().toInt(&number);
         if (!number)
             column = columnNamed(part.trimmed());
-        const bool access = column == PermissionsColumn || column == OwnerColumn;
-        if ((column < 0 || column >= output::ExportField::FirstCustomField) && !access)
+        const bool extra =
+            column == PermissionsColumn || column == OwnerColumn || column == FingerprintColumn;
+        if ((column < 0 || column >= output::ExportField::FirstCustomField) && !extra)
             return usageError(
                 QStringLiteral("--fields: \"%1\" is not a column (name, folder, size, type, "
-                               "modified, attributes, version, 0 to 6, permissions, owner) "
+                               "modified, attributes, version, 0 to 6, permissions, owner, "
+                               "fingerprint) "
                                "nor custom:TEXT")
                     .arg(part));
         if (column == InFolderColumn && !inFolderOffered)
@@ -48,12 +50,11 @@ bool parseFields(const QString& text, bool inFolderOffered,
         if (taken[size_t(column)])
             return usageError(QStringLiteral("--fields: \"%1\" is named twice").arg(part));
         taken[size_t(column)] = true;
-        if (access)
-            fields.push_back({column == PermissionsColumn ? output::ExportField::PermissionsField
-                                                          : output::ExportField::OwnerField,
-                              QString(), true});
-        else
-            fields.push_back({column, QString(), true});
+        const int field = column == PermissionsColumn   ? output::ExportField::PermissionsField
+                          : column == OwnerColumn       ? output::ExportField::OwnerField
+                          : column == FingerprintColumn ? output::ExportField::FingerprintField
+                                                        : column;
+        fields.push_back({field, QString(), true});
     }
     return true;
 }
@@ -81,8 +82,8 @@ int exportCommand(const QStringList& arguments) {
         QStringLiteral("fields"),
         QStringLiteral("The fields of a line, separated by commas: name, folder (needs "
                        "--subfolders), size, type, modified, attributes, version, or the column "
-                       "numbers 0 to 6; permissions and owner (empty for a snapshot without "
-                       "them); and up to eight custom:TEXT entries written as they stand. "
+                       "numbers 0 to 6; permissions, owner and fingerprint (empty for a snapshot "
+                       "without them); and up to eight custom:TEXT entries written as they stand. "
                        "Default: every column the Export dialog starts with, Name to Version."),
         QStringLiteral("LIST"));
     const QCommandLineOption separator(

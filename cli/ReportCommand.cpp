@@ -62,8 +62,10 @@ int reportCommand(const QStringList& arguments) {
     list.font.setPointSizeF(output::GridPointSize);
     const QScreen* screen = QGuiApplication::primaryScreen();
     const double dpi = screen ? screen->logicalDotsPerInchX() : 96.0;
-    list.columnTwips = output::shownColumnTwips(
-        {list.snapshot->header.versions, list.inFolderOffered, list.accessOffered}, list.font, dpi);
+    list.columnTwips =
+        output::shownColumnTwips({list.snapshot->header.versions, list.inFolderOffered,
+                                  list.accessOffered, list.fingerprintsOffered},
+                                 list.font, dpi);
 
     output::ReportSettings settings;
     settings.includeDifferences = p.isSet(differences);

@@ -106,6 +106,8 @@ int columnNamed(const QString& word) {
         return PermissionsColumn;
     if (lower == QLatin1String("owner"))
         return OwnerColumn;
+    if (lower == QLatin1String("fingerprint"))
+        return FingerprintColumn;
     return int(ColumnWords.indexOf(lower));
 }
 
@@ -187,6 +189,7 @@ void WindowlessView::describe(bool comparing, const CompareOptions& options, Sho
     l.showMode = mode;
     l.inFolderOffered = subFolders;
     l.accessOffered = !m_snapshot.access.empty();
+    l.fingerprintsOffered = m_snapshot.fingerprints.taken();
     l.folderPanel = m_snapshot.header.rootFolder + folderKey.mid(1);
     l.changesPanel =
         ShowChanges(comparing, comparing, mode, m_rows->counters(), m_snapshot.ignoredCount);
@@ -214,7 +217,8 @@ bool WindowlessView::parseSort(const QString& text, RowSelection& selection) {
     if (column < 0)
         return usageError(
             QStringLiteral("--sort takes name, folder, size, type, modified, attributes, "
-                           "permissions, owner, version or none, with :desc to reverse"));
+                           "permissions, owner, version, fingerprint or none, with :desc to "
+                           "reverse"));
     if (!selection.listing.keys && sortNeedsKeys(column)) {
         printError(QStringLiteral("Sorting Restriction"),
                    QStringLiteral("Cannot sort by Size, Modified or Attributes when '") +

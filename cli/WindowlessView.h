@@ -58,8 +58,8 @@ struct ViewOptions {
 };
 
 // The grid column a --fields or --sort word names (name, folder, size, type,
-// modified, attributes, version, permissions, owner, in any case); -1 for
-// none.
+// modified, attributes, version, permissions, owner, fingerprint, in any
+// case); -1 for none.
 int columnNamed(const QString& word);
 
 // A snapshot window's view, made without a window: the snapshot, the one it

@@ -31,6 +31,7 @@ constexpr int ModifiedTwips = 1800;
 constexpr int AttributesTwips = 1000;
 constexpr int PermissionsTwips = 1100;
 constexpr int OwnerTwips = 1400;
+constexpr int FingerprintTwips = 3600;
 constexpr int VersionTwips = 2000;
 constexpr int FillerTwips = 20000;
 
@@ -54,7 +55,8 @@ QString gridHeaderText(int column) {
                                                                  QString(),
                                                                  QString(),
                                                                  QStringLiteral(" Permissions"),
-                                                                 QStringLiteral(" Owner")};
+                                                                 QStringLiteral(" Owner"),
+                                                                 QStringLiteral(" Fingerprint")};
     return column >= 0 && column < GridColumnCount ? headers[size_t(column)] : QString();
 }
 
@@ -78,6 +80,8 @@ int gridColumnTwips(int column, const GridLayout& layout) {
         return layout.access ? PermissionsTwips : 0;
     case OwnerColumn:
         return layout.access ? OwnerTwips : 0;
+    case FingerprintColumn:
+        return layout.fingerprints ? FingerprintTwips : 0;
     case VersionColumn:
         return layout.versions ? VersionTwips : 0;
     case FillerColumn:
@@ -268,13 +272,18 @@ QString FileList::cellText(int32_t row, int column) const {
         const EntryAccess access = m_snapshot.access.at(i);
         return ownerText(access.owner, access.group);
     }
+    case FingerprintColumn:
+        return m_snapshot.fingerprints.has(i)
+                   ? QString::fromLatin1(fingerprintHex(m_snapshot.fingerprints.at(i)))
+                   : QString();
     default:
         return QString();
     }
 }
 
 Highlight FileList::highlight(int32_t row, int column) const {
-    const bool access = column == PermissionsColumn || column == OwnerColumn;
+    const bool access =
+        column == PermissionsColumn || column == OwnerColumn || column == FingerprintColumn;
     if (m_options.mode == ShowMode::None || column < NameColumn ||
         (column > VersionColumn && !access))
         return Highlight::None;
@@ -291,12 +300,15 @@ Highlight FileList::highlight(int32_t row, int column) const {
         return Highlight::Changed;
     if (e.match == 0)
         return Highlight::Deleted;
-    // Permissions and Owner: the entry's own change, a folder's included.
+    // Permissions, Owner and Fingerprint: the entry's own change, a
+    // folder's included.
     if (access) {
-        const int16_t bit = column == PermissionsColumn ? Change::Permissions : Change::Owner;
+        const int16_t bit = column == PermissionsColumn ? Change::Permissions
+                            : column == OwnerColumn     ? Change::Owner
+                                                        : Change::Content;
         return ownChanges(m_snapshot, entry) & bit ? Highlight::Changed : Highlight::None;
     }
-    // A link that points elsewhere: its name.
+    // A link that points elsewhere, a file whose content changed: its name.
     if (column == NameColumn && !e.isFolder() && e.status > 0 &&
         (e.status & (Change::LinkTarget | Change::Content)))
         return Highlight::Changed;

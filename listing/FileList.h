@@ -43,27 +43,30 @@ enum GridColumn : int {
     AttributesKeyColumn,
     PermissionsColumn, // "-rwsr-xr-x", when the snapshot has them
     OwnerColumn,       // "root:root"
+    FingerprintColumn, // 32 hex digits, when the snapshot has fingerprints
     GridColumnCount
 };
 
 // The columns a grid and a report show, left to right.
-inline constexpr std::array<int, 10> ShownColumnOrder = {
-    NameColumn,       InFolderColumn,    SizeColumn,  TypeColumn,    ModifiedColumn,
-    AttributesColumn, PermissionsColumn, OwnerColumn, VersionColumn, FillerColumn};
+inline constexpr std::array<int, 11> ShownColumnOrder = {
+    NameColumn,     InFolderColumn,    SizeColumn,        TypeColumn,
+    ModifiedColumn, AttributesColumn,  PermissionsColumn, OwnerColumn,
+    VersionColumn,  FingerprintColumn, FillerColumn};
 
 // What decides which columns a list shows and how wide Name is.
 struct GridLayout {
-    bool versions = false;   // the snapshot holds versions
-    bool subFolders = false; // files of sub-folders are listed
-    bool access = false;     // the snapshot holds permissions and owners
+    bool versions = false;     // the snapshot holds versions
+    bool subFolders = false;   // files of sub-folders are listed
+    bool access = false;       // the snapshot holds permissions and owners
+    bool fingerprints = false; // the snapshot holds content fingerprints
 };
 
 // The heading of a column, blanks included (" Name", "Size ").
 QString gridHeaderText(int column);
 // A column's designed width in twips: Name narrows when the snapshot has
 // versions and more while sub-folder files are shown; In Folder, Version,
-// Permissions and Owner are 0 when there is nothing to put in them; the
-// keys are always 0.
+// Permissions, Owner and Fingerprint are 0 when there is nothing to put in
+// them; the keys are always 0.
 int gridColumnTwips(int column, const GridLayout& layout);
 // The key column a sort by the given column uses: Size, Modified and
 // Attributes sort on their hidden keys, every other column on itself.

@@ -349,6 +349,13 @@ bool CellWriter::append(int32_t row, int column, LineBuffer& out) {
     case engine::PermissionsColumn:
     case engine::OwnerColumn:
         return appendAccess(row, column, out);
+    case engine::FingerprintColumn: {
+        // Hex digits hold none of the bytes watched for.
+        const int32_t entry = m_rows.entryAt(row);
+        if (m_snapshot.fingerprints.has(entry))
+            out.append(engine::fingerprintHex(m_snapshot.fingerprints.at(entry)));
+        return false;
+    }
     case engine::AttributesKeyColumn:
         if (m_rows.options().keys) {
             char digits[8];

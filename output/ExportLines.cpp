@@ -28,7 +28,8 @@ QString fieldText(int column) {
 
 } // namespace
 
-std::vector<ExportField> exportFields(bool inFolderOffered, bool accessOffered) {
+std::vector<ExportField> exportFields(bool inFolderOffered, bool accessOffered,
+                                      bool fingerprintsOffered) {
     std::vector<ExportField> fields;
     for (int number = 0; number <= ExportField::LastCustomField; ++number) {
         if (number == engine::InFolderColumn && !inFolderOffered)
@@ -38,6 +39,9 @@ std::vector<ExportField> exportFields(bool inFolderOffered, bool accessOffered) 
                 {ExportField::PermissionsField, fieldText(engine::PermissionsColumn), false});
             fields.push_back({ExportField::OwnerField, fieldText(engine::OwnerColumn), false});
         }
+        if (number == ExportField::FirstCustomField && fingerprintsOffered)
+            fields.push_back(
+                {ExportField::FingerprintField, fieldText(engine::FingerprintColumn), false});
         if (number < ExportField::FirstCustomField)
             fields.push_back({number, fieldText(number), true});
         else

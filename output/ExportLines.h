@@ -23,7 +23,8 @@ namespace kestrel::output {
 
 // One entry of the export's field list. Its number is a column of the grid
 // (Name 0 to Version 6), from 7 to 14 a custom field whose text is written
-// as it stands, or 15 and 16 for the Permissions and Owner columns.
+// as it stands, or 15 to 17 for the Permissions, Owner and Fingerprint
+// columns.
 struct ExportField {
     int number = 0;
     QString text; // "[Name]", "Custom" or the custom text entered
@@ -32,23 +33,32 @@ struct ExportField {
     bool isCustom() const { return number >= FirstCustomField && number <= LastCustomField; }
     // The grid column a field that is not custom writes.
     int column() const {
-        if (number == PermissionsField)
+        switch (number) {
+        case PermissionsField:
             return engine::PermissionsColumn;
-        return number == OwnerField ? int(engine::OwnerColumn) : number;
+        case OwnerField:
+            return engine::OwnerColumn;
+        case FingerprintField:
+            return engine::FingerprintColumn;
+        default:
+            return number;
+        }
     }
 
     static constexpr int FirstCustomField = 7;
     static constexpr int LastCustomField = 14;
     static constexpr int PermissionsField = 15;
     static constexpr int OwnerField = 16;
+    static constexpr int FingerprintField = 17;
 };
 
 // The field list as the dialog starts it for a list: the grid's columns
 // Name to Version, each "[" + its trimmed heading + "]" and checked (In
 // Folder only when the list offers it), then, when the list offers them,
-// "[Permissions]" and "[Owner]" unchecked, then eight unchecked "Custom"
-// entries.
-std::vector<ExportField> exportFields(bool inFolderOffered, bool accessOffered = false);
+// "[Permissions]" and "[Owner]", and "[Fingerprint]", unchecked, then eight
+// unchecked "Custom" entries.
+std::vector<ExportField> exportFields(bool inFolderOffered, bool accessOffered = false,
+                                      bool fingerprintsOffered = false);
 
 // Checking an entry numbered 6 to 14 asks for a custom text: the custom
 // entries and, deliberately, the Version column too, whose written value

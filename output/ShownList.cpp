@@ -38,6 +38,8 @@ int shownColumnPixels(int column, const engine::GridLayout& layout, const QFont&
     if (column == engine::ModifiedColumn)
         return std::max(designed, fits(engine::modifiedText(
                                       engine::oleDateFromParts(2028, 12, 28, 22, 58, 58))));
+    if (column == engine::FingerprintColumn)
+        return std::max(designed, fits(QString(32, QLatin1Char('d'))));
     if (column == engine::PermissionsColumn)
         return std::max(
             {designed, fits(QStringLiteral("drwxrwxrwx")), fits(engine::gridHeaderText(column))});

@@ -46,6 +46,9 @@ struct ShownList {
     // Whether the snapshot holds permissions and owners: only then does the
     // export offer their columns.
     bool accessOffered = false;
+    // Whether the snapshot holds content fingerprints: only then does the
+    // export offer their column.
+    bool fingerprintsOffered = false;
     // The width of every column in twips, as the grid shows it; 0 for a
     // hidden column.
     std::array<int, ShownColumnCount> columnTwips{};

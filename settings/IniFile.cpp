@@ -31,6 +31,7 @@ const QString Folder = QStringLiteral("Folder");
 const QString Drive = QStringLiteral("Drive");
 const QString Version = QStringLiteral("Version");
 const QString Exclude = QStringLiteral("Exclude");
+const QString Fingerprints = QStringLiteral("Fingerprints");
 
 // One line of the file as it is on disk, its line end apart, so that a
 // rewrite gives back every line it does not change byte for byte, whatever
@@ -217,7 +218,8 @@ void IniFile::writeFrameState(FrameState state) const {
 
 ScanFolders IniFile::readScanFolders() const {
     return {readString(Main, Folder, QString()), readString(Main, Drive, QString()),
-            readString(Main, Version, QString()), readString(Main, Exclude, QString())};
+            readString(Main, Version, QString()), readString(Main, Exclude, QString()),
+            readString(Main, Fingerprints, QString()) == QLatin1String("1")};
 }
 
 void IniFile::writeScanFolders(const ScanFolders& folders) const {
@@ -225,6 +227,8 @@ void IniFile::writeScanFolders(const ScanFolders& folders) const {
     writeString(Main, Drive, folders.drive);
     writeString(Main, Version, folders.versionFolder);
     writeString(Main, Exclude, folders.exclude);
+    writeString(Main, Fingerprints,
+                folders.fingerprints ? QStringLiteral("1") : QStringLiteral("0"));
 }
 
 QString IniFile::defaultPath() {

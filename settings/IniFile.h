@@ -28,6 +28,8 @@ struct ScanFolders {
     QString drive;
     QString versionFolder;
     QString exclude;
+    // Kestrel's own addition: content fingerprints asked for.
+    bool fingerprints = false;
 };
 
 // "Kestrel.ini": the main window's placement and the new-snapshot dialog's

@@ -60,6 +60,9 @@ struct Settings {
     // differ are no change.
     int16_t permissions = 0;
     int16_t owner = 0;
+    // Kestrel's own addition: where both files have content fingerprints
+    // and they are equal, a date change alone is no change.
+    int16_t touched = 1;
     // Kestrel's own addition: ignore patterns, one a line (gitignore rules;
     // engine/compare/IgnorePatterns.h). Stored as one value, "Patterns".
     QString patterns;
@@ -105,6 +108,7 @@ enum class Key {
     Dst,
     Permissions,
     Owner,
+    Touched,
 };
 
 // The kind of control that edits a key, which decides what values it takes
@@ -206,6 +210,7 @@ public:
     bool ignoreDst() const { return m_ignoreDst; }
     bool ignorePermissions() const { return m_values.permissions != 0; }
     bool ignoreOwner() const { return m_values.owner != 0; }
+    bool ignoreTouched() const { return m_values.touched != 0; }
     // The ignore patterns compiled; none when there are none.
     const std::shared_ptr<const engine::IgnorePatterns>& ignorePatterns() const {
         return m_ignorePatterns;

@@ -155,7 +155,7 @@ void SettingsStore::getSettings(Options& options) const {
         apply(options, key, readConfigValue(name(key), defaultValue(key)));
 
     for (Key key : {Key::Attrib, Key::Read, Key::Hidden, Key::System, Key::Archive, Key::Date,
-                    Key::Size, Key::Version, Key::Dst, Key::Permissions, Key::Owner})
+                    Key::Size, Key::Version, Key::Dst, Key::Permissions, Key::Owner, Key::Touched})
         apply(options, key, readStrict(key));
 
     apply(options, Key::Shell, readConfigValue(name(Key::Shell), defaultValue(Key::Shell)));
@@ -177,7 +177,7 @@ void SettingsStore::saveSettings(const Options& options) {
                     Key::Filename, Key::Title, Key::Naming})
         save(key);
     for (Key key : {Key::Attrib, Key::Read, Key::Hidden, Key::System, Key::Archive, Key::Date,
-                    Key::Size, Key::Version, Key::Dst, Key::Permissions, Key::Owner})
+                    Key::Size, Key::Version, Key::Dst, Key::Permissions, Key::Owner, Key::Touched})
         save(key);
     save(Key::Shell);
     writeString(Config, QStringLiteral("Program"), options.values().program);

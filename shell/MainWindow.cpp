@@ -202,7 +202,7 @@ void MainWindow::mnuFileNew_Click() {
     if (folder.isEmpty())
         return;
     NewSnapshot(engine::storedPath(folder), m_newDialog->recurse(), m_newDialog->hidden(),
-                m_newDialog->versions(), 1);
+                m_newDialog->versions(), 1, m_newDialog->fingerprints());
 }
 
 void MainWindow::mnuFileOpen_Click() {
@@ -321,7 +321,7 @@ int MainWindow::execDialog(QDialog& dialog) {
 // Snapshots -----------------------------------------------------------------
 
 bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
-                             int16_t number) {
+                             int16_t number, bool fingerprints) {
     if (busy())
         return false;
     // The window stays off screen until its snapshot is complete; when the
@@ -339,6 +339,7 @@ bool MainWindow::NewSnapshot(const QString& folder, bool recurse, bool hidden, b
     settings.meterLevel = m_options.value(Key::Meter);
     settings.versionFolder = m_newDialog->versionFolder();
     settings.exclude = excludePatterns();
+    settings.fingerprints = fingerprints;
     engine::Outcome outcome;
     {
         views::OperationScope operation(*this);

@@ -116,8 +116,9 @@ public:
     // shows it captioned by its title; false when the scan failed or was
     // cancelled, in which case no window remains. folder is stored text; a
     // folder the user chose or named is turned into it by engine::storedPath.
+    // With fingerprints every file is read for its content fingerprint.
     bool NewSnapshot(const QString& folder, bool recurse, bool hidden, bool versions,
-                     int16_t number);
+                     int16_t number, bool fingerprints = false);
     // The new-snapshot dialog's exclude line compiled, its problems said;
     // null when it holds no pattern.
     std::shared_ptr<const engine::IgnorePatterns> excludePatterns();

@@ -128,6 +128,7 @@ struct NewSnapshotDialog::Controls {
     QCheckBox* chkRecurse = nullptr;
     QCheckBox* chkHidden = nullptr;
     QCheckBox* chkVersion = nullptr;
+    QCheckBox* chkFingerprints = nullptr;
     QTreeView* dirVersion = nullptr;
     QCheckBox* chkCompare = nullptr;
     QPushButton* cmdOK = nullptr;
@@ -204,6 +205,10 @@ void NewSnapshotDialog::createControls() {
     c.chkHidden->setObjectName(u"chkHidden"_s);
     c.chkVersion = new QCheckBox(u"&32-bit file version information"_s, c.Frame1);
     c.chkVersion->setObjectName(u"chkVersion"_s);
+    c.chkFingerprints = new QCheckBox(u"Content &fingerprints"_s, c.Frame1);
+    c.chkFingerprints->setObjectName(u"chkFingerprints"_s);
+    c.chkFingerprints->setToolTip(
+        u"Read every file for a fingerprint of its bytes, to tell a rewrite from a touch"_s);
     // The version folder may lie anywhere, so its list shows the whole tree.
     c.dirVersion = makeFolderView(c.folders, u"dirVersion"_s, c.Frame1);
     c.dirVersion->setMinimumHeight(110);
@@ -235,6 +240,7 @@ void NewSnapshotDialog::layOutControls() {
     versionRow->addSpacing(20); // under the box's caption, as its subordinate
     versionRow->addWidget(c.dirVersion);
     frameLayout->addLayout(versionRow, 1);
+    frameLayout->addWidget(c.chkFingerprints);
 
     auto* left = new QVBoxLayout;
     left->addWidget(driveLabel);
@@ -320,6 +326,10 @@ bool NewSnapshotDialog::versions() const {
     return m_controls->chkVersion->isChecked();
 }
 
+bool NewSnapshotDialog::fingerprints() const {
+    return m_controls->chkFingerprints->isChecked();
+}
+
 QString NewSnapshotDialog::versionFolder() const {
     return QDir::toNativeSeparators(m_controls->versionPath);
 }
@@ -355,6 +365,7 @@ void NewSnapshotDialog::load() {
         version = folder;
     setVersionPath(version);
     c.txtExclude->setText(last.exclude);
+    c.chkFingerprints->setChecked(last.fingerprints);
 }
 
 void NewSnapshotDialog::saveChoices() {
@@ -362,7 +373,8 @@ void NewSnapshotDialog::saveChoices() {
     // Stored the platform's way, as the folder is shown to the user.
     m_ini.writeScanFolders({QDir::toNativeSeparators(c.folderPath),
                             QDir::toNativeSeparators(c.drvDrive->currentData().toString()),
-                            QDir::toNativeSeparators(c.versionPath), c.txtExclude->text()});
+                            QDir::toNativeSeparators(c.versionPath), c.txtExclude->text(),
+                            c.chkFingerprints->isChecked()});
 }
 
 QString NewSnapshotDialog::excludePatterns() const {

@@ -48,6 +48,9 @@ public:
     bool recurse() const;  // chkRecurse
     bool hidden() const;   // chkHidden
     bool versions() const; // chkVersion
+    // Kestrel's own addition: every file read for its content fingerprint
+    // (chkFingerprints).
+    bool fingerprints() const;
     // The path of the version folder list (dirVersion).
     QString versionFolder() const;
     // Kestrel's own addition: the exclude line (txtExclude), patterns as

@@ -63,7 +63,9 @@ void scanNextOfSeries(MainWindow& frame, const SnapshotWindow& window, const QSt
                       int16_t number) {
     const engine::SnapshotHeader& header = window.snapshot().header;
     const QString series = seriesFolderOf(window);
-    if (!frame.NewSnapshot(folder, header.recurse, header.hidden, header.versions, number))
+    // A snapshot with content fingerprints is repeated with them.
+    if (!frame.NewSnapshot(folder, header.recurse, header.hidden, header.versions, number,
+                           window.snapshot().fingerprints.taken()))
         return;
     if (SnapshotWindow* made = frame.activeSnapshotWindow(); made && made != &window)
         made->setSeriesFolder(series);

@@ -1,5 +1,6 @@
 #include "FileGridModel.h"
 
+#include "engine/compare/Compare.h"
 #include "engine/support/TextFormats.h"
 
 #include <algorithm>
@@ -9,7 +10,7 @@ namespace kestrel::views {
 using namespace engine;
 
 FileGridModel::FileGridModel(const Snapshot& snapshot, QObject* parent)
-    : QAbstractTableModel(parent), m_list(snapshot) {}
+    : QAbstractTableModel(parent), m_snapshot(snapshot), m_list(snapshot) {}
 
 void FileGridModel::select(int32_t tag, const RowSelection& selection,
                            const HighlightColours& colours, ProgressMeter* meter) {
@@ -17,6 +18,11 @@ void FileGridModel::select(int32_t tag, const RowSelection& selection,
     m_colours = colours;
     selectRows(m_list, tag, selection, meter);
     endResetModel();
+}
+
+void FileGridModel::setComparedWith(const Snapshot* other, const CompareOptions& options) {
+    m_other = other;
+    m_compareOptions = options;
 }
 
 void FileGridModel::clear() {
@@ -82,6 +88,13 @@ QVariant FileGridModel::data(const QModelIndex& index, int role) const {
         return highlightBackground(m_list.highlight(row, column), m_colours);
     case Qt::FontRole:
         return highlightFont(m_list.highlight(row, column));
+    case Qt::ToolTipRole: {
+        if (column != NameColumn || !m_other || m_list.options().mode == ShowMode::None)
+            return {};
+        const QString text =
+            WhatChanged(m_snapshot, *m_other, m_list.entryAt(row), m_compareOptions);
+        return text.isEmpty() ? QVariant() : QVariant(text);
+    }
     case EntryRole:
         return m_list.entryAt(row);
     default:

@@ -32,6 +32,10 @@ public:
     void select(int32_t tag, const engine::RowSelection& selection, const HighlightColours& colours,
                 engine::ProgressMeter* meter = nullptr);
     void clear();
+    // The snapshot the listed one was compared with and the options the
+    // comparison ran with: the Name cell's tooltip then tells what the entry
+    // was there ("[was 1,024  content changed]"). None before a comparison.
+    void setComparedWith(const engine::Snapshot* other, const engine::CompareOptions& options);
     // Sorts by a column's text (0-based; a hidden key column for the sorted
     // ones), rows with equal texts keeping their order.
     void sortByText(int column, bool descending);
@@ -55,6 +59,9 @@ public:
                         int role = Qt::DisplayRole) const override;
 
 private:
+    const engine::Snapshot& m_snapshot;
+    const engine::Snapshot* m_other = nullptr;
+    engine::CompareOptions m_compareOptions;
     engine::FileList m_list;
     HighlightColours m_colours;
 };

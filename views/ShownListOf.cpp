@@ -22,6 +22,7 @@ output::ShownList shownListOf(const SnapshotWindow& window) {
     list.showMode = window.showMode();
     list.inFolderOffered = window.showsSubFolders();
     list.accessOffered = !window.snapshot().access.empty();
+    list.fingerprintsOffered = window.snapshot().fingerprints.taken();
     list.columnTwips = window.grid()->columnTwips();
     list.font = window.grid()->font();
     list.folderPanel = window.statusBar()->panelText(SnapshotStatusBar::FolderPanel);

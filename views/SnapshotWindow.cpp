@@ -144,6 +144,12 @@ void SnapshotWindow::Form_Activate() {
 
 // Show selector ---------------------------------------------------------------
 
+void SnapshotWindow::setPair(SnapshotWindow* window) {
+    if (window != m_pair)
+        m_gridModel->setComparedWith(nullptr, {});
+    m_pair = window;
+}
+
 bool SnapshotWindow::compared() const {
     return m_cboShow->isEnabled();
 }
@@ -279,8 +285,8 @@ void SnapshotWindow::mnuCompareNow_Click() {
 // File grid -----------------------------------------------------------------------
 
 void SnapshotWindow::applyColumnWidths() {
-    m_grdFiles->setColumnWidths(
-        {m_snapshot.header.versions, m_subFolders, !m_snapshot.access.empty()});
+    m_grdFiles->setColumnWidths({m_snapshot.header.versions, m_subFolders,
+                                 !m_snapshot.access.empty(), m_snapshot.fingerprints.taken()});
 }
 
 void SnapshotWindow::mnuFileExport_Click() {
@@ -365,6 +371,9 @@ void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
     const bool sorted = m_sort.sorted();
     if (sorted)
         QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+    const SnapshotWindow* pair = pairedWindow();
+    m_gridModel->setComparedWith(compared() && pair ? &pair->snapshot() : nullptr,
+                                 m_host.options().compareOptions());
     m_gridModel->select(m_currentTag, rowSelection(), colours(), meter);
     updateStatusBar();
     showSortOrder();

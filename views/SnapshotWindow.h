@@ -130,7 +130,9 @@ public:
     // The pair's side of the window (SnapshotPair.h). The paired window is
     // null when there is none.
     SnapshotWindow* pairedWindow() const { return m_pair; }
-    void setPair(SnapshotWindow* window) { m_pair = window; }
+    // Pairs the window with another, or with none; the grid forgets a
+    // snapshot it was compared with as the pair changes.
+    void setPair(SnapshotWindow* window);
     // Enables the show selector and shows the comparison just made.
     void showComparison();
     // While held, a rebuilt tree does not compare on its own.

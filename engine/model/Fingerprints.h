@@ -42,7 +42,9 @@ public:
     int32_t unreadable = 0;
 
     void clear();
-    size_t memoryUsed() const { return m_values.capacity() * sizeof(Fingerprint) + m_has.capacity() / 8; }
+    size_t memoryUsed() const {
+        return m_values.capacity() * sizeof(Fingerprint) + m_has.capacity() / 8;
+    }
 
 private:
     std::vector<Fingerprint> m_values;

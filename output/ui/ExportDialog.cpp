@@ -159,7 +159,7 @@ ExportDialog::~ExportDialog() = default;
 void ExportDialog::setList(const ShownList& list) {
     m_list = &list;
     setResult(QDialog::Rejected);
-    m_fields = exportFields(list.inFolderOffered, list.accessOffered);
+    m_fields = exportFields(list.inFolderOffered, list.accessOffered, list.fingerprintsOffered);
     loadFieldList();
     m_lstField->setCurrentRow(0);
     rebuildPreview();

@@ -212,6 +212,9 @@ QWidget* ConfigDialog::makeCompareTab() {
     // Kestrel's own additions, bound to "Ignore"/"Permissions" and "Owner".
     inside->addWidget(makeBox(Key::Permissions, u"Ignore &permissions"_s, u"chkPermissions"_s));
     inside->addWidget(makeBox(Key::Owner, u"Ignore o&wner and group"_s, u"chkOwner"_s));
+    // Kestrel's own addition, bound to "Ignore"/"Touched".
+    inside->addWidget(makeBox(Key::Touched, u"Ignore date changes when the content is the same"_s,
+                              u"chkTouched"_s));
 
     // Compare buttons: element 1 compares both ways, element 0 this side only.
     const QString captions[] = {u"Compare &Current"_s, u"Compare &Both"_s};

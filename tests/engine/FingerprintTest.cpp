@@ -62,9 +62,11 @@ TEST(Fingerprints, AreWhatXxhsumGivesAndOnlyForRegularFiles) {
         GTEST_SKIP() << "xxhsum (Debian's xxhash) is not installed";
     TempTree t;
     const size_t block = size_t(1) << 18;
-    const std::vector<std::pair<const char*, size_t>> sizes = {
-        {"empty", 0},         {"one", 1},          {"block", block},
-        {"block+1", block + 1}, {"three", 3 * block + 17}};
+    const std::vector<std::pair<const char*, size_t>> sizes = {{"empty", 0},
+                                                               {"one", 1},
+                                                               {"block", block},
+                                                               {"block+1", block + 1},
+                                                               {"three", 3 * block + 17}};
     for (const auto& [name, size] : sizes) {
         QByteArray bytes(qsizetype(size), '\0');
         for (size_t k = 0; k < size; ++k)

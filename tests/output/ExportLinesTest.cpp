@@ -70,11 +70,12 @@ TEST_F(ExportLinesTest, TheFieldListOffersTheColumnsThenEightCustomEntries) {
     EXPECT_EQ(withFolders[1].text, QStringLiteral("[In Folder]"));
     for (size_t i = 0; i < withFolders.size(); ++i)
         EXPECT_EQ(withFolders[i].number, int(i));
-    // Permissions and Owner, for a snapshot that holds them, come unchecked
-    // after Version and ask for no text.
-    const std::vector<ExportField> withAccess = exportFields(false, true);
-    EXPECT_EQ(textsOf(withAccess).mid(5, 4),
-              (QStringList{"[Version]+", "[Permissions]", "[Owner]", "Custom"}));
+    // Permissions, Owner and Fingerprint, for a snapshot that holds them,
+    // come unchecked after Version and ask for no text.
+    const std::vector<ExportField> withAccess = exportFields(false, true, true);
+    EXPECT_EQ(textsOf(withAccess).mid(5, 5),
+              (QStringList{"[Version]+", "[Permissions]", "[Owner]", "[Fingerprint]", "Custom"}));
+    EXPECT_EQ(withAccess[8].column(), int(engine::FingerprintColumn));
     EXPECT_EQ(withAccess[6].column(), int(engine::PermissionsColumn));
     EXPECT_EQ(withAccess[7].column(), int(engine::OwnerColumn));
     EXPECT_FALSE(withAccess[6].isCustom() || fieldPromptsForText(withAccess[7].number));
@@ -327,6 +328,8 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
         if (entry % 5 != 0)
             f.snapshot.access.set(entry, {modes[size_t(entry) % 4], uint32_t(entry % 3),
                                           entry % 2 ? 0u : 4000000000u});
+    for (int32_t entry = 1; entry <= f.snapshot.entryCount; entry += 3)
+        f.snapshot.fingerprints.set(entry, {uint64_t(entry) << 40, ~uint64_t(entry)});
 
     for (const auto& [language, country] : {std::pair{QLocale::English, QLocale::UnitedStates},
                                             {QLocale::German, QLocale::Germany},
@@ -344,7 +347,7 @@ TEST(CellWriterTest, WritesWhatTheGridShowsInEveryLocale) {
             const std::string_view watched = " ,\"\r\n";
             CellWriter writer(f.snapshot, *f.rows, watched);
             for (int32_t row = 0; row < f.rows->rowCount(); ++row)
-                for (const int column : {0, 1, 2, 3, 4, 5, 6, 11, 12, 13}) {
+                for (const int column : {0, 1, 2, 3, 4, 5, 6, 11, 12, 13, 14}) {
                     LineBuffer fast;
                     const bool held = writer.append(row, column, fast);
                     const QByteArray text = f.rows->cellText(row, column).toUtf8();

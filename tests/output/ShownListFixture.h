@@ -68,7 +68,8 @@ private:
         list.accessOffered = !snapshot.access.empty();
         for (int column = 0; column < output::ShownColumnCount; ++column)
             list.columnTwips[size_t(column)] = engine::gridColumnTwips(
-                column, {snapshot.header.versions, options.subFolders, list.accessOffered});
+                column, {snapshot.header.versions, options.subFolders, list.accessOffered,
+                         snapshot.fingerprints.taken()});
         list.font = QGuiApplication::font();
         list.title = snapshot.header.title;
         list.created = snapshot.header.created;
