@@ -69,6 +69,11 @@ struct CompareCommandOptions {
             "Ignore permission bits (set-user-ID, set-group-ID and sticky among them).")};
     QCommandLineOption ignoreOwner{QStringLiteral("ignore-owner"),
                                    QStringLiteral("Ignore owners and groups.")};
+    QCommandLineOption noMoves{
+        QStringLiteral("no-moves"),
+        QStringLiteral("Do not pair files only in OLD with files only in NEW as moves (a move "
+                       "is printed as \">\tOLD PATH -> NEW PATH\" in place of its - and + "
+                       "lines).")};
     QCommandLineOption touched{
         QStringLiteral("touched"),
         QStringLiteral("Report a file whose date changed though its content fingerprint did "
@@ -109,8 +114,8 @@ struct CompareCommandOptions {
         parser.addPositionalArgument(QStringLiteral("NEW"),
                                      QStringLiteral("The later snapshot file or folder."));
         parser.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes,
-                           ignorePermissions, ignoreOwner, touched, tolerance, ignore, ignoreFrom,
-                           useSettings, show, format});
+                           ignorePermissions, ignoreOwner, touched, noMoves, tolerance, ignore,
+                           ignoreFrom, useSettings, show, format});
     }
 };
 
@@ -258,18 +263,32 @@ struct DifferenceCounts {
     int changed = 0;
     int unreadable = 0;
     AccessCounts access;
+    MoveList moves; // their entries are not counted as added or removed
 
-    int total() const { return added + removed + changed + unreadable; }
+    int total() const {
+        return added + removed + changed + unreadable + moves.files + moves.folders;
+    }
 };
+
+// Whether a difference is told by a move's line: a moved entry only on one
+// side.
+bool partOfMove(const Difference& d, const Snapshot& newer, const Snapshot& older) {
+    if (d.kind == Difference::OnlyInOld)
+        return older.movedTo.count(d.index) > 0;
+    return d.kind == Difference::OnlyInNew && newer.movedFrom.count(d.index) > 0;
+}
 
 const Snapshot& sideOf(const Difference& d, const Snapshot& newer, const Snapshot& older) {
     return d.kind == Difference::OnlyInOld ? older : newer;
 }
 
 DifferenceCounts countDifferences(const std::vector<Difference>& differences, const Snapshot& newer,
-                                  const Snapshot& older) {
+                                  const Snapshot& older, MoveList moves) {
     DifferenceCounts counts;
+    counts.moves = std::move(moves);
     for (const Difference& d : differences) {
+        if (partOfMove(d, newer, older))
+            continue;
         if (sideOf(d, newer, older).entry(d.index).isUnreadableMarker()) {
             ++counts.unreadable;
             continue;
@@ -283,15 +302,25 @@ DifferenceCounts countDifferences(const std::vector<Difference>& differences, co
     return counts;
 }
 
-// Every difference, by path: an entry only in OLD among NEW's, the kinds
-// breaking the tie of a name that is on both sides.
+// The moves first, then every other difference, by path: an entry only in
+// OLD among NEW's, the kinds breaking the tie of a name that is on both
+// sides. A file that moved with its folder is told by the folder's line.
 void writeDifferences(CompareReport& report, std::vector<Difference>& differences,
-                      const Snapshot& newer, const Snapshot& older) {
+                      const Snapshot& newer, const Snapshot& older, const MoveList& moves) {
+    for (const Move& m : moves.moves) {
+        const int32_t parent = older.entry(m.from).parent;
+        const auto folder = older.movedTo.find(parent);
+        if (!m.folder && folder != older.movedTo.end() &&
+            newer.entry(m.to).parent == folder->second)
+            continue;
+        report.moved(m);
+    }
     sortByPath(differences, [&](const Difference& d) {
         return pathSortKey(sideOf(d, newer, older).relativePath(d.index)) + '\0' + char(d.kind);
     });
     for (const Difference& d : differences)
-        report.difference(d);
+        if (!partOfMove(d, newer, older))
+            report.difference(d);
 }
 
 // NEW's entries the show mode lists, in path order.
@@ -310,6 +339,8 @@ QString summaryText(const DifferenceCounts& counts, const Snapshot& newer, const
                           .arg(counts.added)
                           .arg(counts.removed)
                           .arg(counts.changed);
+    if (const QString moved = movesText(counts.moves); !moved.isEmpty())
+        summary += QStringLiteral(", ") + moved;
     const QString access = accessChangesText(counts.access);
     if (!access.isEmpty())
         summary += QStringLiteral(" (") + access + QLatin1Char(')');
@@ -369,11 +400,16 @@ int compareCommand(const QStringList& arguments) {
     markAccessAlerts(newer, 1, older, *options);
     DifferenceCounts counts;
     try {
+        MoveList moves;
+        if (!p.isSet(o.noMoves)) {
+            moves = detectMoves(older, 1, newer, 1);
+            noteMoves(older, newer, moves);
+        }
         std::vector<Difference> differences = listDifferences(newer, older);
         CompareReport report(*format, newer, older, *options);
-        counts = countDifferences(differences, newer, older);
+        counts = countDifferences(differences, newer, older, moves);
         if (*showMode == ShowMode::None)
-            writeDifferences(report, differences, newer, older);
+            writeDifferences(report, differences, newer, older, counts.moves);
         else
             writeShownEntries(report, newer, *showMode);
     } catch (const RuntimeError& e) {

@@ -104,6 +104,23 @@ void CompareReport::difference(const Difference& d) {
     }
 }
 
+void CompareReport::moved(const Move& move) {
+    const QString from = m_old.relativePath(move.from);
+    const QString to = m_new.relativePath(move.to);
+    switch (m_format) {
+    case Text:
+        m_out << ">\t" << escapedPath(from) << " -> " << escapedPath(to) << '\n';
+        break;
+    case Csv:
+        csvRow(QStringLiteral(">"), m_old, move.from, QStringLiteral("to ") + to);
+        break;
+    case Jsonl:
+        m_out << "{\"moved\":{\"from\":" << jsonString(from) << ",\"to\":" << jsonString(to)
+              << "},\"folder\":" << (move.folder ? "true" : "false") << "}\n";
+        break;
+    }
+}
+
 // A row of the file list of a show mode.
 void CompareReport::listed(int32_t index) {
     const SnapshotEntry& e = m_new.entry(index);

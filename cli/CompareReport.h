@@ -2,6 +2,7 @@
 
 #include "engine/compare/CompareOptions.h"
 #include "engine/compare/Differences.h"
+#include "engine/compare/Moves.h"
 
 #include <QString>
 #include <QTextStream>
@@ -27,6 +28,8 @@ public:
 
     // A difference line: the entry of the side it belongs to.
     void difference(const engine::Difference& d);
+    // A moved entry's line: ">", the path in OLD and where it is in NEW.
+    void moved(const engine::Move& move);
     // A row of NEW's file list in a show mode.
     void listed(int32_t index);
 

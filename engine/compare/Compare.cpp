@@ -635,6 +635,10 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
     try {
         self.folderChanges.clear();
         other.folderChanges.clear();
+        for (Snapshot* s : {&self, &other}) {
+            s->movedTo.clear();
+            s->movedFrom.clear();
+        }
         markIgnoredInBoth(self, other, comparisonPatterns(self, other, options));
         // The names' hashes serve both ways: the second way finds them all
         // worked out by the first.

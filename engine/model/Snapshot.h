@@ -227,6 +227,12 @@ public:
     // owner or link target differ from their counterpart's, with the change
     // bits (a folder's status tells only of what lies beneath it).
     std::unordered_map<int32_t, int16_t> folderChanges;
+    // Set by a comparison that looks for moves, not saved: the entries
+    // without counterpart that moved, with the entry they became in the
+    // newer snapshot (movedTo, in the older one) or came from in the older
+    // snapshot (movedFrom, in the newer one).
+    std::unordered_map<int32_t, int32_t> movedTo;
+    std::unordered_map<int32_t, int32_t> movedFrom;
 
     int32_t entryCount = 0; // index of the last entry in use
     int32_t fileCount = 0;

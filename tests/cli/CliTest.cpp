@@ -618,6 +618,37 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     EXPECT_TRUE(r.out.startsWith(u"lrwxrwxrwx,link\r\n"_s)) << r.out.toStdString();
 }
 
+// Moves are their own lines, before what is only on one side, and stand in
+// for the lines of what moved; --no-moves lists them as before. A folder
+// snapshot with fingerprints makes the scan of the other side take them.
+TEST_F(CliTest, CompareTellsMovesAndContent) {
+    TempTree t;
+    for (const QString& f : {u"old/a"_s, u"old/b"_s})
+        t.file(f, "same");
+    t.file(u"kept"_s, "before");
+    QTemporaryDir out;
+    const QString old = out.filePath(u"t.#01"_s);
+    ASSERT_EQ(cli({u"snapshot"_s, t.root(), u"--fingerprints"_s, u"--output"_s, old}).status, 0);
+    ASSERT_TRUE(QDir().rename(t.root() + u"old"_s, t.root() + u"new"_s));
+    t.file(u"added"_s, "x");
+    t.file(u"kept"_s, "BEFORE"); // same size, new content
+
+    CliRun r = cli({u"compare"_s, old, t.root()});
+    EXPECT_EQ(r.status, 1);
+    ASSERT_GE(r.lines().size(), 3);
+    EXPECT_EQ(r.lines().at(0), u">\told/ -> new/"_s);
+    EXPECT_EQ(r.lines().at(1), u"+\tadded"_s);
+    EXPECT_TRUE(r.lines().at(2).startsWith(u"~\tkept\t"_s)) << r.lines().at(2).toStdString();
+    EXPECT_TRUE(r.lines().at(2).contains(u"content changed"_s));
+    EXPECT_TRUE(r.err.contains(u"2 moved files, 1 moved folder"_s)) << r.err.toStdString();
+
+    r = cli({u"compare"_s, old, t.root(), u"--format"_s, u"jsonl"_s});
+    EXPECT_EQ(r.lines().first(),
+              u"{\"moved\":{\"from\":\"old/\",\"to\":\"new/\"},\"folder\":true}"_s);
+    r = cli({u"compare"_s, old, t.root(), u"--no-moves"_s});
+    EXPECT_TRUE(r.lines().contains(u"-\told/"_s) && r.lines().contains(u"+\tnew/a"_s));
+}
+
 // A snapshot sent down a pipe carries its side data: kept in a file or read
 // from standard input, it is the same snapshot, byte for byte.
 TEST_F(CliTest, SnapshotsTravelThroughPipes) {

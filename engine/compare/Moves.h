@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+#include <vector>
+
+namespace kestrel::engine {
+
+class Snapshot;
+
+// An entry without counterpart in the older snapshot paired with one
+// without counterpart in the newer: a file, or a folder whose files all
+// moved into one other folder under the same names.
+struct Move {
+    int32_t from; // in the older snapshot
+    int32_t to;   // in the newer snapshot
+    bool folder;
+};
+
+// The moves after a comparison, in the order of the older snapshot's table.
+// A moved folder is listed before the files that moved with it.
+struct MoveList {
+    std::vector<Move> moves;
+    int32_t files = 0;
+    int32_t folders = 0;
+};
+
+// Pairs the files the last comparison left without counterpart, beneath the
+// rings at olderTop and newerTop, when the pairing is beyond doubt: the same
+// content fingerprint where both snapshots have fingerprints and both files
+// one, otherwise the same size (1 byte or more) and the same date, with
+// exactly one candidate on each side. Entries the comparison ignored, and
+// values a scan could not read, take no part. The comparison's status and
+// match stay as they are: moves only add to them.
+MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& newer,
+                     int32_t newerTop);
+
+// Notes the moves in both snapshots (Snapshot::movedTo of the older,
+// Snapshot::movedFrom of the newer), replacing what an earlier comparison
+// noted.
+void noteMoves(Snapshot& older, Snapshot& newer, const MoveList& moves);
+
+// "3 moved files, 1 moved folder" for the change summary; empty for none.
+QString movesText(const MoveList& moves);
+
+} // namespace kestrel::engine

@@ -1,0 +1,130 @@
+// Moved and renamed entries, paired after a comparison of two scans.
+
+#include "TestSupport.h"
+
+#include "engine/compare/Compare.h"
+#include "engine/compare/Moves.h"
+#include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
+#include "engine/support/Progress.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+
+using namespace kestrel::engine;
+using kestrel::test::TempTree;
+
+namespace {
+
+void scanInto(Snapshot& s, const TempTree& tree, bool fingerprints) {
+    s.header.rootFolder = tree.root();
+    s.header.recurse = true;
+    s.header.hidden = true;
+    ScanSettings settings;
+    settings.fingerprints = fingerprints;
+    ProgressMeter meter;
+    ASSERT_TRUE(CreateSnapshot(s, settings, meter).ok);
+}
+
+void rename(const TempTree& t, const char* from, const char* to) {
+    QDir().mkpath(QFileInfo(t.root() + QString::fromLatin1(to)).path());
+    ASSERT_TRUE(QDir().rename(t.root() + QString::fromLatin1(from),
+                              t.root() + QString::fromLatin1(to)));
+}
+
+// "from -> to" for every move, folders with their trailing "/".
+QStringList movesOf(const Snapshot& older, const Snapshot& newer, const MoveList& list) {
+    QStringList lines;
+    for (const Move& m : list.moves)
+        lines << older.relativePath(m.from) + QStringLiteral(" -> ") + newer.relativePath(m.to);
+    return lines;
+}
+
+// The comparison's own fields of every entry, to show moves leave them be.
+std::vector<std::pair<int32_t, int16_t>> matchesAndStatus(const Snapshot& s) {
+    std::vector<std::pair<int32_t, int16_t>> fields;
+    for (int32_t i = 1; i <= s.entryCount; ++i)
+        fields.emplace_back(s.entry(i).match, s.entry(i).status);
+    return fields;
+}
+
+class MovesTest : public testing::Test {
+protected:
+    TempTree t;
+    Snapshot older, newer;
+
+    MoveList compare(bool fingerprints) {
+        scanInto(newer, t, fingerprints);
+        ProgressMeter meter;
+        EXPECT_TRUE(CompareSnapshot(newer, 1, older, 1, true, {}, meter).ok);
+        const auto before = matchesAndStatus(older), after = matchesAndStatus(newer);
+        MoveList list = detectMoves(older, 1, newer, 1);
+        noteMoves(older, newer, list);
+        EXPECT_EQ(matchesAndStatus(older), before);
+        EXPECT_EQ(matchesAndStatus(newer), after);
+        return list;
+    }
+};
+
+// A renamed file, a file moved between folders and a renamed folder whose
+// files were written in one second at one size (told apart only by their
+// names); two equal files renamed stay unpaired.
+TEST_F(MovesTest, RenamedFilesAndFoldersPairAndTwinsDoNot) {
+    for (const char* f : {"old/a", "old/b", "old/c"})
+        t.file(QString::fromLatin1(f), "same size");
+    t.file(QStringLiteral("notes.txt"), "a note of its own");
+    t.file(QStringLiteral("x/report.pdf"), "a report");
+    t.file(QStringLiteral("twin1"), "twin");
+    t.file(QStringLiteral("twin2"), "twin");
+    for (const char* f : {"twin1", "twin2"})
+        t.touch(QString::fromLatin1(f), 1600000000);
+    scanInto(older, t, false);
+    rename(t, "old", "new");
+    rename(t, "notes.txt", "renamed.txt");
+    rename(t, "x/report.pdf", "y/report.pdf");
+    rename(t, "twin1", "twin3");
+    rename(t, "twin2", "twin4");
+
+    const MoveList list = compare(false);
+    QStringList moves = movesOf(older, newer, list);
+    moves.sort();
+    EXPECT_EQ(moves, (QStringList{"notes.txt -> renamed.txt", "old/ -> new/", "old/a -> new/a",
+                                  "old/b -> new/b", "old/c -> new/c",
+                                  "x/report.pdf -> y/report.pdf"}));
+    EXPECT_EQ(list.folders, 1);
+    EXPECT_EQ(list.files, 5);
+    EXPECT_EQ(movesText(list), QStringLiteral("5 moved files, 1 moved folder"));
+    EXPECT_EQ(older.movedTo.count(kestrel::test::indexOf(older, "twin1")), 0u);
+    EXPECT_EQ(newer.movedFrom.at(kestrel::test::indexOf(newer, "renamed.txt")),
+              kestrel::test::indexOf(older, "notes.txt"));
+}
+
+// A file moved and rewritten to another date: without fingerprints nothing
+// says it is the same file; with them its content does. A moved empty file
+// pairs only by its fingerprint.
+TEST_F(MovesTest, FingerprintsPairWhatDatesCannot) {
+    t.file(QStringLiteral("data.bin"), "payload");
+    t.file(QStringLiteral("empty"));
+    t.touch(QStringLiteral("data.bin"), 1600000000);
+    for (const bool fingerprints : {false, true}) {
+        scanInto(older, t, fingerprints);
+        rename(t, "data.bin", "moved/data.bin");
+        rename(t, "empty", "moved/empty");
+        t.touch(QStringLiteral("moved/data.bin"), 1700000000);
+        QStringList moves = movesOf(older, newer, compare(fingerprints));
+        moves.sort();
+        const QStringList expected =
+            fingerprints ? QStringList{"data.bin -> moved/data.bin", "empty -> moved/empty"}
+                         : QStringList();
+        EXPECT_EQ(moves, expected) << fingerprints;
+        rename(t, "moved/data.bin", "data.bin");
+        rename(t, "moved/empty", "empty");
+        t.touch(QStringLiteral("data.bin"), 1600000000);
+        older = Snapshot();
+        newer = Snapshot();
+    }
+}
+
+} // namespace
