@@ -391,6 +391,8 @@ int compareCommand(const QStringList& arguments) {
     if (!older.header.versions || !newer.header.versions)
         options->ignoreVersion = true;
 
+    // Moves are looked for below, NEW taken as the later snapshot.
+    options->detectMoves = false;
     const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, *options, meter);
     if (!succeeded(compared))
         return ExitTrouble;

@@ -32,6 +32,7 @@ constexpr int AttributesTwips = 1000;
 constexpr int PermissionsTwips = 1100;
 constexpr int OwnerTwips = 1400;
 constexpr int FingerprintTwips = 3600;
+constexpr int MovedTwips = 2500;
 constexpr int VersionTwips = 2000;
 constexpr int FillerTwips = 20000;
 
@@ -56,7 +57,8 @@ QString gridHeaderText(int column) {
                                                                  QString(),
                                                                  QStringLiteral(" Permissions"),
                                                                  QStringLiteral(" Owner"),
-                                                                 QStringLiteral(" Fingerprint")};
+                                                                 QStringLiteral(" Fingerprint"),
+                                                                 QStringLiteral(" Moved")};
     return column >= 0 && column < GridColumnCount ? headers[size_t(column)] : QString();
 }
 
@@ -82,6 +84,8 @@ int gridColumnTwips(int column, const GridLayout& layout) {
         return layout.access ? OwnerTwips : 0;
     case FingerprintColumn:
         return layout.fingerprints ? FingerprintTwips : 0;
+    case MovedColumn:
+        return layout.moves ? MovedTwips : 0;
     case VersionColumn:
         return layout.versions ? VersionTwips : 0;
     case FillerColumn:
@@ -479,7 +483,7 @@ QString listingText(const ListingCounters& counters, bool exactBytes) {
 }
 
 QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCounters& c,
-                    int32_t ignored) {
+                    int32_t ignored, const QString& moves) {
     if (!paired)
         return QStringLiteral("Click New, Open or Repeat to provide the second Snapshot");
     if (!compared)
@@ -501,6 +505,8 @@ QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCoun
     const QString access = accessChangesText(c.access);
     if (!access.isEmpty())
         text += access + QStringLiteral(", ");
+    if (!moves.isEmpty())
+        text += moves + QStringLiteral(", ");
     if (!text.isEmpty())
         text.chop(2);
     else

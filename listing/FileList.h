@@ -44,14 +44,15 @@ enum GridColumn : int {
     PermissionsColumn, // "-rwsr-xr-x", when the snapshot has them
     OwnerColumn,       // "root:root"
     FingerprintColumn, // 32 hex digits, when the snapshot has fingerprints
+    MovedColumn,       // "to sub/new.txt" after a comparison that found moves; the grid only
     GridColumnCount
 };
 
 // The columns a grid and a report show, left to right.
-inline constexpr std::array<int, 11> ShownColumnOrder = {
+inline constexpr std::array<int, 12> ShownColumnOrder = {
     NameColumn,     InFolderColumn,    SizeColumn,        TypeColumn,
     ModifiedColumn, AttributesColumn,  PermissionsColumn, OwnerColumn,
-    VersionColumn,  FingerprintColumn, FillerColumn};
+    VersionColumn,  FingerprintColumn, MovedColumn,       FillerColumn};
 
 // What decides which columns a list shows and how wide Name is.
 struct GridLayout {
@@ -59,6 +60,7 @@ struct GridLayout {
     bool subFolders = false;   // files of sub-folders are listed
     bool access = false;       // the snapshot holds permissions and owners
     bool fingerprints = false; // the snapshot holds content fingerprints
+    bool moves = false;        // the last comparison found moves
 };
 
 // The heading of a column, blanks included (" Name", "Size ").
@@ -207,8 +209,9 @@ QString findText(const FileList& rows);
 // first comparison, a hint what to do; after it the counts that are not 0
 // ("1 extra file, 2 changed files"), or a sentence saying there are none.
 // After a comparison whose ignore patterns left ignored entries out,
-// ", 1,234 ignored" follows.
+// ", 1,234 ignored" follows; the moves it found ("3 moved files") come
+// before that.
 QString ShowChanges(bool paired, bool compared, ShowMode mode, const ListingCounters& counters,
-                    int32_t ignored = 0);
+                    int32_t ignored = 0, const QString& moves = {});
 
 } // namespace kestrel::engine

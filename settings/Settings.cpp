@@ -13,7 +13,7 @@ namespace kestrel::settings {
 namespace {
 
 // Lists in the order of Key, so that keyInfo can index the table.
-constexpr std::array<KeyInfo, 35> Keys = {{
+constexpr std::array<KeyInfo, 36> Keys = {{
     {Key::Meter, "Config", "Meter", Control::List, 2, &Settings::meter},
     {Key::Changed, "Config", "Changed", Control::List, 6, &Settings::changed},
     {Key::Deleted, "Config", "Deleted", Control::List, 6, &Settings::deleted},
@@ -49,13 +49,14 @@ constexpr std::array<KeyInfo, 35> Keys = {{
     {Key::Permissions, "Ignore", "Permissions", Control::CheckBox, 1, &Settings::permissions},
     {Key::Owner, "Ignore", "Owner", Control::CheckBox, 1, &Settings::owner},
     {Key::Touched, "Ignore", "Touched", Control::CheckBox, 1, &Settings::touched},
+    {Key::Moves, "Config", "Moves", Control::CheckBox, 1, &Settings::moves},
 }};
 
 constexpr bool keysInEnumOrder() {
     for (size_t i = 0; i < Keys.size(); ++i)
         if (static_cast<size_t>(Keys[i].key) != i)
             return false;
-    return static_cast<size_t>(Key::Touched) + 1 == Keys.size();
+    return static_cast<size_t>(Key::Moves) + 1 == Keys.size();
 }
 static_assert(keysInEnumOrder());
 
@@ -248,6 +249,7 @@ engine::CompareOptions Options::compareOptions() const {
     options.ignorePermissions = ignorePermissions();
     options.ignoreOwner = ignoreOwner();
     options.ignoreTouched = ignoreTouched();
+    options.detectMoves = detectMoves();
     // Despite its name the mask holds the attributes that are compared: with
     // "Ignore attributes" off it is 0 and no attribute change is reported, with
     // it on only the ticked attributes count. Deliberate, odd as the captions

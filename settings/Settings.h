@@ -63,6 +63,9 @@ struct Settings {
     // Kestrel's own addition: where both files have content fingerprints
     // and they are equal, a date change alone is no change.
     int16_t touched = 1;
+    // Kestrel's own addition: files and folders only on one side are paired
+    // as moves where that is beyond doubt.
+    int16_t moves = 1;
     // Kestrel's own addition: ignore patterns, one a line (gitignore rules;
     // engine/compare/IgnorePatterns.h). Stored as one value, "Patterns".
     QString patterns;
@@ -109,6 +112,7 @@ enum class Key {
     Permissions,
     Owner,
     Touched,
+    Moves,
 };
 
 // The kind of control that edits a key, which decides what values it takes
@@ -211,6 +215,7 @@ public:
     bool ignorePermissions() const { return m_values.permissions != 0; }
     bool ignoreOwner() const { return m_values.owner != 0; }
     bool ignoreTouched() const { return m_values.touched != 0; }
+    bool detectMoves() const { return m_values.moves != 0; }
     // The ignore patterns compiled; none when there are none.
     const std::shared_ptr<const engine::IgnorePatterns>& ignorePatterns() const {
         return m_ignorePatterns;

@@ -154,8 +154,9 @@ void SettingsStore::getSettings(Options& options) const {
                     Key::Explore, Key::Filename, Key::Title, Key::Naming})
         apply(options, key, readConfigValue(name(key), defaultValue(key)));
 
-    for (Key key : {Key::Attrib, Key::Read, Key::Hidden, Key::System, Key::Archive, Key::Date,
-                    Key::Size, Key::Version, Key::Dst, Key::Permissions, Key::Owner, Key::Touched})
+    for (Key key :
+         {Key::Attrib, Key::Read, Key::Hidden, Key::System, Key::Archive, Key::Date, Key::Size,
+          Key::Version, Key::Dst, Key::Permissions, Key::Owner, Key::Touched, Key::Moves})
         apply(options, key, readStrict(key));
 
     apply(options, Key::Shell, readConfigValue(name(Key::Shell), defaultValue(Key::Shell)));
@@ -176,8 +177,9 @@ void SettingsStore::saveSettings(const Options& options) {
                     Key::Compare, Key::Scroll, Key::Faster, Key::Always, Key::Empty, Key::Explore,
                     Key::Filename, Key::Title, Key::Naming})
         save(key);
-    for (Key key : {Key::Attrib, Key::Read, Key::Hidden, Key::System, Key::Archive, Key::Date,
-                    Key::Size, Key::Version, Key::Dst, Key::Permissions, Key::Owner, Key::Touched})
+    for (Key key :
+         {Key::Attrib, Key::Read, Key::Hidden, Key::System, Key::Archive, Key::Date, Key::Size,
+          Key::Version, Key::Dst, Key::Permissions, Key::Owner, Key::Touched, Key::Moves})
         save(key);
     save(Key::Shell);
     writeString(Config, QStringLiteral("Program"), options.values().program);

@@ -1,6 +1,7 @@
 #include "FileGridModel.h"
 
 #include "engine/compare/Compare.h"
+#include "engine/compare/Moves.h"
 #include "engine/support/TextFormats.h"
 
 #include <algorithm>
@@ -78,6 +79,9 @@ QVariant FileGridModel::data(const QModelIndex& index, int role) const {
     const int column = index.column();
     switch (role) {
     case Qt::DisplayRole:
+        if (column == MovedColumn)
+            return m_other ? visibleText(movedText(m_snapshot, *m_other, m_list.entryAt(row)))
+                           : QString();
         return visibleText(m_list.cellText(row, column));
     case Qt::TextAlignmentRole:
         return column == SizeColumn ? QVariant(Qt::AlignRight | Qt::AlignVCenter)
@@ -89,7 +93,14 @@ QVariant FileGridModel::data(const QModelIndex& index, int role) const {
     case Qt::FontRole:
         return highlightFont(m_list.highlight(row, column));
     case Qt::ToolTipRole: {
-        if (column != NameColumn || !m_other || m_list.options().mode == ShowMode::None)
+        if (!m_other || m_list.options().mode == ShowMode::None)
+            return {};
+        if (column == MovedColumn) {
+            const QString moved = movedText(m_snapshot, *m_other, m_list.entryAt(row));
+            return moved.isEmpty() ? QVariant()
+                                   : QVariant(QStringLiteral("Moved ") + visibleText(moved));
+        }
+        if (column != NameColumn)
             return {};
         const QString text =
             WhatChanged(m_snapshot, *m_other, m_list.entryAt(row), m_compareOptions);

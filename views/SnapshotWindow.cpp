@@ -1,5 +1,7 @@
 #include "SnapshotWindow.h"
 
+#include "engine/compare/Moves.h"
+
 #include "FileGridModel.h"
 #include "FindBar.h"
 #include "FolderTreeModel.h"
@@ -144,6 +146,10 @@ void SnapshotWindow::Form_Activate() {
 
 // Show selector ---------------------------------------------------------------
 
+bool SnapshotWindow::hasMoves() const {
+    return compared() && (!m_snapshot.movedTo.empty() || !m_snapshot.movedFrom.empty());
+}
+
 void SnapshotWindow::setPair(SnapshotWindow* window) {
     if (window != m_pair)
         m_gridModel->setComparedWith(nullptr, {});
@@ -286,7 +292,8 @@ void SnapshotWindow::mnuCompareNow_Click() {
 
 void SnapshotWindow::applyColumnWidths() {
     m_grdFiles->setColumnWidths({m_snapshot.header.versions, m_subFolders,
-                                 !m_snapshot.access.empty(), m_snapshot.fingerprints.taken()});
+                                 !m_snapshot.access.empty(), m_snapshot.fingerprints.taken(),
+                                 hasMoves()});
 }
 
 void SnapshotWindow::mnuFileExport_Click() {
@@ -375,6 +382,9 @@ void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
     m_gridModel->setComparedWith(compared() && pair ? &pair->snapshot() : nullptr,
                                  m_host.options().compareOptions());
     m_gridModel->select(m_currentTag, rowSelection(), colours(), meter);
+    // The Moved column comes and goes with the moves a comparison found.
+    if (hasMoves() == m_grdFiles->isColumnHidden(engine::MovedColumn))
+        applyColumnWidths();
     updateStatusBar();
     showSortOrder();
     if (sorted)
@@ -391,7 +401,8 @@ void SnapshotWindow::updateStatusBar() {
 
 QString SnapshotWindow::ShowChanges() const {
     return engine::ShowChanges(m_pair != nullptr, compared(), m_showMode, m_gridModel->counters(),
-                               m_snapshot.ignoredCount);
+                               m_snapshot.ignoredCount,
+                               compared() ? engine::movesText(m_snapshot) : QString());
 }
 
 void SnapshotWindow::showChangeSummary() {

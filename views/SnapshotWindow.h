@@ -133,6 +133,8 @@ public:
     // Pairs the window with another, or with none; the grid forgets a
     // snapshot it was compared with as the pair changes.
     void setPair(SnapshotWindow* window);
+    // Whether the last comparison found moves to or from this snapshot.
+    bool hasMoves() const;
     // Enables the show selector and shows the comparison just made.
     void showComparison();
     // While held, a rebuilt tree does not compare on its own.

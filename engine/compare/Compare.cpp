@@ -1,5 +1,7 @@
 #include "Compare.h"
 
+#include "Moves.h"
+
 #include "RingLookup.h"
 #include "engine/model/CaseFold.h"
 #include "engine/model/RingWalk.h"
@@ -660,6 +662,15 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
             markAccessAlerts(other, otherTop, self, options);
         else
             markAccessAlerts(self, selfTop, other, options);
+        // Moves go from the earlier snapshot to the later.
+        if (bothWays && options.detectMoves) {
+            const bool selfLater = self.header.created >= other.header.created;
+            Snapshot& older = selfLater ? other : self;
+            Snapshot& newer = selfLater ? self : other;
+            noteMoves(older, newer,
+                      detectMoves(older, selfLater ? otherTop : selfTop, newer,
+                                  selfLater ? selfTop : otherTop));
+        }
     } catch (...) {
         meter.close();
         const CaughtError e = caughtError();

@@ -27,6 +27,9 @@ struct CompareOptions {
     // Where both files have content fingerprints and they are equal, a
     // difference of date alone is no change (the file was only touched).
     bool ignoreTouched = false;
+    // After a comparison both ways, files and folders only on one side are
+    // paired as moves where that is beyond doubt (engine/compare/Moves.h).
+    bool detectMoves = false;
     // Entries whose names these patterns match take no part: the options'
     // and the command line's patterns, compiled for exact names. Each
     // snapshot's own .kestrelignore patterns apply after them. None: nothing

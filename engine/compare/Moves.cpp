@@ -274,9 +274,8 @@ MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& ne
     list.moves.insert(list.moves.end(), filesWithFolders.begin(), filesWithFolders.end());
     list.moves.insert(list.moves.end(), folderMoves.begin(), folderMoves.end());
     // Table order, a folder before the files beneath it.
-    std::sort(list.moves.begin(), list.moves.end(), [](const Move& x, const Move& y) {
-        return x.from < y.from;
-    });
+    std::sort(list.moves.begin(), list.moves.end(),
+              [](const Move& x, const Move& y) { return x.from < y.from; });
     return list;
 }
 
@@ -289,6 +288,22 @@ void noteMoves(Snapshot& older, Snapshot& newer, const MoveList& moves) {
         older.movedTo[m.from] = m.to;
         newer.movedFrom[m.to] = m.from;
     }
+}
+
+QString movesText(const Snapshot& snapshot) {
+    MoveList counted;
+    for (const auto* moves : {&snapshot.movedTo, &snapshot.movedFrom})
+        for (const auto& [index, counterpart] : *moves)
+            (snapshot.entries.get(index).isFolder() ? counted.folders : counted.files)++;
+    return movesText(counted);
+}
+
+QString movedText(const Snapshot& snapshot, const Snapshot& other, int32_t index) {
+    if (const auto to = snapshot.movedTo.find(index); to != snapshot.movedTo.end())
+        return QStringLiteral("to ") + other.relativePath(to->second);
+    if (const auto from = snapshot.movedFrom.find(index); from != snapshot.movedFrom.end())
+        return QStringLiteral("from ") + other.relativePath(from->second);
+    return QString();
 }
 
 QString movesText(const MoveList& moves) {

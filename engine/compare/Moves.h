@@ -43,5 +43,11 @@ void noteMoves(Snapshot& older, Snapshot& newer, const MoveList& moves);
 
 // "3 moved files, 1 moved folder" for the change summary; empty for none.
 QString movesText(const MoveList& moves);
+// The same for the moves a comparison noted in a snapshot.
+QString movesText(const Snapshot& snapshot);
+// "to sub/new.txt" for an entry of the older snapshot that moved, "from
+// old/a.txt" for one of the newer that came from elsewhere; other is the
+// snapshot compared with. Empty for an entry that did not move.
+QString movedText(const Snapshot& snapshot, const Snapshot& other, int32_t index);
 
 } // namespace kestrel::engine

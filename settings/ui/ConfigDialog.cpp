@@ -215,6 +215,8 @@ QWidget* ConfigDialog::makeCompareTab() {
     // Kestrel's own addition, bound to "Ignore"/"Touched".
     inside->addWidget(makeBox(Key::Touched, u"Ignore date changes when the content is the same"_s,
                               u"chkTouched"_s));
+    // Kestrel's own addition, bound to "Config"/"Moves".
+    inside->addWidget(makeBox(Key::Moves, u"&Detect moved files"_s, u"chkMoves"_s));
 
     // Compare buttons: element 1 compares both ways, element 0 this side only.
     const QString captions[] = {u"Compare &Current"_s, u"Compare &Both"_s};

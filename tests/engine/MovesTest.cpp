@@ -30,8 +30,8 @@ void scanInto(Snapshot& s, const TempTree& tree, bool fingerprints) {
 
 void rename(const TempTree& t, const char* from, const char* to) {
     QDir().mkpath(QFileInfo(t.root() + QString::fromLatin1(to)).path());
-    ASSERT_TRUE(QDir().rename(t.root() + QString::fromLatin1(from),
-                              t.root() + QString::fromLatin1(to)));
+    ASSERT_TRUE(
+        QDir().rename(t.root() + QString::fromLatin1(from), t.root() + QString::fromLatin1(to)));
 }
 
 // "from -> to" for every move, folders with their trailing "/".
@@ -90,9 +90,9 @@ TEST_F(MovesTest, RenamedFilesAndFoldersPairAndTwinsDoNot) {
     const MoveList list = compare(false);
     QStringList moves = movesOf(older, newer, list);
     moves.sort();
-    EXPECT_EQ(moves, (QStringList{"notes.txt -> renamed.txt", "old/ -> new/", "old/a -> new/a",
-                                  "old/b -> new/b", "old/c -> new/c",
-                                  "x/report.pdf -> y/report.pdf"}));
+    EXPECT_EQ(moves,
+              (QStringList{"notes.txt -> renamed.txt", "old/ -> new/", "old/a -> new/a",
+                           "old/b -> new/b", "old/c -> new/c", "x/report.pdf -> y/report.pdf"}));
     EXPECT_EQ(list.folders, 1);
     EXPECT_EQ(list.files, 5);
     EXPECT_EQ(movesText(list), QStringLiteral("5 moved files, 1 moved folder"));
