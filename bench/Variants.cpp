@@ -24,9 +24,12 @@ public:
         std::vector<int32_t> files, folders{0};
         walkEntries(
             in, [&](int32_t i, int) { (in.entry(i).isFolder() ? folders : files).push_back(i); });
-        for (int k = 0; k < v.touched + v.removed && !files.empty(); ++k) {
+        for (int k = 0; k < v.touched + v.removed + v.renamed && !files.empty(); ++k) {
             const size_t pick = size_t(m_random.next() % files.size());
-            (k < v.touched ? m_touched : m_removed).insert(files[pick]);
+            (k < v.touched               ? m_touched
+             : k < v.touched + v.removed ? m_removed
+                                         : m_renamed)
+                .insert(files[pick]);
             files[pick] = files.back();
             files.pop_back();
         }
@@ -65,8 +68,9 @@ private:
                 continue;
             const SnapshotEntry& e = m_in.entry(i);
             const double modified = m_touched.count(i) ? e.modified + 1 : e.modified;
-            m_out.createEntry(e.attributes, modified, 0, m_in.nameOf(e), outIndex, e.size,
-                              m_in.versionOf(e));
+            const std::string name = m_renamed.count(i) ? "moved_" + std::string(m_in.nameOf(e))
+                                                        : std::string(m_in.nameOf(e));
+            m_out.createEntry(e.attributes, modified, 0, name, outIndex, e.size, m_in.versionOf(e));
             last = m_out.entryCount;
             ++here;
             if (e.isFolder()) {
@@ -98,7 +102,7 @@ private:
     Snapshot& m_out;
     const Variation& m_v;
     Random m_random;
-    std::unordered_set<int32_t> m_touched, m_removed;
+    std::unordered_set<int32_t> m_touched, m_removed, m_renamed;
     std::unordered_map<int32_t, int> m_added;
 };
 

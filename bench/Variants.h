@@ -15,6 +15,7 @@ struct Variation {
     int touched = 0;      // files whose last-write time moves a day on
     int removed = 0;      // files left out
     int added = 0;        // new files in random folders
+    int renamed = 0;      // files that take another name in their folder (moves)
 };
 
 // Writes into an empty snapshot a copy of original with the variation

@@ -10,6 +10,7 @@
 
 #include "engine/compare/Compare.h"
 #include "engine/compare/IgnorePatterns.h"
+#include "engine/compare/Moves.h"
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SaveBehind.h"
 #include "engine/file/SnapshotFile.h"
@@ -72,12 +73,13 @@ int child(const QStringList& args) {
     };
     if (op == QLatin1String("noop"))
         return report(0, 0);
-    if (op == QLatin1String("scan")) {
+    if (op == QLatin1String("scan") || op == QLatin1String("scan-fingerprints")) {
         engine::Snapshot s;
         s.header.rootFolder = args.value(1) + QLatin1Char('/');
         s.header.recurse = s.header.hidden = true;
         engine::ScanSettings settings;
         settings.listingThreads = args.value(2, QStringLiteral("-1")).toInt();
+        settings.fingerprints = op == QLatin1String("scan-fingerprints");
         const double start = now();
         if (!engine::CreateSnapshot(s, settings, meter).ok)
             return 2;
@@ -156,13 +158,26 @@ int child(const QStringList& args) {
             return 2;
         return report(0, s.entryCount);
     }
-    if (op == QLatin1String("variant")) { // FILE OUT shuffle|changes
+    if (op == QLatin1String("moves")) { // A B: move detection after a comparison both ways
+        engine::Snapshot a, b;
+        if (!load(a, args.value(1)) || !load(b, args.value(2)))
+            return 2;
+        if (!engine::CompareSnapshot(b, 1, a, 1, true, {}, meter).ok)
+            return 2;
+        const double start = now();
+        const engine::MoveList moves = engine::detectMoves(a, 1, b, 1);
+        engine::noteMoves(a, b, moves);
+        return report(now() - start, moves.files);
+    }
+    if (op == QLatin1String("variant")) { // FILE OUT shuffle|changes|moves
         engine::Snapshot original, copy;
         if (!load(original, args.value(1)))
             return 2;
         Variation v;
         if (args.value(3) == QLatin1String("shuffle"))
             v.shuffle = true;
+        else if (args.value(3) == QLatin1String("moves"))
+            v.renamed = 10000;
         else {
             v.touched = 1000;
             v.removed = 500;
@@ -278,6 +293,7 @@ int drive(const Config& c) {
     const QString saved = work + QStringLiteral("/saved.#01");
     const QString shuffled = work + QStringLiteral("/shuffled.#01");
     const QString changed = work + QStringLiteral("/changed.#01");
+    const QString moved = work + QStringLiteral("/moved.#01");
     // A folder of 30,000 files among a few others: the report's rows.
     const QString reportRows = work + QStringLiteral("/report-30000.#01");
     const QString exported = work + QStringLiteral("/export.txt");
@@ -296,6 +312,8 @@ int drive(const Config& c) {
              QStringLiteral("shuffle")});
     runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, changed,
              QStringLiteral("changes")});
+    runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, moved,
+             QStringLiteral("moves")});
     runOnce({self(), QStringLiteral("--child"), QStringLiteral("generate"), reportRows,
              QStringLiteral("100"), QString::number(c.seed), QString::number(ReportRows)});
 
@@ -316,6 +334,8 @@ int drive(const Config& c) {
     };
     std::vector<Operation> operations = {
         {QStringLiteral("scan"), child({QStringLiteral("scan"), tree}), n, baseline},
+        {QStringLiteral("scan with content fingerprints"),
+         child({QStringLiteral("scan-fingerprints"), tree}), n, baseline},
         {QStringLiteral("scan, one listing thread"),
          child({QStringLiteral("scan"), tree, QStringLiteral("0")}), n, baseline},
         {QStringLiteral("scan and save (kestrel-cli snapshot)"),
@@ -342,6 +362,8 @@ int drive(const Config& c) {
          child({QStringLiteral("scan-excluding"), tree}), n, baseline},
         {QStringLiteral("compare after 1000/500/500 changes"),
          child({QStringLiteral("compare"), snapshot, changed}), 2 * n, baseline},
+        {QStringLiteral("move detection, 10,000 renamed files"),
+         child({QStringLiteral("moves"), snapshot, moved}), 10000, 0},
         {QStringLiteral("kestrel-cli export, all sub-folders"),
          tool({cli, QStringLiteral("export"), snapshot, QStringLiteral("--subfolders"),
                QStringLiteral("--output"), exported}),
@@ -394,6 +416,8 @@ int drive(const Config& c) {
     const Row compareShuffled = *row("compare, other listing order");
     const Row compareIgnoring = *row("compare with itself, 20 ignore patterns");
     const Row scanExcluding = *row("scan, half the tree excluded");
+    const Row scanFingerprints = *row("scan with content fingerprints");
+    const Row moveRow = *row("move detection, 10,000 renamed files");
     const Row exportRow = *row("kestrel-cli export, all sub-folders");
     const Row reportRow = *row("kestrel-cli report, 30,000 rows");
     const Row bare1 = *row("bare walk, 1 thread");
@@ -441,6 +465,11 @@ int drive(const Config& c) {
     targets.push_back({QStringLiteral("compare, permissions and owners / none"),
                        compareSelf.sample.seconds / compareBare.sample.seconds, 1.15,
                        QStringLiteral("x")});
+    targets.push_back({QStringLiteral("scan with fingerprints / without"),
+                       scanFingerprints.sample.seconds / scan.sample.seconds, 1.5,
+                       QStringLiteral("x")});
+    targets.push_back({QStringLiteral("move detection, 10,000 moves"), moveRow.sample.seconds, 0.2,
+                       QStringLiteral("s")});
     targets.push_back({QStringLiteral("compare, 20 ignore patterns / none"),
                        compareIgnoring.sample.seconds / compareSelf.sample.seconds, 1.3,
                        QStringLiteral("x")});

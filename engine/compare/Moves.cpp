@@ -223,15 +223,19 @@ MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& ne
         if (sameFiles(older, from, newer, to, key, filesWithFolders))
             folderMoves.push_back({from, to, true});
     });
-    // Their files pair no more on their own.
-    std::vector<char> taken(size_t(older.entryCount) + 1), takenNew(size_t(newer.entryCount) + 1);
+    // Their files pair no more on their own. (Sorted lists of the few taken,
+    // not a flag per entry: the memory goes with what is unmatched.)
+    std::vector<int32_t> taken, takenNew;
     for (const Move& m : filesWithFolders) {
-        taken[size_t(m.from)] = 1;
-        takenNew[size_t(m.to)] = 1;
+        taken.push_back(m.from);
+        takenNew.push_back(m.to);
     }
-    const auto drop = [](std::vector<Candidate>& files, const std::vector<char>& gone) {
+    const auto drop = [](std::vector<Candidate>& files, std::vector<int32_t>& gone) {
+        std::sort(gone.begin(), gone.end());
         files.erase(std::remove_if(files.begin(), files.end(),
-                                   [&](const Candidate& c) { return gone[size_t(c.index)]; }),
+                                   [&](const Candidate& c) {
+                                       return std::binary_search(gone.begin(), gone.end(), c.index);
+                                   }),
                     files.end());
     };
     drop(olderSide.files, taken);

@@ -362,6 +362,9 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
     const IgnorePatterns* exclude =
         m_rules.exclude && task.itemNames <= m_rules.exclude->deepestMatch() ? m_rules.exclude
                                                                              : nullptr;
+    // Files are read for fingerprints the short way only in a folder no one
+    // but this user and root may change (see fingerprintFileAt).
+    const bool trustedFolder = m_rules.fingerprints && folderChangedOnlyByTrusted(fd);
     const bool childTexts =
         (exclude && exclude->needsPaths() && task.itemNames < exclude->deepestMatch()) ||
         (m_rules.versions && !task.versionsOn &&
@@ -430,7 +433,8 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
         if (examined && S_ISLNK(st.st_mode))
             appendLinkTarget(listing, item, fd, rawName, st.st_size);
         if (examined && S_ISREG(st.st_mode) && m_rules.fingerprints) {
-            if (const std::optional<Fingerprint> taken = fingerprintFileAt(fd, rawName, st)) {
+            if (const std::optional<Fingerprint> taken =
+                    fingerprintFileAt(fd, rawName, st, trustedFolder)) {
                 item.fingerprint = *taken;
                 item.fingerprinted = true;
             } else {

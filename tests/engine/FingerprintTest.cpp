@@ -88,6 +88,15 @@ TEST(Fingerprints, AreWhatXxhsumGivesAndOnlyForRegularFiles) {
     EXPECT_EQ(s.fingerprints.count(), sizes.size() + 1);
     EXPECT_EQ(s.fingerprints.unreadable, 0);
     EXPECT_FALSE(outcome.summary.contains(QStringLiteral("could not be read")));
+
+    // In a folder anyone may change, files are taken and checked before
+    // they are opened: the same fingerprints, the FIFO still never opened.
+    t.chmod(QString(), 0777);
+    const Snapshot shared = scanned(t);
+    t.chmod(QString(), 0700);
+    for (const auto& [name, size] : sizes)
+        EXPECT_EQ(hexOf(shared, name), hexOf(s, name)) << name;
+    EXPECT_EQ(hexOf(shared, "fifo"), "none");
 }
 
 // A file nobody may read is counted and has no fingerprint; the scan goes on.
