@@ -5,6 +5,7 @@
 
 #include "ColdCache.h"
 #include "Measure.h"
+#include "Random.h"
 #include "TreeGenerator.h"
 #include "Variants.h"
 
@@ -32,6 +33,8 @@
 #include <chrono>
 #include <cstdio>
 #include <optional>
+#include <stdexcept>
+#include <thread>
 
 using namespace kestrel;
 using namespace kestrel::bench;
@@ -591,6 +594,93 @@ int drive(const Config& c) {
 
 // The scan a user meets most: the first one of a disk nothing has read
 // lately. Every run starts with the system's caches emptied.
+// A tree of real files for the content fingerprints: DIR/content-FILES-SEED,
+// FILES files of mixed sizes in folders of 100 (most a few kilobytes, some
+// up to a megabyte, a few up to 8 MB: about 300 KB each on average). Made
+// once; returns the tree and the bytes it holds.
+std::pair<QString, double> ensureContentTree(const Config& c, int files) {
+    const QString root = QStringLiteral("%1/content-%2-%3").arg(c.dir).arg(files).arg(c.seed);
+    const QString done = root + QStringLiteral(".done");
+    Random random(c.seed);
+    std::vector<int64_t> sizes;
+    double total = 0;
+    for (int k = 0; k < files; ++k) {
+        const double draw = double(random.next() >> 11) / double(1ull << 53);
+        const int64_t high = draw < 0.78 ? 64 << 10 : draw < 0.96 ? 1 << 20 : 8 << 20;
+        const int64_t low = high == (64 << 10) ? 1 : high >> 4;
+        sizes.push_back(random.between(low, high));
+        total += double(sizes.back());
+    }
+    if (QFileInfo::exists(done))
+        return {root, total};
+    std::fprintf(stderr, "Writing %d files, %.1f GB, to %s\n", files, total / 1e9,
+                 qPrintable(root));
+    std::vector<uint64_t> block(size_t(1) << 17);
+    for (int k = 0; k < files; ++k) {
+        const QString folder = root + QStringLiteral("/d%1").arg(k / 100);
+        if (k % 100 == 0 && !QDir().mkpath(folder))
+            throw std::runtime_error("cannot make " + folder.toStdString());
+        QFile file(folder + QStringLiteral("/f%1.bin").arg(k));
+        if (!file.open(QIODevice::WriteOnly))
+            throw std::runtime_error("cannot write " + file.fileName().toStdString());
+        for (int64_t left = sizes[size_t(k)]; left > 0;) {
+            for (uint64_t& word : block)
+                word = random.next();
+            const int64_t step = std::min<int64_t>(left, int64_t(block.size() * 8));
+            if (file.write(reinterpret_cast<const char*>(block.data()), step) != step)
+                throw std::runtime_error("cannot write " + file.fileName().toStdString());
+            left -= step;
+        }
+    }
+    QFile(done).open(QIODevice::WriteOnly);
+    return {root, total};
+}
+
+// Content fingerprints of real files against the tools a user would run
+// over the same files, as many processes as cores: xxhsum -H128, sha256sum
+// and cat (the read bandwidth).
+int driveContent(const Config& c, int files) {
+    const auto [tree, bytes] = ensureContentTree(c, files);
+    const QString work = c.dir + QStringLiteral("/work");
+    QDir().mkpath(work);
+    const QString cores = QString::number(std::max(1u, std::thread::hardware_concurrency()));
+    const auto each = [&](const QString& tool) {
+        return Command{{QStringLiteral("/bin/sh"), QStringLiteral("-c"),
+                        QStringLiteral("find \"$0\" -type f -print0 | xargs -0 -n 64 -P %1 %2 "
+                                       ">/dev/null")
+                            .arg(cores, tool),
+                        tree},
+                       false,
+                       {}};
+    };
+    const std::vector<Command> commands = {
+        Command{{sibling(QStringLiteral("kestrel-cli")), QStringLiteral("snapshot"), tree,
+                 QStringLiteral("--fingerprints"), QStringLiteral("--output"),
+                 work + QStringLiteral("/content.#01")},
+                false,
+                QStringLiteral("/dev/null")},
+        each(QStringLiteral("xxhsum -H2")), each(QStringLiteral("sha256sum")),
+        each(QStringLiteral("cat"))};
+    // Warm the cache: every file read once.
+    runOnce(commands.back().argv);
+    const std::vector<Sample> samples = measureInterleaved(commands, c.runs);
+    const char* names[] = {"kestrel-cli snapshot --fingerprints", "xxhsum -H128", "sha256sum",
+                           "cat > /dev/null"};
+    std::printf("Kestrel content bench: %d files, %.2f GB, median of %d runs in turns, warm "
+                "cache, %s processes for each tool\n\n",
+                files, bytes / 1e9, c.runs, qPrintable(cores));
+    for (size_t k = 0; k < samples.size(); ++k)
+        std::printf("  %-38s %8.3f s %9.0f MB/s\n", names[k], samples[k].seconds,
+                    bytes / 1e6 / samples[k].seconds);
+    const double kestrel = samples[0].seconds;
+    std::printf("\n  Kestrel / xxhsum      %6.2f x   (goal at most 1.15)\n",
+                kestrel / samples[1].seconds);
+    std::printf("  sha256sum / Kestrel   %6.2f x   (goal at least 3)\n",
+                samples[2].seconds / kestrel);
+    std::printf("  Kestrel / cat         %6.2f x\n", kestrel / samples[3].seconds);
+    return 0;
+}
+
 int driveCold(const Config& c) {
     const QString tree = ensureTree(c, c.entries);
     QString why;
@@ -769,7 +859,13 @@ int main(int argc, char* argv[]) {
             "Measure scans of the tree behind a file system that delays every request by "
             "MICROSECONDS (kestrel-slowfs, FUSE), as a network share does."),
         QStringLiteral("MICROSECONDS"));
-    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold, slow});
+    const QCommandLineOption content(
+        QStringLiteral("content"),
+        QStringLiteral("Measure content fingerprints over FILES real files of mixed sizes up "
+                       "to 8 MB (20000 make about 6 GB) against xxhsum -H128, sha256sum and "
+                       "cat, run over the same files by one process per core."),
+        QStringLiteral("FILES"));
+    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold, slow, content});
     p.process(app);
 
     Config c;
@@ -789,6 +885,8 @@ int main(int argc, char* argv[]) {
     try {
         if (c.slowMicroseconds > 0)
             return driveSlow(c);
+        if (p.isSet(content))
+            return driveContent(c, std::max(1, p.value(content).toInt()));
         return c.cold ? driveCold(c) : drive(c);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "kestrel-bench: %s\n", e.what());
