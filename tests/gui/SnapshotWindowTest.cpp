@@ -192,6 +192,36 @@ private Q_SLOTS:
         }
     }
 
+    // A snapshot taken with content fingerprints is repeated with them: a
+    // file only touched is no change, a renamed file shows where it went in
+    // the Moved column of both windows, and the summary counts the move.
+    void fingerprintsAndMovesShowInTheGrid() {
+        Frame frame(iniPath());
+        frame->show();
+        QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1, true));
+        QVERIFY(frame->activeSnapshotWindow()->snapshot().fingerprints.taken());
+        setTime(m_tree + u"/sub/b.txt"_s, Fixed.addDays(3));
+        QVERIFY(QFile::rename(m_tree + u"/keep.txt"_s, m_tree + u"/kept.txt"_s));
+        frame->Toolbar1_ButtonClick(u"Repeat"_s);
+        SnapshotWindow* older = first(frame);
+        SnapshotWindow* newer = second(frame);
+        QVERIFY(newer && newer->snapshot().fingerprints.taken() && newer->compared());
+
+        QVERIFY2(newer->statusBar()->panelText(2).endsWith(u", 1 moved file"_s),
+                 qPrintable(newer->statusBar()->panelText(2)));
+        QVERIFY(!newer->grid()->isColumnHidden(engine::MovedColumn));
+        QCOMPARE(cell(*newer, u"kept.txt"_s, engine::MovedColumn, Qt::DisplayRole).toString(),
+                 u"from keep.txt"_s);
+        QCOMPARE(cell(*older, u"keep.txt"_s, engine::MovedColumn, Qt::DisplayRole).toString(),
+                 u"to kept.txt"_s);
+        QVERIFY(newer->selectFolder(u"/sub/"_s));
+        QVERIFY(!cell(*newer, u"b.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole).isValid());
+        QVERIFY(!newer->grid()->isColumnHidden(engine::FingerprintColumn));
+        QCOMPARE(
+            cell(*newer, u"b.txt"_s, engine::FingerprintColumn, Qt::DisplayRole).toString().size(),
+            32);
+    }
+
     void pairingComparesAtOnceAndShowsTheChanges() {
         Frame frame(iniPath());
         frame->show();
