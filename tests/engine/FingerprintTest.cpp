@@ -27,13 +27,7 @@ namespace {
 
 Snapshot scanned(const TempTree& tree, Outcome* outcome = nullptr) {
     Snapshot s;
-    s.header.rootFolder = tree.root();
-    s.header.recurse = true;
-    s.header.hidden = true;
-    ScanSettings settings;
-    settings.fingerprints = true;
-    ProgressMeter meter;
-    const Outcome done = CreateSnapshot(s, settings, meter);
+    const Outcome done = kestrel::test::scanTree(s, tree, true);
     EXPECT_TRUE(done.ok);
     if (outcome)
         *outcome = done;

@@ -19,13 +19,7 @@ using kestrel::test::TempTree;
 namespace {
 
 void scanInto(Snapshot& s, const TempTree& tree, bool fingerprints) {
-    s.header.rootFolder = tree.root();
-    s.header.recurse = true;
-    s.header.hidden = true;
-    ScanSettings settings;
-    settings.fingerprints = fingerprints;
-    ProgressMeter meter;
-    ASSERT_TRUE(CreateSnapshot(s, settings, meter).ok);
+    ASSERT_TRUE(kestrel::test::scanTree(s, tree, fingerprints).ok);
 }
 
 void rename(const TempTree& t, const char* from, const char* to) {

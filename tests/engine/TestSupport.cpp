@@ -1,5 +1,7 @@
 #include "TestSupport.h"
 
+#include "engine/scan/Scan.h"
+
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/RingWalk.h"
 
@@ -448,6 +450,16 @@ Image makeImage(bool pe32Plus, uint32_t ms, uint32_t ls) {
     put32(b, v + 48, ms);
     put32(b, v + 52, ls);
     return img;
+}
+
+engine::Outcome scanTree(engine::Snapshot& s, const TempTree& tree, bool fingerprints) {
+    s.header.rootFolder = tree.root();
+    s.header.recurse = true;
+    s.header.hidden = true;
+    engine::ScanSettings settings;
+    settings.fingerprints = fingerprints;
+    engine::ProgressMeter meter;
+    return engine::CreateSnapshot(s, settings, meter);
 }
 
 } // namespace kestrel::test

@@ -84,6 +84,10 @@ private:
     QTemporaryDir m_dir;
 };
 
+// Scans the whole tree into s (sub-folders and hidden items included), with
+// content fingerprints when asked.
+engine::Outcome scanTree(engine::Snapshot& s, const TempTree& tree, bool fingerprints = false);
+
 // Every field of both snapshots' headers and entries 0..entryCount is equal
 // (the comparison fields included).
 void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b);
