@@ -640,7 +640,10 @@ std::pair<QString, double> ensureContentTree(const Config& c, int files) {
 // over the same files, as many processes as cores: xxhsum -H128, sha256sum
 // and cat (the read bandwidth).
 int driveContent(const Config& c, int files) {
-    const auto [tree, bytes] = ensureContentTree(c, files);
+    // Named apart, not as a structured binding: the lambda below takes tree.
+    const std::pair<QString, double> content = ensureContentTree(c, files);
+    const QString tree = content.first;
+    const double bytes = content.second;
     const QString work = c.dir + QStringLiteral("/work");
     QDir().mkpath(work);
     const QString cores = QString::number(std::max(1u, std::thread::hardware_concurrency()));
