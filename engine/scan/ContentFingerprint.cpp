@@ -4,11 +4,14 @@
 
 #include <xxhash.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <vector>
 
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace kestrel::engine {
@@ -48,12 +51,66 @@ private:
 
 } // namespace
 
-bool folderChangedOnlyByTrusted(int dirFd) {
-    struct stat folder;
-    if (::fstat(dirFd, &folder) != 0)
+namespace {
+
+// File systems whose files' sizes are their bytes. Pseudo file systems
+// (/proc, /sys, debugfs) give 0 or a page for files that read as text, and
+// a user-space file system may do the same.
+bool sizesAreTrue(long type) {
+    constexpr long ZfsMagic = 0x2FC12FC1;
+    switch (type) {
+    case EXT4_SUPER_MAGIC: // ext2, ext3 and ext4 share it
+    case XFS_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case F2FS_SUPER_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC:
+    case ZfsMagic:
+        return true;
+    default:
         return false;
-    return (folder.st_uid == 0 || folder.st_uid == ::geteuid()) &&
-           !(folder.st_mode & (S_IWGRP | S_IWOTH));
+    }
+}
+
+Fingerprint emptyFingerprint() {
+    const XXH128_hash_t hash = XXH3_128bits(nullptr, 0);
+    return Fingerprint{hash.high64, hash.low64};
+}
+
+} // namespace
+
+ProcessIdentity ProcessIdentity::current() {
+    ProcessIdentity who;
+    who.user = ::geteuid();
+    who.group = ::getegid();
+    const int n = ::getgroups(0, nullptr);
+    if (n > 0) {
+        who.groups.resize(size_t(n));
+        who.groups.resize(size_t(std::max(0, ::getgroups(n, who.groups.data()))));
+    }
+    return who;
+}
+
+bool ProcessIdentity::mayRead(const struct stat& st) const {
+    if (user == 0)
+        return true;
+    if (st.st_uid == user)
+        return st.st_mode & S_IRUSR;
+    if (st.st_gid == group || std::find(groups.begin(), groups.end(), st.st_gid) != groups.end())
+        return st.st_mode & S_IRGRP;
+    return st.st_mode & S_IROTH;
+}
+
+ReadingFolder readingFolder(int dirFd, const ProcessIdentity& identity) {
+    ReadingFolder result;
+    result.identity = &identity;
+    struct stat folder;
+    if (::fstat(dirFd, &folder) == 0)
+        result.trusted = (folder.st_uid == 0 || folder.st_uid == identity.user) &&
+                         !(folder.st_mode & (S_IWGRP | S_IWOTH));
+    struct statfs fs;
+    result.sizesTrue = ::fstatfs(dirFd, &fs) == 0 && sizesAreTrue(long(fs.f_type));
+    return result;
 }
 
 namespace {
@@ -61,8 +118,16 @@ namespace {
 // Opens the file lstat showed in a folder nobody else may change: without
 // waiting (a FIFO could only be there if a trusted user put it there), then
 // checked to be that regular file.
-int openInTrustedFolder(int dirFd, const char* name, const struct stat& expected) {
-    const int fd = ::openat(dirFd, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+int openInTrustedFolder(int dirFd, const char* name, const struct stat& expected,
+                        const ProcessIdentity& who) {
+    // Reading a file for its fingerprint leaves its access time alone where
+    // the system lets this user ask so (its owner, or root).
+    const int noAccessTime = who.user == 0 || expected.st_uid == who.user ? O_NOATIME : 0;
+    constexpr int flags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
+    int fd = ::openat(dirFd, name, flags | noAccessTime);
+    // Root of a user namespace may not ask it for files of users outside.
+    if (fd < 0 && errno == EPERM && noAccessTime)
+        fd = ::openat(dirFd, name, flags);
     if (fd < 0)
         return -1;
     struct stat opened;
@@ -77,11 +142,16 @@ int openInTrustedFolder(int dirFd, const char* name, const struct stat& expected
 } // namespace
 
 std::optional<Fingerprint> fingerprintFileAt(int dirFd, const char* name,
-                                             const struct stat& expected, bool trustedFolder) {
+                                             const struct stat& expected,
+                                             const ReadingFolder& folder) {
     if (!S_ISREG(expected.st_mode))
         return std::nullopt;
-    const Descriptor file(trustedFolder
-                              ? openInTrustedFolder(dirFd, name, expected)
+    if (expected.st_size == 0 && folder.sizesTrue && folder.identity->mayRead(expected)) {
+        static const Fingerprint empty = emptyFingerprint();
+        return empty;
+    }
+    const Descriptor file(folder.trusted
+                              ? openInTrustedFolder(dirFd, name, expected, *folder.identity)
                               : openRegularFileAt(dirFd, name, LinkRule::Refuse, &expected));
     if (file.get() < 0)
         return std::nullopt;

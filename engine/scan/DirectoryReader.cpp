@@ -362,9 +362,9 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
     const IgnorePatterns* exclude =
         m_rules.exclude && task.itemNames <= m_rules.exclude->deepestMatch() ? m_rules.exclude
                                                                              : nullptr;
-    // Files are read for fingerprints the short way only in a folder no one
-    // but this user and root may change (see fingerprintFileAt).
-    const bool trustedFolder = m_rules.fingerprints && folderChangedOnlyByTrusted(fd);
+    // How files of this folder may be read for their fingerprints.
+    const ReadingFolder reading =
+        m_rules.fingerprints ? readingFolder(fd, m_identity) : ReadingFolder{};
     const bool childTexts =
         (exclude && exclude->needsPaths() && task.itemNames < exclude->deepestMatch()) ||
         (m_rules.versions && !task.versionsOn &&
@@ -434,7 +434,7 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             appendLinkTarget(listing, item, fd, rawName, st.st_size);
         if (examined && S_ISREG(st.st_mode) && m_rules.fingerprints) {
             if (const std::optional<Fingerprint> taken =
-                    fingerprintFileAt(fd, rawName, st, trustedFolder)) {
+                    fingerprintFileAt(fd, rawName, st, reading)) {
                 item.fingerprint = *taken;
                 item.fingerprinted = true;
             } else {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/model/Fingerprints.h"
+#include "engine/scan/ContentFingerprint.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -268,6 +269,7 @@ private:
 
     ListingRules m_rules;
     dev_t m_rootDevice = 0; // set once the root is opened, before any sub-folder is listed
+    const ProcessIdentity m_identity = ProcessIdentity::current();
     std::unique_ptr<FolderTask> m_root;
     ThreadStarter m_startThread;
     std::mutex m_mutex;

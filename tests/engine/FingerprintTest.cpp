@@ -12,12 +12,16 @@
 
 #include <gtest/gtest.h>
 
+#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <map>
 #include <tuple>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 using namespace kestrel::engine;
 using kestrel::test::indexOf;
@@ -72,8 +76,16 @@ TEST(Fingerprints, AreWhatXxhsumGivesAndOnlyForRegularFiles) {
     t.symlink(QStringLiteral("link"), QStringLiteral("one"));
     t.fifo(QStringLiteral("fifo"));
 
+    // A file read last a year ago keeps that access time after the scan.
+    const QByteArray onePath = QFile::encodeName(t.root() + QStringLiteral("one"));
+    const struct timespec yearAgo[2] = {{::time(nullptr) - 365 * 86400, 0}, {0, UTIME_OMIT}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, onePath.constData(), yearAgo, 0), 0);
+
     Outcome outcome;
     const Snapshot s = scanned(t, &outcome);
+    struct stat one;
+    ASSERT_EQ(::stat(onePath.constData(), &one), 0);
+    EXPECT_EQ(one.st_atim.tv_sec, yearAgo[0].tv_sec);
     for (const auto& [name, size] : sizes)
         EXPECT_EQ(hexOf(s, name), xxhsum(t.root() + QString::fromLatin1(name))) << name;
     EXPECT_EQ(hexOf(s, "sparse"), xxhsum(t.root() + QStringLiteral("sparse")));
@@ -97,19 +109,25 @@ TEST(Fingerprints, AreWhatXxhsumGivesAndOnlyForRegularFiles) {
 TEST(Fingerprints, AnUnreadableFileIsCountedAndTheScanGoesOn) {
     TempTree t;
     t.file(QStringLiteral("secret"), "x");
+    t.file(QStringLiteral("secret-empty"));
     t.file(QStringLiteral("plain"), "y");
+    t.file(QStringLiteral("plain-empty"));
     t.chmod(QString(), 0755);
-    t.chmod(QStringLiteral("plain"), 0644);
-    t.chmod(QStringLiteral("secret"), 0);
+    for (const char* name : {"plain", "plain-empty"})
+        t.chmod(QString::fromLatin1(name), 0644);
+    for (const char* name : {"secret", "secret-empty"})
+        t.chmod(QString::fromLatin1(name), 0);
     const auto check = [&] {
         Outcome outcome;
         const Snapshot s = scanned(t, &outcome);
-        return s.fingerprints.unreadable == 1 && hexOf(s, "secret") == "none" &&
-               hexOf(s, "plain") != "none" &&
-               outcome.summary.endsWith(QStringLiteral(", 1 file could not be read"));
+        return s.fingerprints.unreadable == 2 && hexOf(s, "secret") == "none" &&
+               hexOf(s, "secret-empty") == "none" && hexOf(s, "plain") != "none" &&
+               hexOf(s, "plain-empty") != "none" &&
+               outcome.summary.endsWith(QStringLiteral(", 2 files could not be read"));
     };
     const std::optional<bool> passed = kestrel::test::passesWherePermissionsHold(check);
-    t.chmod(QStringLiteral("secret"), 0600);
+    for (const char* name : {"secret", "secret-empty"})
+        t.chmod(QString::fromLatin1(name), 0600);
     if (!passed)
         GTEST_SKIP() << "cannot give up root here";
     EXPECT_TRUE(*passed);
