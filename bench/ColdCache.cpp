@@ -87,6 +87,19 @@ private:
 
 } // namespace
 
+std::unique_ptr<ColdCache> ColdCache::systemCaches(const QString& tree, QString& why) {
+    if (::geteuid() != 0) {
+        why = QStringLiteral("emptying the system's caches needs root");
+        return nullptr;
+    }
+    auto drop = std::make_unique<DropCaches>(tree);
+    if (!drop->empty()) {
+        why = QStringLiteral("/proc/sys/vm/drop_caches cannot be written (%1)").arg(drop->why());
+        return nullptr;
+    }
+    return drop;
+}
+
 std::unique_ptr<ColdCache> ColdCache::prepare(const QString& dir, const QString& tree,
                                               int64_t entries,
                                               const std::function<void(const QString&)>& makeTree,

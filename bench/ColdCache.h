@@ -31,6 +31,10 @@ public:
     // The way this machine allows for tree (made by makeTree when a copy is
     // needed and not made yet, in dir); null, with the reason in why, when
     // there is none (not root, nothing to mount with).
+    // The system's own way only, for trees too large to copy into an image;
+    // null, with the reason in why, where it cannot be used.
+    static std::unique_ptr<ColdCache> systemCaches(const QString& tree, QString& why);
+
     static std::unique_ptr<ColdCache> prepare(const QString& dir, const QString& tree,
                                               int64_t entries,
                                               const std::function<void(const QString&)>& makeTree,

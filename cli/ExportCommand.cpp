@@ -50,11 +50,7 @@ bool parseFields(const QString& text, bool inFolderOffered,
         if (taken[size_t(column)])
             return usageError(QStringLiteral("--fields: \"%1\" is named twice").arg(part));
         taken[size_t(column)] = true;
-        const int field = column == PermissionsColumn   ? output::ExportField::PermissionsField
-                          : column == OwnerColumn       ? output::ExportField::OwnerField
-                          : column == FingerprintColumn ? output::ExportField::FingerprintField
-                                                        : column;
-        fields.push_back({field, QString(), true});
+        fields.push_back({output::ExportField::numberOf(column), QString(), true});
     }
     return true;
 }

@@ -45,6 +45,20 @@ struct ExportField {
         }
     }
 
+    // The field number that writes a grid column: the inverse of column().
+    static int numberOf(int column) {
+        switch (column) {
+        case engine::PermissionsColumn:
+            return PermissionsField;
+        case engine::OwnerColumn:
+            return OwnerField;
+        case engine::FingerprintColumn:
+            return FingerprintField;
+        default:
+            return column;
+        }
+    }
+
     static constexpr int FirstCustomField = 7;
     static constexpr int LastCustomField = 14;
     static constexpr int PermissionsField = 15;

@@ -37,22 +37,24 @@ FileGridView::FileGridView(QAbstractItemModel* model, QWidget* parent) : QTableV
     for (int place = 0; place < int(engine::ShownColumnOrder.size()); ++place)
         header->moveSection(header->visualIndex(engine::ShownColumnOrder[size_t(place)]), place);
     connect(this, &QAbstractItemView::doubleClicked, this,
-            [this](const QModelIndex& index) { Q_EMIT rowActivated(index.row()); });
+            [this](const QModelIndex& index) { Q_EMIT rowActivated(index.row(), index.column()); });
     QScrollBar* bar = verticalScrollBar();
     connect(bar, &QAbstractSlider::actionTriggered, this,
             [this, bar](int) { m_scrolledByUser = bar->sliderPosition() != bar->value(); });
 }
 
 void FileGridView::setColumnWidths(const engine::GridLayout& layout) {
-    const double dpi = logicalDpiX();
-    for (int column = 0; column < engine::GridColumnCount; ++column) {
-        if (column == engine::FillerColumn)
-            continue;
-        const int width = output::shownColumnPixels(column, layout, font(), dpi);
-        setColumnHidden(column, width == 0);
-        if (width > 0)
-            setColumnWidth(column, width);
-    }
+    for (int column = 0; column < engine::GridColumnCount; ++column)
+        applyColumnWidth(column, layout);
+}
+
+void FileGridView::applyColumnWidth(int column, const engine::GridLayout& layout) {
+    if (column == engine::FillerColumn)
+        return;
+    const int width = output::shownColumnPixels(column, layout, font(), logicalDpiX());
+    setColumnHidden(column, width == 0);
+    if (width > 0)
+        setColumnWidth(column, width);
 }
 
 std::array<int, output::ShownColumnCount> FileGridView::columnTwips() const {
@@ -80,7 +82,7 @@ bool FileGridView::takeScrolledByUser() {
 
 void FileGridView::keyPressEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
-        Q_EMIT rowActivated(currentIndex().row());
+        Q_EMIT rowActivated(currentIndex().row(), currentIndex().column());
         return;
     }
     QTableView::keyPressEvent(event);

@@ -23,6 +23,8 @@ public:
     // of sub-folders, permissions and owners); the filler stretches over
     // what is left.
     void setColumnWidths(const engine::GridLayout& layout);
+    // The same for one column, leaving the others as the user left them.
+    void applyColumnWidth(int column, const engine::GridLayout& layout);
     // The width of every column as shown now, dragged by the user or not,
     // in twips; 0 for a hidden column.
     std::array<int, output::ShownColumnCount> columnTwips() const;
@@ -33,8 +35,8 @@ public:
     bool takeScrolledByUser();
 
 Q_SIGNALS:
-    // A row double-clicked, or Enter on the current row.
-    void rowActivated(int row);
+    // A cell double-clicked, or Enter on the current cell.
+    void rowActivated(int row, int column);
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;

@@ -102,19 +102,7 @@ bool FindBar::findNext() {
         });
     if (found == 0)
         return false;
-    const int32_t folder = snapshot.entries.get(found).parent;
-    if (!m_window.selectFolder(snapshot.entryPath(folder)))
-        return false;
-    const engine::FileList& rows = m_window.gridModel().rows();
-    for (int32_t row = 0; row < rows.rowCount(); ++row) {
-        if (rows.entryAt(row) == found) {
-            const QModelIndex index = m_window.gridModel().index(row, 0);
-            m_window.grid()->setCurrentIndex(index);
-            m_window.grid()->scrollTo(index);
-            return true;
-        }
-    }
-    return false;
+    return m_window.selectEntry(found);
 }
 
 // The window's find commands ------------------------------------------------

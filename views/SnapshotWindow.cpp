@@ -210,6 +210,23 @@ bool SnapshotWindow::selectFolder(const QString& key) {
     return true;
 }
 
+bool SnapshotWindow::selectEntry(int32_t entry) {
+    if (!m_snapshot.entries.contains(entry) || entry == 0)
+        return false;
+    if (!selectFolder(m_snapshot.entryPath(m_snapshot.entries.get(entry).parent)))
+        return false;
+    const engine::FileList& rows = m_gridModel->rows();
+    for (int32_t row = 0; row < rows.rowCount(); ++row) {
+        if (rows.entryAt(row) == entry) {
+            const QModelIndex index = m_gridModel->index(row, engine::NameColumn);
+            m_grdFiles->setCurrentIndex(index);
+            m_grdFiles->scrollTo(index);
+            return true;
+        }
+    }
+    return false;
+}
+
 void SnapshotWindow::BuildTree() {
     const settings::Options& options = m_host.options();
     const bool synch = options.isOn(Key::Synch);
@@ -290,10 +307,13 @@ void SnapshotWindow::mnuCompareNow_Click() {
 
 // File grid -----------------------------------------------------------------------
 
+engine::GridLayout SnapshotWindow::gridLayout() const {
+    return {m_snapshot.header.versions, m_subFolders, !m_snapshot.access.empty(),
+            m_snapshot.fingerprints.taken(), hasMoves()};
+}
+
 void SnapshotWindow::applyColumnWidths() {
-    m_grdFiles->setColumnWidths({m_snapshot.header.versions, m_subFolders,
-                                 !m_snapshot.access.empty(), m_snapshot.fingerprints.taken(),
-                                 hasMoves()});
+    m_grdFiles->setColumnWidths(gridLayout());
 }
 
 void SnapshotWindow::mnuFileExport_Click() {
@@ -384,7 +404,7 @@ void SnapshotWindow::RefreshList(engine::ProgressMeter* meter) {
     m_gridModel->select(m_currentTag, rowSelection(), colours(), meter);
     // The Moved column comes and goes with the moves a comparison found.
     if (hasMoves() == m_grdFiles->isColumnHidden(engine::MovedColumn))
-        applyColumnWidths();
+        m_grdFiles->applyColumnWidth(engine::MovedColumn, gridLayout());
     updateStatusBar();
     showSortOrder();
     if (sorted)
@@ -475,11 +495,20 @@ void SnapshotWindow::ScrollPosition(const QString& name, const QString& folder) 
     m_followingScroll = was;
 }
 
-void SnapshotWindow::grdFiles_DblClick(int row) {
+void SnapshotWindow::grdFiles_DblClick(int row, int column) {
     if (row < 0 || row >= m_gridModel->rowCount())
         return;
     const settings::Options& options = m_host.options();
     const int32_t entry = m_gridModel->entryAt(row);
+    // The Moved cell leads to where the entry went, or came from, in the
+    // paired window.
+    if (column == engine::MovedColumn && m_pair && compared()) {
+        if (const int32_t other = engine::movedCounterpart(m_snapshot, entry); other > 0) {
+            if (m_pair->selectEntry(other))
+                m_pair->grid()->setFocus();
+            return;
+        }
+    }
     const engine::SnapshotEntry& e = m_snapshot.entries.get(entry);
     if (e.isFolder()) {
         if (options.isOn(Key::Explore)) {

@@ -160,6 +160,9 @@ public:
     // Selects the node with this key (its names matched under nameMatching)
     // and lists it; false when the tree has no such node.
     bool selectFolder(const QString& key);
+    // Lists the entry's folder and makes the entry's row the current one;
+    // false when the show mode hides the folder or the row.
+    bool selectEntry(int32_t entry);
     // How this window tells names and keys apart: the rule of its pair when
     // it has one, else its snapshot's own (exact for a snapshot made on
     // POSIX, without regard to case for one made on Windows).
@@ -182,7 +185,7 @@ public:
     // the desktop's file manager with "Explore" on); a file row opens the
     // file in its application, or with "Shell" set to the external program,
     // hands it and its counterpart to that program.
-    void grdFiles_DblClick(int row);
+    void grdFiles_DblClick(int row, int column = engine::NameColumn);
     // Shows the options' effects at once: paints the tree in the highlight
     // colours and lists the selected folder again, as a click on its node
     // does.
@@ -241,6 +244,7 @@ private:
     // sorted; Scroll Together goes off unless they are in name order.
     void showSortOrder();
     void updateStatusBar();
+    engine::GridLayout gridLayout() const;
     void applyColumnWidths();
     bool isActiveSnapshotWindow() const;
     HighlightColours colours() const;

@@ -310,6 +310,14 @@ QString movedText(const Snapshot& snapshot, const Snapshot& other, int32_t index
     return QString();
 }
 
+int32_t movedCounterpart(const Snapshot& snapshot, int32_t index) {
+    if (const auto to = snapshot.movedTo.find(index); to != snapshot.movedTo.end())
+        return to->second;
+    if (const auto from = snapshot.movedFrom.find(index); from != snapshot.movedFrom.end())
+        return from->second;
+    return 0;
+}
+
 QString movesText(const MoveList& moves) {
     QStringList parts;
     if (moves.files > 0)

@@ -49,5 +49,8 @@ QString movesText(const Snapshot& snapshot);
 // old/a.txt" for one of the newer that came from elsewhere; other is the
 // snapshot compared with. Empty for an entry that did not move.
 QString movedText(const Snapshot& snapshot, const Snapshot& other, int32_t index);
+// The entry of the other snapshot that index moved to or came from; 0 when
+// it did not move.
+int32_t movedCounterpart(const Snapshot& snapshot, int32_t index);
 
 } // namespace kestrel::engine

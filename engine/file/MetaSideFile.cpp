@@ -2,6 +2,7 @@
 
 #include "SnapshotFile.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/HashState.h"
 #include "engine/support/RegularFile.h"
 
 #include <QFile>
@@ -31,16 +32,9 @@ constexpr std::string_view FingerprintFormatLine =
 // make the reader take all the memory there is.
 constexpr int64_t LargestSideFile = int64_t(1) << 32;
 
-// An XXH3 state that frees itself.
-struct FreeHashState {
-    void operator()(XXH3_state_t* s) const { XXH3_freeState(s); }
-};
-using HashState = std::unique_ptr<XXH3_state_t, FreeHashState>;
-
-HashState newHashState() {
-    HashState state(XXH3_createState());
-    if (!state)
-        throw std::bad_alloc();
+// A state for the side file's checksum, ready to take bytes.
+HashState newChecksumState() {
+    HashState state = newHashState();
     XXH3_64bits_reset(state.get());
     return state;
 }
@@ -103,7 +97,7 @@ private:
 
     Read m_read;
     int64_t m_left;
-    HashState m_state = newHashState();
+    HashState m_state = newChecksumState();
     std::vector<char> m_block = std::vector<char>(size_t(1) << 16);
     size_t m_at = 0, m_end = 0;
 };
@@ -122,7 +116,7 @@ QString metaSideFilePath(const QString& snapshotFile) {
 }
 
 uint64_t snapshotChecksum(const Snapshot& snapshot) {
-    const HashState state = newHashState();
+    const HashState state = newChecksumState();
     // The fields of many entries go to the hash at once: a call per entry
     // would cost more than the hashing.
     std::string block;

@@ -1,5 +1,6 @@
 #include "ContentFingerprint.h"
 
+#include "engine/support/HashState.h"
 #include "engine/support/RegularFile.h"
 
 #include <xxhash.h>
@@ -22,13 +23,9 @@ namespace {
 // beside the hashing, small enough to stay in the processor's cache.
 constexpr size_t BlockSize = size_t(1) << 18;
 
-struct FreeState {
-    void operator()(XXH3_state_t* s) const { XXH3_freeState(s); }
-};
-
 // Each thread hashes with a state and a block of its own, made once.
 struct Hasher {
-    std::unique_ptr<XXH3_state_t, FreeState> state{XXH3_createState()};
+    HashState state{XXH3_createState()};
     std::vector<char> block = std::vector<char>(BlockSize);
 };
 

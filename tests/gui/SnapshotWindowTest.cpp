@@ -202,24 +202,45 @@ private Q_SLOTS:
         QVERIFY(frame->activeSnapshotWindow()->snapshot().fingerprints.taken());
         setTime(m_tree + u"/sub/b.txt"_s, Fixed.addDays(3));
         QVERIFY(QFile::rename(m_tree + u"/keep.txt"_s, m_tree + u"/kept.txt"_s));
+        QVERIFY(QFile::rename(m_tree + u"/sub/c.bin"_s, m_tree + u"/gone/c.bin"_s));
         frame->Toolbar1_ButtonClick(u"Repeat"_s);
         SnapshotWindow* older = first(frame);
         SnapshotWindow* newer = second(frame);
         QVERIFY(newer && newer->snapshot().fingerprints.taken() && newer->compared());
 
-        QVERIFY2(newer->statusBar()->panelText(2).endsWith(u", 1 moved file"_s),
+        QVERIFY2(newer->statusBar()->panelText(2).endsWith(u", 2 moved files"_s),
                  qPrintable(newer->statusBar()->panelText(2)));
         QVERIFY(!newer->grid()->isColumnHidden(engine::MovedColumn));
         QCOMPARE(cell(*newer, u"kept.txt"_s, engine::MovedColumn, Qt::DisplayRole).toString(),
                  u"from keep.txt"_s);
         QCOMPARE(cell(*older, u"keep.txt"_s, engine::MovedColumn, Qt::DisplayRole).toString(),
                  u"to kept.txt"_s);
+
         QVERIFY(newer->selectFolder(u"/sub/"_s));
         QVERIFY(!cell(*newer, u"b.txt"_s, engine::ModifiedColumn, Qt::BackgroundRole).isValid());
         QVERIFY(!newer->grid()->isColumnHidden(engine::FingerprintColumn));
         QCOMPARE(
             cell(*newer, u"b.txt"_s, engine::FingerprintColumn, Qt::DisplayRole).toString().size(),
             32);
+
+        // "All Differences" lists what moved; a double-click on the Moved
+        // cell goes to the other end of the move in the paired window.
+        QTest::keyClick(newer->showSelector(), Qt::Key_End);
+        QCOMPARE(newer->showMode(), engine::ShowMode::Differences);
+        QVERIFY(gridRows(*newer).contains(u"kept.txt"_s));
+        clickNode(*older, u"/sub/"_s);
+        QCOMPARE(cell(*older, u"c.bin"_s, engine::MovedColumn, Qt::ToolTipRole).toString(),
+                 u"Moved to gone/c.bin"_s);
+        const QModelIndex moved =
+            older->gridModel().index(rowNamed(*older, u"c.bin"_s), engine::MovedColumn);
+        older->grid()->scrollTo(moved); // the column is far to the right
+        const QPoint movedCell = older->grid()->visualRect(moved).center();
+        QTest::mouseClick(older->grid()->viewport(), Qt::LeftButton, {}, movedCell);
+        QTRY_COMPARE(frame->activeSnapshotWindow(), older);
+        QTest::mouseDClick(older->grid()->viewport(), Qt::LeftButton, {}, movedCell);
+        QCOMPARE(newer->selectedKey(), u"/gone/"_s);
+        QCOMPARE(newer->grid()->currentIndex().row(), rowNamed(*newer, u"c.bin"_s));
+        QVERIFY(newer->grid()->hasFocus());
     }
 
     void pairingComparesAtOnceAndShowsTheChanges() {
