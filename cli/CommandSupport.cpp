@@ -79,7 +79,8 @@ bool CommandLine::parse(const QStringList& arguments, int positionals, const QSt
         std::fputs(help.toLocal8Bit().constData(), stdout);
         std::exit(ExitOk);
     }
-    if (parser.positionalArguments().size() != positionals) {
+    if (positionals >= 0 ? parser.positionalArguments().size() != positionals
+                         : parser.positionalArguments().isEmpty()) {
         printError(QStringLiteral("Usage"), usage);
         return false;
     }
@@ -337,6 +338,8 @@ CompareOptions commandLineCompareOptions() {
     options.attributeCompareMask = uint16_t(~Attribute::Normal);
     // A file only touched, its content the same, is no change unless asked.
     options.ignoreTouched = true;
+    // Moved files are paired unless asked not to.
+    options.detectMoves = true;
     return options;
 }
 

@@ -50,6 +50,7 @@ struct CommandLine {
     // Parses; on an error prints it and returns false (exit status 2). With
     // --help prints the help and ends the program. The first argument is the
     // command's name as its usage line shows it ("kestrel-cli compare").
+    // positionals: how many arguments the command takes; -1 for one or more.
     bool parse(const QStringList& arguments, int positionals, const QString& usage);
 };
 
@@ -97,7 +98,7 @@ patternsFromCommandLine(const QCommandLineParser& parser, const QCommandLineOpti
 // the file at all.
 bool checkOwnPatterns(const engine::Snapshot& snapshot);
 
-// How the command line compares unless told otherwise: nothing ignored,
+// How the command line compares unless told otherwise: moves paired, nothing ignored,
 // every attribute but the normal bit, which only says that no other bit
 // is set.
 engine::CompareOptions commandLineCompareOptions();

@@ -20,12 +20,13 @@ const char* const kUsage =
     "  info SNAPSHOT         describe a snapshot file\n"
     "  convert SNAPSHOT OUT  save a snapshot file again in the current format\n"
     "  compare OLD NEW       list what changed between two snapshots or folders\n"
+    "  history SNAPSHOT...   every numbered snapshot of a folder, each against the one before\n"
     "  export SNAPSHOT       write the file list of a folder as the Export dialog does\n"
     "  report SNAPSHOT       print the file list of a folder to a PDF file\n"
     "\n"
     "kestrel-cli COMMAND --help describes a command. Exit status: 0 success, 2 trouble\n"
-    "(compare: 0 no differences, 1 differences, 2 trouble; snapshot: 3 saved with folders\n"
-    "that could not be read).\n";
+    "(compare, history: 0 no differences, 1 differences, 2 trouble; snapshot: 3 saved with\n"
+    "folders that could not be read).\n";
 
 } // namespace
 
@@ -59,6 +60,7 @@ int run(const QStringList& arguments) {
         {"info", infoCommand, "Invalid Snapshot"},
         {"convert", convertCommand, "Error Writing Snapshot"},
         {"compare", compareCommand, "Error"},
+        {"history", historyCommand, "Error"},
         {"export", exportCommand, "Error Writing Snapshot"},
         {"report", reportCommand, "Printing Error"},
     };

@@ -22,6 +22,10 @@ int convertCommand(const QStringList& arguments);
 // kestrel-cli compare: the differences between two snapshots or folders.
 int compareCommand(const QStringList& arguments);
 
+// kestrel-cli history: every numbered snapshot of a folder, each compared
+// with the one before.
+int historyCommand(const QStringList& arguments);
+
 // kestrel-cli export: the lines the Export dialog writes for a view of a
 // snapshot, on standard output or into a file.
 int exportCommand(const QStringList& arguments);

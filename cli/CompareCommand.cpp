@@ -2,6 +2,7 @@
 
 #include "CommandSupport.h"
 #include "CompareReport.h"
+#include "ComparisonOptions.h"
 #include "PathOrder.h"
 #include "TerminalProgress.h"
 
@@ -48,57 +49,7 @@ const QString Description = QStringLiteral(
     "Exit status: 0 no differences, 1 differences, 2 trouble.");
 
 struct CompareCommandOptions {
-    QCommandLineOption ignoreSize{QStringLiteral("ignore-size"),
-                                  QStringLiteral("Ignore file sizes.")};
-    QCommandLineOption ignoreVersion{QStringLiteral("ignore-version"),
-                                     QStringLiteral("Ignore file versions.")};
-    QCommandLineOption ignoreDst{
-        QStringLiteral("ignore-dst"),
-        QStringLiteral("Ignore dates that differ by one hour (clock changes), give or take the "
-                       "tolerance.")};
-    QCommandLineOption ignoreAttributes{
-        QStringLiteral("ignore-attributes"),
-        QStringLiteral(
-            "Leave these attributes out of the comparison: R read-only, H hidden, S system,\n"
-            "A archive. Without it every attribute counts but the normal bit, which only says\n"
-            "that no other bit is set."),
-        QStringLiteral("R,H,S,A")};
-    QCommandLineOption ignorePermissions{
-        QStringLiteral("ignore-permissions"),
-        QStringLiteral(
-            "Ignore permission bits (set-user-ID, set-group-ID and sticky among them).")};
-    QCommandLineOption ignoreOwner{QStringLiteral("ignore-owner"),
-                                   QStringLiteral("Ignore owners and groups.")};
-    QCommandLineOption noMoves{
-        QStringLiteral("no-moves"),
-        QStringLiteral("Do not pair files only in OLD with files only in NEW as moves (a move "
-                       "is printed as \">\tOLD PATH -> NEW PATH\" in place of its - and + "
-                       "lines).")};
-    QCommandLineOption touched{
-        QStringLiteral("touched"),
-        QStringLiteral("Report a file whose date changed though its content fingerprint did "
-                       "not (by default such a file is unchanged).")};
-    QCommandLineOption tolerance{
-        QStringLiteral("tolerance"),
-        QStringLiteral("Dates that differ by this much or less are the same: seconds, or e.g. "
-                       "2s, 90m, 1h, 3d."),
-        QStringLiteral("DURATION")};
-    QCommandLineOption ignore{
-        QStringLiteral("ignore"),
-        QStringLiteral("Ignore entries matching PATTERN (repeatable; the last that matches "
-                       "decides)."),
-        QStringLiteral("PATTERN")};
-    QCommandLineOption ignoreFrom{
-        QStringLiteral("ignore-from"),
-        QStringLiteral("Ignore entries matching the patterns of FILE, one a line (before "
-                       "--ignore's)."),
-        QStringLiteral("FILE")};
-    QCommandLineOption useSettings{
-        QStringLiteral("use-settings"),
-        QStringLiteral(
-            "Start from the ignore options stored by Kestrel's options dialog, its ignore\n"
-            "patterns first. There the attributes ticked under \"Ignore attributes\" are the\n"
-            "only ones compared, and none are while that box is off.")};
+    ComparisonOptions comparison;
     QCommandLineOption show{
         QStringLiteral("show"),
         QStringLiteral("List NEW's entries as the file list shows them instead: all, only (only "
@@ -113,126 +64,10 @@ struct CompareCommandOptions {
                                      QStringLiteral("The earlier snapshot file or folder."));
         parser.addPositionalArgument(QStringLiteral("NEW"),
                                      QStringLiteral("The later snapshot file or folder."));
-        parser.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes,
-                           ignorePermissions, ignoreOwner, touched, noMoves, tolerance, ignore,
-                           ignoreFrom, useSettings, show, format});
+        comparison.addTo(parser);
+        parser.addOptions({show, format});
     }
 };
-
-// A tolerance: seconds, or numbers with units s, m, h, d, w, y ("90", "2s",
-// "1h30m", "3d"). Returns days, or -1 when the text is not a duration.
-double parseDuration(const QString& text) {
-    const QString t = text.trimmed().toLower();
-    if (t.isEmpty())
-        return -1;
-    bool plain = false;
-    const double seconds = t.toDouble(&plain);
-    if (plain)
-        return seconds >= 0 ? seconds / 86400 : -1;
-    double total = 0;
-    qsizetype i = 0;
-    while (i < t.size()) {
-        const qsizetype start = i;
-        while (i < t.size() && (t.at(i).isDigit() || t.at(i) == QLatin1Char('.')))
-            ++i;
-        bool ok = false;
-        const double n = t.mid(start, i - start).toDouble(&ok);
-        if (!ok || i >= t.size())
-            return -1;
-        switch (t.at(i).unicode()) {
-        case 's':
-            total += n;
-            break;
-        case 'm':
-            total += n * 60;
-            break;
-        case 'h':
-            total += n * 3600;
-            break;
-        case 'd':
-            total += n * 86400;
-            break;
-        case 'w':
-            total += n * 7 * 86400;
-            break;
-        case 'y':
-            total += n * 365 * 86400;
-            break;
-        default:
-            return -1;
-        }
-        ++i;
-    }
-    return total / 86400;
-}
-
-// "R,H,S,A" as the attribute bits whose differences are ignored.
-bool parseAttributes(const QString& text, int16_t& mask) {
-    mask = 0;
-    for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        const QString p = part.trimmed().toUpper();
-        if (p == QLatin1String("R"))
-            mask |= Attribute::ReadOnly;
-        else if (p == QLatin1String("H"))
-            mask |= Attribute::Hidden;
-        else if (p == QLatin1String("S"))
-            mask |= Attribute::System;
-        else if (p == QLatin1String("A"))
-            mask |= Attribute::Archive;
-        else
-            return false;
-    }
-    return true;
-}
-
-// What the comparison ignores: nothing, or what the options dialog stored,
-// and then what the options ask. Nothing, with the reason printed, when an
-// option's value is not understood.
-std::optional<CompareOptions> chosenCompareOptions(const QCommandLineParser& p,
-                                                   const CompareCommandOptions& o) {
-    // The normal bit changes whenever any other bit does, so comparing it
-    // would report what --ignore-attributes asked to leave out.
-    CompareOptions options = commandLineCompareOptions();
-    if (p.isSet(o.useSettings)) {
-        settings::Options stored;
-        settings::SettingsStore().getSettings(stored);
-        options = stored.compareOptions();
-        for (const QString& problem : stored.patternProblems())
-            printLine(stderr, problem);
-    }
-    options.ignoreSize |= p.isSet(o.ignoreSize);
-    options.ignoreVersion |= p.isSet(o.ignoreVersion);
-    options.ignoreDst |= p.isSet(o.ignoreDst);
-    options.ignorePermissions |= p.isSet(o.ignorePermissions);
-    options.ignoreOwner |= p.isSet(o.ignoreOwner);
-    if (p.isSet(o.touched))
-        options.ignoreTouched = false;
-    if (p.isSet(o.ignoreAttributes)) {
-        int16_t mask = 0;
-        if (!parseAttributes(p.value(o.ignoreAttributes), mask)) {
-            printError(QStringLiteral("Usage"),
-                       QStringLiteral("--ignore-attributes takes letters among R,H,S,A"));
-            return std::nullopt;
-        }
-        options.attributeCompareMask &= uint16_t(~mask);
-    }
-    if (p.isSet(o.tolerance)) {
-        const double days = parseDuration(p.value(o.tolerance));
-        if (days < 0) {
-            printError(
-                QStringLiteral("Usage"),
-                QStringLiteral("--tolerance takes seconds or a duration such as 2s, 1h, 3d"));
-            return std::nullopt;
-        }
-        options.dateTolerance = days;
-    }
-    const auto patterns =
-        patternsFromCommandLine(p, o.ignore, o.ignoreFrom, options.ignorePatterns);
-    if (!patterns)
-        return std::nullopt;
-    options.ignorePatterns = *patterns;
-    return options;
-}
 
 // --show: ShowMode::None when not given; nothing, with the reason printed,
 // when it names no show mode.
@@ -362,7 +197,7 @@ int compareCommand(const QStringList& arguments) {
     o.addTo(p);
     if (!cl.parse(arguments, 2, QStringLiteral("kestrel-cli compare OLD NEW [options]")))
         return ExitTrouble;
-    std::optional<CompareOptions> options = chosenCompareOptions(p, o);
+    std::optional<CompareOptions> options = o.comparison.chosen(p);
     if (!options)
         return ExitTrouble;
     const std::optional<ShowMode> showMode = chosenShowMode(p, o);
@@ -392,8 +227,9 @@ int compareCommand(const QStringList& arguments) {
         options->ignoreVersion = true;
 
     // Moves are looked for below, NEW taken as the later snapshot.
-    options->detectMoves = false;
-    const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, *options, meter);
+    CompareOptions marking = *options;
+    marking.detectMoves = false;
+    const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, marking, meter);
     if (!succeeded(compared))
         return ExitTrouble;
     // NEW is the later snapshot here, whatever the dates they carry say.
@@ -403,7 +239,7 @@ int compareCommand(const QStringList& arguments) {
     DifferenceCounts counts;
     try {
         MoveList moves;
-        if (!p.isSet(o.noMoves)) {
+        if (options->detectMoves) {
             moves = detectMoves(older, 1, newer, 1);
             noteMoves(older, newer, moves);
         }

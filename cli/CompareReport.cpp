@@ -16,41 +16,6 @@ using namespace engine;
 
 namespace {
 
-QString csvField(const QString& text) {
-    QString quoted = text;
-    quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));
-    return QLatin1Char('"') + quoted + QLatin1Char('"');
-}
-
-QString jsonString(const QString& text) {
-    QString out = QStringLiteral("\"");
-    for (QChar c : text) {
-        switch (c.unicode()) {
-        case '"':
-            out += QStringLiteral("\\\"");
-            break;
-        case '\\':
-            out += QStringLiteral("\\\\");
-            break;
-        case '\n':
-            out += QStringLiteral("\\n");
-            break;
-        case '\r':
-            out += QStringLiteral("\\r");
-            break;
-        case '\t':
-            out += QStringLiteral("\\t");
-            break;
-        default:
-            if (c.unicode() < 0x20)
-                out += QString::asprintf("\\u%04x", c.unicode());
-            else
-                out += c;
-        }
-    }
-    return out + QLatin1Char('"');
-}
-
 QString valueText(const QString& value) {
     return value.isEmpty() ? QStringLiteral("none") : escapedPath(value);
 }

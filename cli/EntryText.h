@@ -40,4 +40,11 @@ QString attributesText(const engine::SnapshotEntry& e);
 // " (unreadable)", never an entry of its own.
 QString unreadableText(const engine::Snapshot& s, int32_t marker);
 
+// A field of comma-separated values: in double quotes, each of its own
+// doubled.
+QString csvField(const QString& text);
+// A JSON string: in double quotes, with quotes, backslashes and control
+// characters escaped.
+QString jsonString(const QString& text);
+
 } // namespace kestrel::cli

@@ -649,6 +649,62 @@ TEST_F(CliTest, CompareTellsMovesAndContent) {
     EXPECT_TRUE(r.lines().contains(u"-\told/"_s) && r.lines().contains(u"+\tnew/a"_s));
 }
 
+// The history of a series: one row a path that ever changed, its state in
+// each snapshot, read back from csv and jsonl; a damaged member is named and
+// left out; --summary counts each snapshot's changes.
+TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
+    TempTree t;
+    t.file(u"data/a.txt"_s, "a");
+    t.file(u"data/gone.txt"_s, "g");
+    const QString folder = t.root() + u"data"_s;
+    const auto snapshot = [&] {
+        ASSERT_EQ(cli({u"snapshot"_s, folder, u"--dir"_s, home()}).status, 0);
+    };
+    snapshot();
+    t.file(u"data/a.txt"_s, "aaa");
+    snapshot();
+    ASSERT_TRUE(QFile::remove(folder + u"/gone.txt"_s));
+    t.file(u"data/sub/new.txt"_s, "nn");
+    snapshot();
+    ASSERT_TRUE(kestrel::test::writeBytes(home() + u"/data.#05"_s, "damaged"));
+    const QString second = home() + u"/data.#02"_s;
+
+    CliRun r = cli({u"history"_s, second, u"--format"_s, u"jsonl"_s});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains(u"data.#05"_s)) << r.err.toStdString();
+    QList<QJsonObject> objects;
+    for (const QString& line : r.lines())
+        objects << QJsonDocument::fromJson(line.toUtf8()).object();
+    ASSERT_EQ(objects.size(), 5); // the series, a.txt, gone.txt, sub/, sub/new.txt
+    EXPECT_EQ(objects[0][u"schema"_s].toInt(), 1);
+    const QJsonArray generations = objects[0][u"generations"_s].toArray();
+    ASSERT_EQ(generations.size(), 4);
+    EXPECT_EQ(generations[1].toObject()[u"changed"_s].toInt(), 1);
+    EXPECT_TRUE(generations[3].toObject().contains(u"error"_s));
+    EXPECT_EQ(objects[1][u"path"_s].toString(), u"a.txt"_s);
+    const QJsonArray a = objects[1][u"states"_s].toArray();
+    EXPECT_EQ(a[0].toObject()[u"size"_s].toInt(), 1);
+    EXPECT_EQ(a[1].toObject()[u"change"_s].toString(), u"changed"_s);
+    EXPECT_EQ(a[1].toObject()[u"size"_s].toInt(), 3);
+    EXPECT_TRUE(a[3].toObject()[u"unreadable"_s].toBool());
+    EXPECT_EQ(objects[2][u"states"_s].toArray()[2].toObject()[u"present"_s].toBool(), false);
+
+    r = cli({u"history"_s, second, u"--format"_s, u"csv"_s, u"--folder"_s, u"sub"_s});
+    EXPECT_EQ(r.lines(),
+              (QStringList{u"path,\"#01 size\",\"#01 change\",\"#02 size\",\"#02 change\","
+                           u"\"#03 size\",\"#03 change\",\"#05 size\",\"#05 change\""_s,
+                           u"\"sub/\",\"\",\"\",\"\",\"\",\"0\",\"added\",\"\",\"unreadable\""_s,
+                           u"\"sub/new.txt\",\"\",\"\",\"\",\"\",\"2\",\"added\",\"\","
+                           u"\"unreadable\""_s}));
+    r = cli({u"history"_s, second});
+    EXPECT_TRUE(r.lines().contains(u"a.txt\t1\t~3\t3\t?"_s)) << r.out.toStdString();
+    r = cli({u"history"_s, second, u"--summary"_s});
+    ASSERT_EQ(r.lines().size(), 4);
+    EXPECT_TRUE(r.lines()[2].endsWith(u"\t+2 \u22121 ~0"_s)) << r.lines()[2].toStdString();
+    EXPECT_TRUE(r.lines()[3].contains(u"could not be read"_s));
+    EXPECT_EQ(cli({u"history"_s, home() + u"/data.#05"_s, home() + u"/data.#04"_s}).status, 2);
+}
+
 // A snapshot sent down a pipe carries its side data: kept in a file or read
 // from standard input, it is the same snapshot, byte for byte.
 TEST_F(CliTest, SnapshotsTravelThroughPipes) {

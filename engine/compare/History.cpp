@@ -1,0 +1,269 @@
+#include "History.h"
+
+#include "Compare.h"
+#include "Differences.h"
+#include "Moves.h"
+
+#include "engine/file/OpenSnapshot.h"
+#include "engine/model/Snapshot.h"
+#include "engine/support/Errors.h"
+#include "engine/support/TextFormats.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+
+namespace kestrel::engine {
+
+namespace {
+
+const QRegularExpression& numberedName() {
+    static const QRegularExpression numbered(QStringLiteral("^(.*)\\.#(\\d\\d)$"),
+                                             QRegularExpression::DotMatchesEverythingOption);
+    return numbered;
+}
+
+// Builds a history one comparison of two generations at a time.
+class HistoryBuilder {
+public:
+    explicit HistoryBuilder(History& history) : m_history(history) {}
+
+    void addComparison(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
+                       uint8_t newerGeneration, const CompareOptions& options,
+                       ProgressMeter& meter);
+
+private:
+    int32_t pathOf(const Snapshot& s, int32_t index);
+    int32_t versionOf(const Snapshot& s, const SnapshotEntry& e);
+    void record(const Snapshot& s, int32_t index, int32_t path, uint8_t generation,
+                HistoryRecord::Kind kind);
+
+    History& m_history;
+    std::unordered_map<std::string, int32_t> m_pathIds;
+    std::unordered_map<std::string, int32_t> m_versionIds;
+    std::vector<uint8_t> m_recorded; // by path: whether it has a record yet
+};
+
+int32_t HistoryBuilder::pathOf(const Snapshot& s, int32_t index) {
+    std::string path = s.relativePath(index).toStdString();
+    const auto [it, added] = m_pathIds.try_emplace(path, int32_t(m_history.paths.size()));
+    if (added) {
+        m_history.paths.push_back(std::move(path));
+        m_recorded.push_back(0);
+    }
+    return it->second;
+}
+
+int32_t HistoryBuilder::versionOf(const Snapshot& s, const SnapshotEntry& e) {
+    const std::string_view text = s.versionOf(e);
+    if (text.empty())
+        return 0;
+    const auto [it, added] =
+        m_versionIds.try_emplace(std::string(text), int32_t(m_history.versions.size()));
+    if (added)
+        m_history.versions.emplace_back(text);
+    return it->second;
+}
+
+void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint8_t generation,
+                            HistoryRecord::Kind kind) {
+    HistoryRecord r;
+    r.path = path;
+    r.generation = generation;
+    r.kind = kind;
+    if (r.present()) {
+        const SnapshotEntry& e = s.entry(index);
+        r.size = e.size;
+        r.modified = e.modified;
+        r.attributes = e.attributes;
+        r.version = versionOf(s, e);
+        if (kind == HistoryRecord::Changed)
+            r.status = e.status;
+        if (s.fingerprints.has(index))
+            m_history.fingerprints.emplace(int32_t(m_history.records.size()),
+                                           s.fingerprints.at(index));
+    }
+    m_history.records.push_back(r);
+    m_recorded[size_t(path)] = 1;
+}
+
+void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
+                                   uint8_t newerGeneration, const CompareOptions& options,
+                                   ProgressMeter& meter) {
+    CompareOptions pair = options;
+    // A snapshot taken without versions has none to compare.
+    if (!older.header.versions || !newer.header.versions)
+        pair.ignoreVersion = true;
+    pair.detectMoves = false; // looked for below, in generation order
+    const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, pair, meter);
+    if (!compared.ok)
+        throw RuntimeError(compared.error, compared.message ? compared.message->text : QString());
+    MoveList moves;
+    if (options.detectMoves) {
+        moves = detectMoves(older, 1, newer, 1);
+        noteMoves(older, newer, moves);
+    }
+    Generation& g = m_history.generations[newerGeneration];
+    g.movedFiles = moves.files;
+    g.movedFolders = moves.folders;
+    for (const Difference& d : listDifferences(newer, older)) {
+        const bool gone = d.kind == Difference::OnlyInOld;
+        const Snapshot& side = gone ? older : newer;
+        if (side.entry(d.index).isUnreadableMarker())
+            continue;
+        HistoryRecord::Kind kind = HistoryRecord::Changed;
+        int32_t movedTo = -1;
+        if (gone) {
+            const auto to = older.movedTo.find(d.index);
+            kind = to != older.movedTo.end() ? HistoryRecord::MovedOut : HistoryRecord::Removed;
+            if (to != older.movedTo.end())
+                movedTo = to->second;
+        } else if (d.kind == Difference::OnlyInNew) {
+            const auto from = newer.movedFrom.find(d.index);
+            kind = from != newer.movedFrom.end() ? HistoryRecord::MovedIn : HistoryRecord::Added;
+            if (from != newer.movedFrom.end())
+                movedTo = from->second;
+        }
+        switch (kind) {
+        case HistoryRecord::Added:
+            ++g.added;
+            break;
+        case HistoryRecord::Removed:
+            ++g.removed;
+            break;
+        case HistoryRecord::Changed:
+            ++g.changed;
+            break;
+        default:
+            break;
+        }
+        const int32_t path = pathOf(side, d.index);
+        // What a path was until its first change, where it was there at all.
+        if (!m_recorded[size_t(path)] && kind != HistoryRecord::Added &&
+            kind != HistoryRecord::MovedIn)
+            record(older, gone ? d.index : side.entry(d.index).match, path, olderGeneration,
+                   HistoryRecord::Before);
+        if (movedTo >= 0) {
+            const int32_t other = pathOf(gone ? newer : older, movedTo);
+            m_history.movedWith.emplace(int32_t(m_history.records.size()), other);
+        }
+        record(newer, d.index, path, newerGeneration, kind);
+    }
+}
+
+} // namespace
+
+int snapshotNumberOf(const QString& path) {
+    const QRegularExpressionMatch m = numberedName().match(QFileInfo(path).fileName());
+    return m.hasMatch() ? m.captured(2).toInt() : 0;
+}
+
+QStringList historySeries(const QString& path) {
+    const QFileInfo info(path);
+    const QRegularExpressionMatch m = numberedName().match(info.fileName());
+    if (!m.hasMatch())
+        return {path};
+    const QString base = m.captured(1);
+    const QDir folder = info.dir();
+    // Members are named as path is: beside it, in its own words.
+    const QString prefix = path.left(path.size() - info.fileName().size());
+    std::vector<std::pair<int, QString>> found;
+    // Links are left out: a snapshot of the series is a file of its own.
+    for (const QString& name :
+         folder.entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks)) {
+        const QRegularExpressionMatch n = numberedName().match(name);
+        if (n.hasMatch() && n.captured(1) == base)
+            found.emplace_back(n.captured(2).toInt(), prefix + name);
+    }
+    std::sort(found.begin(), found.end());
+    QStringList series;
+    for (const auto& member : found)
+        series << member.second;
+    if (series.isEmpty())
+        series << path; // gone since it was named: its error is told by the reading
+    return series;
+}
+
+QString generationChangesText(const Generation& g) {
+    QString text = QStringLiteral("+%1 \u2212%2 ~%3")
+                       .arg(formatCount(g.added), formatCount(g.removed), formatCount(g.changed));
+    const int32_t moved = g.movedFiles + g.movedFolders;
+    if (moved > 0)
+        text += QStringLiteral(", %1 moved").arg(formatCount(moved));
+    return text;
+}
+
+bool History::anyChanges() const {
+    return std::any_of(generations.begin(), generations.end(),
+                       [](const Generation& g) { return g.changes() > 0; });
+}
+
+std::vector<std::vector<int32_t>> History::recordsByPath() const {
+    std::vector<std::vector<int32_t>> byPath(paths.size());
+    for (size_t i = 0; i < records.size(); ++i)
+        byPath[size_t(records[i].path)].push_back(int32_t(i));
+    return byPath;
+}
+
+int32_t History::stateAt(const History& h, const std::vector<int32_t>& pathRecords, int g) {
+    if (pathRecords.empty())
+        return -1;
+    int32_t inForce = -1;
+    for (const int32_t i : pathRecords) {
+        if (h.records[size_t(i)].generation > g)
+            break;
+        inForce = i;
+    }
+    // Before its first record a path was as that record found it: there
+    // when the record is its state before a change, absent when it came.
+    if (inForce < 0)
+        inForce = h.records[size_t(pathRecords.front())].kind == HistoryRecord::Before
+                      ? pathRecords.front()
+                      : -1;
+    return inForce >= 0 && h.records[size_t(inForce)].present() ? inForce : -1;
+}
+
+History buildHistory(const QStringList& files, const CompareOptions& options,
+                     ProgressMeter& meter) {
+    if (files.size() > std::numeric_limits<uint8_t>::max())
+        throw RuntimeError(ErrorCode::Overflow,
+                           QStringLiteral("A history holds at most %1 snapshots.")
+                               .arg(std::numeric_limits<uint8_t>::max()));
+    History history;
+    HistoryBuilder builder(history);
+    // Two snapshots at a time: the one read last and the one before it.
+    auto older = std::make_unique<Snapshot>();
+    auto newer = std::make_unique<Snapshot>();
+    int olderGeneration = -1;
+    for (const QString& file : files) {
+        Generation g;
+        g.path = file;
+        g.number = snapshotNumberOf(file);
+        *newer = Snapshot();
+        const OpenOutcome opened = OpenSnapshotFile(*newer, file, meter);
+        if (!opened.ok) {
+            g.error = opened.message ? opened.message->text
+                                     : QStringLiteral("The snapshot could not be read.");
+            history.generations.push_back(g);
+            continue;
+        }
+        g.title = newer->header.title;
+        g.created = newer->header.created;
+        g.files = newer->fileCount;
+        g.folders = newer->folderCount;
+        const auto generation = uint8_t(history.generations.size());
+        history.generations.push_back(g);
+        if (olderGeneration >= 0)
+            builder.addComparison(*older, uint8_t(olderGeneration), *newer, generation, options,
+                                  meter);
+        std::swap(older, newer);
+        olderGeneration = generation;
+    }
+    return history;
+}
+
+} // namespace kestrel::engine
