@@ -263,6 +263,8 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         std::swap(older, newer);
         olderGeneration = generation;
     }
+    if (olderGeneration >= 0)
+        history.latest = std::move(older);
     return history;
 }
 

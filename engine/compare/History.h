@@ -7,6 +7,7 @@
 #include <QStringList>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -15,6 +16,7 @@
 namespace kestrel::engine {
 
 class ProgressMeter;
+class Snapshot;
 
 // The numbered snapshot files of one folder's series that path belongs to:
 // every NAME.#NN beside it whose NAME is path's own, by number. Just path
@@ -91,6 +93,9 @@ struct History {
     // The other end of each move, by record index: the path it came from or
     // went to.
     std::unordered_map<int32_t, int32_t> movedWith;
+    // The last snapshot that could be read, marked by its comparison with the
+    // one before: what every entry that never changed was throughout.
+    std::shared_ptr<const Snapshot> latest;
 
     // Whether any generation changed anything.
     bool anyChanges() const;

@@ -6,6 +6,7 @@
 #include "engine/compare/Compare.h"
 #include "engine/compare/Differences.h"
 #include "engine/compare/History.h"
+#include "engine/compare/HistoryIndex.h"
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/Snapshot.h"
@@ -163,6 +164,37 @@ TEST_F(HistoryTest, FollowsEveryChangeGenerationByGeneration) {
     // the state before a path's first change where it was there before.
     EXPECT_EQ(h.records.size(), 22u);
     EXPECT_TRUE(h.anyChanges());
+
+    // The window's view of it: every folder any generation had, each
+    // folder's entries of every generation, and the state of each.
+    const HistoryIndex index(h);
+    std::vector<std::string> folders;
+    for (const HistoryIndex::Folder& f : index.folders())
+        folders.push_back(f.path);
+    EXPECT_EQ(folders, (std::vector<std::string>{"", "dir2/", "dir/"}));
+    EXPECT_EQ(index.folders()[0].children, (std::vector<int32_t>{2, 1})); // dir, dir2
+    EXPECT_TRUE(index.changedIn(0, 1, 1));
+    EXPECT_FALSE(index.changedIn(1, 2, 2)); // nothing in dir2 changed in the third
+    std::vector<std::string> names;
+    std::vector<HistoryIndex::Row> rows = index.rowsOf(0);
+    for (const HistoryIndex::Row& r : rows)
+        names.push_back(r.name);
+    EXPECT_EQ(names, (std::vector<std::string>{"dir", "dir2", "a.txt", "back.txt", "gone.txt",
+                                               "keep.txt", "kept.txt", "new.txt", "same.txt",
+                                               "touched.txt"}));
+    const HistoryIndex::Row& same = rows[8];
+    EXPECT_EQ(same.path, -1);
+    for (int g = 0; g < 3; ++g) {
+        EXPECT_TRUE(index.stateOf(same, g).present);
+        EXPECT_EQ(index.stateOf(same, g).size, 4);
+    }
+    const HistoryIndex::Row& back = rows[3];
+    EXPECT_TRUE(index.stateOf(back, 0).present);
+    EXPECT_FALSE(index.stateOf(back, 1).present);
+    EXPECT_EQ(index.stateOf(back, 1).change, HistoryRecord::Removed);
+    EXPECT_EQ(index.stateOf(back, 2).change, HistoryRecord::Added);
+    EXPECT_EQ(index.stateOf(rows[9], 1).modified, index.stateOf(rows[9], 2).modified);
+    EXPECT_NE(index.stateOf(rows[9], 0).modified, index.stateOf(rows[9], 1).modified);
 }
 
 // Two generations tell exactly what the ordinary comparison of the same two
