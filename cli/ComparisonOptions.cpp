@@ -83,8 +83,7 @@ bool parseAttributes(const QString& text, int16_t& mask) {
 
 void ComparisonOptions::addTo(QCommandLineParser& parser) const {
     parser.addOptions({ignoreSize, ignoreVersion, ignoreDst, ignoreAttributes, ignorePermissions,
-                       ignoreOwner, touched, noMoves, tolerance, ignore, ignoreFrom,
-                       useSettings});
+                       ignoreOwner, touched, noMoves, tolerance, ignore, ignoreFrom, useSettings});
 }
 
 std::optional<CompareOptions> ComparisonOptions::chosen(const QCommandLineParser& p) const {

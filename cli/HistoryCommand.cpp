@@ -44,29 +44,6 @@ const QString Description = QStringLiteral(
 
 enum class Format { Text, Csv, Jsonl };
 
-const char* changeWord(HistoryRecord::Kind kind) {
-    switch (kind) {
-    case HistoryRecord::Added:
-        return "added";
-    case HistoryRecord::Removed:
-        return "removed";
-    case HistoryRecord::Changed:
-        return "changed";
-    case HistoryRecord::MovedIn:
-        return "moved in";
-    case HistoryRecord::MovedOut:
-        return "moved out";
-    case HistoryRecord::Before:
-        break;
-    }
-    return "";
-}
-
-QString generationName(const Generation& g) {
-    return g.number > 0 ? QStringLiteral("#%1").arg(g.number, 2, 10, QLatin1Char('0'))
-                        : QFileInfo(g.path).fileName();
-}
-
 bool isFolderPath(const std::string& path) {
     return !path.empty() && path.back() == '/';
 }
@@ -96,7 +73,8 @@ private:
 };
 
 QString HistoryWriter::jsonGeneration(const Generation& g) const {
-    QString text = QStringLiteral("{\"number\":%1,\"file\":%2").arg(g.number).arg(jsonString(g.path));
+    QString text =
+        QStringLiteral("{\"number\":%1,\"file\":%2").arg(g.number).arg(jsonString(g.path));
     if (!g.readable())
         return text + QStringLiteral(",\"error\":%1}").arg(jsonString(g.error));
     return text + QStringLiteral(",\"created\":%1,\"title\":%2,\"files\":%3,\"folders\":%4,"
@@ -232,8 +210,8 @@ void HistoryWriter::csvRow(int32_t path, const std::vector<int32_t>& pathRecords
               << (state < 0 ? QStringLiteral("\"\"")
                             : csvField(plainNumber(m_history.records[size_t(state)].size)))
               << ','
-              << csvField(QLatin1String(
-                     change < 0 ? "" : changeWord(m_history.records[size_t(change)].kind)));
+              << csvField(change < 0 ? QString()
+                                     : changeText(m_history.records[size_t(change)].kind));
     }
     m_out << '\n';
 }
@@ -253,8 +231,8 @@ void HistoryWriter::jsonRow(int32_t path, const std::vector<int32_t>& pathRecord
         const int32_t change = changeAt(pathRecords, g);
         m_out << ",\"present\":" << (state >= 0 ? "true" : "false");
         if (change >= 0) {
-            m_out << ",\"change\":\"" << changeWord(m_history.records[size_t(change)].kind)
-                  << '"';
+            m_out << ",\"change\":"
+                  << jsonString(changeText(m_history.records[size_t(change)].kind));
             if (const auto moved = m_history.movedWith.find(change);
                 moved != m_history.movedWith.end())
                 m_out << (m_history.records[size_t(change)].kind == HistoryRecord::MovedIn
@@ -374,13 +352,13 @@ int historyCommand(const QStringList& arguments) {
     } else {
         const std::vector<int32_t> paths = pathsToList(history, p.value(folder));
         writer.table(paths);
-        printLine(stderr, QStringLiteral("%1 %2, %3 %4 changed")
-                              .arg(formatCount(readable),
-                                   readable == 1 ? QStringLiteral("snapshot")
-                                                 : QStringLiteral("snapshots"),
-                                   formatCount(double(paths.size())),
-                                   paths.size() == 1 ? QStringLiteral("entry")
-                                                     : QStringLiteral("entries")));
+        printLine(
+            stderr,
+            QStringLiteral("%1 %2, %3 %4 changed")
+                .arg(formatCount(readable),
+                     readable == 1 ? QStringLiteral("snapshot") : QStringLiteral("snapshots"),
+                     formatCount(double(paths.size())),
+                     paths.size() == 1 ? QStringLiteral("entry") : QStringLiteral("entries")));
     }
     return history.anyChanges() ? ExitDifferences : ExitOk;
 }

@@ -34,6 +34,12 @@ const std::vector<FrameCommandRow>& frameCommandTable() {
          [](MainWindow& frame) { frame.mnuFileNew_Click(); }},
         {F::Open, "mnuFileOpen", "&Open Snapshot...", QKeySequence::Open, Enabling::FewerThanTwo,
          [](MainWindow& frame) { frame.mnuFileOpen_Click(); }},
+        {F::OpenHistory,
+         "mnuFileOpenHistory",
+         "Open &History...",
+         {},
+         Enabling::Always,
+         [](MainWindow& frame) { frame.mnuFileOpenHistory_Click(); }},
         {F::Configuration,
          "mnuFileConfig",
          "Kestrel &Configuration...",
@@ -70,7 +76,7 @@ const std::vector<views::MenuLayout>& frameMenuLayouts() {
     using F = FrameCommand;
     const views::MenuLine line;
     static const std::vector<views::MenuLayout> layouts = {
-        {"&File", {F::New, F::Open, line, F::Configuration, line, F::Exit}},
+        {"&File", {F::New, F::Open, F::OpenHistory, line, F::Configuration, line, F::Exit}},
         {"&Help", {F::About, F::HelpTips}},
     };
     return layouts;

@@ -10,6 +10,7 @@
 #include "ScreenPlacement.h"
 #include "SnapshotFileCommands.h"
 
+#include "engine/compare/History.h"
 #include "engine/compare/IgnorePatterns.h"
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SnapshotFile.h"
@@ -18,6 +19,7 @@
 #include "engine/scan/Scan.h"
 #include "engine/support/Paths.h"
 #include "listing/Twips.h"
+#include "views/HistoryWindow.h"
 #include "views/SnapshotPair.h"
 
 #include <QAction>
@@ -106,6 +108,13 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
     m_recent->open = [this](const QString& path) { return OpenSnapshot(path); };
     m_recent->newSnapshot = [this] { mnuFileNew_Click(); };
     m_recent->help = [this] { mnuHelpTips_Click(); };
+    chooseHistoryFiles = [this] {
+        QFileDialog dialog(this, QStringLiteral("Open History"), lastFolder());
+        dialog.setAcceptMode(QFileDialog::AcceptOpen);
+        dialog.setFileMode(QFileDialog::ExistingFiles);
+        dialog.setNameFilters(engine::snapshotFileFilters());
+        return dialog.exec() == QDialog::Accepted ? dialog.selectedFiles() : QStringList();
+    };
 
     // Main window load: the recent list has read the file dialog's folder;
     // then the placement.
@@ -214,6 +223,86 @@ void MainWindow::mnuFileOpen_Click() {
     }
     m_recent->refresh();
     execDialog(*m_recent);
+}
+
+void MainWindow::mnuFileOpenHistory_Click() {
+    if (busy())
+        return;
+    const QStringList files = chooseHistoryFiles ? chooseHistoryFiles() : QStringList();
+    if (!files.isEmpty())
+        OpenHistory(files);
+}
+
+bool MainWindow::OpenHistory(const QStringList& files) {
+    if (busy() || files.isEmpty())
+        return false;
+    QStringList series;
+    if (files.size() == 1) {
+        series = engine::historySeries(engine::absolutePath(files.constFirst()));
+    } else {
+        for (const QString& file : files)
+            series << engine::absolutePath(file);
+        std::stable_sort(series.begin(), series.end(), [](const QString& a, const QString& b) {
+            return engine::snapshotNumberOf(a) < engine::snapshotNumberOf(b);
+        });
+    }
+    auto history = std::make_unique<engine::History>();
+    try {
+        views::OperationScope operation(*this);
+        *history = engine::buildHistory(series, m_options.compareOptions(), m_meter);
+    } catch (...) {
+        const engine::CaughtError error = engine::caughtError();
+        showMessage(UserMessage{QStringLiteral("Comparing Snapshots"), error.text,
+                                MessageIcon::Exclamation});
+        return false;
+    }
+    const auto readable = std::find_if(history->generations.begin(), history->generations.end(),
+                                       [](const engine::Generation& g) { return g.readable(); });
+    if (readable == history->generations.end()) {
+        showMessage(UserMessage{QStringLiteral("Invalid Snapshot"),
+                                history->generations.front().error, MessageIcon::Exclamation});
+        return false;
+    }
+    auto* window = new views::HistoryWindow(
+        std::move(history),
+        views::HighlightColours::from(m_options, palette().color(QPalette::Base),
+                                      palette().color(QPalette::Text)));
+    connect(window, &views::HistoryWindow::compareRequested, this,
+            [this](const QString& older, const QString& newer) {
+                // Two snapshot windows at a time: the pair takes both.
+                if (!snapshotWindows().isEmpty()) {
+                    showMessage(UserMessage{
+                        QStringLiteral("Compare Snapshots"),
+                        QStringLiteral("Close the open snapshot windows first: two snapshots "
+                                       "are compared at a time."),
+                        MessageIcon::Exclamation});
+                    return;
+                }
+                openAndCompare(older, newer);
+            });
+    QMdiSubWindow* sub = m_mdi->addSubWindow(window);
+    sub->setWindowIcon(windowIcon());
+    sub->show();
+    m_mdi->setActiveSubWindow(sub);
+    if (m_options.isOn(Key::Tiling))
+        tileSnapshotWindows();
+    else
+        sub->resize(m_mdi->viewport()->size() * 9 / 10);
+    return true;
+}
+
+bool MainWindow::openAndCompare(const QString& older, const QString& newer) {
+    if (!openPath(older, 1) || snapshotWindows().size() != 1)
+        return false;
+    const int16_t next = int16_t(snapshotWindows().constFirst()->number() + 1);
+    if (!openPath(newer, next))
+        return false;
+    // Compared even with automatic comparison off: comparing them is what
+    // was asked for.
+    SnapshotWindow* window = snapshotWindows().constLast();
+    if (window->pairedWindow() && !window->compared())
+        views::CompareSnapshot(*window, true);
+    return true;
 }
 
 void MainWindow::mnuFileConfig_Click() {
@@ -681,11 +770,19 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
     const bool takesAnother = !busy() && snapshotWindows().size() < 2;
-    if (takesAnother && !droppedPath(event->mimeData()).isEmpty())
+    if (!busy() && droppedSnapshotFiles(event->mimeData()).size() >= 2)
+        event->acceptProposedAction();
+    else if (takesAnother && !droppedPath(event->mimeData()).isEmpty())
         event->acceptProposedAction();
 }
 
 void MainWindow::dropEvent(QDropEvent* event) {
+    const QStringList files = droppedSnapshotFiles(event->mimeData());
+    if (files.size() >= 2) {
+        event->acceptProposedAction();
+        QTimer::singleShot(0, this, [this, files] { openDroppedHistory(files); });
+        return;
+    }
     const QString path = droppedPath(event->mimeData());
     if (path.isEmpty())
         return;
@@ -693,6 +790,11 @@ void MainWindow::dropEvent(QDropEvent* event) {
     // After the drop has finished: a scan runs its own event loop under the
     // meter, which does not belong inside the drag's.
     QTimer::singleShot(0, this, [this, path] { openDropped(path); });
+}
+
+void MainWindow::openDroppedHistory(const QStringList& files) {
+    if (!busy())
+        OpenHistory(files);
 }
 
 void MainWindow::openDropped(const QString& path) {

@@ -102,6 +102,19 @@ public:
     // Commands.
     void mnuFileNew_Click();
     void mnuFileOpen_Click();
+    // Asks for snapshot files (chooseHistoryFiles) and opens their history.
+    void mnuFileOpenHistory_Click();
+    // The files the Open History command asks for: one names its whole
+    // series. A file dialog unless replaced (tests).
+    std::function<QStringList()> chooseHistoryFiles;
+    // Opens a History window over the numbered snapshots of a folder: one
+    // file stands for every NAME.#NN beside it, several are taken by number.
+    // False, with the reason shown, when none could be read.
+    bool OpenHistory(const QStringList& files);
+    // Opens two snapshot files, or folders, in a compared pair of windows:
+    // the newer numbered as a repeat of the older. False when the pair could
+    // not be made.
+    bool openAndCompare(const QString& older, const QString& newer);
     // Disables the options dialog's Compare buttons for good, then shows it
     // modally over the frame.
     void mnuFileConfig_Click();
@@ -213,6 +226,9 @@ public:
     // as the command line's path is, and only while New and Open could run:
     // fewer than two snapshot windows open and no operation running.
     void openDropped(const QString& path);
+    // Several snapshot files of one folder dropped together open their
+    // history.
+    void openDroppedHistory(const QStringList& files);
 
 protected:
     void resizeEvent(QResizeEvent* event) override;

@@ -31,24 +31,9 @@ void offerFirstSnapshot(MainWindow& frame) {
         frame.mnuFileOpen_Click();
 }
 
-// OLD and NEW, each a folder or a snapshot file: the newer is numbered as a
-// repeat of the older would be, so with the naming convention they are the
-// original and the final snapshot. Compared even with auto-compare off:
-// comparing them is what the two paths ask for.
-void openAndCompare(MainWindow& frame, const QString& older, const QString& newer) {
-    if (!frame.openPath(older, 1) || frame.snapshotWindows().size() != 1)
-        return;
-    const int16_t next = int16_t(frame.snapshotWindows().constFirst()->number() + 1);
-    if (!frame.openPath(newer, next))
-        return;
-    views::SnapshotWindow* window = frame.snapshotWindows().constLast();
-    if (window->pairedWindow() && !window->compared())
-        views::CompareSnapshot(*window, true);
-}
-
 } // namespace
 
-void StartUp(MainWindow& frame, const QStringList& paths) {
+void StartUp(MainWindow& frame, const QStringList& paths, bool history) {
     frame.show();
     frame.loadAboutBox();
     // Every missing path is named before anything is opened, so that a
@@ -60,10 +45,14 @@ void StartUp(MainWindow& frame, const QStringList& paths) {
         offerFirstSnapshot(frame);
         return;
     }
+    if (history) {
+        frame.OpenHistory(paths);
+        return;
+    }
     if (paths.size() == 1)
         frame.openPath(paths.constFirst(), 1);
     else
-        openAndCompare(frame, paths[0], paths[1]);
+        frame.openAndCompare(paths[0], paths[1]);
 }
 
 namespace {
@@ -71,14 +60,18 @@ namespace {
 const char* const Usage =
     "Usage: kestrel [FOLDER | SNAPSHOT]\n"
     "       kestrel OLD NEW\n"
+    "       kestrel SNAPSHOT... --history\n"
     "\n"
     "Records the state of folder trees as snapshots and compares them.\n"
     "With a snapshot file (.#01 to .#99) Kestrel opens it; with a folder it takes a\n"
     "snapshot of the folder, its sub-folders and hidden items; with nothing it offers\n"
     "the recent snapshots, or a new one. With two paths, OLD and NEW, each a snapshot\n"
-    "file or a folder, it opens both and compares them. Each argument is one path;\n"
+    "file or a folder, it opens both and compares them. With --history it shows the\n"
+    "history of the snapshot's folder: every numbered snapshot beside it (or the\n"
+    "snapshot files given), each compared with the one before. Each argument is one path;\n"
     "a relative path is taken from the current folder.\n"
     "\n"
+    "  --history      show the history of the snapshots' folder\n"
     "  -h, --help     show this text and exit\n"
     "  -v, --version  show the version and exit\n"
     "\n"
@@ -132,14 +125,15 @@ int RunKestrel(int argc, char** argv) {
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments << engine::nativeText(argv[i]);
-    const QStringList paths = CommandLinePaths(arguments);
-    if (paths.size() > MostCommandLinePaths) {
+    QStringList paths = CommandLinePaths(arguments);
+    const bool history = paths.removeAll(QStringLiteral("--history")) > 0;
+    if (!history && paths.size() > MostCommandLinePaths) {
         std::fputs("kestrel: give at most two paths, OLD and NEW\n\n", stderr);
         std::fputs(Usage, stderr);
         return 2;
     }
     MainWindow frame(settings::IniFile::defaultPath());
-    StartUp(frame, paths);
+    StartUp(frame, paths, history);
     return application.exec();
 }
 

@@ -27,9 +27,11 @@ inline constexpr int MostCommandLinePaths = 2;
 //   load leaves its error and an empty frame.
 // - Two, OLD and NEW: both are opened (or scanned) in that order, the second
 //   numbered as a repeat of the first would be, and compared.
+// - With history, any number: the history of their folder (one file stands
+//   for its whole series).
 // Every path is made absolute first. A path that does not exist is named in
 // a message and nothing is opened: the program goes on as without paths.
-void StartUp(MainWindow& frame, const QStringList& paths);
+void StartUp(MainWindow& frame, const QStringList& paths, bool history = false);
 
 // The program: the application object, the frame with Kestrel.ini in its
 // usual place, start-up and the event loop. Returns the exit code.

@@ -92,8 +92,9 @@ const std::vector<WindowMenu>& windowMenus() {
     const MenuLine line;
     static const std::vector<WindowMenu> menus = {
         {{"&File",
-          {F::New, F::Open, line, C::Repeat, C::Branch, line, C::SaveAs, C::Title, line, C::Export,
-           C::Print, C::PrintPreview, line, F::Configuration, line, C::Close, F::Exit}},
+          {F::New, F::Open, F::OpenHistory, line, C::Repeat, C::Branch, line, C::SaveAs, C::Title,
+           line, C::Export, C::Print, C::PrintPreview, line, F::Configuration, line, C::Close,
+           F::Exit}},
          nullptr},
         {{"&Edit", {C::Find, C::FindNext}}, nullptr},
         {{"&Compare", {C::CompareNow, C::CompareRoot}}, &SnapshotWindow::mnuCompare_Open},

@@ -29,7 +29,17 @@ enum class TileLayout { OneAboveTheOther, SideBySide };
 // The frame's commands. The frame builds them once; its own menus and every
 // snapshot window's hold these same actions, so each shortcut has one owner
 // whichever menus the menu bar shows.
-enum class FrameCommand { New, Open, Configuration, Exit, Tile, TileSideBySide, About, HelpTips };
+enum class FrameCommand {
+    New,
+    Open,
+    OpenHistory,
+    Configuration,
+    Exit,
+    Tile,
+    TileSideBySide,
+    About,
+    HelpTips
+};
 inline constexpr int FrameCommandCount = int(FrameCommand::HelpTips) + 1;
 using FrameActions = std::array<QAction*, FrameCommandCount>;
 

@@ -197,6 +197,29 @@ QString generationChangesText(const Generation& g) {
     return text;
 }
 
+QString generationName(const Generation& g) {
+    return g.number > 0 ? QStringLiteral("#%1").arg(g.number, 2, 10, QLatin1Char('0'))
+                        : QFileInfo(g.path).fileName();
+}
+
+QString changeText(HistoryRecord::Kind kind) {
+    switch (kind) {
+    case HistoryRecord::Added:
+        return QStringLiteral("added");
+    case HistoryRecord::Removed:
+        return QStringLiteral("removed");
+    case HistoryRecord::Changed:
+        return QStringLiteral("changed");
+    case HistoryRecord::MovedIn:
+        return QStringLiteral("moved in");
+    case HistoryRecord::MovedOut:
+        return QStringLiteral("moved out");
+    case HistoryRecord::Before:
+        break;
+    }
+    return QString();
+}
+
 bool History::anyChanges() const {
     return std::any_of(generations.begin(), generations.end(),
                        [](const Generation& g) { return g.changes() > 0; });

@@ -51,6 +51,8 @@ struct Generation {
 
 // "+12 −3 ~40, 2 moved": what changed since the generation before.
 QString generationChangesText(const Generation& g);
+// "#03" of a generation, or its file's name when it has none.
+QString generationName(const Generation& g);
 
 // An entry's state in one generation, kept only where it changed there (and,
 // before its first change, the state it had until then).
@@ -68,12 +70,14 @@ struct HistoryRecord {
     int32_t path = 0;    // into History::paths
     int32_t version = 0; // into History::versions; 0 is none
     int16_t attributes = 0;
-    int16_t status = 0; // the comparison's change bits, for Changed
+    int16_t status = 0;     // the comparison's change bits, for Changed
     uint8_t generation = 0; // into History::generations
     Kind kind = Before;
 
     bool present() const { return kind != Removed && kind != MovedOut; }
 };
+// "added", "removed", "changed", "moved in", "moved out"; empty for Before.
+QString changeText(HistoryRecord::Kind kind);
 static_assert(sizeof(HistoryRecord) <= 32, "a record for every change: keep it small");
 
 // What a folder's numbered snapshots tell of it, generation by generation:
@@ -112,7 +116,6 @@ struct History {
 // with the readable one before it. Only two snapshots are held at a time.
 // A file that cannot be read is kept with its error. Raises the engine's
 // errors only for a comparison that fails (a damaged table).
-History buildHistory(const QStringList& files, const CompareOptions& options,
-                     ProgressMeter& meter);
+History buildHistory(const QStringList& files, const CompareOptions& options, ProgressMeter& meter);
 
 } // namespace kestrel::engine

@@ -23,7 +23,7 @@ public:
         std::string name; // empty for the top
         std::string path; // below the root, ending in "/"; empty for the top
         int32_t parent = -1;
-        int32_t row = 0; // among its parent's children
+        int32_t row = 0;               // among its parent's children
         std::vector<int32_t> children; // by name
         int32_t latestEntry = -1;      // in the latest snapshot, or -1
         // The generations in which something at or below it changed.

@@ -48,8 +48,7 @@ protected:
     }
     void remove(const char* path) {
         const QString full = m_tree.root() + QString::fromLatin1(path);
-        ASSERT_TRUE(QFileInfo(full).isDir() ? QDir(full).removeRecursively()
-                                            : QFile::remove(full));
+        ASSERT_TRUE(QFileInfo(full).isDir() ? QDir(full).removeRecursively() : QFile::remove(full));
     }
     void rename(const char* from, const char* to) {
         ASSERT_TRUE(QDir().rename(m_tree.root() + QString::fromLatin1(from),
@@ -116,10 +115,10 @@ TEST_F(HistoryTest, FollowsEveryChangeGenerationByGeneration) {
     file("same.txt", "same", Start + 7);
     saveGeneration(1);
 
-    file("a.txt", "aaa", Start);                // resized
+    file("a.txt", "aaa", Start);                              // resized
     m_tree.touch(QStringLiteral("touched.txt"), Start + Day); // touched
-    rename("keep.txt", "kept.txt");             // renamed
-    rename("dir", "dir2");                      // folder renamed
+    rename("keep.txt", "kept.txt");                           // renamed
+    rename("dir", "dir2");                                    // folder renamed
     remove("gone.txt");
     remove("back.txt");
     file("new.txt", "n", Start + 9);
@@ -156,10 +155,12 @@ TEST_F(HistoryTest, FollowsEveryChangeGenerationByGeneration) {
     EXPECT_EQ(lineOfLife(h, "dir2/"), "- >0 =0");
     EXPECT_EQ(lineOfLife(h, "same.txt"), "never changed");
     // A move knows its other end.
-    for (size_t i = 0; i < h.records.size(); ++i)
+    for (size_t i = 0; i < h.records.size(); ++i) {
         if (h.records[i].kind == HistoryRecord::MovedIn &&
-            h.paths[size_t(h.records[i].path)] == "kept.txt")
+            h.paths[size_t(h.records[i].path)] == "kept.txt") {
             EXPECT_EQ(h.paths[size_t(h.movedWith.at(int32_t(i)))], "keep.txt");
+        }
+    }
     // Only what changed is kept: one record for each change, and one for
     // the state before a path's first change where it was there before.
     EXPECT_EQ(h.records.size(), 22u);
@@ -179,9 +180,9 @@ TEST_F(HistoryTest, FollowsEveryChangeGenerationByGeneration) {
     std::vector<HistoryIndex::Row> rows = index.rowsOf(0);
     for (const HistoryIndex::Row& r : rows)
         names.push_back(r.name);
-    EXPECT_EQ(names, (std::vector<std::string>{"dir", "dir2", "a.txt", "back.txt", "gone.txt",
-                                               "keep.txt", "kept.txt", "new.txt", "same.txt",
-                                               "touched.txt"}));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"dir", "dir2", "a.txt", "back.txt", "gone.txt", "keep.txt",
+                                        "kept.txt", "new.txt", "same.txt", "touched.txt"}));
     const HistoryIndex::Row& same = rows[8];
     EXPECT_EQ(same.path, -1);
     for (int g = 0; g < 3; ++g) {
