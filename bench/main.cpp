@@ -10,6 +10,8 @@
 #include "Variants.h"
 
 #include "engine/compare/Compare.h"
+#include "engine/compare/History.h"
+#include "engine/compare/HistoryIndex.h"
 #include "engine/compare/IgnorePatterns.h"
 #include "engine/compare/Moves.h"
 #include "engine/file/OpenSnapshot.h"
@@ -172,14 +174,52 @@ int child(const QStringList& args) {
         engine::noteMoves(a, b, moves);
         return report(now() - start, moves.files);
     }
-    if (op == QLatin1String("variant")) { // FILE OUT shuffle|changes|moves
+    if (op == QLatin1String("history")) { // FILES...: what the History window waits for
+        const double start = now();
+        engine::CompareOptions options;
+        options.detectMoves = true;
+        const engine::History h = engine::buildHistory(args.mid(1), options, meter);
+        const engine::HistoryIndex index(h);
+        int64_t changes = 0;
+        for (const engine::Generation& g : h.generations)
+            changes += g.changes();
+        return report(now() - start, changes);
+    }
+    if (op == QLatin1String("load-each")) { // FILES...: each loaded alone, the times summed
+        double total = 0;
+        int64_t entries = 0;
+        for (const QString& file : args.mid(1)) {
+            engine::Snapshot s;
+            const double start = now();
+            if (!load(s, file))
+                return 2;
+            total += now() - start;
+            entries += s.entryCount;
+        }
+        return report(total, entries);
+    }
+    if (op == QLatin1String("hold-two")) { // A B: both loaded at once, for their memory
+        engine::Snapshot a, b;
+        const double start = now();
+        if (!load(a, args.value(1)) || !load(b, args.value(2)))
+            return 2;
+        return report(now() - start, int64_t(a.entryCount) + b.entryCount);
+    }
+    if (op == QLatin1String("variant")) { // FILE OUT shuffle|changes|moves|generationN
         engine::Snapshot original, copy;
         if (!load(original, args.value(1)))
             return 2;
         Variation v;
         if (args.value(3) == QLatin1String("shuffle"))
             v.shuffle = true;
-        else if (args.value(3) == QLatin1String("moves"))
+        else if (args.value(3).startsWith(QLatin1String("generation"))) {
+            // 0.1 % of the files: changed, added or removed; each generation
+            // its own.
+            v.seed = args.value(3).mid(10).toULongLong() + 100;
+            v.touched = 500;
+            v.removed = 250;
+            v.added = 250;
+        } else if (args.value(3) == QLatin1String("moves"))
             v.renamed = 10000;
         else {
             v.touched = 1000;
@@ -639,6 +679,83 @@ std::pair<QString, double> ensureContentTree(const Config& c, int files) {
 // Content fingerprints of real files against the tools a user would run
 // over the same files, as many processes as cores: xxhsum -H128, sha256sum
 // and cat (the read bandwidth).
+// A folder's history: GENERATIONS snapshots of the tree, each with 0.1 % of
+// its files changed, added or removed from the one before (made once, in
+// DIR/history-ENTRIES-SEED), read and compared as the History window does,
+// against loading the files alone and holding the largest two.
+int driveHistory(const Config& c, int generations) {
+    const QString tree = ensureTree(c, c.entries);
+    const QString series = QStringLiteral("%1/history-%2-%3").arg(c.dir).arg(c.entries).arg(c.seed);
+    QDir().mkpath(series);
+    QStringList files;
+    for (int g = 1; g <= generations; ++g) {
+        const QString file =
+            QStringLiteral("%1/Data.#%2").arg(series).arg(g, 2, 10, QLatin1Char('0'));
+        if (!QFileInfo::exists(file)) {
+            std::fprintf(stderr, "Making %s ...\n", qPrintable(file));
+            if (g == 1)
+                runOnce({sibling(QStringLiteral("kestrel-cli")), QStringLiteral("snapshot"), tree,
+                         QStringLiteral("--output"), file});
+            else
+                runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"),
+                         files.constLast(), file, QStringLiteral("generation%1").arg(g)});
+        }
+        files << file;
+    }
+    // The largest two files, for the memory two snapshots take.
+    QStringList bySize = files;
+    std::sort(bySize.begin(), bySize.end(), [](const QString& a, const QString& b) {
+        return QFileInfo(a).size() > QFileInfo(b).size();
+    });
+    const auto child = [&](const QString& op, const QStringList& arguments) {
+        return Command{QStringList{self(), QStringLiteral("--child"), op} + arguments, true, {}};
+    };
+    const std::vector<Command> commands = {
+        child(QStringLiteral("history"), files),
+        child(QStringLiteral("load-each"), files),
+        child(QStringLiteral("hold-two"), bySize.mid(0, 2)),
+        // Exit status 1 says that something changed: a success here.
+        Command{{QStringLiteral("/bin/sh"), QStringLiteral("-c"),
+                 QStringLiteral("\"$0\" \"$@\"; test $? -le 1"),
+                 sibling(QStringLiteral("kestrel-cli")), QStringLiteral("history"),
+                 QStringLiteral("--summary"), files.constFirst()},
+                false,
+                QStringLiteral("/dev/null")},
+    };
+    const std::vector<Sample> s = measureInterleaved(commands, c.runs);
+    const Sample& history = s[0];
+    const Sample& loads = s[1];
+    const Sample& two = s[2];
+    const Sample& summary = s[3];
+    std::printf("Kestrel history bench: %d generations of %s, median of %d runs in turns\n\n",
+                generations, qPrintable(tree), c.runs);
+    std::printf("  %-44s %8.3f s %9.1f MB peak, %lld changes\n",
+                "history (loads, comparisons, index)", history.seconds, history.peakKb / 1024,
+                static_cast<long long>(history.entries));
+    std::printf("  %-44s %8.3f s\n", "the files loaded one by one, summed", loads.seconds);
+    std::printf("  %-44s %8.3f s %9.1f MB peak\n", "the largest two held at once", two.seconds,
+                two.peakKb / 1024);
+    std::printf("  %-44s %8.3f s\n", "kestrel-cli history --summary", summary.seconds);
+    const double memoryLimit = 1.2 * two.peakKb + 24.0 * double(history.entries) / 1024;
+    const struct {
+        const char* what;
+        double value;
+        double limit;
+        const char* unit;
+    } targets[] = {
+        {"history ready", history.seconds, 4, "s"},
+        {"history / loads alone", history.seconds / loads.seconds, 1.3, "x"},
+        {"history memory / limit", history.peakKb / memoryLimit, 1, "x"},
+        {"kestrel-cli history --summary", summary.seconds, 4, "s"},
+    };
+    std::printf("\n  Targets (memory limit: 1.2 x the largest two + 24 B a change = %.1f MB):\n",
+                memoryLimit / 1024);
+    for (const auto& t : targets)
+        std::printf("    %-45s %8.3f %-3s (at most %g) %s\n", t.what, t.value, t.unit, t.limit,
+                    t.value <= t.limit ? "met" : "MISSED");
+    return 0;
+}
+
 int driveContent(const Config& c, int files) {
     // Named apart, not as a structured binding: the lambda below takes tree.
     const std::pair<QString, double> content = ensureContentTree(c, files);
@@ -895,7 +1012,13 @@ int main(int argc, char* argv[]) {
             "cat, run over the same files by one process per core; with --cold, each run "
             "after the system's caches are emptied."),
         QStringLiteral("FILES"));
-    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold, slow, content});
+    const QCommandLineOption history(
+        QStringLiteral("history"),
+        QStringLiteral("Measure a folder's history: GENERATIONS snapshots of the tree, each with "
+                       "0.1 % of its files changed, added or removed, read and compared as the "
+                       "History window does."),
+        QStringLiteral("GENERATIONS"));
+    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold, slow, content, history});
     p.process(app);
 
     Config c;
@@ -915,6 +1038,8 @@ int main(int argc, char* argv[]) {
     try {
         if (c.slowMicroseconds > 0)
             return driveSlow(c);
+        if (p.isSet(history))
+            return driveHistory(c, std::clamp(p.value(history).toInt(), 2, 99));
         if (p.isSet(content))
             return driveContent(c, std::max(1, p.value(content).toInt()));
         return c.cold ? driveCold(c) : drive(c);

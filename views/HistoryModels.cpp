@@ -57,8 +57,8 @@ QVariant GenerationTableModel::data(const QModelIndex& index, int role) const {
         return g.path;
     if (role == Qt::ForegroundRole && !g.readable())
         return greyed();
-    if (role == Qt::TextAlignmentRole && (index.column() == FilesColumn ||
-                                          index.column() == FoldersColumn))
+    if (role == Qt::TextAlignmentRole &&
+        (index.column() == FilesColumn || index.column() == FoldersColumn))
         return int(Qt::AlignRight | Qt::AlignVCenter);
     if (role != Qt::DisplayRole)
         return {};
@@ -265,9 +265,8 @@ QVariant LineOfLifeModel::data(const QModelIndex& index, int role) const {
     if (role == Qt::BackgroundRole)
         return s.change != HistoryRecord::Before ? QVariant(m_colours.changed) : QVariant();
     if (role == Qt::ForegroundRole)
-        return (s.readable && s.present) || s.change != HistoryRecord::Before
-                   ? QVariant()
-                   : QVariant(greyed());
+        return (s.readable && s.present) || s.change != HistoryRecord::Before ? QVariant()
+                                                                              : QVariant(greyed());
     if (role != Qt::DisplayRole)
         return {};
     const engine::Generation& g = m_index.history().generations[size_t(index.row())];

@@ -93,8 +93,7 @@ HistoryWindow::HistoryWindow(std::unique_ptr<engine::History> history,
 
     connect(m_generations->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &HistoryWindow::generationsChosen);
-    connect(m_generations, &QAbstractItemView::doubleClicked, this,
-            &HistoryWindow::compareChosen);
+    connect(m_generations, &QAbstractItemView::doubleClicked, this, &HistoryWindow::compareChosen);
     connect(m_folders->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &HistoryWindow::folderChosen);
     connect(m_files->selectionModel(), &QItemSelectionModel::currentChanged, this,

@@ -7,6 +7,7 @@
 #include "engine/file/OpenSnapshot.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Errors.h"
+#include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
 
 #include <QDir>
@@ -14,6 +15,8 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <chrono>
+#include <future>
 #include <limits>
 #include <memory>
 
@@ -258,16 +261,38 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
                                .arg(std::numeric_limits<uint8_t>::max()));
     History history;
     HistoryBuilder builder(history);
-    // Two snapshots at a time: the one read last and the one before it.
-    auto older = std::make_unique<Snapshot>();
-    auto newer = std::make_unique<Snapshot>();
+    // Each file is read on a thread of its own while the two before it are
+    // compared: the comparison takes about half the time of a reading, so the
+    // file being read is about half read when the older of the two is let go.
+    struct Reading {
+        std::unique_ptr<Snapshot> snapshot = std::make_unique<Snapshot>();
+        OpenOutcome opened;
+    };
+    const auto read = [](QString file) {
+        Reading r;
+        ProgressMeter quiet;
+        r.opened = OpenSnapshotFile(*r.snapshot, file, quiet);
+        return r;
+    };
+    std::future<Reading> next;
+    if (!files.isEmpty())
+        next = std::async(std::launch::async, read, files.front());
+    std::unique_ptr<Snapshot> older;
     int olderGeneration = -1;
-    for (const QString& file : files) {
+    for (qsizetype k = 0; k < files.size(); ++k) {
+        const QString& file = files[k];
         Generation g;
         g.path = file;
         g.number = snapshotNumberOf(file);
-        *newer = Snapshot();
-        const OpenOutcome opened = OpenSnapshotFile(*newer, file, meter);
+        // Events go on while the reading ends (the meter lets them).
+        meter.initialise(int32_t(files.size()), QStringLiteral("Reading snapshots"), false);
+        while (next.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready)
+            meter.update(int32_t(k));
+        Reading reading = next.get();
+        if (k + 1 < files.size())
+            next = std::async(std::launch::async, read, files[k + 1]);
+        std::unique_ptr<Snapshot> newer = std::move(reading.snapshot);
+        const OpenOutcome& opened = reading.opened;
         if (!opened.ok) {
             g.error = opened.message ? opened.message->text
                                      : QStringLiteral("The snapshot could not be read.");
@@ -283,9 +308,10 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         if (olderGeneration >= 0)
             builder.addComparison(*older, uint8_t(olderGeneration), *newer, generation, options,
                                   meter);
-        std::swap(older, newer);
+        older = std::move(newer);
         olderGeneration = generation;
     }
+    meter.close();
     if (olderGeneration >= 0)
         history.latest = std::move(older);
     return history;
