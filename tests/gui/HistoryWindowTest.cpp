@@ -67,7 +67,8 @@ private Q_SLOTS:
         writeFile(m_tree + u"/sub/b.txt"_s, "bbbb");
         saveSnapshotOf(m_tree, file(2));
         QVERIFY(QFile::remove(m_tree + u"/a.txt"_s));
-        writeFile(m_tree + u"/sub/c.txt"_s, "ccc");
+        QVERIFY(QDir().mkpath(m_tree + u"/new"_s));
+        writeFile(m_tree + u"/new/c.txt"_s, "ccc");
         saveSnapshotOf(m_tree, file(3));
     }
 
@@ -89,31 +90,42 @@ private Q_SLOTS:
         QCOMPARE(column(generations, views::GenerationTableModel::NumberColumn),
                  words(u"#01 #02 #03"_s));
         QCOMPARE(column(generations, views::GenerationTableModel::ChangesColumn),
-                 (QStringList{QString(), u"+0 \u22120 ~1"_s, u"+1 \u22121 ~0"_s}));
+                 (QStringList{QString(), u"+0 \u22120 ~1"_s, u"+2 \u22121 ~0"_s}));
 
         // The top lists its entries across the snapshots: a.txt gone in the
         // third, its cell marked there.
         const QAbstractItemModel& files = history->fileModel();
-        QCOMPARE(column(files, 0), (QStringList{u"sub/"_s, u"a.txt"_s}));
-        QCOMPARE(files.index(1, 3).data().toString(), u"\u2014"_s);
-        QVERIFY(files.index(1, 3).data(Qt::BackgroundRole).isValid());
-        QVERIFY(!files.index(1, 2).data(Qt::BackgroundRole).isValid());
+        QCOMPARE(column(files, 0), (QStringList{u"new/"_s, u"sub/"_s, u"a.txt"_s}));
+        QCOMPARE(files.index(2, 3).data().toString(), u"\u2014"_s);
+        QVERIFY(files.index(2, 3).data(Qt::BackgroundRole).isValid());
+        QVERIFY(!files.index(2, 2).data(Qt::BackgroundRole).isValid());
 
         // A click on a folder lists it; a click on an entry shows its life.
         QTreeView* tree = history->folders();
         const QModelIndex top = tree->model()->index(0, 0);
         tree->expand(top);
-        clickRow(tree, tree->model()->index(0, 0, top));
-        QCOMPARE(column(files, 0), (QStringList{u"b.txt"_s, u"c.txt"_s}));
-        QCOMPARE(column(files, 2), (QStringList{u"4"_s, u"\u2014"_s}));
+        clickRow(tree, tree->model()->index(1, 0, top));
+        QCOMPARE(column(files, 0), QStringList{u"b.txt"_s});
+        QCOMPARE(column(files, 2), QStringList{u"4"_s});
         clickRow(history->files(), files.index(0, 0));
         const QAbstractItemModel& life = history->lifeModel();
         QCOMPARE(column(life, views::LineOfLifeModel::SizeColumn), words(u"2 4 4"_s));
         QCOMPARE(column(life, views::LineOfLifeModel::ChangeColumn),
                  (QStringList{QString(), u"changed"_s, QString()}));
 
-        // Two snapshots chosen, Enter: the pair opens, compared.
+        // Folders are coloured by what changed in the snapshots chosen on
+        // top: "new" came in the third.
         QTableView* table = history->generations();
+        const QModelIndex added = tree->model()->index(0, 0, top);
+        QCOMPARE(added.data().toString(), u"new"_s);
+        QVERIFY(added.data(Qt::BackgroundRole).isValid());
+        clickRow(table, generations.index(0, 0));
+        clickRow(table, generations.index(1, 0), Qt::ControlModifier);
+        QVERIFY(!added.data(Qt::BackgroundRole).isValid());
+        clickRow(table, generations.index(2, 0), Qt::ControlModifier);
+        QVERIFY(added.data(Qt::BackgroundRole).isValid());
+
+        // Two snapshots chosen, Enter: the pair opens, compared.
         clickRow(table, generations.index(0, 0));
         clickRow(table, generations.index(2, 0), Qt::ControlModifier);
         QTest::keyClick(table, Qt::Key_Return);
