@@ -10,6 +10,7 @@
 #include "engine/scan/Scan.h"
 #include "engine/support/Progress.h"
 #include "shell/MainWindow.h"
+#include "shell/StartUp.h"
 #include "views/HistoryModels.h"
 #include "views/HistoryWindow.h"
 #include "views/SnapshotWindow.h"
@@ -160,6 +161,16 @@ private Q_SLOTS:
         QCOMPARE(h.generations[1].changed, 1); // b.txt, from #01 to #03
         QVERIFY(!h.generations[2].readable());
         QVERIFY(QFile::remove(file(4)));
+    }
+
+    // kestrel Data.#01 --history: one file stands for its series.
+    void startedWithHistoryOnTheCommandLine() {
+        Frame frame(ini());
+        shell::StartUp(*frame.window, {file(1)}, true);
+        auto* history = frame->findChild<views::HistoryWindow*>();
+        QVERIFY(history);
+        QCOMPARE(history->history().generations.size(), size_t(3));
+        QVERIFY(frame->snapshotWindows().isEmpty());
     }
 };
 
