@@ -104,7 +104,18 @@ HistoryWindow::HistoryWindow(std::unique_ptr<engine::History> history,
     m_folders->setCurrentIndex(m_folderModel->index(0, 0));
 }
 
-HistoryWindow::~HistoryWindow() = default;
+HistoryWindow::~HistoryWindow() {
+    // The views and models show the history and its index, which go with
+    // this object's members: they go first.
+    const QObjectList children = this->children();
+    for (QObject* child : children)
+        if (child->isWidgetType())
+            delete child;
+    delete m_lifeModel;
+    delete m_fileModel;
+    delete m_folderModel;
+    delete m_generationModel;
+}
 
 bool HistoryWindow::selectFolder(const std::string& path) {
     const auto& folders = m_index->folders();

@@ -36,8 +36,7 @@ public:
     explicit HistoryBuilder(History& history) : m_history(history) {}
 
     void addComparison(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
-                       uint8_t newerGeneration, const CompareOptions& options,
-                       ProgressMeter& meter);
+                       uint8_t newerGeneration, const CompareOptions& options);
 
 private:
     int32_t pathOf(const Snapshot& s, int32_t index);
@@ -95,14 +94,15 @@ void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint
 }
 
 void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
-                                   uint8_t newerGeneration, const CompareOptions& options,
-                                   ProgressMeter& meter) {
+                                   uint8_t newerGeneration, const CompareOptions& options) {
     CompareOptions pair = options;
     // A snapshot taken without versions has none to compare.
     if (!older.header.versions || !newer.header.versions)
         pair.ignoreVersion = true;
     pair.detectMoves = false; // looked for below, in generation order
-    const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, pair, meter);
+    // The history's meter counts generations; a comparison is a step of it.
+    ProgressMeter quiet;
+    const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, pair, quiet);
     if (!compared.ok)
         throw RuntimeError(compared.error, compared.message ? compared.message->text : QString());
     MoveList moves;
@@ -279,13 +279,13 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         next = std::async(std::launch::async, read, files.front());
     std::unique_ptr<Snapshot> older;
     int olderGeneration = -1;
+    meter.initialise(int32_t(files.size()), QStringLiteral("Comparing Snapshots"), false);
     for (qsizetype k = 0; k < files.size(); ++k) {
         const QString& file = files[k];
         Generation g;
         g.path = file;
         g.number = snapshotNumberOf(file);
         // Events go on while the reading ends (the meter lets them).
-        meter.initialise(int32_t(files.size()), QStringLiteral("Reading snapshots"), false);
         while (next.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready)
             meter.update(int32_t(k));
         Reading reading = next.get();
@@ -306,8 +306,8 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         const auto generation = uint8_t(history.generations.size());
         history.generations.push_back(g);
         if (olderGeneration >= 0)
-            builder.addComparison(*older, uint8_t(olderGeneration), *newer, generation, options,
-                                  meter);
+            builder.addComparison(*older, uint8_t(olderGeneration), *newer, generation, options);
+        meter.update(int32_t(k + 1));
         older = std::move(newer);
         olderGeneration = generation;
     }

@@ -113,9 +113,11 @@ struct History {
 };
 
 // Reads the snapshot files in the order given and compares each readable one
-// with the readable one before it. Only two snapshots are held at a time.
-// A file that cannot be read is kept with its error. Raises the engine's
-// errors only for a comparison that fails (a damaged table).
+// with the readable one before it; the meter counts the files. Each file is
+// read on a thread of its own while the two before it are compared, so three
+// snapshots are held at the most, the newest of them being read. A file that
+// cannot be read is kept with its error. Raises the engine's errors only for
+// a comparison that fails (a damaged table).
 History buildHistory(const QStringList& files, const CompareOptions& options, ProgressMeter& meter);
 
 } // namespace kestrel::engine
