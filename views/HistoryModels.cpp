@@ -197,10 +197,14 @@ QVariant HistoryFileModel::data(const QModelIndex& index, int role) const {
         if (role == Qt::DisplayRole)
             return engine::visibleText(QString::fromStdString(row.name)) +
                    (row.folder ? QStringLiteral("/") : QString());
+        if (role == SortRole) // the rows' own order: folders first, then by name
+            return index.row();
         return {};
     }
     const HistoryIndex::State state = m_index.stateOf(row, index.column() - 1);
     switch (role) {
+    case SortRole:
+        return row.folder ? -2.0 : state.present ? state.size : -1.0;
     case Qt::DisplayRole:
         return stateText(state, row.folder);
     case Qt::TextAlignmentRole:

@@ -68,6 +68,10 @@ private:
 class HistoryFileModel : public QAbstractTableModel {
     Q_OBJECT
 public:
+    // What a click on a heading sorts by: the name, or the size in that
+    // generation (an absent entry before every size), folders first.
+    static constexpr int SortRole = Qt::UserRole;
+
     HistoryFileModel(const engine::HistoryIndex& index, const HighlightColours& colours,
                      QObject* parent = nullptr);
 

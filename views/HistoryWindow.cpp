@@ -7,6 +7,7 @@
 
 #include <QHeaderView>
 #include <QKeyEvent>
+#include <QSortFilterProxyModel>
 #include <QSplitter>
 #include <QTableView>
 #include <QTreeView>
@@ -59,7 +60,13 @@ HistoryWindow::HistoryWindow(std::unique_ptr<engine::History> history,
     m_folders->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_folders->expand(m_folderModel->index(0, 0));
 
-    m_files = makeTable(m_fileModel, this);
+    // Sorted by a click on a heading, as the snapshot window's list is.
+    m_sortedFiles = new QSortFilterProxyModel(this);
+    m_sortedFiles->setSourceModel(m_fileModel);
+    m_sortedFiles->setSortRole(HistoryFileModel::SortRole);
+    m_files = makeTable(m_sortedFiles, this);
+    m_files->setSortingEnabled(true);
+    m_files->sortByColumn(0, Qt::AscendingOrder);
     m_files->setSelectionMode(QAbstractItemView::SingleSelection);
     m_life = makeTable(m_lifeModel, this);
     m_life->setSelectionMode(QAbstractItemView::NoSelection);
@@ -111,6 +118,7 @@ HistoryWindow::~HistoryWindow() {
     for (QObject* child : children)
         if (child->isWidgetType())
             delete child;
+    delete m_sortedFiles;
     delete m_lifeModel;
     delete m_fileModel;
     delete m_folderModel;
@@ -164,7 +172,7 @@ void HistoryWindow::folderChosen() {
 }
 
 void HistoryWindow::entryChosen() {
-    const QModelIndex current = m_files->currentIndex();
+    const QModelIndex current = m_sortedFiles->mapToSource(m_files->currentIndex());
     m_lifeModel->setEntry(current.isValid() ? &m_fileModel->rowAt(current.row()) : nullptr);
     m_life->resizeColumnsToContents();
 }

@@ -8,6 +8,7 @@
 
 #include <memory>
 
+class QSortFilterProxyModel;
 class QTableView;
 class QTreeView;
 
@@ -61,6 +62,7 @@ private:
     GenerationTableModel* m_generationModel = nullptr;
     HistoryFolderModel* m_folderModel = nullptr;
     HistoryFileModel* m_fileModel = nullptr;
+    QSortFilterProxyModel* m_sortedFiles = nullptr;
     LineOfLifeModel* m_lifeModel = nullptr;
     QTableView* m_generations = nullptr;
     QTreeView* m_folders = nullptr;

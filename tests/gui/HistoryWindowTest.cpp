@@ -95,11 +95,22 @@ private Q_SLOTS:
 
         // The top lists its entries across the snapshots: a.txt gone in the
         // third, its cell marked there.
-        const QAbstractItemModel& files = history->fileModel();
+        const QAbstractItemModel& files = *history->files()->model();
         QCOMPARE(column(files, 0), (QStringList{u"new/"_s, u"sub/"_s, u"a.txt"_s}));
         QCOMPARE(files.index(2, 3).data().toString(), u"\u2014"_s);
         QVERIFY(files.index(2, 3).data(Qt::BackgroundRole).isValid());
         QVERIFY(!files.index(2, 2).data(Qt::BackgroundRole).isValid());
+        // A click on a heading sorts, again the other way.
+        QHeaderView* heading = history->files()->horizontalHeader();
+        const auto clickHeading = [&](int section) {
+            QTest::mouseClick(
+                heading->viewport(), Qt::LeftButton, {},
+                QPoint(heading->sectionViewportPosition(section) + 4, heading->height() / 2));
+        };
+        clickHeading(0);
+        QCOMPARE(column(files, 0), (QStringList{u"a.txt"_s, u"sub/"_s, u"new/"_s}));
+        clickHeading(0);
+        QCOMPARE(column(files, 0), (QStringList{u"new/"_s, u"sub/"_s, u"a.txt"_s}));
 
         // A click on a folder lists it; a click on an entry shows its life.
         QTreeView* tree = history->folders();
