@@ -86,9 +86,9 @@ HistoryWindow::HistoryWindow(std::unique_ptr<engine::History> history,
     whole->addWidget(m_generations);
     whole->addWidget(below);
     whole->setStretchFactor(1, 1);
-    // The generations show whole up to a dozen of them; the rest goes to
-    // the folders and entries.
-    const int shown = std::min(int(m_history->generations.size()), 12);
+    // The generations show whole up to six of them (more scroll); the rest
+    // goes to the folders and entries.
+    const int shown = std::min(int(m_history->generations.size()), 6);
     const int generationsHeight = m_generations->horizontalHeader()->sizeHint().height() +
                                   shown * m_generations->verticalHeader()->defaultSectionSize() +
                                   2 * m_generations->frameWidth();
