@@ -175,9 +175,9 @@ QStringList historySeries(const QString& path) {
     // Members are named as path is: beside it, in its own words.
     const QString prefix = path.left(path.size() - info.fileName().size());
     std::vector<std::pair<int, QString>> found;
-    // Links are left out: a snapshot of the series is a file of its own.
-    for (const QString& name :
-         folder.entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks)) {
+    // Only regular files: a link, a FIFO or a device by a snapshot's name is
+    // no member of the series.
+    for (const QString& name : folder.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks)) {
         const QRegularExpressionMatch n = numberedName().match(name);
         if (n.hasMatch() && n.captured(1) == base)
             found.emplace_back(n.captured(2).toInt(), prefix + name);

@@ -21,6 +21,9 @@
 #include <map>
 #include <set>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 using namespace kestrel::engine;
 using kestrel::test::TempTree;
 
@@ -247,6 +250,8 @@ TEST_F(HistoryTest, SkipsWhatCannotBeReadAndMindsNoGaps) {
     file("a.txt", "aaa", Start);
     saveGeneration(7);
     ASSERT_TRUE(kestrel::test::writeBytes(m_files.filePath(QStringLiteral("Other.#02")), "x"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fileOf(8)).constData(), 0600), 0);
+    ASSERT_EQ(::symlink("Data.#01", QFile::encodeName(fileOf(9)).constData()), 0);
 
     const QStringList series = historySeries(fileOf(4));
     ASSERT_EQ(series, (QStringList{fileOf(1), fileOf(3), fileOf(4), fileOf(7)}));
