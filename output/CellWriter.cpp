@@ -461,9 +461,13 @@ bool CellWriter::appendModified(double d, LineBuffer& out) {
     if (!m_days.has(size_t(day))) {
         const engine::DateParts p = engine::datePartsFromOle(whole);
         const QDate date(p.year, p.month, p.day);
+        // Asking Qt for a local midnight costs a look at the time-zone
+        // rules each time; most days are told apart by three cheap offsets.
         const bool regular =
-            date.isValid() && QDateTime(date, QTime(0, 0)).offsetFromUtc() ==
-                                  QDateTime(date.addDays(1), QTime(0, 0)).offsetFromUtc();
+            date.isValid() &&
+            (engine::localOffsetSteadyOn(int64_t(whole) - engine::UnixEpochOleDay) ||
+             QDateTime(date, QTime(0, 0)).offsetFromUtc() ==
+                 QDateTime(date.addDays(1), QTime(0, 0)).offsetFromUtc());
         const QByteArray text = engine::shortDateText(date).toUtf8();
         m_days.put(size_t(day), text,
                    uint8_t((regular ? RegularDay : 0) | (watched(text) ? DateTextWatched : 0)));

@@ -223,6 +223,11 @@ bool AtomicFile::moveBytes(int64_t from, int64_t to, int64_t length) {
 bool AtomicFile::truncate(int64_t length) {
     if (m_fd < 0)
         return m_error.isEmpty() ? fail(EBADF) : false;
+    // The new file holds exactly what was written to it; asking a file
+    // system to cut it where it ends already may still cost it a journal
+    // transaction.
+    if (length == m_written)
+        return true;
     if (::ftruncate(m_fd, length) != 0)
         return fail(errno);
     m_written = length;

@@ -17,6 +17,7 @@
 #include <climits>
 #include <condition_variable>
 #include <deque>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -164,6 +165,11 @@ public:
             int64_t at = base + m_written;
             if (m_madeThrough >= 1000)
                 meter.update(m_madeThrough / 1000 * 1000);
+            // The side data of every entry is made and written while the
+            // last lines and the header are; the snapshot is final now.
+            IgnoreSideFile side(snapshot.header);
+            MetaSideFile meta(snapshot);
+            auto metaPrepared = std::async(std::launch::async, [&meta] { return meta.prepare(); });
             const bool written = writeEntryBlocks(snapshot, m_madeThrough + 1, n, meter,
                                                   [&](const char* data, size_t size) {
                                                       const bool ok =
@@ -174,9 +180,8 @@ public:
                                  m_file.writeAt(0, head.data(), head.size()) && m_file.truncate(at);
             // A side file that cannot be written leaves the save to
             // SaveSnapshot, which tells why.
-            IgnoreSideFile side(snapshot.header);
-            MetaSideFile meta(snapshot);
-            return written && side.prepare() && meta.prepare() && m_file.commit() &&
+            const bool metaWritten = metaPrepared.get();
+            return written && side.prepare() && metaWritten && m_file.commit() &&
                    side.commit() && meta.commit();
         } catch (...) {
             m_file.abandon();

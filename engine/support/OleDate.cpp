@@ -145,6 +145,15 @@ static bool localOffset(int64_t t, int64_t& offset) {
     return true;
 }
 
+bool localOffsetSteadyOn(int64_t unixDay) {
+    // Local days start between 14 hours before and 12 hours after midnight UTC.
+    constexpr int64_t Hour = 3600;
+    const int64_t start = unixDay * 86400;
+    int64_t before = 0, middle = 0, after = 0;
+    return localOffset(start - 14 * Hour, before) && localOffset(start + 12 * Hour, middle) &&
+           localOffset(start + 36 * Hour, after) && before == middle && middle == after;
+}
+
 bool LocalTimeConverter::offsetFor(int64_t t, int64_t& offset) {
     constexpr int64_t Day = 86400;
     const int64_t day = t >= 0 ? t / Day : (t - Day + 1) / Day;

@@ -44,6 +44,13 @@ double roundTo15Digits(double d);
 // from "#yyyy-mm-dd hh:mm:ss#" gives it.
 double oleNow();
 
+// Whether the local clock keeps one offset from UTC through the whole local
+// day unixDay days after 1970-01-01, told cheaply: the offset is the same a
+// little before the day's earliest possible start, at its middle and a little
+// after its latest possible end, whatever the zone. False says only that the
+// day may be one on which the clocks change.
+bool localOffsetSteadyOn(int64_t unixDay);
+
 // Seconds since midnight, local time, with fractions: the program's timer.
 double secondsSinceMidnight();
 
