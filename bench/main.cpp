@@ -32,6 +32,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <optional>
@@ -152,6 +153,44 @@ int child(const QStringList& args) {
         if (!engine::CompareSnapshot(a, 1, b, 1, true, options, meter).ok)
             return 2;
         return report(now() - start, int64_t(a.entryCount) + b.entryCount);
+    }
+    if (op == QLatin1String("patterns-cost")) { // A B ROUNDS: with patterns / without, by turns
+        // Both comparisons of each round run in this one process, one after
+        // the other, so that what a process meets by chance (where its
+        // memory lies, which core its threads get) weighs on both alike.
+        // Each has a pair of its own: the plain one never meets marks of
+        // ignored entries to clear, as a first comparison does not. Prints
+        // the median of the rounds' ratios.
+        engine::Snapshot a, b, ignoringA, ignoringB;
+        if (!load(a, args.value(1)) || !load(b, args.value(2)) || !load(ignoringA, args.value(1)) ||
+            !load(ignoringB, args.value(2)))
+            return 2;
+        engine::CompareOptions plain;
+        engine::CompareOptions ignoring;
+        ignoring.ignorePatterns = std::make_shared<const engine::IgnorePatterns>(
+            TypicalPatterns, QStringLiteral("bench"));
+        auto timed = [&](const engine::CompareOptions& options) {
+            const bool plainPair = !options.ignorePatterns;
+            const double start = now();
+            if (!engine::CompareSnapshot(plainPair ? a : ignoringA, 1, plainPair ? b : ignoringB, 1,
+                                         true, options, meter)
+                     .ok)
+                return -1.0;
+            return now() - start;
+        };
+        std::vector<double> ratios;
+        for (int round = 0; round < std::max(1, args.value(3).toInt()); ++round) {
+            // Which goes first alternates, so neither always meets the
+            // caches the other left.
+            const bool plainFirst = round % 2 == 0;
+            const double first = timed(plainFirst ? plain : ignoring);
+            const double second = timed(plainFirst ? ignoring : plain);
+            if (first <= 0 || second <= 0)
+                return 2;
+            ratios.push_back(plainFirst ? second / first : first / second);
+        }
+        std::sort(ratios.begin(), ratios.end());
+        return report(ratios[ratios.size() / 2], int64_t(a.entryCount) + b.entryCount);
     }
     if (op == QLatin1String("generate")) { // FILE ENTRIES SEED [LARGE]: a snapshot made in memory
         engine::Snapshot s;
@@ -513,9 +552,19 @@ int drive(const Config& c) {
                        QStringLiteral("x")});
     targets.push_back({QStringLiteral("move detection, 10,000 moves"), moveRow.sample.seconds, 0.2,
                        QStringLiteral("s")});
-    targets.push_back({QStringLiteral("compare, 20 ignore patterns / none"),
-                       compareIgnoring.sample.seconds / compareSelf.sample.seconds, 1.3,
-                       QStringLiteral("x")});
+    // The cost of the patterns is what they add to one comparison: measured
+    // by turns in one process, as the separate rows above vary between
+    // processes by more than the patterns cost. The rows' ratio is shown too.
+    const Sample patternsCost =
+        measureMedian({self(), QStringLiteral("--child"), QStringLiteral("patterns-cost"), snapshot,
+                       snapshot, QStringLiteral("5")},
+                      c.runs, true);
+    std::printf("\n  Compare with 20 ignore patterns / none: %.3f x in one process by turns "
+                "(median of %d processes of 5 rounds), %.3f x from the rows above.\n",
+                patternsCost.seconds, c.runs,
+                compareIgnoring.sample.seconds / compareSelf.sample.seconds);
+    targets.push_back({QStringLiteral("compare, 20 ignore patterns / none"), patternsCost.seconds,
+                       1.3, QStringLiteral("x")});
     // The patterns leave out about half the entries; the share kept is shown.
     std::printf("\n  The scan with half the tree excluded kept %.0f%% of the entries.\n",
                 100.0 * double(scanExcluding.sample.entries) / n);

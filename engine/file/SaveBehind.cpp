@@ -181,8 +181,8 @@ public:
             // A side file that cannot be written leaves the save to
             // SaveSnapshot, which tells why.
             const bool metaWritten = metaPrepared.get();
-            return written && side.prepare() && metaWritten && m_file.commit() &&
-                   side.commit() && meta.commit();
+            return written && side.prepare() && metaWritten && m_file.commit() && side.commit() &&
+                   meta.commit();
         } catch (...) {
             m_file.abandon();
             return false;
