@@ -24,10 +24,10 @@ checked="${KESTREL_CHECKED_BUILD_DIR:-$here/build-checked}"
 # python3: the export tests read the export back with Python's csv module.
 # libxxhash-dev: the checksum that ties side data to its snapshot file, and
 # content fingerprints; xxhash: xxhsum, which the fingerprint tests check
-# against.
+# against; chromium: the HTML change report's tests open the page in it.
 packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
           fonts-dejavu-core xvfb xauth dpkg-dev desktop-file-utils libxml2-utils
-          poppler-utils python3 libxxhash-dev xxhash)
+          poppler-utils python3 libxxhash-dev xxhash chromium)
 # clang and its runtimes: AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer.
 checked_packages=(clang-14 libclang-rt-14-dev)
 # The formatter whose layout the tree keeps.

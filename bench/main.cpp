@@ -20,6 +20,8 @@
 #include "engine/model/Snapshot.h"
 #include "engine/scan/Scan.h"
 #include "engine/support/Progress.h"
+#include "output/ChangeDocument.h"
+#include "output/ChangeList.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -31,6 +33,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QUrl>
 
 #include <algorithm>
 #include <chrono>
@@ -244,6 +247,29 @@ int child(const QStringList& args) {
             return 2;
         return report(now() - start, int64_t(a.entryCount) + b.entryCount);
     }
+    if (op == QLatin1String("change-report")) { // A B html|json OUT: the report of a comparison
+        engine::Snapshot older, newer;
+        if (!load(older, args.value(1)) || !load(newer, args.value(2)))
+            return 2;
+        engine::CompareOptions options;
+        if (!engine::CompareSnapshot(newer, 1, older, 1, true, options, meter).ok)
+            return 2;
+        const engine::MoveList moves = engine::detectMoves(older, 1, newer, 1);
+        engine::noteMoves(older, newer, moves);
+        // What the report adds to the comparison: the change list made and
+        // the file written.
+        const double start = now();
+        const output::ChangeList list(newer, older, options, moves);
+        output::ReportContext context;
+        context.oldFile = args.value(1);
+        context.newFile = args.value(2);
+        const auto format = args.value(3) == QLatin1String("json")
+                                ? output::ChangeReportFormat::Json
+                                : output::ChangeReportFormat::Html;
+        if (!output::writeChangeReportFile(args.value(4), format, list, context).ok)
+            return 2;
+        return report(now() - start, list.counts().total());
+    }
     if (op == QLatin1String("variant")) { // FILE OUT shuffle|changes|moves|generationN
         engine::Snapshot original, copy;
         if (!load(original, args.value(1)))
@@ -258,8 +284,16 @@ int child(const QStringList& args) {
             v.touched = 500;
             v.removed = 250;
             v.added = 250;
-        } else if (args.value(3) == QLatin1String("moves"))
+        } else if (args.value(3) == QLatin1String("moves")) {
             v.renamed = 10000;
+        } else if (args.value(3).startsWith(QLatin1String("differences"))) {
+            // differencesN: N differences, half of them touched files, a
+            // quarter removed, a quarter added.
+            const int n = args.value(3).mid(11).toInt();
+            v.touched = n / 2;
+            v.removed = n / 4;
+            v.added = n - v.touched - v.removed;
+        }
         else {
             v.touched = 1000;
             v.removed = 500;
@@ -805,6 +839,147 @@ int driveHistory(const Config& c, int generations) {
     return 0;
 }
 
+// How long a change report's page takes to open in headless Chromium and to
+// answer typing in its filter box, as the tests' driver times them: the
+// median of runs. Nothing when Chromium is missing or fails.
+struct PageTimes {
+    double readyMs = 0;
+    double filterMs = 0;
+};
+std::optional<PageTimes> timePage(const QString& page, const QString& work, int runs) {
+    const QString chromium = QStandardPaths::findExecutable(QStringLiteral("chromium"));
+    QFile source(page), driver(QStringLiteral(KESTREL_REPORT_DRIVER));
+    if (chromium.isEmpty() || !source.open(QIODevice::ReadOnly) ||
+        !driver.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    QByteArray copy = source.readAll();
+    copy.insert(copy.lastIndexOf("</body>"),
+                "<script>window.kestrelDriveSteps = [{\"do\":\"type\",\"text\":\"file0123\"},"
+                "{\"do\":\"type\",\"text\":\"FILE01234\"},{\"do\":\"type\",\"text\":\"\"}];"
+                "</script>\n<script>\n" +
+                    driver.readAll() + "</script>\n");
+    const QString driven = work + QStringLiteral("/report-driven.html");
+    QFile out(driven);
+    if (!out.open(QIODevice::WriteOnly) || out.write(copy) != copy.size())
+        return std::nullopt;
+    out.close();
+    std::vector<double> ready, filter;
+    for (int run = 0; run < runs; ++run) {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), work + QStringLiteral("/chromium-home"));
+        process.setProcessEnvironment(environment);
+        process.start(chromium, {QStringLiteral("--headless=new"), QStringLiteral("--no-sandbox"),
+                                 QStringLiteral("--disable-gpu"), QStringLiteral("--no-first-run"),
+                                 QStringLiteral("--user-data-dir=") + work +
+                                     QStringLiteral("/chromium-profile"),
+                                 QStringLiteral("--dump-dom"),
+                                 QStringLiteral("--virtual-time-budget=10000"),
+                                 QUrl::fromLocalFile(driven).toString()});
+        if (!process.waitForFinished(120000))
+            return std::nullopt;
+        const QByteArray dom = process.readAllStandardOutput();
+        const QByteArray start = "<pre id=\"kestrel-test-result\">";
+        const qsizetype from = dom.lastIndexOf(start), to = dom.indexOf("</pre>", from);
+        if (from < 0 || to < 0)
+            return std::nullopt;
+        const QJsonObject result =
+            QJsonDocument::fromJson(dom.mid(from + start.size(), to - from - start.size()))
+                .object();
+        ready.push_back(result.value(QStringLiteral("ready")).toDouble());
+        double slowest = 0;
+        for (const QJsonValue& step : result.value(QStringLiteral("steps")).toArray())
+            slowest = std::max(slowest, step.toObject().value(QStringLiteral("ms")).toDouble());
+        filter.push_back(slowest);
+    }
+    const auto median = [](std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        return v[v.size() / 2];
+    };
+    return PageTimes{median(ready), median(filter)};
+}
+
+// Change reports of the tree's snapshot against copies with 10,000 and
+// 100,000 differences: the time the report adds to a comparison, the size
+// of the page, and the page of 100,000 in a browser.
+int driveReport(const Config& c) {
+    const QString tree = ensureTree(c, c.entries);
+    const QString work = c.dir + QStringLiteral("/work");
+    QDir().mkpath(work);
+    const QString snapshot = work + QStringLiteral("/tree.#01");
+    if (!QFileInfo::exists(snapshot))
+        runOnce({sibling(QStringLiteral("kestrel-cli")), QStringLiteral("snapshot"), tree,
+                 QStringLiteral("--output"), snapshot});
+    QStringList variants;
+    for (const int n : {10000, 100000}) {
+        const QString file = work + QStringLiteral("/differences-%1.#01").arg(n);
+        if (!QFileInfo::exists(file))
+            runOnce({self(), QStringLiteral("--child"), QStringLiteral("variant"), snapshot, file,
+                     QStringLiteral("differences%1").arg(n)});
+        variants << file;
+    }
+    const QString json = work + QStringLiteral("/report-10000.json");
+    const QString html = work + QStringLiteral("/report-10000.html");
+    const QString large = work + QStringLiteral("/report-100000.html");
+    const auto child = [&](const QStringList& arguments) {
+        return Command{QStringList{self(), QStringLiteral("--child"),
+                                   QStringLiteral("change-report")} +
+                           arguments,
+                       true,
+                       {}};
+    };
+    const std::vector<Sample> s = measureInterleaved(
+        {child({snapshot, variants[0], QStringLiteral("json"), json}),
+         child({snapshot, variants[0], QStringLiteral("html"), html}),
+         child({snapshot, variants[1], QStringLiteral("html"), large}),
+         // The whole command, loads and comparison included; exit status 1
+         // says that something changed: a success here.
+         Command{{QStringLiteral("/bin/sh"), QStringLiteral("-c"),
+                  QStringLiteral("\"$0\" \"$@\"; test $? -le 1"),
+                  sibling(QStringLiteral("kestrel-cli")), QStringLiteral("compare"), snapshot,
+                  variants[0], QStringLiteral("--format"), QStringLiteral("html"),
+                  QStringLiteral("--output"), html},
+                 false,
+                 QStringLiteral("/dev/null")}},
+        c.runs);
+    const double largeMb = double(QFileInfo(large).size()) / (1024 * 1024);
+    std::printf("Kestrel change report bench: %s against copies with 10,000 and 100,000 "
+                "differences, median of %d runs in turns\n\n",
+                qPrintable(snapshot), c.runs);
+    std::printf("  %-44s %8.3f s, %lld changes\n", "JSON report, 10,000 differences",
+                s[0].seconds, static_cast<long long>(s[0].entries));
+    std::printf("  %-44s %8.3f s\n", "HTML report, 10,000 differences", s[1].seconds);
+    std::printf("  %-44s %8.3f s, %.1f MB, %lld changes\n", "HTML report, 100,000 differences",
+                s[2].seconds, largeMb, static_cast<long long>(s[2].entries));
+    std::printf("  %-44s %8.3f s\n", "kestrel-cli compare --format html, 10,000",
+                s[3].seconds);
+    std::printf("    (the whole command: both files loaded, compared both ways, the page "
+                "written)\n");
+    const std::optional<PageTimes> page = timePage(large, work, c.runs);
+    if (page)
+        std::printf("  %-44s %8.0f ms to open, %.0f ms for the slowest filter\n",
+                    "the page of 100,000 in headless Chromium", page->readyMs, page->filterMs);
+    else
+        std::printf("  the page of 100,000 in headless Chromium: n/a (no chromium, or it failed)\n");
+    struct {
+        const char* what;
+        double value;
+        double limit;
+        const char* unit;
+    } targets[] = {
+        {"JSON report, 10,000 differences", s[0].seconds, 1, "s"},
+        {"HTML report, 10,000 differences", s[1].seconds, 1, "s"},
+        {"HTML file, 100,000 differences", largeMb, 40, "MB"},
+        {"page of 100,000 open in Chromium", page ? page->readyMs : -1, 3000, "ms"},
+        {"page of 100,000, filter answers", page ? page->filterMs : -1, 300, "ms"},
+    };
+    std::printf("\n  Targets:\n");
+    for (const auto& t : targets)
+        std::printf("    %-45s %8.3f %-3s (at most %g) %s\n", t.what, t.value, t.unit, t.limit,
+                    t.value < 0 ? "n/a" : t.value <= t.limit ? "met" : "MISSED");
+    return 0;
+}
+
 int driveContent(const Config& c, int files) {
     // Named apart, not as a structured binding: the lambda below takes tree.
     const std::pair<QString, double> content = ensureContentTree(c, files);
@@ -1067,7 +1242,13 @@ int main(int argc, char* argv[]) {
                        "0.1 % of its files changed, added or removed, read and compared as the "
                        "History window does."),
         QStringLiteral("GENERATIONS"));
-    p.addOptions({dir, entries, seed, runs, json, noBig, quick, cold, slow, content, history});
+    const QCommandLineOption report(
+        QStringLiteral("report"),
+        QStringLiteral("Measure change reports (HTML and JSON) of the tree's snapshot against "
+                       "copies with 10,000 and 100,000 differences, and the page of 100,000 in "
+                       "headless Chromium."));
+    p.addOptions(
+        {dir, entries, seed, runs, json, noBig, quick, cold, slow, content, history, report});
     p.process(app);
 
     Config c;
@@ -1091,6 +1272,8 @@ int main(int argc, char* argv[]) {
             return driveHistory(c, std::clamp(p.value(history).toInt(), 2, 99));
         if (p.isSet(content))
             return driveContent(c, std::max(1, p.value(content).toInt()));
+        if (p.isSet(report))
+            return driveReport(c);
         return c.cold ? driveCold(c) : drive(c);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "kestrel-bench: %s\n", e.what());

@@ -3,11 +3,12 @@
 #include "CommandSupport.h"
 #include "CompareReport.h"
 #include "ComparisonOptions.h"
-#include "PathOrder.h"
 #include "TerminalProgress.h"
 
+#include "output/ChangeDocument.h"
+#include "output/ChangeList.h"
+#include "output/PathOrder.h"
 #include "engine/compare/Compare.h"
-#include "engine/compare/Differences.h"
 #include "engine/compare/ShowMode.h"
 #include "engine/model/Snapshot.h"
 #include "engine/scan/Scan.h"
@@ -17,9 +18,14 @@
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
 
+#include <QFileInfo>
+
+#include <cstdio>
 #include <optional>
 
 namespace kestrel::cli {
+
+using output::entriesInPathOrder;
 
 using namespace engine;
 
@@ -55,9 +61,21 @@ struct CompareCommandOptions {
         QStringLiteral("List NEW's entries as the file list shows them instead: all, only (only "
                        "in NEW),\nboth, changed or diffs (all differences)."),
         QStringLiteral("MODE")};
-    QCommandLineOption format{QStringLiteral("format"),
-                              QStringLiteral("Output format: text, csv or jsonl."),
-                              QStringLiteral("FORMAT"), QStringLiteral("text")};
+    QCommandLineOption format{
+        QStringLiteral("format"),
+        QStringLiteral("Output format: text, csv, json (one document), jsonl (a header line, "
+                       "then one\nchange a line) or html (one page to open in a browser). See "
+                       "the manual page\nfor the JSON schema."),
+        QStringLiteral("FORMAT"), QStringLiteral("text")};
+    QCommandLineOption output{
+        QStringLiteral("output"),
+        QStringLiteral("Write the report to FILE (replaced whole, or not at all) instead of "
+                       "standard\noutput."),
+        QStringLiteral("FILE")};
+    QCommandLineOption summary{
+        QStringLiteral("summary"),
+        QStringLiteral("Print only the summary line, the changes counted by kind, on standard "
+                       "output.")};
 
     void addTo(QCommandLineParser& parser) const {
         parser.addPositionalArgument(QStringLiteral("OLD"),
@@ -65,9 +83,11 @@ struct CompareCommandOptions {
         parser.addPositionalArgument(QStringLiteral("NEW"),
                                      QStringLiteral("The later snapshot file or folder."));
         comparison.addTo(parser);
-        parser.addOptions({show, format});
+        parser.addOptions({show, format, output, summary});
     }
 };
+
+enum class Format { Text, Csv, Json, Jsonl, Html };
 
 // --show: ShowMode::None when not given; nothing, with the reason printed,
 // when it names no show mode.
@@ -78,84 +98,29 @@ std::optional<ShowMode> chosenShowMode(const QCommandLineParser& p,
     return namedShowMode(p.value(o.show));
 }
 
-std::optional<CompareReport::Format> chosenFormat(const QCommandLineParser& p,
-                                                  const CompareCommandOptions& o) {
-    const QString formatName = p.value(o.format).toLower();
-    if (formatName == QLatin1String("text"))
-        return CompareReport::Text;
-    if (formatName == QLatin1String("csv"))
-        return CompareReport::Csv;
-    if (formatName == QLatin1String("jsonl"))
-        return CompareReport::Jsonl;
-    printError(QStringLiteral("Usage"), QStringLiteral("--format takes text, csv or jsonl"));
-    return std::nullopt;
-}
-
-// The differences by kind; a folder one side could not list counts apart.
-struct DifferenceCounts {
-    int added = 0;
-    int removed = 0;
-    int changed = 0;
-    int unreadable = 0;
-    AccessCounts access;
-    MoveList moves; // their entries are not counted as added or removed
-
-    int total() const {
-        return added + removed + changed + unreadable + moves.files + moves.folders;
-    }
-};
-
-// Whether a difference is told by a move's line: a moved entry only on one
-// side.
-bool partOfMove(const Difference& d, const Snapshot& newer, const Snapshot& older) {
-    if (d.kind == Difference::OnlyInOld)
-        return older.movedTo.count(d.index) > 0;
-    return d.kind == Difference::OnlyInNew && newer.movedFrom.count(d.index) > 0;
-}
-
-const Snapshot& sideOf(const Difference& d, const Snapshot& newer, const Snapshot& older) {
-    return d.kind == Difference::OnlyInOld ? older : newer;
-}
-
-DifferenceCounts countDifferences(const std::vector<Difference>& differences, const Snapshot& newer,
-                                  const Snapshot& older, MoveList moves) {
-    DifferenceCounts counts;
-    counts.moves = std::move(moves);
-    for (const Difference& d : differences) {
-        if (partOfMove(d, newer, older))
+std::optional<Format> chosenFormat(const QCommandLineParser& p, const CompareCommandOptions& o,
+                                   ShowMode showMode) {
+    const QString name = p.value(o.format).toLower();
+    const std::pair<const char*, Format> names[] = {{"text", Format::Text},
+                                                    {"csv", Format::Csv},
+                                                    {"json", Format::Json},
+                                                    {"jsonl", Format::Jsonl},
+                                                    {"html", Format::Html}};
+    for (const auto& [text, format] : names) {
+        if (name != QLatin1String(text))
             continue;
-        if (sideOf(d, newer, older).entry(d.index).isUnreadableMarker()) {
-            ++counts.unreadable;
-            continue;
+        // The rows of a show mode are entries, not changes: they have
+        // no document of their own.
+        if (showMode != ShowMode::None && (format == Format::Json || format == Format::Html)) {
+            printError(QStringLiteral("Usage"),
+                       QStringLiteral("--show takes --format text, csv or jsonl"));
+            return std::nullopt;
         }
-        (d.kind == Difference::OnlyInNew   ? counts.added
-         : d.kind == Difference::OnlyInOld ? counts.removed
-                                           : counts.changed)++;
-        if (d.kind != Difference::OnlyInOld)
-            counts.access.add(newer, d.index);
+        return format;
     }
-    return counts;
-}
-
-// The moves first, then every other difference, by path: an entry only in
-// OLD among NEW's, the kinds breaking the tie of a name that is on both
-// sides. A file that moved with its folder is told by the folder's line.
-void writeDifferences(CompareReport& report, std::vector<Difference>& differences,
-                      const Snapshot& newer, const Snapshot& older, const MoveList& moves) {
-    for (const Move& m : moves.moves) {
-        const int32_t parent = older.entry(m.from).parent;
-        const auto folder = older.movedTo.find(parent);
-        if (!m.folder && folder != older.movedTo.end() &&
-            newer.entry(m.to).parent == folder->second)
-            continue;
-        report.moved(m);
-    }
-    sortByPath(differences, [&](const Difference& d) {
-        return pathSortKey(sideOf(d, newer, older).relativePath(d.index)) + '\0' + char(d.kind);
-    });
-    for (const Difference& d : differences)
-        if (!partOfMove(d, newer, older))
-            report.difference(d);
+    printError(QStringLiteral("Usage"),
+               QStringLiteral("--format takes text, csv, json, jsonl or html"));
+    return std::nullopt;
 }
 
 // NEW's entries the show mode lists, in path order.
@@ -165,27 +130,48 @@ void writeShownEntries(CompareReport& report, const Snapshot& newer, ShowMode sh
             report.listed(i);
 }
 
-// The summary line: the differences by kind, and what each side ignored.
-QString summaryText(const DifferenceCounts& counts, const Snapshot& newer, const Snapshot& older) {
-    // What calls for attention comes first.
-    const QString alerts = alertsText(counts.access);
-    QString summary = (alerts.isEmpty() ? QString() : alerts + QStringLiteral("; ")) +
-                      QStringLiteral("%1 only in NEW, %2 only in OLD, %3 changed")
-                          .arg(counts.added)
-                          .arg(counts.removed)
-                          .arg(counts.changed);
-    if (const QString moved = movesText(counts.moves); !moved.isEmpty())
-        summary += QStringLiteral(", ") + moved;
-    const QString access = accessChangesText(counts.access);
-    if (!access.isEmpty())
-        summary += QStringLiteral(" (") + access + QLatin1Char(')');
-    if (counts.unreadable > 0)
-        summary += QStringLiteral(", ") + unreadableFoldersText(counts.unreadable) +
-                   QStringLiteral(" on one side");
-    if (newer.ignoredCount > 0 || older.ignoredCount > 0)
-        summary += QStringLiteral(", %1 ignored in NEW, %2 in OLD")
-                       .arg(formatCount(newer.ignoredCount), formatCount(older.ignoredCount));
-    return summary;
+// The report of the changes in a format of its own, to standard output or
+// (atomically) to a file.
+bool writeDocument(Format format, const output::ChangeList& list,
+                   const output::ReportContext& context, const QString& file) {
+    const output::ChangeReportFormat kind = format == Format::Html   ? output::ChangeReportFormat::Html
+                                            : format == Format::Json ? output::ChangeReportFormat::Json
+                                                                     : output::ChangeReportFormat::JsonLines;
+    if (!file.isEmpty())
+        return succeeded(output::writeChangeReportFile(file, kind, list, context));
+    const output::ByteSink write = [](std::string_view bytes) {
+        return std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size();
+    };
+    bool written = false;
+    switch (kind) {
+    case output::ChangeReportFormat::Html:
+        written = output::writeChangeHtml(list, context, write);
+        break;
+    case output::ChangeReportFormat::Json:
+        written = output::writeChangeJson(list, context, write);
+        break;
+    case output::ChangeReportFormat::JsonLines:
+        written = output::writeChangeJsonLines(list, context, write);
+        break;
+    }
+    if (!written || std::fflush(stdout) != 0) {
+        printError(QStringLiteral("Error Writing File"), QStringLiteral("standard output"));
+        return false;
+    }
+    return true;
+}
+
+// The colours of the stored options with --use-settings, else the defaults.
+output::ReportContext reportContext(const QCommandLineParser& p, const CompareCommandOptions& o,
+                                    const QString& oldPath, const QString& newPath) {
+    output::ReportContext context;
+    context.oldFile = namesFolder(oldPath) ? QString() : QFileInfo(oldPath).absoluteFilePath();
+    context.newFile = namesFolder(newPath) ? QString() : QFileInfo(newPath).absoluteFilePath();
+    settings::Options options;
+    if (p.isSet(o.comparison.useSettings))
+        settings::SettingsStore().getSettings(options);
+    context.setColours(options.changedColour(), options.deletedColour());
+    return context;
 }
 
 } // namespace
@@ -203,7 +189,7 @@ int compareCommand(const QStringList& arguments) {
     const std::optional<ShowMode> showMode = chosenShowMode(p, o);
     if (!showMode)
         return ExitTrouble;
-    const std::optional<CompareReport::Format> format = chosenFormat(p, o);
+    const std::optional<Format> format = chosenFormat(p, o, *showMode);
     if (!format)
         return ExitTrouble;
 
@@ -236,26 +222,39 @@ int compareCommand(const QStringList& arguments) {
     newer.alerts.clear();
     older.alerts.clear();
     markAccessAlerts(newer, 1, older, *options);
-    DifferenceCounts counts;
+    int32_t total = 0;
     try {
         MoveList moves;
         if (options->detectMoves) {
             moves = detectMoves(older, 1, newer, 1);
             noteMoves(older, newer, moves);
         }
-        std::vector<Difference> differences = listDifferences(newer, older);
-        CompareReport report(*format, newer, older, *options);
-        counts = countDifferences(differences, newer, older, moves);
-        if (*showMode == ShowMode::None)
-            writeDifferences(report, differences, newer, older, counts.moves);
-        else
-            writeShownEntries(report, newer, *showMode);
+        const output::ChangeList list(newer, older, *options, moves);
+        total = list.counts().total();
+        if (p.isSet(o.summary)) {
+            printLine(stdout, list.summaryText());
+            return total > 0 ? ExitDifferences : ExitOk;
+        }
+        if (*format == Format::Text || *format == Format::Csv ||
+            (*format == Format::Jsonl && *showMode != ShowMode::None)) {
+            CompareReport report(*format == Format::Text  ? CompareReport::Text
+                                 : *format == Format::Csv ? CompareReport::Csv
+                                                          : CompareReport::Jsonl,
+                                 newer, older, *options);
+            if (*showMode == ShowMode::None)
+                report.changes(list);
+            else
+                writeShownEntries(report, newer, *showMode);
+        } else if (!writeDocument(*format, list, reportContext(p, o, oldPath, newPath),
+                                  p.value(o.output))) {
+            return ExitTrouble;
+        }
+        printLine(stderr, list.summaryText());
     } catch (const RuntimeError& e) {
         printError(QStringLiteral("Comparing Snapshots"), e.text());
         return ExitTrouble;
     }
-    printLine(stderr, summaryText(counts, newer, older));
-    return counts.total() > 0 ? ExitDifferences : ExitOk;
+    return total > 0 ? ExitDifferences : ExitOk;
 }
 
 } // namespace kestrel::cli

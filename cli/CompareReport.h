@@ -1,8 +1,7 @@
 #pragma once
 
 #include "engine/compare/CompareOptions.h"
-#include "engine/compare/Differences.h"
-#include "engine/compare/Moves.h"
+#include "output/ChangeList.h"
 
 #include <QString>
 #include <QTextStream>
@@ -16,41 +15,31 @@ class Snapshot;
 
 namespace kestrel::cli {
 
-// Writes the lines of kestrel-cli compare on standard output: as text, as
-// comma-separated values (after a heading line) or as one JSON object a line.
+// Writes the lines of kestrel-cli compare as text or comma-separated values
+// (after a heading line) on standard output: the changes of a change list,
+// or the rows of NEW's file list in a show mode.
 class CompareReport {
 public:
+    // JSON lines serve only the rows of a show mode: a change list's own
+    // JSON forms are output::ChangeDocument's.
     enum Format { Text, Csv, Jsonl };
-    // The comparison must have marked both snapshots; they, and the options,
-    // are borrowed for the report's life.
+    // The snapshots and options are borrowed for the report's life.
     CompareReport(Format format, const engine::Snapshot& newer, const engine::Snapshot& older,
                   const engine::CompareOptions& options);
 
-    // A difference line: the entry of the side it belongs to.
-    void difference(const engine::Difference& d);
-    // A moved entry's line: ">", the path in OLD and where it is in NEW.
-    void moved(const engine::Move& move);
+    // Every change of the list, in its order.
+    void changes(const output::ChangeList& list);
     // A row of NEW's file list in a show mode.
     void listed(int32_t index);
 
 private:
-    // A field of a changed file whose value differs, with its old and new
-    // values in the forms list prints them.
-    struct FieldChange {
-        const char* field;
-        QString before;
-        QString after;
-        bool number;
-    };
-
+    void change(const output::ChangeList& list, const output::Change& c);
     void unreadable(const QString& change, const engine::Snapshot& s, int32_t marker);
     void csvRow(const QString& change, const engine::Snapshot& s, int32_t i, const QString& was);
     void jsonEntry(const QString& change, const engine::Snapshot& s, int32_t i, const QString& was);
-    void jsonChanged(int32_t i);
-    // ,"alert":"setuid" for an entry of NEW whose access calls for attention.
-    void jsonAlert(const engine::Snapshot& s, int32_t i);
-    std::vector<FieldChange> fieldChanges(int32_t i) const;
-    QString changesText(int32_t i) const;
+    // "size 18 -> 9, modified 2025-02-16 05:23:41 -> 2026-11-24 18:28:51":
+    // a changed file's line read on its own.
+    static QString changesText(const output::ChangeList& list, const output::Change& c);
 
     Format m_format;
     const engine::Snapshot& m_new;

@@ -44,12 +44,6 @@ QString escapedPath(const QString& path) {
     return out;
 }
 
-QString isoDateTime(double oleDate) {
-    const DateParts p = datePartsFromOle(oleDate);
-    return QString::asprintf("%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day, p.hour,
-                             p.minute, p.second);
-}
-
 QString plainNumber(double value) {
     return QString::number(value, 'f', 0);
 }

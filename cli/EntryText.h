@@ -1,5 +1,7 @@
 #pragma once
 
+#include "engine/support/TextFormats.h"
+
 #include <QString>
 
 #include <cstdint>
@@ -23,8 +25,7 @@ namespace kestrel::cli {
 // lines before it.
 QString escapedPath(const QString& path);
 
-// "yyyy-MM-dd hh:mm:ss" of a date as the snapshot keeps it.
-QString isoDateTime(double oleDate);
+using engine::isoDateTime;
 // A whole number without separators.
 QString plainNumber(double value);
 QString textOf(std::string_view utf8);

@@ -3,9 +3,9 @@
 #include "CommandSupport.h"
 #include "ComparisonOptions.h"
 #include "EntryText.h"
-#include "PathOrder.h"
 #include "TerminalProgress.h"
 
+#include "output/PathOrder.h"
 #include "engine/compare/History.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
@@ -17,6 +17,9 @@
 #include <algorithm>
 
 namespace kestrel::cli {
+
+using output::pathSortKey;
+using output::sortByPath;
 
 using namespace engine;
 

@@ -2,15 +2,17 @@
 
 #include "CommandSupport.h"
 #include "EntryText.h"
-#include "PathOrder.h"
 #include "TerminalProgress.h"
 
+#include "output/PathOrder.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
 
 #include <QTextStream>
 
 namespace kestrel::cli {
+
+using output::entriesInPathOrder;
 
 using namespace engine;
 

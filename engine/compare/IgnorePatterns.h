@@ -65,6 +65,8 @@ public:
     // deeper than that is never ignored, so a walk need not ask. Unbounded
     // (INT_MAX) when a pattern matches at any depth.
     int deepestMatch() const { return m_deepestMatch; }
+    // The lines as they were given, comments and blank lines included.
+    const std::vector<std::string>& lines() const { return m_lines; }
     // The lines that could not be compiled, one message each.
     const QStringList& problems() const { return m_problems; }
 

@@ -145,13 +145,17 @@ static bool localOffset(int64_t t, int64_t& offset) {
     return true;
 }
 
-bool localOffsetSteadyOn(int64_t unixDay) {
+bool localOffsetSteadyOn(int64_t unixDay, int64_t* offset) {
     // Local days start between 14 hours before and 12 hours after midnight UTC.
     constexpr int64_t Hour = 3600;
     const int64_t start = unixDay * 86400;
     int64_t before = 0, middle = 0, after = 0;
-    return localOffset(start - 14 * Hour, before) && localOffset(start + 12 * Hour, middle) &&
-           localOffset(start + 36 * Hour, after) && before == middle && middle == after;
+    if (!localOffset(start - 14 * Hour, before) || !localOffset(start + 12 * Hour, middle) ||
+        !localOffset(start + 36 * Hour, after) || before != middle || middle != after)
+        return false;
+    if (offset)
+        *offset = middle;
+    return true;
 }
 
 bool LocalTimeConverter::offsetFor(int64_t t, int64_t& offset) {

@@ -47,9 +47,10 @@ double oleNow();
 // Whether the local clock keeps one offset from UTC through the whole local
 // day unixDay days after 1970-01-01, told cheaply: the offset is the same a
 // little before the day's earliest possible start, at its middle and a little
-// after its latest possible end, whatever the zone. False says only that the
-// day may be one on which the clocks change.
-bool localOffsetSteadyOn(int64_t unixDay);
+// after its latest possible end, whatever the zone; that offset, in seconds,
+// goes to offset when given. False says only that the day may be one on which
+// the clocks change.
+bool localOffsetSteadyOn(int64_t unixDay, int64_t* offset = nullptr);
 
 // Seconds since midnight, local time, with fractions: the program's timer.
 double secondsSinceMidnight();

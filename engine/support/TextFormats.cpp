@@ -3,6 +3,8 @@
 #include "OleDate.h"
 
 #include <cmath>
+#include <cstdlib>
+#include <unordered_map>
 
 namespace kestrel::engine {
 
@@ -163,6 +165,35 @@ QString generalDateText(double oleDate) {
 
 QString modifiedText(double oleDate) {
     return shortDateText(oleDate) + QLatin1Char(' ') + longTimeText(oleDate);
+}
+
+QString isoDateTime(double oleDate) {
+    const DateParts p = datePartsFromOle(oleDate);
+    return QString::asprintf("%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day, p.hour,
+                             p.minute, p.second);
+}
+
+QString isoDateTimeWithOffset(double oleDate) {
+    const DateParts p = datePartsFromOle(oleDate);
+    // A day whose clocks keep one offset takes it from three cheap looks at
+    // the time-zone rules, kept per day; a day on which they change asks Qt
+    // about the very time.
+    thread_local std::unordered_map<int64_t, int64_t> steadyOffsets;
+    const int64_t day = daysFromCivil(p.year, unsigned(p.month), unsigned(p.day));
+    int64_t offset = 0;
+    if (const auto known = steadyOffsets.find(day); known != steadyOffsets.end()) {
+        offset = known->second;
+    } else if (localOffsetSteadyOn(day, &offset)) {
+        steadyOffsets.emplace(day, offset);
+    } else {
+        offset = QDateTime(QDate(p.year, p.month, p.day), QTime(p.hour, p.minute, p.second))
+                     .offsetFromUtc();
+    }
+    const char sign = offset < 0 ? '-' : '+';
+    const int64_t minutes = std::abs(offset) / 60;
+    return QString::asprintf("%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", p.year, p.month, p.day,
+                             p.hour, p.minute, p.second, sign, int(minutes / 60),
+                             int(minutes % 60));
 }
 
 } // namespace kestrel::engine

@@ -70,6 +70,12 @@ QString generalDateText(double oleDate);
 // "Short Date", a blank and "Long Time": how file lists and difference texts
 // show a modified time.
 QString modifiedText(double oleDate);
+// "2025-02-16 05:23:41": a date as the snapshot keeps it (local time), in
+// an order that sorts as text.
+QString isoDateTime(double oleDate);
+// "2025-02-16T05:23:41+01:00": the same local time with this machine's offset
+// from UTC at that time, as ISO 8601 writes it.
+QString isoDateTimeWithOffset(double oleDate);
 // The same texts of a calendar date and a time of day: what the texts of a
 // date are made of, for callers that keep them per day and per second.
 QString shortDateText(const QDate& date);

@@ -124,6 +124,33 @@ TEST_F(TextFormats, DateTexts) {
     EXPECT_TRUE(modifiedText(midnight).startsWith(u("3/4/01 12:00:00")));
 }
 
+// The offset written with a local time is the zone's at that time: either
+// side of a clock change, on the day of it, and in a zone whose offset is
+// not whole hours. (Offsets are kept per day for the life of the process,
+// so each zone is asked about days of its own.)
+TEST_F(TextFormats, IsoTimesCarryTheirZonesOffset) {
+    const QByteArray oldZone = qgetenv("TZ");
+    const auto at = [](int y, int mo, int d, int h, int mi) {
+        return isoDateTimeWithOffset(oleDateFromParts(y, mo, d, h, mi, 0));
+    };
+    qputenv("TZ", "Europe/Berlin");
+    tzset();
+    EXPECT_EQ(at(2024, 1, 15, 12, 0), u("2024-01-15T12:00:00+01:00"));
+    EXPECT_EQ(at(2024, 7, 15, 12, 0), u("2024-07-15T12:00:00+02:00"));
+    EXPECT_EQ(at(2024, 3, 31, 1, 30), u("2024-03-31T01:30:00+01:00"));
+    EXPECT_EQ(at(2024, 3, 31, 3, 30), u("2024-03-31T03:30:00+02:00"));
+    qputenv("TZ", "America/St_Johns");
+    tzset();
+    EXPECT_EQ(at(2024, 1, 16, 12, 0), u("2024-01-16T12:00:00-03:30"));
+    EXPECT_EQ(at(2024, 7, 16, 12, 0), u("2024-07-16T12:00:00-02:30"));
+    EXPECT_EQ(isoDateTime(oleDateFromParts(2024, 7, 16, 12, 0, 0)), u("2024-07-16 12:00:00"));
+    if (oldZone.isNull())
+        qunsetenv("TZ");
+    else
+        qputenv("TZ", oldZone);
+    tzset();
+}
+
 std::array<int, 6> partsOf(double oleDate) {
     const DateParts p = datePartsFromOle(oleDate);
     return {p.year, p.month, p.day, p.hour, p.minute, p.second};

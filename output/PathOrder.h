@@ -12,7 +12,7 @@ namespace kestrel::engine {
 class Snapshot;
 }
 
-namespace kestrel::cli {
+namespace kestrel::output {
 
 // The order the command line prints entries in: by path, name by name from
 // the top, comparing the bytes of the names (UTF-8, as LC_ALL=C sort does),
@@ -46,4 +46,4 @@ template <typename Item, typename KeyOf> void sortByPath(std::vector<Item>& item
 // for a damaged snapshot, as the walk of its rings does.
 std::vector<int32_t> entriesInPathOrder(const engine::Snapshot& snapshot);
 
-} // namespace kestrel::cli
+} // namespace kestrel::output

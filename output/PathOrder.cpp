@@ -3,7 +3,7 @@
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 
-namespace kestrel::cli {
+namespace kestrel::output {
 
 QByteArray pathSortKey(const QString& relativePath) {
     QByteArray key = relativePath.toUtf8();
@@ -20,4 +20,4 @@ std::vector<int32_t> entriesInPathOrder(const engine::Snapshot& snapshot) {
     return entries;
 }
 
-} // namespace kestrel::cli
+} // namespace kestrel::output
