@@ -293,8 +293,7 @@ int child(const QStringList& args) {
             v.touched = n / 2;
             v.removed = n / 4;
             v.added = n - v.touched - v.removed;
-        }
-        else {
+        } else {
             v.touched = 1000;
             v.removed = 500;
             v.added = 500;
@@ -869,13 +868,13 @@ std::optional<PageTimes> timePage(const QString& page, const QString& work, int 
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("HOME"), work + QStringLiteral("/chromium-home"));
         process.setProcessEnvironment(environment);
-        process.start(chromium, {QStringLiteral("--headless=new"), QStringLiteral("--no-sandbox"),
-                                 QStringLiteral("--disable-gpu"), QStringLiteral("--no-first-run"),
-                                 QStringLiteral("--user-data-dir=") + work +
-                                     QStringLiteral("/chromium-profile"),
-                                 QStringLiteral("--dump-dom"),
-                                 QStringLiteral("--virtual-time-budget=10000"),
-                                 QUrl::fromLocalFile(driven).toString()});
+        process.start(
+            chromium,
+            {QStringLiteral("--headless=new"), QStringLiteral("--no-sandbox"),
+             QStringLiteral("--disable-gpu"), QStringLiteral("--no-first-run"),
+             QStringLiteral("--user-data-dir=") + work + QStringLiteral("/chromium-profile"),
+             QStringLiteral("--dump-dom"), QStringLiteral("--virtual-time-budget=10000"),
+             QUrl::fromLocalFile(driven).toString()});
         if (!process.waitForFinished(120000))
             return std::nullopt;
         const QByteArray dom = process.readAllStandardOutput();
@@ -922,11 +921,11 @@ int driveReport(const Config& c) {
     const QString html = work + QStringLiteral("/report-10000.html");
     const QString large = work + QStringLiteral("/report-100000.html");
     const auto child = [&](const QStringList& arguments) {
-        return Command{QStringList{self(), QStringLiteral("--child"),
-                                   QStringLiteral("change-report")} +
-                           arguments,
-                       true,
-                       {}};
+        return Command{
+            QStringList{self(), QStringLiteral("--child"), QStringLiteral("change-report")} +
+                arguments,
+            true,
+            {}};
     };
     const std::vector<Sample> s = measureInterleaved(
         {child({snapshot, variants[0], QStringLiteral("json"), json}),
@@ -946,13 +945,12 @@ int driveReport(const Config& c) {
     std::printf("Kestrel change report bench: %s against copies with 10,000 and 100,000 "
                 "differences, median of %d runs in turns\n\n",
                 qPrintable(snapshot), c.runs);
-    std::printf("  %-44s %8.3f s, %lld changes\n", "JSON report, 10,000 differences",
-                s[0].seconds, static_cast<long long>(s[0].entries));
+    std::printf("  %-44s %8.3f s, %lld changes\n", "JSON report, 10,000 differences", s[0].seconds,
+                static_cast<long long>(s[0].entries));
     std::printf("  %-44s %8.3f s\n", "HTML report, 10,000 differences", s[1].seconds);
     std::printf("  %-44s %8.3f s, %.1f MB, %lld changes\n", "HTML report, 100,000 differences",
                 s[2].seconds, largeMb, static_cast<long long>(s[2].entries));
-    std::printf("  %-44s %8.3f s\n", "kestrel-cli compare --format html, 10,000",
-                s[3].seconds);
+    std::printf("  %-44s %8.3f s\n", "kestrel-cli compare --format html, 10,000", s[3].seconds);
     std::printf("    (the whole command: both files loaded, compared both ways, the page "
                 "written)\n");
     const std::optional<PageTimes> page = timePage(large, work, c.runs);
@@ -960,7 +958,8 @@ int driveReport(const Config& c) {
         std::printf("  %-44s %8.0f ms to open, %.0f ms for the slowest filter\n",
                     "the page of 100,000 in headless Chromium", page->readyMs, page->filterMs);
     else
-        std::printf("  the page of 100,000 in headless Chromium: n/a (no chromium, or it failed)\n");
+        std::printf(
+            "  the page of 100,000 in headless Chromium: n/a (no chromium, or it failed)\n");
     struct {
         const char* what;
         double value;
@@ -976,7 +975,9 @@ int driveReport(const Config& c) {
     std::printf("\n  Targets:\n");
     for (const auto& t : targets)
         std::printf("    %-45s %8.3f %-3s (at most %g) %s\n", t.what, t.value, t.unit, t.limit,
-                    t.value < 0 ? "n/a" : t.value <= t.limit ? "met" : "MISSED");
+                    t.value < 0          ? "n/a"
+                    : t.value <= t.limit ? "met"
+                                         : "MISSED");
     return 0;
 }
 

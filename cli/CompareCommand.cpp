@@ -5,15 +5,15 @@
 #include "ComparisonOptions.h"
 #include "TerminalProgress.h"
 
-#include "output/ChangeDocument.h"
-#include "output/ChangeList.h"
-#include "output/PathOrder.h"
 #include "engine/compare/Compare.h"
 #include "engine/compare/ShowMode.h"
 #include "engine/model/Snapshot.h"
 #include "engine/scan/Scan.h"
 #include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
+#include "output/ChangeDocument.h"
+#include "output/ChangeList.h"
+#include "output/PathOrder.h"
 
 #include "settings/Settings.h"
 #include "settings/SettingsStore.h"
@@ -134,9 +134,10 @@ void writeShownEntries(CompareReport& report, const Snapshot& newer, ShowMode sh
 // (atomically) to a file.
 bool writeDocument(Format format, const output::ChangeList& list,
                    const output::ReportContext& context, const QString& file) {
-    const output::ChangeReportFormat kind = format == Format::Html   ? output::ChangeReportFormat::Html
-                                            : format == Format::Json ? output::ChangeReportFormat::Json
-                                                                     : output::ChangeReportFormat::JsonLines;
+    const output::ChangeReportFormat kind =
+        format == Format::Html   ? output::ChangeReportFormat::Html
+        : format == Format::Json ? output::ChangeReportFormat::Json
+                                 : output::ChangeReportFormat::JsonLines;
     if (!file.isEmpty())
         return succeeded(output::writeChangeReportFile(file, kind, list, context));
     const output::ByteSink write = [](std::string_view bytes) {

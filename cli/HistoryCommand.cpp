@@ -5,11 +5,11 @@
 #include "EntryText.h"
 #include "TerminalProgress.h"
 
-#include "output/PathOrder.h"
 #include "engine/compare/History.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
+#include "output/PathOrder.h"
 
 #include <QFileInfo>
 #include <QTextStream>

@@ -4,9 +4,9 @@
 #include "EntryText.h"
 #include "TerminalProgress.h"
 
-#include "output/PathOrder.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
+#include "output/PathOrder.h"
 
 #include <QTextStream>
 

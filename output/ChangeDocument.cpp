@@ -127,9 +127,9 @@ EntryValues valuesOf(const Snapshot& s, int32_t i) {
         v.size = v.modified = v.attributes = "null";
     } else {
         v.size = QString::number(e.size, 'f', 0).toStdString();
-        appendJsonString(v.modified, std::string_view(isoDateTimeWithOffset(e.modified)
-                                                          .toLatin1()
-                                                          .toStdString()));
+        appendJsonString(
+            v.modified,
+            std::string_view(isoDateTimeWithOffset(e.modified).toLatin1().toStdString()));
         v.attributes = "[";
         for (const auto& [bit, name] : AttributeNames) {
             if (!(e.attributes & bit))
@@ -323,10 +323,12 @@ void appendChangeObject(const ChangeList& list, const Change& change, std::strin
     out += "\",\"path\":";
     appendJsonString(out, std::string_view(pathBytes.constData(), size_t(pathBytes.size())));
     out += change.folder ? ",\"folder\":true" : ",\"folder\":false";
-    bool escaped = holdsEscapedBytes(std::string_view(pathBytes.constData(), size_t(pathBytes.size())));
+    bool escaped =
+        holdsEscapedBytes(std::string_view(pathBytes.constData(), size_t(pathBytes.size())));
     if (change.kind == Change::Moved) {
         const QByteArray from = list.older().relativePath(change.oldIndex).toUtf8();
-        escaped = escaped || holdsEscapedBytes(std::string_view(from.constData(), size_t(from.size())));
+        escaped =
+            escaped || holdsEscapedBytes(std::string_view(from.constData(), size_t(from.size())));
         out += ",\"from\":";
         appendJsonString(out, std::string_view(from.constData(), size_t(from.size())));
     }

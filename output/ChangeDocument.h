@@ -73,6 +73,6 @@ ChangeReportFormat changeReportFormatFor(const QString& path);
 // Writes the report to path as one atomic file: a failure leaves whatever
 // was there before.
 engine::Outcome writeChangeReportFile(const QString& path, ChangeReportFormat format,
-                              const ChangeList& list, const ReportContext& context);
+                                      const ChangeList& list, const ReportContext& context);
 
 } // namespace kestrel::output

@@ -131,7 +131,8 @@ std::vector<FieldChange> ChangeList::fieldChanges(const Change& c) const {
     if (status & engine::Change::Size)
         changes.push_back({"size", plainNumber(before.size), plainNumber(now.size), true});
     if (status & engine::Change::Date)
-        changes.push_back({"modified", isoDateTime(before.modified), isoDateTime(now.modified), false});
+        changes.push_back(
+            {"modified", isoDateTime(before.modified), isoDateTime(now.modified), false});
     if (status & engine::Change::Attributes)
         changes.push_back(
             {"attributes", AttributeText(before.attributes), AttributeText(now.attributes), false});
@@ -142,7 +143,8 @@ std::vector<FieldChange> ChangeList::fieldChanges(const Change& c) const {
         changes.push_back(
             {"content", QString::fromStdString(fingerprintHex(m_old.fingerprints.at(c.oldIndex))),
              QString::fromStdString(fingerprintHex(m_new.fingerprints.at(i))), false});
-    if (status & (engine::Change::Permissions | engine::Change::Owner | engine::Change::LinkTarget)) {
+    if (status &
+        (engine::Change::Permissions | engine::Change::Owner | engine::Change::LinkTarget)) {
         const AccessValues was = accessValuesOf(m_old, c.oldIndex);
         const AccessValues is = accessValuesOf(m_new, i);
         if (status & engine::Change::Permissions)

@@ -115,6 +115,21 @@ MainWindow::MainWindow(const QString& iniPath, QWidget* parent)
         dialog.setNameFilters(engine::snapshotFileFilters());
         return dialog.exec() == QDialog::Accepted ? dialog.selectedFiles() : QStringList();
     };
+    chooseReportFile = [this](const QString& suggested) {
+        QFileDialog dialog(this, QStringLiteral("Export Change Report"), lastFolder());
+        dialog.setAcceptMode(QFileDialog::AcceptSave);
+        dialog.setNameFilters({QStringLiteral("Web page (*.html)"),
+                               QStringLiteral("JSON document (*.json)"),
+                               QStringLiteral("JSON lines (*.jsonl)")});
+        dialog.setDefaultSuffix(QStringLiteral("html"));
+        dialog.selectFile(suggested);
+        // The type chosen gives the suffix when the name has none of the three.
+        connect(&dialog, &QFileDialog::filterSelected, &dialog, [&dialog](const QString& filter) {
+            const qsizetype dot = filter.indexOf(QLatin1String("*."));
+            dialog.setDefaultSuffix(filter.mid(dot + 2).chopped(1));
+        });
+        return dialog.exec() == QDialog::Accepted ? dialog.selectedFiles().value(0) : QString();
+    };
 
     // Main window load: the recent list has read the file dialog's folder;
     // then the placement.
@@ -357,6 +372,10 @@ void MainWindow::showExport(const output::ShownList& list) {
     dialog.setList(list);
     execDialog(dialog);
     dialog.clearList();
+}
+
+QString MainWindow::chooseChangeReportFile(const QString& suggested) {
+    return chooseReportFile ? chooseReportFile(suggested) : QString();
 }
 
 void MainWindow::showPrint(const output::ShownList& list) {

@@ -107,6 +107,9 @@ public:
     // The files the Open History command asks for: one names its whole
     // series. A file dialog unless replaced (tests).
     std::function<QStringList()> chooseHistoryFiles;
+    // The file Export Change Report writes, from the name it suggests: a
+    // save dialog unless replaced (tests).
+    std::function<QString(const QString& suggested)> chooseReportFile;
     // Opens a History window over the numbered snapshots of a folder: one
     // file stands for every NAME.#NN beside it, several are taken by number.
     // False, with the reason shown, when none could be read.
@@ -202,6 +205,7 @@ public:
     void LaunchDocument(const QString& folder, const QString& name) override;
     void showCompareOptions(const QString& current, const QString& other) override;
     void showExport(const output::ShownList& list) override;
+    QString chooseChangeReportFile(const QString& suggested) override;
     void showPrint(const output::ShownList& list) override;
     void showPrintPreview(const output::ShownList& list) override;
     bool ExecuteCustom(const QString& first, const QString& second) override;

@@ -49,6 +49,10 @@ const std::vector<CommandRow>& commandTable() {
         {C::Title, "mnuFileProps", "Snapshot &Title...", {}, Enabling::Always, nullptr, Kind::Plain},
         {C::Export, "mnuFileExport", "&Export Current List...", {}, Enabling::Always,
          &W::mnuFileExport_Click, Kind::Plain},
+        // What changed between the pair, as one page for a browser or a
+        // document for programs.
+        {C::ExportReport, "mnuFileExportReport", "Export Chan&ge Report...", {}, Enabling::Paired,
+         &W::mnuFileExportReport_Click, Kind::Plain},
         {C::Print, "mnuFilePrint", "&Print...", {QKeySequence(QKeySequence::Print)},
          Enabling::Always, &W::mnuFilePrint_Click, Kind::Plain},
         {C::PrintPreview, "mnuFilePrintPreview", "Print Pre&view...", {}, Enabling::Always,
@@ -93,8 +97,8 @@ const std::vector<WindowMenu>& windowMenus() {
     static const std::vector<WindowMenu> menus = {
         {{"&File",
           {F::New, F::Open, F::OpenHistory, line, C::Repeat, C::Branch, line, C::SaveAs, C::Title,
-           line, C::Export, C::Print, C::PrintPreview, line, F::Configuration, line, C::Close,
-           F::Exit}},
+           line, C::Export, C::ExportReport, C::Print, C::PrintPreview, line, F::Configuration,
+           line, C::Close, F::Exit}},
          nullptr},
         {{"&Edit", {C::Find, C::FindNext}}, nullptr},
         {{"&Compare", {C::CompareNow, C::CompareRoot}}, &SnapshotWindow::mnuCompare_Open},

@@ -50,6 +50,7 @@ enum class SnapshotCommand {
     SaveAs,
     Title,
     Export,
+    ExportReport,
     Print,
     PrintPreview,
     Close,

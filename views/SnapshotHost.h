@@ -80,6 +80,10 @@ public:
     virtual void showExport(const output::ShownList& list) = 0;
     virtual void showPrint(const output::ShownList& list) = 0;
     virtual void showPrintPreview(const output::ShownList& list) = 0;
+    // The file a change report goes to, asked with a save dialog over the
+    // main window (its type says the format: .html, .json or .jsonl);
+    // empty when the user cancels.
+    virtual QString chooseChangeReportFile(const QString& suggested) = 0;
     // ExecuteCustom: the external compare program on two files; false, with
     // no message, when either path is empty.
     virtual bool ExecuteCustom(const QString& first, const QString& second) = 0;

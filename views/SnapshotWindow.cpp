@@ -14,12 +14,16 @@
 #include "engine/support/TextFormats.h"
 #include "listing/RowSelection.h"
 #include "listing/Twips.h"
+#include "output/ChangeDocument.h"
+#include "output/ChangeList.h"
 #include "settings/Settings.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QFileInfo>
+#include <QGuiApplication>
 #include <QHeaderView>
 #include <QScrollBar>
 #include <QSignalBlocker>
@@ -319,6 +323,49 @@ void SnapshotWindow::applyColumnWidths() {
 void SnapshotWindow::mnuFileExport_Click() {
     if (!m_host.busy())
         m_host.showExport(shownListOf(*this));
+}
+
+void SnapshotWindow::mnuFileExportReport_Click() {
+    if (m_host.busy())
+        return;
+    const QString title = QStringLiteral("Export Change Report");
+    if (!m_pair || !compared()) {
+        m_host.showMessage(UserMessage{
+            title,
+            QStringLiteral("Compare the two snapshots first: the report lists what changed "
+                           "between them."),
+            MessageIcon::Information});
+        return;
+    }
+    // The later snapshot is NEW, as the comparison took it for alerts and moves.
+    const bool selfLater = m_snapshot.header.created >= m_pair->snapshot().header.created;
+    const engine::Snapshot& newer = selfLater ? m_snapshot : m_pair->snapshot();
+    const engine::Snapshot& older = selfLater ? m_pair->snapshot() : m_snapshot;
+    // Named after the snapshots' files ("Data changes.html"), the newer's
+    // when it has been saved.
+    const QString named =
+        newer.header.fileName.isEmpty() ? older.header.fileName : newer.header.fileName;
+    const QString suggested =
+        (named.isEmpty() ? QStringLiteral("Kestrel") : QFileInfo(named).completeBaseName()) +
+        QStringLiteral(" changes.html");
+    const QString file = m_host.chooseChangeReportFile(suggested);
+    if (file.isEmpty())
+        return;
+    QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+    engine::Outcome written = engine::guardedOperation(title, [&] {
+        const engine::CompareOptions options = m_host.options().compareOptions();
+        const engine::MoveList moves = engine::notedMoves(older);
+        const output::ChangeList list(newer, older, options, moves);
+        output::ReportContext context;
+        context.oldFile = older.header.fileName;
+        context.newFile = newer.header.fileName;
+        context.setColours(m_host.options().changedColour(), m_host.options().deletedColour());
+        return output::writeChangeReportFile(file, output::changeReportFormatFor(file), list,
+                                             context);
+    });
+    QGuiApplication::restoreOverrideCursor();
+    if (!written.ok && written.message)
+        m_host.showMessage(*written.message);
 }
 
 void SnapshotWindow::mnuFilePrint_Click() {

@@ -103,6 +103,9 @@ public:
     // Commands of the window's menu.
     // Export, print and preview the file list as the window shows it now.
     void mnuFileExport_Click();
+    // Writes the changes between this snapshot and the one it is compared
+    // with to a file the user names: an HTML page, JSON or JSON lines.
+    void mnuFileExportReport_Click();
     void mnuFilePrint_Click();
     void mnuFilePrintPreview_Click();
     void mnuFileClose_Click();

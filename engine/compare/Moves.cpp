@@ -294,6 +294,18 @@ void noteMoves(Snapshot& older, Snapshot& newer, const MoveList& moves) {
     }
 }
 
+MoveList notedMoves(const Snapshot& older) {
+    MoveList noted;
+    for (const auto& [from, to] : older.movedTo) {
+        const bool folder = older.entries.get(from).isFolder();
+        noted.moves.push_back({from, to, folder});
+        (folder ? noted.folders : noted.files)++;
+    }
+    std::sort(noted.moves.begin(), noted.moves.end(),
+              [](const Move& a, const Move& b) { return a.from < b.from; });
+    return noted;
+}
+
 QString movesText(const Snapshot& snapshot) {
     MoveList counted;
     for (const auto* moves : {&snapshot.movedTo, &snapshot.movedFrom})

@@ -41,6 +41,10 @@ MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& ne
 // noted.
 void noteMoves(Snapshot& older, Snapshot& newer, const MoveList& moves);
 
+// The moves noteMoves noted in the two snapshots, in the older one's table
+// order.
+MoveList notedMoves(const Snapshot& older);
+
 // "3 moved files, 1 moved folder" for the change summary; empty for none.
 QString movesText(const MoveList& moves);
 // The same for the moves a comparison noted in a snapshot.

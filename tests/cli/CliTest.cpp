@@ -488,8 +488,7 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     ASSERT_NE(grown, json.end());
     const QJsonObject change = QJsonDocument::fromJson(grown->toUtf8()).object();
     EXPECT_EQ(change.value(u"kind"_s).toString(), u"changed"_s);
-    EXPECT_EQ(change.value(u"size"_s).toObject(),
-              (QJsonObject{{u"old"_s, 1}, {u"new"_s, 2}}));
+    EXPECT_EQ(change.value(u"size"_s).toObject(), (QJsonObject{{u"old"_s, 1}, {u"new"_s, 2}}));
     EXPECT_EQ(change.value(u"fields"_s).toArray(), (QJsonArray{u"size"_s, u"modified"_s}));
     const auto withOffset = [](qint64 seconds) {
         const QDateTime local = QDateTime::fromSecsSinceEpoch(seconds);
@@ -500,6 +499,14 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     };
     EXPECT_EQ(change.value(u"modified"_s).toObject().value(u"new"_s).toString(),
               withOffset(1700000002));
+
+    // The counts alone, on standard output, with the same exit status.
+    r = compare({u"--summary"_s});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, u"2 only in NEW, 1 only in OLD, 1 changed\n"_s);
+    EXPECT_EQ(cli({u"compare"_s, before.root(), before.root(), u"--summary"_s}).out,
+              u"0 only in NEW, 0 only in OLD, 0 changed\n"_s);
+    EXPECT_EQ(compare({u"--format"_s, u"xml"_s}).status, 2);
 
     // docs is empty in NEW: an empty folder's match is negative, so it is not
     // among the entries in both.

@@ -20,6 +20,10 @@
 #include "views/FileGridModel.h"
 #include "views/SnapshotWindow.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 using namespace kestrel;
 using namespace Qt::StringLiterals;
 using settings::Key;
@@ -226,6 +230,73 @@ private Q_SLOTS:
                  u"Original Snapshot of "_s + m_tree + u"/sub"_s);
         QCOMPARE(folders->snapshotWindows()[1]->caption(), u"Final Snapshot of "_s + m_tree);
         QVERIFY(folders->snapshotWindows()[1]->compared());
+    }
+
+    // File, Export Change Report by its keys in a compared pair: the file the
+    // user names gets the changes between the two, in the format its type
+    // says; alone, a window offers no report.
+    void changeReportFromThePair() {
+        const QString saved = m_dir->filePath(u"Tree.#01"_s);
+        {
+            Frame maker(iniPath());
+            maker.saveAnswer = saved;
+            QVERIFY(maker->NewSnapshot(m_tree, true, true, false, 1));
+            shell::mnuFileSaveAs_Click(*maker.window, *maker->activeSnapshotWindow());
+        }
+        writeFile(m_tree + u"/a.txt"_s, "alpha, longer now");
+        QVERIFY(QFile::remove(m_tree + u"/sub/c.bin"_s));
+        writeFile(m_tree + u"/new <b>&amp;\"q\".txt"_s, "n");
+
+        {
+            Frame alone(iniPath());
+            shell::StartUp(*alone.window, {saved});
+            QVERIFY(alone->activeSnapshotWindow());
+            QVERIFY(!alone->activeSnapshotWindow()
+                         ->findChild<QAction*>(u"mnuFileExportReport"_s)
+                         ->isEnabled());
+        }
+
+        Frame frame(iniPath());
+        frame->show();
+        QStringList suggested;
+        QString answer = m_dir->filePath(u"changes.json"_s);
+        frame->chooseReportFile = [&](const QString& name) {
+            suggested << name;
+            return answer;
+        };
+        QVERIFY(frame->openAndCompare(saved, m_tree));
+        SnapshotWindow* window = frame->activeSnapshotWindow();
+        QVERIFY(window && window->compared());
+        QVERIFY(QTest::qWaitForWindowActive(frame.window.get()));
+        const auto exportByKeys = [&] {
+            QTest::keyClick(window, Qt::Key_F, Qt::AltModifier);
+            QTRY_VERIFY(QApplication::activePopupWidget());
+            QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_G);
+        };
+        exportByKeys();
+        QTRY_VERIFY(QFileInfo::exists(answer));
+        QCOMPARE(suggested.value(0), u"Tree changes.html"_s);
+        QFile json(answer);
+        QVERIFY(json.open(QIODevice::ReadOnly));
+        const QJsonObject report = QJsonDocument::fromJson(json.readAll()).object();
+        QCOMPARE(report[u"schema"].toInt(), 1);
+        QCOMPARE(report[u"old"][u"file"].toString(), saved);
+        QStringList changes;
+        for (const QJsonValue& c : report[u"changes"].toArray())
+            changes << c[u"kind"].toString() + u' ' + c[u"path"].toString();
+        QCOMPARE(changes, (QStringList{u"changed a.txt"_s, u"added new <b>&amp;\"q\".txt"_s,
+                                       u"removed sub/c.bin"_s}));
+
+        // The page, its type told by the name.
+        answer = m_dir->filePath(u"changes.html"_s);
+        exportByKeys();
+        QTRY_VERIFY(QFileInfo::exists(answer));
+        QFile page(answer);
+        QVERIFY(page.open(QIODevice::ReadOnly));
+        const QByteArray html = page.readAll();
+        QVERIFY(html.startsWith("<!DOCTYPE html>"));
+        QVERIFY(html.contains("new \\u003cb\\u003e"));
+        QVERIFY(!html.contains("<b>&amp;"));
     }
 
     // Relative paths are made absolute where the program starts: the root

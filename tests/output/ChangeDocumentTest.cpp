@@ -83,7 +83,8 @@ QJsonDocument jsonOf(const output::ChangeList& list, bool lines = false) {
         return QJsonDocument(head);
     }
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(bytes), &error);
+    const QJsonDocument document =
+        QJsonDocument::fromJson(QByteArray::fromStdString(bytes), &error);
     EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
     // Nothing that could close a script element when the same text is
     // embedded in a page.
@@ -94,7 +95,8 @@ QJsonDocument jsonOf(const output::ChangeList& list, bool lines = false) {
 // Each value of one side of a change: its type, and its text against the
 // entry's.
 void expectValues(const QJsonObject& values, const engine::Snapshot& s, int32_t i) {
-    static const QRegularExpression iso(u"^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d[+-]\\d\\d:\\d\\d$"_s);
+    static const QRegularExpression iso(
+        u"^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d[+-]\\d\\d:\\d\\d$"_s);
     const engine::SnapshotEntry& e = s.entry(i);
     EXPECT_TRUE(values[u"size"].isDouble());
     EXPECT_EQ(values[u"size"].toDouble(), e.size);
@@ -154,8 +156,8 @@ TEST(ChangeDocumentTest, JsonHoldsTheComparisonEntryByEntry) {
             if (inNew)
                 expectValues(c[u"new"].toObject(), pair.newer, expected.index);
             if (inOld)
-                expectValues(c[u"old"].toObject(),
-                             pair.older, expected.inOld ? expected.index : expected.oldIndex);
+                expectValues(c[u"old"].toObject(), pair.older,
+                             expected.inOld ? expected.index : expected.oldIndex);
             const auto fields = list.fieldChanges(expected);
             ASSERT_EQ(c[u"fields"].toArray().size(), qsizetype(fields.size()));
             for (const output::FieldChange& f : fields) {
