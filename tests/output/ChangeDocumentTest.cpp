@@ -211,6 +211,8 @@ TEST(ChangeDocumentTest, ReportFilesAreWholeOrNotWritten) {
         ASSERT_TRUE(old.open(QIODevice::WriteOnly));
         old.write("the old report");
     }
+    ASSERT_EQ(output::changeReportFormatFor(u"a.JSONL"_s), output::ChangeReportFormat::JsonLines);
+    ASSERT_EQ(output::changeReportFormatFor(u"a.json"_s), output::ChangeReportFormat::Json);
     ASSERT_TRUE(output::writeChangeReportFile(path, output::changeReportFormatFor(path), list,
                                               output::ReportContext{})
                     .ok);
@@ -227,6 +229,14 @@ TEST(ChangeDocumentTest, ReportFilesAreWholeOrNotWritten) {
     const QByteArray data = html.mid(from, html.indexOf("</script>", from) - from);
     const QJsonDocument document = QJsonDocument::fromJson(data);
     EXPECT_EQ(document[u"changes"].toArray().size(), qsizetype(list.changes().size()));
+
+    // A disk that fills at any point near the end of the report: refused,
+    // the old report kept byte for byte.
+    for (const auto format : {output::ChangeReportFormat::Json, output::ChangeReportFormat::Html}) {
+        test::expectFullDiskKeepsOldFile(path, "the old report", [&] {
+            return output::writeChangeReportFile(path, format, list, output::ReportContext{});
+        });
+    }
 
     // A folder in the way of the file: refused, the folder untouched.
     const QString blocked = dir.filePath(u"blocked.json"_s);
