@@ -47,10 +47,6 @@ const QString Description = QStringLiteral(
 
 enum class Format { Text, Csv, Jsonl };
 
-bool isFolderPath(const std::string& path) {
-    return !path.empty() && path.back() == '/';
-}
-
 // Writes a history in one of the formats.
 class HistoryWriter {
 public:
@@ -60,10 +56,13 @@ public:
 
     void summary();
     void table(const std::vector<int32_t>& paths);
+    // The records of each path, made once.
+    const std::vector<std::vector<int32_t>>& recordsByPath() const { return m_byPath; }
 
 private:
-    // The record that changed the path in generation g, or -1.
-    int32_t changeAt(const std::vector<int32_t>& pathRecords, int g) const;
+    int32_t changeAt(const std::vector<int32_t>& pathRecords, int g) const {
+        return History::changeAt(m_history, pathRecords, g);
+    }
     void textRow(int32_t path, const std::vector<int32_t>& pathRecords);
     void csvRow(int32_t path, const std::vector<int32_t>& pathRecords);
     void jsonRow(int32_t path, const std::vector<int32_t>& pathRecords);
@@ -126,15 +125,6 @@ void HistoryWriter::summary() {
         }
         first = first && !g.readable();
     }
-}
-
-int32_t HistoryWriter::changeAt(const std::vector<int32_t>& pathRecords, int g) const {
-    for (const int32_t i : pathRecords) {
-        const HistoryRecord& r = m_history.records[size_t(i)];
-        if (r.generation == g && r.kind != HistoryRecord::Before)
-            return i;
-    }
-    return -1;
 }
 
 void HistoryWriter::table(const std::vector<int32_t>& paths) {
@@ -272,7 +262,9 @@ QStringList historyFiles(const QStringList& named) {
 }
 
 // The paths to list: those at or below folder ("" for all), in path order.
-std::vector<int32_t> pathsToList(const History& history, const QString& folder) {
+std::vector<int32_t> pathsToList(const History& history,
+                                 const std::vector<std::vector<int32_t>>& byPath,
+                                 const QString& folder) {
     QString prefix = folder;
     while (prefix.startsWith(QLatin1Char('/')))
         prefix.remove(0, 1);
@@ -287,7 +279,6 @@ std::vector<int32_t> pathsToList(const History& history, const QString& folder) 
         if (path.compare(0, wanted.size(), wanted) == 0)
             paths.push_back(i);
     }
-    const std::vector<std::vector<int32_t>> byPath = history.recordsByPath();
     std::erase_if(paths, [&](int32_t i) { return byPath[size_t(i)].empty(); });
     sortByPath(paths, [&](int32_t i) { return pathSortKey(textOf(history.paths[size_t(i)])); });
     return paths;
@@ -353,7 +344,8 @@ int historyCommand(const QStringList& arguments) {
     if (p.isSet(summary)) {
         writer.summary();
     } else {
-        const std::vector<int32_t> paths = pathsToList(history, p.value(folder));
+        const std::vector<int32_t> paths =
+            pathsToList(history, writer.recordsByPath(), p.value(folder));
         writer.table(paths);
         printLine(
             stderr,

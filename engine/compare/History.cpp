@@ -235,6 +235,15 @@ std::vector<std::vector<int32_t>> History::recordsByPath() const {
     return byPath;
 }
 
+int32_t History::changeAt(const History& h, const std::vector<int32_t>& pathRecords, int g) {
+    for (const int32_t i : pathRecords) {
+        const HistoryRecord& r = h.records[size_t(i)];
+        if (r.generation == g && r.kind != HistoryRecord::Before)
+            return i;
+    }
+    return -1;
+}
+
 int32_t History::stateAt(const History& h, const std::vector<int32_t>& pathRecords, int g) {
     if (pathRecords.empty())
         return -1;

@@ -110,7 +110,15 @@ struct History {
     // change at or before g, or its state before its first change), or -1
     // where it was absent.
     static int32_t stateAt(const History& h, const std::vector<int32_t>& pathRecords, int g);
+    // The record that changed the path in generation g, or -1 where g left
+    // it as it was.
+    static int32_t changeAt(const History& h, const std::vector<int32_t>& pathRecords, int g);
 };
+
+// Whether a path of the history names a folder (folders end with "/").
+inline bool isFolderPath(std::string_view path) {
+    return !path.empty() && path.back() == '/';
+}
 
 // Reads the snapshot files in the order given and compares each readable one
 // with the readable one before it; the meter counts the files. Each file is

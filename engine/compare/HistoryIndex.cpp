@@ -12,10 +12,6 @@ namespace kestrel::engine {
 
 namespace {
 
-bool isFolderPath(std::string_view path) {
-    return !path.empty() && path.back() == '/';
-}
-
 // "a/b/" of "a/b/c.txt" or of "a/b/c/"; "" of a top entry.
 std::string_view parentPath(std::string_view path) {
     if (isFolderPath(path))
@@ -193,11 +189,8 @@ HistoryIndex::State HistoryIndex::stateOf(const Row& row, int generation) const 
         return state;
     }
     const std::vector<int32_t>& records = m_recordsByPath[size_t(row.path)];
-    for (const int32_t i : records) {
-        const HistoryRecord& r = m_history.records[size_t(i)];
-        if (r.generation == generation && r.kind != HistoryRecord::Before)
-            state.change = r.kind;
-    }
+    if (const int32_t change = History::changeAt(m_history, records, generation); change >= 0)
+        state.change = m_history.records[size_t(change)].kind;
     const int32_t inForce = History::stateAt(m_history, records, generation);
     if (inForce < 0)
         return state;

@@ -87,13 +87,12 @@ std::string lineOfLife(const History& h, const std::string& path) {
         }
         const int32_t state = History::stateAt(h, records, g);
         char mark = '=';
-        for (const int32_t i : records) {
-            const HistoryRecord& r = h.records[size_t(i)];
-            if (r.generation == g && r.kind != HistoryRecord::Before)
-                mark = r.kind == HistoryRecord::Added     ? '+'
-                       : r.kind == HistoryRecord::Changed ? '~'
-                       : r.kind == HistoryRecord::MovedIn ? '>'
-                                                          : '=';
+        if (const int32_t change = History::changeAt(h, records, g); change >= 0) {
+            const HistoryRecord::Kind kind = h.records[size_t(change)].kind;
+            mark = kind == HistoryRecord::Added     ? '+'
+                   : kind == HistoryRecord::Changed ? '~'
+                   : kind == HistoryRecord::MovedIn ? '>'
+                                                    : '=';
         }
         line += (g ? " " : "") +
                 (state < 0 ? std::string("-")
