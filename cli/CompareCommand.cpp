@@ -168,10 +168,12 @@ output::ReportContext reportContext(const QCommandLineParser& p, const CompareCo
     output::ReportContext context;
     context.oldFile = namesFolder(oldPath) ? QString() : QFileInfo(oldPath).absoluteFilePath();
     context.newFile = namesFolder(newPath) ? QString() : QFileInfo(newPath).absoluteFilePath();
-    settings::Options options;
-    if (p.isSet(o.comparison.useSettings))
+    // Without the stored options the page keeps the program's default colours.
+    if (p.isSet(o.comparison.useSettings)) {
+        settings::Options options;
         settings::SettingsStore().getSettings(options);
-    context.setColours(options.changedColour(), options.deletedColour());
+        context.setColours(options.changedColour(), options.deletedColour());
+    }
     return context;
 }
 

@@ -12,6 +12,7 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QStringList>
 
 #include <array>
 #include <cstdlib>
@@ -222,6 +223,24 @@ QJsonObject snapshotObject(const Snapshot& s, const QString& file) {
     };
 }
 
+// "all", "none", or the names of the bits compared ("read-only, hidden,
+// system, ...").
+QString attributesCompared(uint16_t mask) {
+    QStringList names;
+    bool all = true;
+    for (const auto& [bit, name] : AttributeNames) {
+        if (bit == Attribute::Unknown)
+            continue;
+        if (mask & uint16_t(bit))
+            names << QLatin1String(name);
+        else
+            all = false;
+    }
+    return all               ? QStringLiteral("all")
+           : names.isEmpty() ? QStringLiteral("none")
+                             : names.join(QStringLiteral(", "));
+}
+
 QJsonObject optionsObject(const ChangeList& list) {
     const CompareOptions& o = list.options();
     QJsonArray ignored;
@@ -242,9 +261,7 @@ QJsonObject optionsObject(const ChangeList& list) {
     return QJsonObject{
         {QStringLiteral("ignore"), ignored},
         {QStringLiteral("dateToleranceDays"), o.dateTolerance},
-        {QStringLiteral("attributesCompared"),
-         o.attributeCompareMask == 0xFFFF ? QStringLiteral("all")
-                                          : AttributeText(int16_t(o.attributeCompareMask))},
+        {QStringLiteral("attributesCompared"), attributesCompared(o.attributeCompareMask)},
         {QStringLiteral("detectMoves"), o.detectMoves},
         {QStringLiteral("ignorePatterns"), patterns},
     };

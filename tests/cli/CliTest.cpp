@@ -482,6 +482,9 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     const QJsonObject head = QJsonDocument::fromJson(json[0].toUtf8()).object();
     EXPECT_EQ(head.value(u"schema"_s).toInt(), 1);
     EXPECT_EQ(head.value(u"counts"_s).toObject().value(u"total"_s).toInt(), 4);
+    // Without --use-settings, the program's own colours: cyan and red.
+    EXPECT_EQ(head.value(u"colours"_s).toObject(),
+              (QJsonObject{{u"changed"_s, u"#00ffff"_s}, {u"unmatched"_s, u"#ff0000"_s}}));
     const auto grown = std::find_if(json.begin(), json.end(), [](const QString& line) {
         return line.contains(u"\"path\":\"grown.txt\""_s);
     });
