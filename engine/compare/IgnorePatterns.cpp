@@ -573,10 +573,6 @@ void IgnorePatterns::noteInFilter(Filter& filter, const Quick& q) {
     }
 }
 
-bool IgnorePatterns::empty() const {
-    return m_patterns.empty();
-}
-
 void IgnorePatterns::append(const IgnorePatterns& more) {
     const IgnorePatterns same = more.m_matching == m_matching ? more : more.forMatching(m_matching);
     m_patterns.insert(m_patterns.end(), same.m_patterns.begin(), same.m_patterns.end());

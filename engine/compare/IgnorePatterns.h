@@ -58,7 +58,7 @@ public:
     IgnorePatterns forMatching(NameMatching matching) const;
     NameMatching matching() const { return m_matching; }
 
-    bool empty() const;
+    bool empty() const { return m_patterns.empty(); }
     // Whether some pattern looks at the folders above a name.
     bool needsPaths() const { return m_needsPaths; }
     // The most names a path may hold and still match a pattern: an entry

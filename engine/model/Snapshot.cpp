@@ -27,9 +27,8 @@ void EntryTable::clear() {
     m_capacity = 0;
 }
 
-void EntryTable::checkIndex(int32_t index) const {
-    if (!contains(index))
-        raise(ErrorCode::SubscriptOutOfRange);
+void EntryTable::outOfRange() {
+    raise(ErrorCode::SubscriptOutOfRange);
 }
 
 void EntryTable::allocateChunk(size_t chunk) {

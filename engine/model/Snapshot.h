@@ -138,7 +138,12 @@ public:
     size_t memoryUsed() const;
 
 private:
-    void checkIndex(int32_t index) const;
+    // Inline, as every checked access of a walk makes it; the raise is not.
+    void checkIndex(int32_t index) const {
+        if (!contains(index)) [[unlikely]]
+            outOfRange();
+    }
+    [[noreturn]] static void outOfRange();
     void allocateChunk(size_t chunk);
 
     // Chunks come zeroed from calloc: large blocks arrive as fresh pages the
