@@ -143,19 +143,7 @@ bool writeDocument(Format format, const output::ChangeList& list,
     const output::ByteSink write = [](std::string_view bytes) {
         return std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size();
     };
-    bool written = false;
-    switch (kind) {
-    case output::ChangeReportFormat::Html:
-        written = output::writeChangeHtml(list, context, write);
-        break;
-    case output::ChangeReportFormat::Json:
-        written = output::writeChangeJson(list, context, write);
-        break;
-    case output::ChangeReportFormat::JsonLines:
-        written = output::writeChangeJsonLines(list, context, write);
-        break;
-    }
-    if (!written || std::fflush(stdout) != 0) {
+    if (!output::writeChangeReport(kind, list, context, write) || std::fflush(stdout) != 0) {
         printError(QStringLiteral("Error Writing File"), QStringLiteral("standard output"));
         return false;
     }

@@ -56,9 +56,7 @@ void CompareReport::change(const ChangeList& list, const Change& c) {
     // An entry whose access calls for attention is marked with a leading "!".
     const AccessAlert alert = c.inOld ? AccessAlert::None : alertOf(m_new, c.index);
     const QString sign = (alert != AccessAlert::None ? QStringLiteral("!") : QString()) +
-                         QLatin1Char(c.kind == Change::Added     ? '+'
-                                     : c.kind == Change::Removed ? '-'
-                                                                 : '~');
+                         QLatin1Char(output::kindSign(c.kind));
     const QString was = changed ? WhatChanged(m_new, m_old, c.index, m_options) : QString();
     if (m_format == Csv) {
         csvRow(sign, s, c.index, was);

@@ -195,21 +195,6 @@ const std::array<ChangedField, 8> ChangedFields = {{
     {engine::Change::LinkTarget, "target", &EntryValues::target},
 }};
 
-char signOf(Change::Kind kind) {
-    switch (kind) {
-    case Change::Added:
-        return '+';
-    case Change::Removed:
-        return '-';
-    case Change::Moved:
-        return '>';
-    case Change::Unreadable:
-        return '?';
-    default:
-        return '~';
-    }
-}
-
 QJsonObject snapshotObject(const Snapshot& s, const QString& file) {
     return QJsonObject{
         {QStringLiteral("file"), file.isEmpty() ? QJsonValue() : QJsonValue(file)},
@@ -334,7 +319,7 @@ void appendChangeObject(const ChangeList& list, const Change& change, std::strin
     const QString path = list.path(change);
     const QByteArray pathBytes = path.toUtf8();
     out += "{\"change\":\"";
-    out += signOf(change.kind);
+    out += kindSign(change.kind);
     out += "\",\"kind\":\"";
     out += kindName(change.kind);
     out += "\",\"path\":";
@@ -441,6 +426,19 @@ bool writeChangeHtml(const ChangeList& list, const ReportContext& context, const
            write(std::string_view(after.constData(), size_t(after.size())));
 }
 
+bool writeChangeReport(ChangeReportFormat format, const ChangeList& list,
+                       const ReportContext& context, const ByteSink& write) {
+    switch (format) {
+    case ChangeReportFormat::Html:
+        return writeChangeHtml(list, context, write);
+    case ChangeReportFormat::Json:
+        return writeChangeJson(list, context, write);
+    case ChangeReportFormat::JsonLines:
+        return writeChangeJsonLines(list, context, write);
+    }
+    return false;
+}
+
 ChangeReportFormat changeReportFormatFor(const QString& path) {
     if (path.endsWith(QLatin1String(".jsonl"), Qt::CaseInsensitive))
         return ChangeReportFormat::JsonLines;
@@ -454,21 +452,7 @@ Outcome writeChangeReportFile(const QString& path, ChangeReportFormat format,
     return guardedOperation(WriteErrorTitle, [&] {
         AtomicFile file(path);
         const ByteSink write = [&file](std::string_view bytes) { return file.append(bytes); };
-        bool written = file.open();
-        if (written) {
-            switch (format) {
-            case ChangeReportFormat::Html:
-                written = writeChangeHtml(list, context, write);
-                break;
-            case ChangeReportFormat::Json:
-                written = writeChangeJson(list, context, write);
-                break;
-            case ChangeReportFormat::JsonLines:
-                written = writeChangeJsonLines(list, context, write);
-                break;
-            }
-        }
-        if (!written || !file.commit())
+        if (!file.open() || !writeChangeReport(format, list, context, write) || !file.commit())
             return Outcome::failure(
                 UserMessage{WriteErrorTitle, file.errorText(), MessageIcon::Exclamation},
                 ErrorCode::SystemError);

@@ -67,6 +67,9 @@ bool writeChangeJsonLines(const ChangeList& list, const ReportContext& context,
 bool writeChangeHtml(const ChangeList& list, const ReportContext& context, const ByteSink& write);
 
 enum class ChangeReportFormat { Html, Json, JsonLines };
+// The report in a format, handed to write piece by piece.
+bool writeChangeReport(ChangeReportFormat format, const ChangeList& list,
+                       const ReportContext& context, const ByteSink& write);
 // The format a file name asks for: .json, .jsonl, anything else HTML.
 ChangeReportFormat changeReportFormatFor(const QString& path);
 

@@ -62,6 +62,21 @@ const char* kindName(Change::Kind kind) {
     return "changed";
 }
 
+char kindSign(Change::Kind kind) {
+    switch (kind) {
+    case Change::Added:
+        return '+';
+    case Change::Removed:
+        return '-';
+    case Change::Moved:
+        return '>';
+    case Change::Unreadable:
+        return '?';
+    default:
+        return '~';
+    }
+}
+
 ChangeList::ChangeList(const Snapshot& newer, const Snapshot& older, const CompareOptions& options,
                        const MoveList& moves)
     : m_new(newer), m_old(older), m_options(options) {

@@ -29,6 +29,8 @@ struct Change {
 
 // "added", "removed", "changed", "content", "moved", "unreadable".
 const char* kindName(Change::Kind kind);
+// The sign the text report starts a change's line with: + - ~ > ?.
+char kindSign(Change::Kind kind);
 
 // What one value of a changed entry was and is, as text ("size", "18", "9").
 struct FieldChange {
