@@ -113,8 +113,9 @@ ReadingFolder readingFolder(int dirFd, const ProcessIdentity& identity) {
 namespace {
 
 // Opens the file lstat showed in a folder nobody else may change: without
-// waiting (a FIFO could only be there if a trusted user put it there), then
-// checked to be that regular file.
+// waiting (a FIFO could only be there if a trusted user put it there). It is
+// not asked what it is: the reading checks that, when the bytes read are not
+// the size lstat gave.
 int openInTrustedFolder(int dirFd, const char* name, const struct stat& expected,
                         const ProcessIdentity& who) {
     // Reading a file for its fingerprint leaves its access time alone where
@@ -125,15 +126,13 @@ int openInTrustedFolder(int dirFd, const char* name, const struct stat& expected
     // Root of a user namespace may not ask it for files of users outside.
     if (fd < 0 && errno == EPERM && noAccessTime)
         fd = ::openat(dirFd, name, flags);
-    if (fd < 0)
-        return -1;
-    struct stat opened;
-    if (::fstat(fd, &opened) != 0 || !S_ISREG(opened.st_mode) || opened.st_dev != expected.st_dev ||
-        opened.st_ino != expected.st_ino) {
-        ::close(fd);
-        return -1;
-    }
     return fd;
+}
+
+bool isThatRegularFile(int fd, const struct stat& expected) {
+    struct stat opened;
+    return ::fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) &&
+           opened.st_dev == expected.st_dev && opened.st_ino == expected.st_ino;
 }
 
 } // namespace
@@ -158,6 +157,12 @@ std::optional<Fingerprint> fingerprintFileAt(int dirFd, const char* name,
     Hasher& h = t_hasher;
     if (!h.state || XXH3_128bits_reset(h.state.get()) != XXH_OK)
         return std::nullopt;
+    // Most files of a tree are small: one whose first read in a trusted
+    // folder is short and gives exactly the size lstat gave is taken as the
+    // file lstat saw: an open, a read and a close in all. Any other is asked
+    // what it is before its first block is hashed, and nothing more is read
+    // from a device or FIFO put there since.
+    bool checked = !folder.trusted;
     int64_t total = 0;
     for (;;) {
         const ssize_t got = ::read(file.get(), h.block.data(), h.block.size());
@@ -165,6 +170,13 @@ std::optional<Fingerprint> fingerprintFileAt(int dirFd, const char* name,
             if (errno == EINTR)
                 continue;
             return std::nullopt;
+        }
+        if (!checked) {
+            const bool wholeAtOnce =
+                size_t(got) < h.block.size() && got == ssize_t(expected.st_size);
+            if (!wholeAtOnce && !isThatRegularFile(file.get(), expected))
+                return std::nullopt;
+            checked = true;
         }
         if (got == 0)
             break;

@@ -7,6 +7,7 @@
 #include "engine/file/MetaSideFile.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/Snapshot.h"
+#include "engine/scan/ContentFingerprint.h"
 #include "engine/scan/Scan.h"
 #include "engine/support/Progress.h"
 
@@ -17,6 +18,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+#include <functional>
 #include <map>
 #include <tuple>
 
@@ -103,6 +105,47 @@ TEST(Fingerprints, AreWhatXxhsumGivesAndOnlyForRegularFiles) {
     for (const auto& [name, size] : sizes)
         EXPECT_EQ(hexOf(shared, name), hexOf(s, name)) << name;
     EXPECT_EQ(hexOf(shared, "fifo"), "none");
+}
+
+// What lstat showed is not always what is opened a moment later. In a
+// folder only this user may change, a file is opened without asking first:
+// whatever took its place since, a FIFO, a folder, a longer or a shorter
+// file, gets no fingerprint, and only a file of the very size is read as it.
+TEST(Fingerprints, AnItemExchangedSinceItWasExaminedIsNotTakenForIt) {
+    TempTree t;
+    t.chmod(QString(), 0700);
+    const QByteArray contents("twelve bytes");
+    const QString root = t.root();
+    const QByteArray rootPath = QFile::encodeName(root);
+    const int dirFd = ::open(rootPath.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(dirFd, 0);
+    const ProcessIdentity who = ProcessIdentity::current();
+    const ReadingFolder folder = readingFolder(dirFd, who);
+    ASSERT_TRUE(folder.trusted);
+    const auto examined = [&](const QString& name) {
+        struct stat st {};
+        EXPECT_EQ(::fstatat(dirFd, QFile::encodeName(name).constData(), &st, AT_SYMLINK_NOFOLLOW),
+                  0);
+        return st;
+    };
+    const auto exchange = [&](const QString& name, const std::function<void()>& make) {
+        t.file(name, contents);
+        const struct stat before = examined(name);
+        // Kept under another name, the old file keeps its inode from the new one.
+        EXPECT_TRUE(QFile::rename(root + name, root + name + QStringLiteral(".old")));
+        make();
+        return fingerprintFileAt(dirFd, QFile::encodeName(name).constData(), before, folder);
+    };
+    const std::optional<Fingerprint> itself =
+        exchange(QStringLiteral("same"), [&] { t.file(QStringLiteral("same"), contents); });
+    ASSERT_TRUE(itself.has_value());
+    EXPECT_FALSE(exchange(QStringLiteral("fifo"), [&] { t.fifo(QStringLiteral("fifo")); }));
+    EXPECT_FALSE(exchange(QStringLiteral("dir"), [&] { t.folder(QStringLiteral("dir")); }));
+    EXPECT_FALSE(exchange(QStringLiteral("longer"),
+                          [&] { t.file(QStringLiteral("longer"), contents + contents); }));
+    EXPECT_FALSE(exchange(QStringLiteral("shorter"),
+                          [&] { t.file(QStringLiteral("shorter"), contents.left(3)); }));
+    ::close(dirFd);
 }
 
 // A file nobody may read is counted and has no fingerprint; the scan goes on.
