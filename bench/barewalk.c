@@ -1,7 +1,9 @@
 /* The floor for a scan: walks a tree with getdents64 and fstatat on N
  * threads, storing nothing. Kestrel cannot list and examine every item
- * faster than the system calls this makes.
- *   kestrel-barewalk [-t THREADS] FOLDER
+ * faster than the system calls this makes. With -r it also reads every
+ * regular file that is not empty (open, read to the end, close): the floor
+ * for a scan that takes content fingerprints.
+ *   kestrel-barewalk [-t THREADS] [-r] FOLDER
  * Prints the number of items examined. */
 #define _GNU_SOURCE
 #include <dirent.h>
@@ -25,6 +27,7 @@ struct linux_dirent64 {
 static char** stack;
 static size_t stackSize, stackCapacity;
 static int busy; /* threads holding a folder */
+static int readFiles;
 static long long items;
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_cond_t more = PTHREAD_COND_INITIALIZER;
@@ -37,9 +40,21 @@ static void push(char* path) {
     stack[stackSize++] = path;
 }
 
+static void readFile(int dirFd, const char* name, char* block, size_t size) {
+    int fd =
+        openat(dirFd, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC | O_NOATIME);
+    if (fd < 0)
+        return;
+    while (read(fd, block, size) == (ssize_t)size)
+        ;
+    close(fd);
+}
+
 static void* walk(void* unused) {
     (void)unused;
     char buffer[1 << 16];
+    const size_t blockSize = 1 << 18;
+    char* block = malloc(blockSize);
     long long mine = 0;
     for (;;) {
         pthread_mutex_lock(&lock);
@@ -71,6 +86,8 @@ static void* walk(void* unused) {
                     if (fstatat(fd, d->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0)
                         continue;
                     ++mine;
+                    if (readFiles && S_ISREG(st.st_mode) && st.st_size > 0)
+                        readFile(fd, d->d_name, block, blockSize);
                     if (S_ISDIR(st.st_mode)) {
                         size_t nameLength = strlen(d->d_name);
                         char* child = malloc(length + nameLength + 2);
@@ -96,17 +113,21 @@ static void* walk(void* unused) {
     pthread_mutex_lock(&lock);
     items += mine;
     pthread_mutex_unlock(&lock);
+    free(block);
     return NULL;
 }
 
 int main(int argc, char** argv) {
     int threads = 1;
     int opt;
-    while ((opt = getopt(argc, argv, "t:")) != -1)
+    while ((opt = getopt(argc, argv, "t:r")) != -1) {
         if (opt == 't')
             threads = atoi(optarg);
+        else if (opt == 'r')
+            readFiles = 1;
+    }
     if (optind >= argc || threads < 1) {
-        fprintf(stderr, "usage: %s [-t THREADS] FOLDER\n", argv[0]);
+        fprintf(stderr, "usage: %s [-t THREADS] [-r] FOLDER\n", argv[0]);
         return 2;
     }
     push(strdup(argv[optind]));

@@ -491,6 +491,11 @@ int drive(const Config& c) {
          tool({barewalk, QStringLiteral("-t"), QStringLiteral("1"), tree}), n, 0},
         {QStringLiteral("bare walk, 2 threads"),
          tool({barewalk, QStringLiteral("-t"), QStringLiteral("2"), tree}), n, 0},
+        // The floor under fingerprints: the same walk opening, reading and
+        // closing every file that is not empty.
+        {QStringLiteral("bare walk reading the files, 2 threads"),
+         tool({barewalk, QStringLiteral("-t"), QStringLiteral("2"), QStringLiteral("-r"), tree}), n,
+         0},
     };
     if (!find.isEmpty())
         operations.push_back(
@@ -537,6 +542,7 @@ int drive(const Config& c) {
     const Row reportRow = *row("kestrel-cli report, 30,000 rows");
     const Row bare1 = *row("bare walk, 1 thread");
     const Row bare2 = *row("bare walk, 2 threads");
+    const Row bareReading = *row("bare walk reading the files, 2 threads");
     const std::optional<Row> findRow = row("GNU find -printf");
     const std::optional<Row> mtreeRow = row("mtree -c");
 
@@ -556,6 +562,10 @@ int drive(const Config& c) {
     if (first && first->sample.ok && bare2.sample.ok)
         std::printf("    %-30s %6.2f x\n", "first of its folder vs 2 threads",
                     first->sample.seconds / bare2.sample.seconds);
+    if (bareReading.sample.ok && bare2.sample.ok)
+        std::printf("\n  The floor under fingerprints: reading the files costs the bare walk "
+                    "%.2f x its time.\n",
+                    bareReading.sample.seconds / bare2.sample.seconds);
 
     std::vector<Target> targets;
     auto bytesPerEntry = [&](const Row& r) {
