@@ -32,7 +32,12 @@ uint32_t AccessTable::kindNumber(const EntryAccess& access) {
 void AccessTable::setKind(int32_t index, uint32_t kind) {
     if (index < 0)
         return;
-    if (size_t(index) >= m_kindOf.size())
+    // A scan and a load set entries in order: each one a step past the end.
+    if (size_t(index) == m_kindOf.size()) {
+        m_kindOf.push_back(kind);
+        return;
+    }
+    if (size_t(index) > m_kindOf.size())
         m_kindOf.resize(size_t(index) + 1, NoKind);
     m_kindOf[size_t(index)] = kind;
 }
