@@ -334,20 +334,34 @@ LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter) 
         sizeTableToFile(snapshot, capacity, file, MinimumEntryBytes);
 
         int32_t i = 0;
+        // Nearly every line is as Kestrel writes it, read in one go; any
+        // other is read item by item.
+        EntryLineItems plain;
         while (!reader.atEnd()) {
             if (meter.cancelled())
                 break;
             i = checkedAdd(i, 1);
             outcome.failedEntry = i;
             SnapshotEntry& e = snapshot.entries.mutableAt(i);
-            e.attributes = ItemReader::toInt16(reader.next());
-            e.modified = ItemReader::toDouble(reader.next());
-            e.nextSibling = ItemReader::toInt32(reader.next());
-            e.count = ItemReader::toInt32(reader.next());
-            snapshot.setName(e, ItemReader::toText(reader.next(), scratch));
-            e.parent = ItemReader::toInt32(reader.next());
-            e.size = ItemReader::toDouble(reader.next());
-            snapshot.setVersion(e, ItemReader::toText(reader.next(), scratch));
+            if (reader.plainEntryLine(plain)) {
+                e.attributes = plain.attributes;
+                e.modified = plain.modified;
+                e.nextSibling = plain.nextSibling;
+                e.count = plain.count;
+                snapshot.setName(e, ItemReader::toText(plain.name, scratch));
+                e.parent = plain.parent;
+                e.size = plain.size;
+                snapshot.setVersion(e, ItemReader::toText(plain.version, scratch));
+            } else {
+                e.attributes = ItemReader::toInt16(reader.next());
+                e.modified = ItemReader::toDouble(reader.next());
+                e.nextSibling = ItemReader::toInt32(reader.next());
+                e.count = ItemReader::toInt32(reader.next());
+                snapshot.setName(e, ItemReader::toText(reader.next(), scratch));
+                e.parent = ItemReader::toInt32(reader.next());
+                e.size = ItemReader::toDouble(reader.next());
+                snapshot.setVersion(e, ItemReader::toText(reader.next(), scratch));
+            }
             snapshot.entryCount = i;
             if (!e.isFolder()) {
                 snapshot.fileCount = checkedAdd(snapshot.fileCount, 1);

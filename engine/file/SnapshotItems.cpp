@@ -477,6 +477,100 @@ static int64_t wholeNumber(const Item& item, int64_t minimum, int64_t maximum) {
     return int64_t(d);
 }
 
+namespace {
+
+// The plain reading of one line: each step takes an item and the comma
+// after it, or fails and leaves the line to the careful reading.
+class PlainLine {
+public:
+    PlainLine(const char* at, const char* end) : m_at(at), m_end(end) {}
+    const char* at() const { return m_at; }
+
+    // Digits with an optional minus, as wholeNumber's own quick reading
+    // takes them; a number outside the range fails, and the careful reading
+    // raises its overflow.
+    bool whole(int64_t minimum, int64_t maximum, int64_t& value) {
+        const char* p = m_at;
+        const bool negative = p < m_end && *p == '-';
+        if (negative)
+            ++p;
+        const char* digits = p;
+        int64_t v = 0;
+        while (p < m_end && unsigned(*p - '0') < 10 && p - m_at < 11)
+            v = v * 10 + (*p++ - '0');
+        if (p == digits || p >= m_end || *p != ',')
+            return false;
+        if (negative)
+            v = -v;
+        if (v < minimum || v > maximum)
+            return false;
+        value = v;
+        m_at = p + 1;
+        return true;
+    }
+
+    // A number in the plain decimal form a reading takes first.
+    bool number(double& value) {
+        const char* p = m_at;
+        while (p < m_end && *p != ',' && p - m_at < 18)
+            ++p;
+        if (p >= m_end || *p != ',' ||
+            !parsePlainDecimal(std::string_view(m_at, size_t(p - m_at)), value))
+            return false;
+        m_at = p + 1;
+        return true;
+    }
+
+    // A quoted item with no doubled quote, followed by a comma or, for the
+    // last item, by the line end.
+    bool quoted(Item& item, bool last) {
+        if (m_at >= m_end || *m_at != '"')
+            return false;
+        const char* start = m_at + 1;
+        const auto* quote =
+            static_cast<const char*>(std::memchr(start, '"', size_t(m_end - start)));
+        if (!quote || m_end - quote < 2)
+            return false;
+        const char after = quote[1];
+        const char* next = nullptr;
+        if (!last && after == ',')
+            next = quote + 2;
+        else if (last && after == '\n')
+            next = quote + 2;
+        else if (last && after == '\r' && m_end - quote >= 3 && quote[2] == '\n')
+            next = quote + 3;
+        if (!next)
+            return false;
+        item.kind = Item::Quoted;
+        item.text = std::string_view(start, size_t(quote - start));
+        m_at = next;
+        return true;
+    }
+
+private:
+    const char* m_at;
+    const char* const m_end;
+};
+
+} // namespace
+
+bool ItemReader::plainEntryLine(EntryLineItems& line) {
+    const char* const base = m_buffer.data();
+    PlainLine p(base + m_begin, base + m_end);
+    int64_t attributes = 0, nextSibling = 0, count = 0, parent = 0;
+    if (!p.whole(INT16_MIN, INT16_MAX, attributes) || !p.number(line.modified) ||
+        !p.whole(INT32_MIN, INT32_MAX, nextSibling) || !p.whole(INT32_MIN, INT32_MAX, count) ||
+        !p.quoted(line.name, false) || !p.whole(INT32_MIN, INT32_MAX, parent) ||
+        !p.number(line.size) || !p.quoted(line.version, true))
+        return false;
+    line.attributes = int16_t(attributes);
+    line.nextSibling = int32_t(nextSibling);
+    line.count = int32_t(count);
+    line.parent = int32_t(parent);
+    m_begin = size_t(p.at() - base);
+    return true;
+}
+
 int16_t ItemReader::toInt16(const Item& item) {
     return int16_t(wholeNumber(item, INT16_MIN, INT16_MAX));
 }

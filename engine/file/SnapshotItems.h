@@ -81,9 +81,29 @@ struct Item {
 // RuntimeError: "Input past end of file" at the end, SystemError on a read
 // failure, "Out of string space" for an item or line of more than 64 MiB
 // (only a damaged file has one; the reader's memory stays bounded).
+// The eight items of an entry line, converted as the item-by-item reading
+// converts them; name and version are left as items for toText.
+struct EntryLineItems {
+    int16_t attributes = 0;
+    double modified = 0;
+    int32_t nextSibling = 0;
+    int32_t count = 0;
+    Item name;
+    int32_t parent = 0;
+    double size = 0;
+    Item version;
+};
+
 class ItemReader {
 public:
     explicit ItemReader(QIODevice& device);
+
+    // An entry line as Kestrel writes it, lying whole in the buffer: plain
+    // numbers, name and version quoted with no quote doubled, no blanks, a
+    // line end after the version. Reads it and returns true; returns false
+    // having read nothing for any other line, which next() then takes item
+    // by item to the same values (or the error it raises).
+    bool plainEntryLine(EntryLineItems& line);
 
     // The rest of the current line, whole, without its line end.
     std::string_view line();

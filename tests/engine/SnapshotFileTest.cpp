@@ -8,6 +8,7 @@
 #include "engine/support/OleDate.h"
 #include "engine/support/Progress.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -632,6 +633,114 @@ TEST(ItemWriterNumbers, AsTheStandardLibraryWritesThem) {
         ASSERT_EQ(written([d](ItemWriter& w) { w.number(d); }),
                   standard(d, std::chars_format::general, 15))
             << std::hexfloat << d;
+}
+
+// The quick reading of a whole entry line gives what reading its items one
+// by one gives, or declines and leaves the line as it was: over lines as
+// Kestrel writes them, at the edges of each field's range, and over lines
+// only an older or damaged file has.
+TEST(ItemReaderLines, QuickReadingAgreesWithItemByItem) {
+    struct Read {
+        bool ok = false;
+        ErrorCode error = ErrorCode::None;
+        int16_t attributes = 0;
+        double modified = 0;
+        int32_t nextSibling = 0, count = 0, parent = 0;
+        double size = 0;
+        std::string name, version;
+        bool operator==(const Read&) const = default;
+    };
+    const auto byItems = [](const QByteArray& text) {
+        QBuffer buffer;
+        buffer.setData(text);
+        buffer.open(QIODevice::ReadOnly);
+        ItemReader r(buffer);
+        std::string scratch;
+        Read got;
+        try {
+            got.attributes = ItemReader::toInt16(r.next());
+            got.modified = ItemReader::toDouble(r.next());
+            got.nextSibling = ItemReader::toInt32(r.next());
+            got.count = ItemReader::toInt32(r.next());
+            got.name = ItemReader::toText(r.next(), scratch);
+            got.parent = ItemReader::toInt32(r.next());
+            got.size = ItemReader::toDouble(r.next());
+            got.version = ItemReader::toText(r.next(), scratch);
+            got.ok = true;
+        } catch (const RuntimeError& e) {
+            got = Read{};
+            got.error = e.code();
+        }
+        return got;
+    };
+    const auto quickly = [](const QByteArray& text, bool& taken, std::string& firstItem) {
+        QBuffer buffer;
+        buffer.setData(text);
+        buffer.open(QIODevice::ReadOnly);
+        ItemReader r(buffer);
+        std::string scratch;
+        Read got;
+        r.atEnd(); // fills the buffer, as the loader's loop does
+        EntryLineItems line;
+        taken = r.plainEntryLine(line);
+        if (taken) {
+            got.ok = true;
+            got.attributes = line.attributes;
+            got.modified = line.modified;
+            got.nextSibling = line.nextSibling;
+            got.count = line.count;
+            got.name = ItemReader::toText(line.name, scratch);
+            got.parent = line.parent;
+            got.size = line.size;
+            got.version = ItemReader::toText(line.version, scratch);
+        } else {
+            firstItem = std::string(r.next().text);
+        }
+        return got;
+    };
+    const QByteArray plain[] = {
+        "32,36954.4270833333,2,0,\"a.txt\",1,1234,\"\"\r\n",
+        "16,45000,0,12,\"\",0,0,\"1.2.3.4\"\n",
+        "-32768,10000.0000000001,2147483647,-2147483648,\"x\",-1,999999999999999,\"v\"\r\n",
+        "32767,99998.9999999999,-1,0,\"line\r\nbreak\",2,0.5,\"\"\r\n",
+        "1,2,3,4,\"caf\xc3\xa9 \xe9\",5,6,\"\"\r\n",    // UTF-8 and Windows-1252 bytes
+        "128,-1.5,12345678901,0,\"n\",1,1,\"\"\r\n",    // an int32 too long
+        "32768,1,0,0,\"n\",1,1,\"\"\r\n",               // past int16
+        "1, 2,3,4,\"n\",5,6,\"\"\r\n",                  // a blank before an item
+        "1,2,3,4,\"say \"\"hi\"\"\",5,6,\"\"\r\n",      // a doubled quote
+        "1,2,3,4,\"n\"tail,5,6,\"\"\r\n",               // text after a quote
+        "1,2,3,4,\"n\",5,6,\"\"\r",                     // an old line end
+        "1,2,3,4,\"n\",5,6,\"\",\"extra\"\r\n",         // a ninth item
+        "1,#2001-02-03#,3,4,\"n\",5,6,\"\"\r\n",        // a date as text
+        "1,.5,3,4,\"n\",5,+6,\"\"\r\n",                 // numbers of the old program
+        "1,2,3,4\r\n\"n\",5,6,\"\"\r\n",                // a line end for a comma
+        "1,2,3,4,n,5,6,\"\"\r\n",                       // the name unquoted
+        "1,2,,4,\"n\",5,6,\"\"\r\n",                    // an empty number
+        "1,2.5,3,4,\"n\",5,12345678901234567,\"\"\r\n", // more digits than a double keeps
+        "1,2,3,4,\"n\",5,6,\"\"",                       // the file ends without a line end
+    };
+    int taken = 0;
+    for (const QByteArray& line : plain) {
+        SCOPED_TRACE(line.toStdString());
+        bool quick = false;
+        std::string firstItem;
+        const Read q = quickly(line, quick, firstItem);
+        const Read careful = byItems(line);
+        if (quick) {
+            ++taken;
+            EXPECT_TRUE(careful.ok);
+            EXPECT_EQ(q, careful);
+        } else {
+            // Declined with nothing read: the first item is still there.
+            QBuffer buffer;
+            buffer.setData(line);
+            buffer.open(QIODevice::ReadOnly);
+            ItemReader r(buffer);
+            EXPECT_EQ(firstItem, std::string(r.next().text));
+        }
+    }
+    // The first five, lines as Kestrel writes them, are taken quickly.
+    EXPECT_EQ(taken, 5);
 }
 
 // One past the highest number, whatever lies below it; anything with the
