@@ -75,12 +75,6 @@ struct Item {
     std::string_view text; // valid until the next read
 };
 
-// Reads items from a file in blocks, so a snapshot of millions of entries
-// never sits in memory as text. Line ends separate items like commas do; a
-// quoted item may run over line ends until its closing quote. Errors raise
-// RuntimeError: "Input past end of file" at the end, SystemError on a read
-// failure, "Out of string space" for an item or line of more than 64 MiB
-// (only a damaged file has one; the reader's memory stays bounded).
 // The eight items of an entry line, converted as the item-by-item reading
 // converts them; name and version are left as items for toText.
 struct EntryLineItems {
@@ -94,6 +88,12 @@ struct EntryLineItems {
     Item version;
 };
 
+// Reads items from a file in blocks, so a snapshot of millions of entries
+// never sits in memory as text. Line ends separate items like commas do; a
+// quoted item may run over line ends until its closing quote. Errors raise
+// RuntimeError: "Input past end of file" at the end, SystemError on a read
+// failure, "Out of string space" for an item or line of more than 64 MiB
+// (only a damaged file has one; the reader's memory stays bounded).
 class ItemReader {
 public:
     explicit ItemReader(QIODevice& device);
