@@ -158,10 +158,10 @@ std::optional<Fingerprint> fingerprintFileAt(int dirFd, const char* name,
     if (!h.state || XXH3_128bits_reset(h.state.get()) != XXH_OK)
         return std::nullopt;
     // Most files of a tree are small: one whose first read in a trusted
-    // folder is short and gives exactly the size lstat gave is taken as the
-    // file lstat saw: an open, a read and a close in all. Any other is asked
-    // what it is before its first block is hashed, and nothing more is read
-    // from a device or FIFO put there since.
+    // folder is short and gives exactly the size lstat gave, some bytes at
+    // least, is taken as the file lstat saw: an open, a read and a close in
+    // all. Any other is asked what it is before its first block is hashed,
+    // and nothing more is read from a device or FIFO put there since.
     bool checked = !folder.trusted;
     int64_t total = 0;
     for (;;) {
@@ -173,7 +173,7 @@ std::optional<Fingerprint> fingerprintFileAt(int dirFd, const char* name,
         }
         if (!checked) {
             const bool wholeAtOnce =
-                size_t(got) < h.block.size() && got == ssize_t(expected.st_size);
+                got > 0 && size_t(got) < h.block.size() && got == ssize_t(expected.st_size);
             if (!wholeAtOnce && !isThatRegularFile(file.get(), expected))
                 return std::nullopt;
             checked = true;
