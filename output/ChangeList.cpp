@@ -11,6 +11,7 @@
 #include <QStringList>
 
 #include <cstdlib>
+#include <iterator>
 
 namespace kestrel::output {
 
@@ -44,37 +45,26 @@ bool movedWithFolder(const Move& m, const Snapshot& newer, const Snapshot& older
 
 } // namespace
 
+namespace {
+
+// Each kind's name in the documents and its sign in the text report, in the
+// order of Change::Kind.
+struct KindText {
+    const char* name;
+    char sign;
+};
+constexpr KindText KindTexts[] = {{"added", '+'},   {"removed", '-'}, {"changed", '~'},
+                                  {"content", '~'}, {"moved", '>'},   {"unreadable", '?'}};
+static_assert(std::size(KindTexts) == Change::Unreadable + 1);
+
+} // namespace
+
 const char* kindName(Change::Kind kind) {
-    switch (kind) {
-    case Change::Added:
-        return "added";
-    case Change::Removed:
-        return "removed";
-    case Change::Changed:
-        return "changed";
-    case Change::Content:
-        return "content";
-    case Change::Moved:
-        return "moved";
-    case Change::Unreadable:
-        return "unreadable";
-    }
-    return "changed";
+    return KindTexts[kind].name;
 }
 
 char kindSign(Change::Kind kind) {
-    switch (kind) {
-    case Change::Added:
-        return '+';
-    case Change::Removed:
-        return '-';
-    case Change::Moved:
-        return '>';
-    case Change::Unreadable:
-        return '?';
-    default:
-        return '~';
-    }
+    return KindTexts[kind].sign;
 }
 
 ChangeList::ChangeList(const Snapshot& newer, const Snapshot& older, const CompareOptions& options,

@@ -1,5 +1,6 @@
 #include "SnapshotWindow.h"
 
+#include "engine/compare/Compare.h"
 #include "engine/compare/Moves.h"
 
 #include "FileGridModel.h"
@@ -338,7 +339,7 @@ void SnapshotWindow::mnuFileExportReport_Click() {
         return;
     }
     // The later snapshot is NEW, as the comparison took it for alerts and moves.
-    const bool selfLater = m_snapshot.header.created >= m_pair->snapshot().header.created;
+    const bool selfLater = engine::isLaterSnapshot(m_snapshot, m_pair->snapshot());
     const engine::Snapshot& newer = selfLater ? m_snapshot : m_pair->snapshot();
     const engine::Snapshot& older = selfLater ? m_pair->snapshot() : m_snapshot;
     // Named after the snapshots' files ("Data changes.html"), the newer's

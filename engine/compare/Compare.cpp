@@ -658,13 +658,13 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
         other.alerts.clear();
         // The later snapshot is the one whose changes are called out; the
         // other side's matches are known only after both ways.
-        if (bothWays && other.header.created > self.header.created)
+        if (bothWays && !isLaterSnapshot(self, other))
             markAccessAlerts(other, otherTop, self, options);
         else
             markAccessAlerts(self, selfTop, other, options);
         // Moves go from the earlier snapshot to the later.
         if (bothWays && options.detectMoves) {
-            const bool selfLater = self.header.created >= other.header.created;
+            const bool selfLater = isLaterSnapshot(self, other);
             Snapshot& older = selfLater ? other : self;
             Snapshot& newer = selfLater ? self : other;
             noteMoves(older, newer,

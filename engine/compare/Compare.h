@@ -38,6 +38,13 @@ inline constexpr int16_t InsideFolder = 2;
 inline constexpr int16_t Ignored = IgnoredStatus;
 } // namespace Change
 
+// Whether a is the later of two compared snapshots by their created times
+// (the first of two made at the same moment): the one whose changes a
+// comparison both ways calls out, and that moves lead to.
+inline bool isLaterSnapshot(const Snapshot& a, const Snapshot& b) {
+    return a.header.created >= b.header.created;
+}
+
 // CompareSnapshot: marks every entry of self that the walk reaches with its
 // status and match. Matching is by whole name within matching folders, from
 // the top rings down: exactly when both snapshots were made on POSIX, without

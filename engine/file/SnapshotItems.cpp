@@ -5,6 +5,7 @@
 #include "engine/support/OleDate.h"
 #include "engine/support/TextDecode.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>
@@ -454,22 +455,31 @@ static double numericValue(const Item& item) {
     return value;
 }
 
+// Plain digits with an optional minus, at most 11 characters in all, as
+// Kestrel writes whole numbers.
+static bool parsePlainWhole(std::string_view t, int64_t& value) {
+    if (t.empty() || t.size() >= 12)
+        return false;
+    const bool negative = t.front() == '-';
+    size_t k = negative ? 1 : 0;
+    if (k == t.size())
+        return false;
+    int64_t v = 0;
+    for (; k < t.size(); ++k) {
+        if (t[k] < '0' || t[k] > '9')
+            return false;
+        v = v * 10 + (t[k] - '0');
+    }
+    value = negative ? -v : v;
+    return true;
+}
+
 static int64_t wholeNumber(const Item& item, int64_t minimum, int64_t maximum) {
     // Fast path: plain digits, as Kestrel writes them.
-    std::string_view t = item.text;
-    if (item.kind != Item::Hash && !t.empty() && t.size() < 12) {
-        const bool negative = t.front() == '-';
-        size_t k = negative ? 1 : 0;
-        int64_t v = 0;
-        while (k < t.size() && t[k] >= '0' && t[k] <= '9')
-            v = v * 10 + (t[k++] - '0');
-        if (k == t.size() && k > (negative ? 1u : 0u)) {
-            if (negative)
-                v = -v;
-            if (v < minimum || v > maximum)
-                raise(ErrorCode::Overflow);
-            return v;
-        }
+    if (int64_t v = 0; item.kind != Item::Hash && parsePlainWhole(item.text, v)) {
+        if (v < minimum || v > maximum)
+            raise(ErrorCode::Overflow);
+        return v;
     }
     const double d = std::nearbyint(numericValue(item)); // halves to even
     if (!(d >= double(minimum) && d <= double(maximum)))
@@ -486,38 +496,25 @@ public:
     PlainLine(const char* at, const char* end) : m_at(at), m_end(end) {}
     const char* at() const { return m_at; }
 
-    // Digits with an optional minus, as wholeNumber's own quick reading
-    // takes them; a number outside the range fails, and the careful reading
-    // raises its overflow.
+    // Plain digits with an optional minus, as wholeNumber's own quick
+    // reading takes them; a number outside the range fails, and the careful
+    // reading raises its overflow.
     bool whole(int64_t minimum, int64_t maximum, int64_t& value) {
-        const char* p = m_at;
-        const bool negative = p < m_end && *p == '-';
-        if (negative)
-            ++p;
-        const char* digits = p;
+        std::string_view text;
         int64_t v = 0;
-        while (p < m_end && unsigned(*p - '0') < 10 && p - m_at < 11)
-            v = v * 10 + (*p++ - '0');
-        if (p == digits || p >= m_end || *p != ',')
-            return false;
-        if (negative)
-            v = -v;
-        if (v < minimum || v > maximum)
+        if (!upToComma(11, text) || !parsePlainWhole(text, v) || v < minimum || v > maximum)
             return false;
         value = v;
-        m_at = p + 1;
+        m_at = text.data() + text.size() + 1;
         return true;
     }
 
     // A number in the plain decimal form a reading takes first.
     bool number(double& value) {
-        const char* p = m_at;
-        while (p < m_end && *p != ',' && p - m_at < 18)
-            ++p;
-        if (p >= m_end || *p != ',' ||
-            !parsePlainDecimal(std::string_view(m_at, size_t(p - m_at)), value))
+        std::string_view text;
+        if (!upToComma(17, text) || !parsePlainDecimal(text, value))
             return false;
-        m_at = p + 1;
+        m_at = text.data() + text.size() + 1;
         return true;
     }
 
@@ -548,6 +545,16 @@ public:
     }
 
 private:
+    // The text before the next comma, when one follows within most bytes.
+    bool upToComma(size_t most, std::string_view& text) const {
+        const size_t room = std::min(most + 1, size_t(m_end - m_at));
+        const auto* comma = static_cast<const char*>(std::memchr(m_at, ',', room));
+        if (!comma)
+            return false;
+        text = std::string_view(m_at, size_t(comma - m_at));
+        return true;
+    }
+
     const char* m_at;
     const char* const m_end;
 };

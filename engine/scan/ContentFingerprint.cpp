@@ -129,12 +129,6 @@ int openInTrustedFolder(int dirFd, const char* name, const struct stat& expected
     return fd;
 }
 
-bool isThatRegularFile(int fd, const struct stat& expected) {
-    struct stat opened;
-    return ::fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) &&
-           opened.st_dev == expected.st_dev && opened.st_ino == expected.st_ino;
-}
-
 } // namespace
 
 std::optional<Fingerprint> fingerprintFileAt(int dirFd, const char* name,
@@ -174,7 +168,7 @@ std::optional<Fingerprint> fingerprintFileAt(int dirFd, const char* name,
         if (!checked) {
             const bool wholeAtOnce =
                 got > 0 && size_t(got) < h.block.size() && got == ssize_t(expected.st_size);
-            if (!wholeAtOnce && !isThatRegularFile(file.get(), expected))
+            if (!wholeAtOnce && !isExpectedRegularFile(file.get(), &expected))
                 return std::nullopt;
             checked = true;
         }

@@ -11,6 +11,15 @@ namespace kestrel::engine {
 
 namespace {
 
+int closeKeepingErrno(int fd) {
+    const int saved = errno;
+    ::close(fd);
+    errno = saved;
+    return -1;
+}
+
+} // namespace
+
 bool isExpectedRegularFile(int fd, const struct stat* expected) {
     struct stat st;
     if (::fstat(fd, &st) != 0)
@@ -25,15 +34,6 @@ bool isExpectedRegularFile(int fd, const struct stat* expected) {
     }
     return true;
 }
-
-int closeKeepingErrno(int fd) {
-    const int saved = errno;
-    ::close(fd);
-    errno = saved;
-    return -1;
-}
-
-} // namespace
 
 QString regularFileErrorText(int error) {
     if (error == ELOOP || error == EINVAL)

@@ -23,6 +23,10 @@ enum class LinkRule { Follow, Refuse };
 int openRegularFileAt(int dirFd, const char* name, LinkRule links,
                       const struct stat* expected = nullptr);
 
+// Whether the open descriptor fd is a regular file, and when expected is
+// given that very file (device and inode); false with errno set otherwise.
+bool isExpectedRegularFile(int fd, const struct stat* expected);
+
 // Why openRegularFileAt (or a read after it) failed, as the user is told:
 // "not a regular file" for a link refused or a device, FIFO or socket,
 // otherwise the system's text ("Is a directory" for a folder).
