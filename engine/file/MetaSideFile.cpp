@@ -115,36 +115,61 @@ QString metaSideFilePath(const QString& snapshotFile) {
     return snapshotFile + QStringLiteral(".meta");
 }
 
-uint64_t snapshotChecksum(const Snapshot& snapshot) {
-    const HashState state = newChecksumState();
-    // The fields of many entries go to the hash at once: a call per entry
-    // would cost more than the hashing.
-    std::string block;
-    block.reserve(size_t(1) << 17);
-    for (int32_t i = 1; i <= snapshot.entryCount; ++i) {
-        const SnapshotEntry& e = snapshot.entries.get(i);
-        const std::string_view name = snapshot.nameOf(e);
-        // The fields one after the other, without the gaps a struct would
-        // leave between them.
-        char fields[28];
-        const int32_t parent = e.parent, attributes = e.attributes;
-        const auto nameLength = uint32_t(name.size());
-        std::memcpy(fields, &parent, 4);
-        std::memcpy(fields + 4, &nameLength, 4);
-        std::memcpy(fields + 8, &e.size, 8);
-        std::memcpy(fields + 16, &e.modified, 8);
-        std::memcpy(fields + 24, &attributes, 4);
-        block.append(fields, sizeof fields).append(name);
-        if (block.size() >= (size_t(1) << 16)) {
-            XXH3_64bits_update(state.get(), block.data(), block.size());
-            block.clear();
-        }
-    }
-    XXH3_64bits_update(state.get(), block.data(), block.size());
-    return XXH3_64bits_digest(state.get());
+namespace {
+constexpr size_t ChecksumBlockBytes = size_t(1) << 16;
+// An entry's fields one after the other, without the gaps a struct would
+// leave between them, then its name.
+constexpr size_t ChecksumFieldBytes = 28;
+} // namespace
+
+SnapshotChecksum::SnapshotChecksum()
+    : m_state(newChecksumState()),
+      m_block(std::make_unique_for_overwrite<char[]>(ChecksumBlockBytes)) {}
+
+void SnapshotChecksum::flush() {
+    XXH3_64bits_update(m_state.get(), m_block.get(), m_used);
+    m_used = 0;
 }
 
-std::string metaSideData(const Snapshot& snapshot) {
+void SnapshotChecksum::addThrough(const Snapshot& snapshot, int32_t last) {
+    for (int32_t i = m_through + 1; i <= last; ++i) {
+        const SnapshotEntry& e = snapshot.entries.get(i);
+        const std::string_view name = snapshot.nameOf(e);
+        if (m_used + ChecksumFieldBytes + name.size() > ChecksumBlockBytes)
+            flush();
+        char* at = m_block.get() + m_used;
+        const int32_t parent = e.parent, attributes = e.attributes;
+        const auto nameLength = uint32_t(name.size());
+        std::memcpy(at, &parent, 4);
+        std::memcpy(at + 4, &nameLength, 4);
+        std::memcpy(at + 8, &e.size, 8);
+        std::memcpy(at + 16, &e.modified, 8);
+        std::memcpy(at + 24, &attributes, 4);
+        m_used += ChecksumFieldBytes;
+        if (name.size() > ChecksumBlockBytes - m_used) {
+            // Longer than a block: only a damaged file holds such a name.
+            flush();
+            XXH3_64bits_update(m_state.get(), name.data(), name.size());
+        } else if (!name.empty()) {
+            std::memcpy(m_block.get() + m_used, name.data(), name.size());
+            m_used += name.size();
+        }
+    }
+    m_through = std::max(m_through, last);
+}
+
+uint64_t SnapshotChecksum::value() {
+    flush();
+    return XXH3_64bits_digest(m_state.get());
+}
+
+uint64_t snapshotChecksum(const Snapshot& snapshot) {
+    SnapshotChecksum checksum;
+    checksum.addThrough(snapshot, snapshot.entryCount);
+    return checksum.value();
+}
+
+std::string metaSideData(const Snapshot& snapshot, std::optional<uint64_t> checksum) {
     const AccessTable& access = snapshot.access;
     const FingerprintTable& fingerprints = snapshot.fingerprints;
     if (access.empty() && !fingerprints.taken())
@@ -155,7 +180,7 @@ std::string metaSideData(const Snapshot& snapshot) {
     out.reserve(FingerprintFormatLine.size() + 64 + columns.pairs.size() * 8 + count * 6 +
                 fingerprints.count() * 20);
     out += fingerprints.taken() ? FingerprintFormatLine : FormatLine;
-    out += countLine(snapshot.entryCount, snapshotChecksum(snapshot));
+    out += countLine(snapshot.entryCount, checksum ? *checksum : snapshotChecksum(snapshot));
     put(out, uint32_t(columns.pairs.size()));
     putAll(out, columns.pairs);
     putAll(out, columns.modes);
@@ -326,11 +351,12 @@ std::optional<StreamParts> streamParts(int64_t size, std::string_view footer) {
     return StreamParts{size - StreamFooterLength - int64_t(length), int64_t(length)};
 }
 
-MetaSideFile::MetaSideFile(const Snapshot& snapshot)
-    : m_snapshot(snapshot), m_writer(metaSideFilePath(snapshot.header.fileName)) {}
+MetaSideFile::MetaSideFile(const Snapshot& snapshot, std::optional<uint64_t> checksum)
+    : m_snapshot(snapshot), m_checksum(checksum),
+      m_writer(metaSideFilePath(snapshot.header.fileName)) {}
 
 bool MetaSideFile::prepare() {
-    return m_writer.prepare(metaSideData(m_snapshot));
+    return m_writer.prepare(metaSideData(m_snapshot, m_checksum));
 }
 
 bool MetaSideFile::commit() {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "FileWriting.h"
+#include "engine/support/HashState.h"
 
 #include <QByteArray>
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -34,8 +36,30 @@ QString metaSideFilePath(const QString& snapshotFile);
 // a snapshot and for what a load of its file gives.
 uint64_t snapshotChecksum(const Snapshot& snapshot);
 
-// The side data of a snapshot as bytes; empty when it has none to keep.
-std::string metaSideData(const Snapshot& snapshot);
+// The same checksum taken a run of entries at a time, in index order from the
+// first: a save behind a scan takes it as the entries become final, so that
+// the side data does not wait for a pass over the whole snapshot.
+class SnapshotChecksum {
+public:
+    SnapshotChecksum();
+    // Adds the entries from the one after the last added through last.
+    void addThrough(const Snapshot& snapshot, int32_t last);
+    uint64_t value();
+
+private:
+    void flush();
+
+    HashState m_state;
+    // The fields of many entries go to the hash at once: a call per entry
+    // would cost more than the hashing.
+    std::unique_ptr<char[]> m_block;
+    size_t m_used = 0;
+    int32_t m_through = 0;
+};
+
+// The side data of a snapshot as bytes; empty when it has none to keep. The
+// checksum of its entries, when given, is taken as theirs.
+std::string metaSideData(const Snapshot& snapshot, std::optional<uint64_t> checksum = {});
 
 // Reads side data into the snapshot's access table. False, with the table
 // left empty, when the bytes are not side data of this snapshot.
@@ -62,7 +86,8 @@ inline constexpr int64_t StreamFooterLength = 16;
 // the one it replaces.
 class MetaSideFile {
 public:
-    explicit MetaSideFile(const Snapshot& snapshot);
+    // checksum: that of the snapshot's entries, when already taken.
+    explicit MetaSideFile(const Snapshot& snapshot, std::optional<uint64_t> checksum = {});
 
     bool prepare();
     bool commit();
@@ -70,6 +95,7 @@ public:
 
 private:
     const Snapshot& m_snapshot;
+    std::optional<uint64_t> m_checksum;
     SideFileWriter m_writer;
 };
 

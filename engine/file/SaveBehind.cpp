@@ -135,6 +135,7 @@ public:
                 moveBody(headerLength(m_expectedEntries));
             }
             makeLines(snapshot, last);
+            m_checksum.addThrough(snapshot, last);
         } catch (...) {
             m_troubled = true;
         }
@@ -168,7 +169,8 @@ public:
             // The side data of every entry is made and written while the
             // last lines and the header are; the snapshot is final now.
             IgnoreSideFile side(snapshot.header);
-            MetaSideFile meta(snapshot);
+            m_checksum.addThrough(snapshot, n);
+            MetaSideFile meta(snapshot, m_checksum.value());
             auto metaPrepared = std::async(std::launch::async, [&meta] { return meta.prepare(); });
             const bool written = writeEntryBlocks(snapshot, m_madeThrough + 1, n, meter,
                                                   [&](const char* data, size_t size) {
@@ -320,6 +322,7 @@ private:
     std::optional<ItemWriter> m_block; // the block being made
     int32_t m_madeThrough = 0;         // entries whose lines are made
     int64_t m_madeBytes = 0;           // body bytes handed to the writing thread
+    SnapshotChecksum m_checksum;       // of the entries final so far, for the side data
     bool m_troubled = false;           // something failed: the file is given up
 
     // The writing thread's until it stops.

@@ -1,5 +1,5 @@
-// The save behind a scan: byte for byte the file a scan followed by
-// SaveSnapshot writes, whatever the shape of the tree, the size of the blocks
+// The save behind a scan: byte for byte the file and side file a scan
+// followed by SaveSnapshot writes, whatever the shape of the tree, the size of the blocks
 // and the room guessed for the header; a scan that fails or is cancelled and
 // a full disk leave the old file and nothing else.
 
@@ -97,6 +97,10 @@ protected:
                 scannedThenSaved(taken->snapshot, path(QStringLiteral("plain")));
             ASSERT_EQ(behind.size(), expected.size());
             EXPECT_TRUE(behind == expected);
+            // The side data too, whose checksum was taken as the walk went.
+            const QByteArray sideBehind = readBytes(file + QStringLiteral(".meta"));
+            EXPECT_FALSE(sideBehind.isEmpty());
+            EXPECT_TRUE(sideBehind == readBytes(path(QStringLiteral("plain.meta"))));
             EXPECT_EQ(taken->snapshot.entryCount, taken->snapshot.entry(0).count);
             // No new file is left beside it.
             for (const QString& left : folderEntries(out.path()))
