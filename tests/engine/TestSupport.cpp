@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 
 #include <cerrno>
 #include <csignal>
@@ -378,6 +379,27 @@ void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
     }
     EXPECT_TRUE(exact.ok) << "a limit of the whole length " << length;
     EXPECT_EQ(QFileInfo(path).size(), length);
+}
+
+ProgramRun runProgram(const QString& program, const QStringList& arguments, const QString& home,
+                      const QString& workingFolder, const std::function<void()>& childSetup,
+                      int timeoutMs) {
+    QProcess p;
+    if (childSetup)
+        p.setChildProcessModifier(childSetup);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), home);
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
+    env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+    p.setProcessEnvironment(env);
+    p.setWorkingDirectory(workingFolder.isEmpty() ? home : workingFolder);
+    p.start(program, arguments);
+    EXPECT_TRUE(p.waitForFinished(timeoutMs)) << program.toStdString();
+    ProgramRun r;
+    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = QString::fromUtf8(p.readAllStandardOutput());
+    r.err = QString::fromUtf8(p.readAllStandardError());
+    return r;
 }
 
 QByteArray readBytes(const QString& path) {

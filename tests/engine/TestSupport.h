@@ -211,6 +211,21 @@ private:
 void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
                                 const std::function<engine::Outcome()>& write);
 
+// How a program run ended (status -1: not by itself) and what it printed.
+struct ProgramRun {
+    int status = -1;
+    QString out, err;
+    QStringList lines() const { return out.split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+};
+
+// Runs a program with its HOME and configuration folder in home, never the
+// user's, in the C.UTF-8 locale and in workingFolder (home when empty);
+// childSetup runs in the child before the program starts (a limit, another
+// user).
+ProgramRun runProgram(const QString& program, const QStringList& arguments, const QString& home,
+                      const QString& workingFolder = {},
+                      const std::function<void()>& childSetup = {}, int timeoutMs = 60000);
+
 // The names in a folder, hidden ones included, sorted.
 QStringList folderEntries(const QString& folder);
 
