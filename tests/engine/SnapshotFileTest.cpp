@@ -227,6 +227,7 @@ TEST_F(SnapshotFileTest, AwkwardTextRoundTrips) {
     const char* names[] = {
         "a,b.txt",     "say \"hi\".txt", "\"",         "\"\"",   "Grüße ä€ 日本.txt",
         "line\nbreak", "cr\r\nlf",       "  padded  ", "#TRUE#", "ends with comma,",
+        "caf\\xE9",    "a\\\\b", // names as stored: a byte not UTF-8, a backslash
     };
     Snapshot s;
     s.header.title = QStringLiteral("Snap, \"quoted\", end,");
