@@ -37,7 +37,6 @@ using kestrel::test::EntryFields;
 using kestrel::test::expectSoundSnapshot;
 using kestrel::test::fieldsOf;
 using kestrel::test::indexOf;
-using kestrel::test::passesInChild;
 using kestrel::test::RecordingView;
 using kestrel::test::ringOf;
 using kestrel::test::TempTree;

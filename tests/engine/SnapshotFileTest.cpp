@@ -293,8 +293,6 @@ TEST_F(SnapshotFileTest, Cancel) {
     EXPECT_EQ(view.closed, 1);
 }
 
-using kestrel::test::FileSizeLimit;
-
 // What a failed save left: the message and the folder's contents, one per line.
 QByteArray describeSave(const Outcome& r, const QString& folder, const QString& file,
                         const QByteArray& previous) {

@@ -128,10 +128,6 @@ inline constexpr uid_t NobodyUser = 65534;
 // In a forked child of a test run as root: gives up root for nobody. False
 // when the system does not let it.
 bool becomeNobody();
-// Runs check in a child process, as the user nobody when asked, so that
-// folder permissions apply to a test run as root; the child's exit status is
-// check's result. False when privileges cannot be dropped here.
-bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody);
 // Runs check where folder permissions hold: as nobody in a child process
 // when running as root (root reads anything), here otherwise. Empty when
 // root cannot be given up here.
@@ -186,19 +182,6 @@ QByteArray versionTwoTree();
 bool writeBytes(const QString& path, const QByteArray& bytes);
 // A file's bytes, empty when it cannot be read.
 QByteArray readBytes(const QString& path);
-
-// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(uint64_t limit);
-    ~FileSizeLimit();
-    bool ok() const { return m_ok; }
-
-private:
-    void (*m_handler)(int);
-    uint64_t m_old = 0;
-    bool m_ok = false;
-};
 
 // Drives a writer of path to a full disk at every point near the end of the
 // file it writes, and at points further back down to the first byte: write
