@@ -33,12 +33,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-struct CliRun {
-    int status = -1;
-    QString out;
-    QString err;
-    QStringList lines() const { return out.split(u'\n', Qt::SkipEmptyParts); }
-};
+using CliRun = kestrel::test::ProgramRun;
 
 // Runs kestrel-cli with its settings pointed at a folder of the test's own.
 class CliTest : public testing::Test {
@@ -47,46 +42,34 @@ protected:
     // writes beyond it failing as on a full disk.
     CliRun cli(const QStringList& arguments, const QString& workingFolder = {},
                rlim_t fileSizeLimit = RLIM_INFINITY) {
-        return run(QStringLiteral(KESTREL_CLI), arguments, workingFolder, fileSizeLimit);
+        std::function<void()> limit;
+        if (fileSizeLimit != RLIM_INFINITY)
+            limit = [fileSizeLimit] {
+                const rlimit size{fileSizeLimit, fileSizeLimit};
+                ::setrlimit(RLIMIT_FSIZE, &size);
+            };
+        return kestrel::test::runProgram(QStringLiteral(KESTREL_CLI), arguments, home(),
+                                         workingFolder, limit);
     }
     // Where the tests run as root, kestrel-cli runs as the user nobody, to
     // whom folder permissions apply.
     CliRun cliAsNobody(const QStringList& arguments) {
-        return run(QStringLiteral(KESTREL_CLI), arguments, {}, RLIM_INFINITY, true);
+        std::function<void()> nobody;
+        if (kestrel::test::runningAsRoot())
+            nobody = [] {
+                if (!kestrel::test::becomeNobody())
+                    ::_exit(99);
+            };
+        return kestrel::test::runProgram(QStringLiteral(KESTREL_CLI), arguments, home(), {},
+                                         nobody);
     }
     // kestrel-cli started by a shell command, which reaches it as $0 and its
     // arguments as $1...: for arguments in bytes that are not UTF-8, which
     // QProcess cannot pass.
     CliRun cliThroughShell(const QString& command, const QStringList& arguments) {
-        return run(u"/bin/sh"_s,
-                   QStringList{u"-c"_s, command, QStringLiteral(KESTREL_CLI)} + arguments, {});
-    }
-    CliRun run(const QString& program, const QStringList& arguments, const QString& workingFolder,
-               rlim_t fileSizeLimit = RLIM_INFINITY, bool asNobody = false) {
-        QProcess p;
-        const bool nobody = asNobody && kestrel::test::runningAsRoot();
-        if (fileSizeLimit != RLIM_INFINITY || nobody)
-            p.setChildProcessModifier([fileSizeLimit, nobody] {
-                if (fileSizeLimit != RLIM_INFINITY) {
-                    const rlimit limit{fileSizeLimit, fileSizeLimit};
-                    ::setrlimit(RLIMIT_FSIZE, &limit);
-                }
-                if (nobody && !kestrel::test::becomeNobody())
-                    ::_exit(99);
-            });
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"HOME"_s, home());
-        env.insert(u"XDG_CONFIG_HOME"_s, home() + u"/config"_s);
-        env.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
-        p.setProcessEnvironment(env);
-        p.setWorkingDirectory(workingFolder.isEmpty() ? home() : workingFolder);
-        p.start(program, arguments);
-        EXPECT_TRUE(p.waitForFinished(60000));
-        CliRun r;
-        r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-        r.out = QString::fromUtf8(p.readAllStandardOutput());
-        r.err = QString::fromUtf8(p.readAllStandardError());
-        return r;
+        return kestrel::test::runProgram(
+            u"/bin/sh"_s, QStringList{u"-c"_s, command, QStringLiteral(KESTREL_CLI)} + arguments,
+            home());
     }
     QString home() const { return m_home.path(); }
     // Writes the desktop program's settings file.
@@ -125,23 +108,16 @@ TEST_F(CliTest, SnapshotSavesTheNextNumberedFile) {
     EXPECT_TRUE(cli({u"info"_s, t.root() + u"data.#01"_s}).out.startsWith(u"Title: Mine\n"_s));
 }
 
-// Numbers go on after the highest, a gap staying a gap and a link taking
-// its number; after the 99th the series is full and nothing is replaced
-// unless --output names the file. A file named so is titled by its number,
-// or as the first of its series.
+// After the 99th the series is full and nothing is replaced unless --output
+// names the file (the hostile trees' tests see links take their numbers). A
+// file named so is titled by its number, or as the first of its series.
 TEST_F(CliTest, SnapshotNumbersGoOnAfterTheHighestUpToTheNinetyNinth) {
     TempTree t;
     t.file(u"data/a.txt"_s, "a");
     const QString folder = t.root() + u"data"_s;
     const QString keep = home() + u"/"_s;
-    ASSERT_TRUE(kestrel::test::writeBytes(keep + u"data.#03"_s, "third"));
-    ASSERT_EQ(::symlink("/nowhere/victim", QFile::encodeName(keep + u"data.#04"_s).constData()), 0);
-    CliRun r = cli({u"snapshot"_s, folder});
-    ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out.trimmed(), keep + u"data.#05"_s);
-
     ASSERT_TRUE(kestrel::test::writeBytes(keep + u"data.#99"_s, "last"));
-    r = cli({u"snapshot"_s, folder});
+    CliRun r = cli({u"snapshot"_s, folder});
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.err.trimmed(),
               u"Error Writing Snapshot: "_s + keep + u"data.#99 exists: the series is full"_s);
@@ -202,6 +178,16 @@ TEST_F(CliTest, ListPrintsOneTabSeparatedLinePerEntry) {
     static const QRegularExpression file(
         u"^sub/line\\\\nbreak\t5\t\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\tNorm\t$"_s);
     EXPECT_TRUE(file.match(lines[1]).hasMatch()) << lines[1].toStdString();
+    // info escapes the title and the root folder as list escapes paths.
+    t.file(u"line\nroot/a"_s);
+    const QString snapshot = home() + u"/escaped.#01"_s;
+    ASSERT_EQ(cli({u"snapshot"_s, t.root() + u"line\nroot"_s, u"--title"_s, u"two\tlines\\"_s,
+                   u"--output"_s, snapshot})
+                  .status,
+              0);
+    EXPECT_TRUE(cli({u"info"_s, snapshot})
+                    .out.startsWith(u"Title: two\\tlines\\\nRoot folder: "_s + t.root() +
+                                    u"line\\nroot/\n"_s));
 }
 
 // Folders that could not be read: snapshot names them and exits 3; list,
@@ -308,11 +294,6 @@ TEST_F(CliTest, ErrorsGoToStandardErrorWithStatusTwo) {
 
     EXPECT_EQ(cli({u"frobnicate"_s}).status, 2);
     EXPECT_EQ(cli({u"list"_s}).status, 2);
-    for (const char* command : {"snapshot", "list", "info", "convert", "compare"}) {
-        r = cli({QString::fromLatin1(command), u"--help"_s});
-        EXPECT_EQ(r.status, 0) << command;
-        EXPECT_TRUE(r.out.contains(u"--help"_s)) << command;
-    }
 }
 
 // Whatever is given as a snapshot file, kestrel-cli ends with status 2 and
@@ -397,13 +378,12 @@ TEST_F(CliTest, ConvertFitsDamagedFilesAndBringsOldOnesUpToDate) {
 
 // Dot names are hidden items: a snapshot without hidden items says how many
 // it left out, and compared with one that has them, both ways, they are
-// extra entries like any other; a grown sparse file shows its true size.
-TEST_F(CliTest, DotEntriesAndTrueSizesCompareBothWays) {
+// extra entries like any other.
+TEST_F(CliTest, DotEntriesCompareBothWays) {
     TempTree t;
     t.file(u"data/run.sh"_s, "r");
     t.file(u"data/.htaccess"_s, "h");
     t.file(u"data/.ssh/authorized_keys"_s, "k");
-    t.sparseFile(u"data/disk.img"_s, 65536);
     const QString data = t.root() + u"data"_s;
     CliRun r = cli({u"snapshot"_s, data, u"--dir"_s, home()});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
@@ -422,12 +402,6 @@ TEST_F(CliTest, DotEntriesAndTrueSizesCompareBothWays) {
             expected << sign + path;
         EXPECT_EQ(r.lines(), expected);
     }
-
-    t.sparseFile(u"data/disk.img"_s, int64_t(4) << 30);
-    r = cli({u"compare"_s, all, data});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.lines().filter(u"disk.img"_s).value(0).startsWith(u"~\tdisk.img\t[was 65,536"_s))
-        << r.out.toStdString();
 }
 
 TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
@@ -476,32 +450,12 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
     r = compare({u"--format"_s, u"csv"_s});
     EXPECT_TRUE(r.out.startsWith(u"change,path,size,modified,attributes,version,was\n"_s));
     EXPECT_TRUE(r.out.contains(u"\"+\",\"new/inside.txt\",\"0\","_s));
-    // JSON lines: the header, then each change with what it was and is.
+    // JSON lines: the header, then a line a change (the document's own tests
+    // read the fields). Without --use-settings, the program's own colours.
     const QStringList json = compare({u"--format"_s, u"jsonl"_s}).lines();
     ASSERT_EQ(json.size(), 5) << json.join(u'\n').toStdString();
-    const QJsonObject head = QJsonDocument::fromJson(json[0].toUtf8()).object();
-    EXPECT_EQ(head.value(u"schema"_s).toInt(), 1);
-    EXPECT_EQ(head.value(u"counts"_s).toObject().value(u"total"_s).toInt(), 4);
-    // Without --use-settings, the program's own colours: cyan and red.
-    EXPECT_EQ(head.value(u"colours"_s).toObject(),
+    EXPECT_EQ(QJsonDocument::fromJson(json[0].toUtf8())[u"colours"].toObject(),
               (QJsonObject{{u"changed"_s, u"#00ffff"_s}, {u"unmatched"_s, u"#ff0000"_s}}));
-    const auto grown = std::find_if(json.begin(), json.end(), [](const QString& line) {
-        return line.contains(u"\"path\":\"grown.txt\""_s);
-    });
-    ASSERT_NE(grown, json.end());
-    const QJsonObject change = QJsonDocument::fromJson(grown->toUtf8()).object();
-    EXPECT_EQ(change.value(u"kind"_s).toString(), u"changed"_s);
-    EXPECT_EQ(change.value(u"size"_s).toObject(), (QJsonObject{{u"old"_s, 1}, {u"new"_s, 2}}));
-    EXPECT_EQ(change.value(u"fields"_s).toArray(), (QJsonArray{u"size"_s, u"modified"_s}));
-    const auto withOffset = [](qint64 seconds) {
-        const QDateTime local = QDateTime::fromSecsSinceEpoch(seconds);
-        const int offset = std::abs(local.offsetFromUtc());
-        return local.toString(u"yyyy-MM-dd'T'HH:mm:ss"_s) +
-               QString::asprintf("%c%02d:%02d", local.offsetFromUtc() < 0 ? '-' : '+',
-                                 offset / 3600, offset % 3600 / 60);
-    };
-    EXPECT_EQ(change.value(u"modified"_s).toObject().value(u"new"_s).toString(),
-              withOffset(1700000002));
 
     // The counts alone, on standard output, with the same exit status.
     r = compare({u"--summary"_s});
@@ -678,12 +632,9 @@ TEST_F(CliTest, CompareTellsMovesAndContent) {
     EXPECT_TRUE(r.err.contains(u"2 moved files, 1 moved folder"_s)) << r.err.toStdString();
 
     r = cli({u"compare"_s, old, t.root(), u"--format"_s, u"jsonl"_s});
-    ASSERT_GE(r.lines().size(), 2);
-    const QJsonObject moved = QJsonDocument::fromJson(r.lines().at(1).toUtf8()).object();
-    EXPECT_EQ(moved.value(u"kind"_s).toString(), u"moved"_s);
-    EXPECT_EQ(moved.value(u"from"_s).toString(), u"old/"_s);
-    EXPECT_EQ(moved.value(u"path"_s).toString(), u"new/"_s);
-    EXPECT_TRUE(moved.value(u"folder"_s).toBool());
+    EXPECT_TRUE(
+        r.out.contains(u"\"kind\":\"moved\",\"path\":\"new/\",\"folder\":true,\"from\":\"old/\""_s))
+        << r.out.toStdString();
     EXPECT_TRUE(r.out.contains(u"\"kind\":\"content\",\"path\":\"kept\""_s));
     r = cli({u"compare"_s, old, t.root(), u"--no-moves"_s});
     EXPECT_TRUE(r.lines().contains(u"-\told/"_s) && r.lines().contains(u"+\tnew/a"_s));
@@ -1002,22 +953,14 @@ TEST_F(CliTest, ExportWritesTheListOfAFolder) {
     }
 }
 
-// On POSIX names are matched exactly: a folder of case twins compared with
-// itself has no difference, and --folder takes the twin asked for. Names that are not UTF-8, the
-// root's own included, are kept and printed with their bad bytes marked, and
-// --folder takes them so or in their own bytes.
+// On POSIX names are matched exactly: --folder takes the case twin asked
+// for. Names that are not UTF-8, the root's own included, are kept and
+// printed with their bad bytes marked, and --folder takes them so or in
+// their own bytes.
 TEST_F(CliTest, NamesAreMatchedAndKeptExactly) {
     TempTree t;
-    const QString paths[] = {u"include/xt_TCPMSS.h"_s, u"include/xt_tcpmss.h"_s, u"Dir/upper"_s,
-                             u"dir/lower"_s, u"run.sh"_s};
-    for (const QString& path : paths) {
-        t.file(path, path.toUtf8());
-        t.touch(path, 1700000000);
-    }
-    CliRun r = cli({u"compare"_s, t.root(), t.root()});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
-
+    t.file(u"Dir/upper"_s);
+    t.file(u"dir/lower"_s);
     const auto exported = [&](const QString& snapshot, const QString& folder) {
         return cli({u"export"_s, snapshot, u"--folder"_s, folder, u"--fields"_s, u"name"_s});
     };
@@ -1030,8 +973,8 @@ TEST_F(CliTest, NamesAreMatchedAndKeptExactly) {
     t.file(nativeText("caf\xE9/caf\xE9/x"), "1");
     t.file(nativeText("caf\xE9/caf\xC3\xA9"), "22");
     const QString odd = home() + u"/odd.#01"_s;
-    r = cliThroughShell(u"exec \"$0\" snapshot \"$1$(printf 'caf\\351')\" --output \"$2\""_s,
-                        {t.root(), odd});
+    CliRun r = cliThroughShell(u"exec \"$0\" snapshot \"$1$(printf 'caf\\351')\" --output \"$2\""_s,
+                               {t.root(), odd});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_TRUE(
         cli({u"info"_s, odd}).out.contains(u"Root folder: "_s + t.root() + u"caf\\xE9/\n"_s));
@@ -1043,94 +986,6 @@ TEST_F(CliTest, NamesAreMatchedAndKeptExactly) {
     r = cliThroughShell(
         u"exec \"$0\" export \"$1\" --folder \"$(printf 'caf\\351')\" --fields name"_s, {odd});
     EXPECT_EQ(r.out, u"x\r\n"_s) << r.err.toStdString();
-}
-
-// Names that hold a separator, a double quote, a carriage return or a line
-// feed, alone, together and as a forged row, come back whole from Python's
-// csv module, with and without --quotes, for every separator, in the name
-// and the In Folder column alike. info escapes them as list does.
-TEST_F(CliTest, ExportedNamesReadBackWithPythonsCsvModule) {
-    const QString python = QStandardPaths::findExecutable(u"python3"_s);
-    if (python.isEmpty())
-        GTEST_SKIP() << "python3 is not installed";
-    TempTree t;
-    const QStringList names{u"plain.txt"_s,
-                            u"a,b.txt"_s,
-                            u"say \"hi\".txt"_s,
-                            u"\"quoted\""_s,
-                            u"line\nbreak"_s,
-                            u"cr\rname"_s,
-                            u"crlf\r\nend"_s,
-                            u"tab\tname"_s,
-                            u"two words"_s,
-                            u"trailing,"_s,
-                            u"\""_s,
-                            u","_s,
-                            u"\",0,,1 Jan 2024 00:00:00,Norm,\r\n\"ghost.exe"_s};
-    const QString folder = u"dir, \"x\"\n"_s;
-    QStringList expected{folder + u'\x1f'};
-    for (const QString& name : names) {
-        t.file(u"tree/"_s + name, "x");
-        t.file(u"tree/"_s + folder + u'/' + name, "x");
-        expected << name + u'\x1f' << name + u'\x1f' + folder + u'/';
-    }
-    expected.sort();
-    const QString exported = home() + u"/export.txt"_s;
-    const std::pair<const char*, const char*> separators[] = {
-        {"comma", ","}, {"tab", "\t"}, {"space", " "}, {"none", "\x01"}};
-    for (const auto& [separator, delimiter] : separators) {
-        const bool alone = QLatin1String(separator) == QLatin1String("none");
-        for (const bool quotes : {false, true}) {
-            QStringList options{u"export"_s,
-                                t.root() + u"tree"_s,
-                                u"--subfolders"_s,
-                                u"--separator"_s,
-                                QLatin1String(separator),
-                                u"--fields"_s,
-                                alone ? u"name"_s : u"name,folder"_s,
-                                u"--output"_s,
-                                exported};
-            if (quotes)
-                options << u"--quotes"_s;
-            const CliRun r = cli(options);
-            ASSERT_EQ(r.status, 0) << r.err.toStdString();
-
-            QProcess reader;
-            reader.start(python,
-                         {u"-c"_s,
-                          u"import csv, json, sys\n"
-                          "with open(sys.argv[1], newline='', encoding='utf-8') as f:\n"
-                          "    print(json.dumps(list(csv.reader(f, delimiter=sys.argv[2]))))"_s,
-                          exported, QLatin1String(delimiter)});
-            ASSERT_TRUE(reader.waitForFinished(60000));
-            const QJsonArray rows = QJsonDocument::fromJson(reader.readAllStandardOutput()).array();
-            QStringList read;
-            for (const QJsonValue& row : rows) {
-                const QJsonArray fields = row.toArray();
-                read << fields.at(0).toString() + u'\x1f' + fields.at(1).toString();
-            }
-            read.sort();
-            QStringList wanted = expected;
-            if (alone) {
-                for (QString& row : wanted)
-                    row = row.left(row.indexOf(u'\x1f') + 1);
-                wanted.sort();
-            }
-            EXPECT_EQ(read, wanted) << separator << (quotes ? " quoted" : "");
-        }
-    }
-
-    // info: the title and the root folder escaped as list escapes paths.
-    t.file(u"line\nroot/a"_s);
-    const QString snapshot = home() + u"/escaped.#01"_s;
-    ASSERT_EQ(cli({u"snapshot"_s, t.root() + u"line\nroot"_s, u"--title"_s, u"two\tlines\\"_s,
-                   u"--output"_s, snapshot})
-                  .status,
-              0);
-    const CliRun info = cli({u"info"_s, snapshot});
-    EXPECT_TRUE(info.out.startsWith(u"Title: two\\tlines\\\nRoot folder: "_s + t.root() +
-                                    u"line\\nroot/\n"_s))
-        << info.out.toStdString();
 }
 
 // report writes the printed report as a PDF, here of a comparison with its

@@ -37,7 +37,6 @@ using kestrel::test::EntryFields;
 using kestrel::test::expectSoundSnapshot;
 using kestrel::test::fieldsOf;
 using kestrel::test::indexOf;
-using kestrel::test::passesInChild;
 using kestrel::test::RecordingView;
 using kestrel::test::ringOf;
 using kestrel::test::TempTree;
@@ -252,49 +251,10 @@ TEST(Scan, RecordsTrueSizesOfLargeAndSparseFiles) {
     GTEST_SKIP() << "no file system here takes a file of 200 TiB";
 }
 
-TEST(Scan, OddNamesSurviveSaveAndLoad) {
-    TempTree t;
-    t.file(QStringLiteral("comma, and \"quotes\""), "1");
-    t.file(QStringLiteral("Ärger über €"), "22");
-    t.file(QStringLiteral("line\nbreak"), "333");
-    t.file(QStringLiteral("folder, odd/tab\there"));
-    // Names as on disk: café in Latin-1 bytes beside café in UTF-8, and
-    // names whose own backslashes look like the marks of bad bytes.
-    const std::string raw[] = {"caf\xE9", "caf\xC3\xA9", "caf\\xE9", "a\\b", "\xFF\\\xC3"};
-    for (const std::string& name : raw)
-        t.file(nativeText(name), "4444");
-
-    Scan s = scan(t);
-    ASSERT_TRUE(s.outcome.ok);
-    const std::pair<const char*, std::string> stored[] = {{"caf\\xE9", raw[0]},
-                                                          {"café", raw[1]},
-                                                          {"caf\\\\xE9", raw[2]},
-                                                          {"a\\\\b", raw[3]},
-                                                          {"\\xFF\\\\\\xC3", raw[4]}};
-    for (const auto& [text, bytes] : stored) {
-        const int32_t i = indexOf(s.snapshot, QString::fromUtf8(text));
-        ASSERT_NE(i, 0) << text;
-        EXPECT_EQ(fileSystemBytes(s.snapshot.name(i)), bytes) << text;
-    }
-    EXPECT_EQ(s.snapshot.fileCount, 4 + int(std::size(raw)));
-
-    QTemporaryDir out;
-    s.snapshot.header.title = QStringLiteral("Snapshot #1 of odd, \"names\"");
-    s.snapshot.header.fileName = out.path() + QStringLiteral("/odd.#01");
-    ProgressMeter meter;
-    ASSERT_TRUE(SaveSnapshot(s.snapshot, meter).ok);
-    Snapshot loaded;
-    loaded.header.fileName = s.snapshot.header.fileName;
-    const LoadOutcome l = LoadSnapshot(loaded, meter);
-    ASSERT_TRUE(l.ok) << (l.message ? l.message->text.toStdString() : "");
-    EXPECT_EQ(loaded.header.title, s.snapshot.header.title);
-    EXPECT_EQ(loaded.header.created, s.snapshot.header.created);
-    kestrel::test::expectSameSnapshot(s.snapshot, loaded);
-}
-
 // Names at the system's limits: 255 bytes (in one-byte and in multi-byte
-// characters), bytes that are not UTF-8 on a folder the scan must enter and
-// on a root folder, and paths past the 4,096 bytes the system takes whole.
+// characters), and bytes that are not UTF-8 on a folder the scan must enter
+// and on a root folder. (The hostile trees' tests take paths far past the
+// 4,096 bytes the system takes whole.)
 TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
     TempTree t;
     const std::string longAscii(255, 'n');
@@ -309,37 +269,16 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
                              0644)),
               0);
 
-    // Twenty folders of 250 bytes: the deepest path passes 5,000 bytes.
-    int dir = ::open(root.constData(), O_RDONLY | O_DIRECTORY);
-    ASSERT_GE(dir, 0);
-    for (int depth = 0; depth < 20; ++depth) {
-        const std::string name = std::to_string(depth) + std::string(248, 'd');
-        ASSERT_EQ(::mkdirat(dir, name.c_str(), 0755), 0);
-        const int next = ::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY);
-        ::close(dir);
-        ASSERT_GE(next, 0);
-        dir = next;
-    }
-    ASSERT_EQ(::close(::openat(dir, "deepest.txt", O_CREAT | O_WRONLY, 0644)), 0);
-    ::close(dir);
-
     for (int threads : {0, 2}) {
         const Scan s = scan(t, true, true, threads);
         ASSERT_TRUE(s.outcome.ok);
         const Snapshot& snap = s.snapshot;
         expectSoundSnapshot(snap);
-        EXPECT_EQ(snap.entryCount, 2 + 2 + 20 + 1);
+        EXPECT_EQ(snap.entryCount, 2 + 2);
         EXPECT_EQ(snap.name(indexOf(snap, QString::fromStdString(longAscii))).size(), 255u);
         EXPECT_NE(indexOf(snap, QString::fromStdString(longWide)), 0);
         // Kept with its bad bytes marked, the folder's name still leads to its contents.
         EXPECT_NE(indexOf(snap, QStringLiteral("bad\\xFF\\xFEname/inside.txt")), 0);
-        int32_t deepest = 0;
-        for (int32_t i = 1; i <= snap.entryCount; ++i)
-            if (snap.name(i) == "deepest.txt")
-                deepest = i;
-        ASSERT_NE(deepest, 0) << "the deepest folder was listed";
-        EXPECT_GT(snap.relativePath(deepest).toUtf8().size(), 5000);
-        EXPECT_EQ(snap.entry(deepest).attributes, Attribute::Normal);
     }
     // The folder whose name is not UTF-8 as the root: kept marked as its
     // names are, and scanned again from that, as Repeat does.
@@ -351,9 +290,6 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
     ASSERT_TRUE(CreateSnapshot(bad.snapshot, {}, meter).ok);
     EXPECT_EQ(bad.snapshot.entryCount, 1);
     EXPECT_EQ(bad.snapshot.name(1), "inside.txt");
-
-    // The tree cannot be removed by its long paths: take it down from the top.
-    std::system(("rm -rf '" + root + "'0ddd*").constData());
 }
 
 // While the scans run, another thread changes the tree: files created and

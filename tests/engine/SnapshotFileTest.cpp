@@ -227,6 +227,7 @@ TEST_F(SnapshotFileTest, AwkwardTextRoundTrips) {
     const char* names[] = {
         "a,b.txt",     "say \"hi\".txt", "\"",         "\"\"",   "Grüße ä€ 日本.txt",
         "line\nbreak", "cr\r\nlf",       "  padded  ", "#TRUE#", "ends with comma,",
+        "caf\\xE9",    "a\\\\b", // names as stored: a byte not UTF-8, a backslash
     };
     Snapshot s;
     s.header.title = QStringLiteral("Snap, \"quoted\", end,");
@@ -291,8 +292,6 @@ TEST_F(SnapshotFileTest, Cancel) {
     EXPECT_EQ(s.entryCount, 10); // the meter is first updated at the tenth folder
     EXPECT_EQ(view.closed, 1);
 }
-
-using kestrel::test::FileSizeLimit;
 
 // What a failed save left: the message and the folder's contents, one per line.
 QByteArray describeSave(const Outcome& r, const QString& folder, const QString& file,

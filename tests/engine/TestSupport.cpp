@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 
 #include <cerrno>
 #include <csignal>
@@ -219,30 +220,23 @@ bool becomeNobody() {
     return ::setgroups(0, nullptr) == 0 && ::setgid(NobodyUser) == 0 && ::setuid(NobodyUser) == 0;
 }
 
-bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody) {
+std::optional<bool> passesWherePermissionsHold(const std::function<bool()>& check) {
+    if (!runningAsRoot())
+        return check();
+    // A child that gives up root for nobody; its exit status is check's result.
     const pid_t child = ::fork();
     if (child < 0)
-        return false;
+        return std::nullopt;
     if (child == 0) {
-        if (asNobody && !becomeNobody())
+        if (!becomeNobody())
             ::_exit(3);
         ::_exit(check() ? 0 : 1);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
-        return false;
-    passed = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return true;
-}
-
-std::optional<bool> passesWherePermissionsHold(const std::function<bool()>& check) {
-    if (!runningAsRoot())
-        return check();
-    bool passed = false;
-    if (!passesInChild(check, passed, true))
         return std::nullopt;
-    return passed;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 static int32_t addRing(engine::Snapshot& s, const std::vector<Node>& nodes, int32_t parent) {
@@ -303,23 +297,32 @@ bool writeBytes(const QString& path, const QByteArray& bytes) {
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
-FileSizeLimit::FileSizeLimit(uint64_t limit) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
-    rlimit old{};
-    getrlimit(RLIMIT_FSIZE, &old);
-    m_old = old.rlim_cur;
-    const rlimit lowered{rlim_t(limit), old.rlim_max};
-    m_ok = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
-}
-
-FileSizeLimit::~FileSizeLimit() {
-    rlimit old{};
-    getrlimit(RLIMIT_FSIZE, &old);
-    old.rlim_cur = rlim_t(m_old);
-    setrlimit(RLIMIT_FSIZE, &old);
-    std::signal(SIGXFSZ, m_handler);
-}
-
 namespace {
+
+// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(uint64_t limit) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        rlimit old{};
+        getrlimit(RLIMIT_FSIZE, &old);
+        m_old = old.rlim_cur;
+        const rlimit lowered{rlim_t(limit), old.rlim_max};
+        m_ok = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
+    }
+    ~FileSizeLimit() {
+        rlimit old{};
+        getrlimit(RLIMIT_FSIZE, &old);
+        old.rlim_cur = rlim_t(m_old);
+        setrlimit(RLIMIT_FSIZE, &old);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    bool ok() const { return m_ok; }
+
+private:
+    void (*m_handler)(int);
+    rlim_t m_old = 0;
+    bool m_ok = false;
+};
 
 // Every length in the last 64 bytes below length, then every 61st to 8 KiB
 // below it, then every 4093rd down to 0.
@@ -378,6 +381,27 @@ void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
     }
     EXPECT_TRUE(exact.ok) << "a limit of the whole length " << length;
     EXPECT_EQ(QFileInfo(path).size(), length);
+}
+
+ProgramRun runProgram(const QString& program, const QStringList& arguments, const QString& home,
+                      const QString& workingFolder, const std::function<void()>& childSetup,
+                      int timeoutMs) {
+    QProcess p;
+    if (childSetup)
+        p.setChildProcessModifier(childSetup);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), home);
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
+    env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+    p.setProcessEnvironment(env);
+    p.setWorkingDirectory(workingFolder.isEmpty() ? home : workingFolder);
+    p.start(program, arguments);
+    EXPECT_TRUE(p.waitForFinished(timeoutMs)) << program.toStdString();
+    ProgramRun r;
+    r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = QString::fromUtf8(p.readAllStandardOutput());
+    r.err = QString::fromUtf8(p.readAllStandardError());
+    return r;
 }
 
 QByteArray readBytes(const QString& path) {

@@ -128,10 +128,6 @@ inline constexpr uid_t NobodyUser = 65534;
 // In a forked child of a test run as root: gives up root for nobody. False
 // when the system does not let it.
 bool becomeNobody();
-// Runs check in a child process, as the user nobody when asked, so that
-// folder permissions apply to a test run as root; the child's exit status is
-// check's result. False when privileges cannot be dropped here.
-bool passesInChild(const std::function<bool()>& check, bool& passed, bool asNobody);
 // Runs check where folder permissions hold: as nobody in a child process
 // when running as root (root reads anything), here otherwise. Empty when
 // root cannot be given up here.
@@ -187,19 +183,6 @@ bool writeBytes(const QString& path, const QByteArray& bytes);
 // A file's bytes, empty when it cannot be read.
 QByteArray readBytes(const QString& path);
 
-// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(uint64_t limit);
-    ~FileSizeLimit();
-    bool ok() const { return m_ok; }
-
-private:
-    void (*m_handler)(int);
-    uint64_t m_old = 0;
-    bool m_ok = false;
-};
-
 // Drives a writer of path to a full disk at every point near the end of the
 // file it writes, and at points further back down to the first byte: write
 // runs once without a limit to learn the new file's length, then under each
@@ -210,6 +193,21 @@ private:
 // whole length must succeed.
 void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
                                 const std::function<engine::Outcome()>& write);
+
+// How a program run ended (status -1: not by itself) and what it printed.
+struct ProgramRun {
+    int status = -1;
+    QString out, err;
+    QStringList lines() const { return out.split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+};
+
+// Runs a program with its HOME and configuration folder in home, never the
+// user's, in the C.UTF-8 locale and in workingFolder (home when empty);
+// childSetup runs in the child before the program starts (a limit, another
+// user).
+ProgramRun runProgram(const QString& program, const QStringList& arguments, const QString& home,
+                      const QString& workingFolder = {},
+                      const std::function<void()>& childSetup = {}, int timeoutMs = 60000);
 
 // The names in a folder, hidden ones included, sorted.
 QStringList folderEntries(const QString& folder);

@@ -316,12 +316,6 @@ private Q_SLOTS:
                  cyan);
         QVERIFY(newer->selectFolder(u"/"_s));
 
-        // Another colour takes effect with the next listing.
-        frame->options().setValue(Key::Changed, 6);
-        newer->setShowPosition(0);
-        QCOMPARE(colourOf(cell(*newer, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
-                 QColor(255, 255, 0));
-
         // A click on the Permissions heading sorts the rows by that column.
         const QPoint heading(header->sectionViewportPosition(engine::PermissionsColumn) + 4,
                              header->height() / 2);
@@ -518,10 +512,15 @@ private Q_SLOTS:
         QCOMPARE(fast->sortColumn(), 4);
     }
 
-    void selectionFollowsInTheOtherWindow() {
+    // Clicks with the mouse in either window, and the arrow keys, select
+    // the folder in the other window too, or say it has none, and a mode
+    // that filters says it may be hiding it; with synchronisation off they
+    // stay apart, and clicking the folder selected already brings the other
+    // window back to it. Without automatic comparison, Compare Now asks for
+    // the options first, and a comparison root waits for it too.
+    void foldersFollowInTheOtherWindow() {
         Frame frame(iniPath());
-        frame->resize(1400, 900);
-        frame->show();
+        showActive(frame);
         frame->options().setValue(Key::Compare, 0);
         makePair(frame);
         SnapshotWindow* older = first(frame);
@@ -540,20 +539,52 @@ private Q_SLOTS:
         QCOMPARE(boxes, (QStringList{newer->caption(), older->caption()}));
         QVERIFY(newer->compared() && older->compared());
 
-        QVERIFY(newer->selectFolder(u"/sub/"_s));
-        QCOMPARE(older->selectedKey(), u"/sub/"_s);
-        QCOMPARE(older->statusBar()->panelText(1), m_tree + u"/sub/"_s);
-        QCOMPARE(gridRows(*older), words(u"b.txt c.bin"_s));
+        const QStringList subRows = words(u"b.txt c.bin"_s);
+        for (const auto& [from, to] : {std::pair{newer, older}, std::pair{older, newer}}) {
+            clickNode(*from, u"/sub/"_s);
+            QCOMPARE(frame->activeSnapshotWindow(), from);
+            QCOMPARE(from->selectedKey(), u"/sub/"_s);
+            QCOMPARE(gridRows(*from), subRows);
+            QCOMPARE(to->selectedKey(), u"/sub/"_s);
+            QCOMPARE(gridRows(*to), subRows);
+            QCOMPARE(to->statusBar()->panelText(1), m_tree + u"/sub/"_s);
+            clickNode(*from, u"/"_s);
+            QCOMPARE(to->selectedKey(), u"/"_s);
+        }
 
-        // A folder the other snapshot does not have.
-        QVERIFY(newer->selectFolder(u"/newdir/"_s));
+        clickNode(*newer, u"/newdir/"_s);
+        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
         QCOMPARE(older->selectedKey(), QString());
         QCOMPARE(older->gridModel().rowCount(), 0);
         QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
         QCOMPARE(older->statusBar()->panelText(2), QString());
-        // Every mode that filters may be hiding it: they all say so, "All"
-        // cannot be. The mode is chosen in the show selector with the
-        // keyboard and the folder clicked with the mouse, as a user does.
+
+        // Synchronisation off (View menu): apart; the selected folder
+        // clicked again once it is on.
+        newer->mnuViewSynch_Click();
+        QCOMPARE(frame->options().value(Key::Synch), int16_t(0));
+        QVERIFY(!newer->action(u"mnuViewSynch"_s)->isChecked());
+        QVERIFY(!older->action(u"mnuViewScroll"_s)->isChecked());
+        clickNode(*newer, u"/sub/"_s);
+        clickNode(*older, u"/gone/"_s);
+        QCOMPARE(newer->selectedKey(), u"/sub/"_s);
+        frame->options().setValue(Key::Synch, 1);
+        clickNode(*newer, u"/sub/"_s);
+        QCOMPARE(older->selectedKey(), u"/sub/"_s);
+        QCOMPARE(gridRows(*older), subRows);
+
+        // The arrow keys: up from sub to newdir (only here), then gone.
+        QTest::keyClick(newer->tree(), Qt::Key_Up);
+        QCOMPARE(newer->selectedKey(), u"/newdir/"_s);
+        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
+        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
+        QTest::keyClick(newer->tree(), Qt::Key_Up);
+        QCOMPARE(older->selectedKey(), u"/gone/"_s);
+        QCOMPARE(gridRows(*older), words(u"old.txt"_s));
+
+        // Every mode that filters may be hiding a folder the other snapshot
+        // lacks, and they all say so; "All" cannot be. The mode is chosen
+        // in the show selector with the keyboard.
         auto* selector = older->findChild<QComboBox*>(u"cboShow"_s);
         QVERIFY(selector);
         for (const int position : {0, 1, 2, 3, 4}) {
@@ -602,16 +633,6 @@ private Q_SLOTS:
         QVERIFY(newer->selectFolder(u"/"_s));
         Q_EMIT newer->menus().at(2)->aboutToShow();
         QVERIFY(!newer->action(u"mnuCompareRoot"_s)->isChecked());
-        newer->setShowPosition(0);
-
-        // Synchronisation off: selections stay apart.
-        newer->mnuViewSynch_Click();
-        QCOMPARE(frame->options().value(Key::Synch), int16_t(0));
-        QVERIFY(!newer->action(u"mnuViewSynch"_s)->isChecked());
-        QVERIFY(!older->action(u"mnuViewScroll"_s)->isChecked());
-        QVERIFY(older->selectFolder(u"/"_s));
-        QVERIFY(newer->selectFolder(u"/sub/"_s));
-        QCOMPARE(older->selectedKey(), u"/"_s);
 
         constexpr auto Exact = engine::NameMatching::Exact;
         constexpr auto AnyCase = engine::NameMatching::IgnoreCase;
@@ -671,9 +692,6 @@ private Q_SLOTS:
         }
     }
 
-    // Clicks with the mouse in either window, and the arrow keys, select
-    // the folder in the other window too, or say it has none; clicking the
-    // folder selected already brings the other window back to it.
     // Entries the ignore patterns leave out are neither listed nor coloured:
     // the change summary counts them apart, and View > Show Ignored Entries
     // (Alt+V, I) lists them greyed in tree and grid.
@@ -791,52 +809,6 @@ private Q_SLOTS:
         clickNode(*newer, u"/"_s);
         QCOMPARE(gridRows(*newer), whole);
         QVERIFY(!newer->statusBar()->panelText(3).startsWith(u"Find:"_s));
-    }
-
-    void clickedFoldersFollowInTheOtherWindow() {
-        Frame frame(iniPath());
-        showActive(frame);
-        makePair(frame);
-        SnapshotWindow* older = first(frame);
-        SnapshotWindow* newer = second(frame);
-        const QStringList subRows = words(u"b.txt c.bin"_s);
-        for (const auto& [from, to] : {std::pair{newer, older}, std::pair{older, newer}}) {
-            clickNode(*from, u"/sub/"_s);
-            QCOMPARE(frame->activeSnapshotWindow(), from);
-            QCOMPARE(from->selectedKey(), u"/sub/"_s);
-            QCOMPARE(gridRows(*from), subRows);
-            QCOMPARE(to->selectedKey(), u"/sub/"_s);
-            QCOMPARE(gridRows(*to), subRows);
-            QCOMPARE(to->statusBar()->panelText(1), m_tree + u"/sub/"_s);
-            clickNode(*from, u"/"_s);
-            QCOMPARE(to->selectedKey(), u"/"_s);
-        }
-
-        clickNode(*newer, u"/newdir/"_s);
-        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
-        QCOMPARE(older->selectedKey(), QString());
-        QCOMPARE(older->gridModel().rowCount(), 0);
-        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
-
-        // Apart while synchronisation is off; the selected folder clicked
-        // again once it is on.
-        frame->options().setValue(Key::Synch, 0);
-        clickNode(*newer, u"/sub/"_s);
-        clickNode(*older, u"/gone/"_s);
-        QCOMPARE(newer->selectedKey(), u"/sub/"_s);
-        frame->options().setValue(Key::Synch, 1);
-        clickNode(*newer, u"/sub/"_s);
-        QCOMPARE(older->selectedKey(), u"/sub/"_s);
-        QCOMPARE(gridRows(*older), subRows);
-
-        // The arrow keys: up from sub to newdir (only here), then gone.
-        QTest::keyClick(newer->tree(), Qt::Key_Up);
-        QCOMPARE(newer->selectedKey(), u"/newdir/"_s);
-        QCOMPARE(gridRows(*newer), words(u"n.txt"_s));
-        QCOMPARE(older->statusBar()->panelText(1), u"No matching folder"_s);
-        QTest::keyClick(newer->tree(), Qt::Key_Up);
-        QCOMPARE(older->selectedKey(), u"/gone/"_s);
-        QCOMPARE(gridRows(*older), words(u"old.txt"_s));
     }
 
     // While a comparison runs, its meter lets events through. Every command
@@ -1259,32 +1231,6 @@ private Q_SLOTS:
         QCOMPARE(frame->snapshotWindows().size(), 2);
     }
 
-    // Saving the options shows their effect in both windows at once: the
-    // tree and the grid in the new highlight colour, and "Always show files
-    // in sub-folders" listing them.
-    void savedOptionsShowAtOnce() {
-        Frame frame(iniPath());
-        makePair(frame);
-        frame.whileShown = [&](QDialog& dialog) {
-            dialog.findChild<QComboBox*>(u"cboChanged"_s)->setCurrentIndex(6);
-            dialog.findChild<QAbstractButton*>(u"chkAlways"_s)->click();
-            dialog.findChild<QPushButton*>(u"cmdSave"_s)->click();
-            return int(QDialog::Accepted);
-        };
-        frame->mnuFileConfig_Click();
-        const QColor yellow(255, 255, 0);
-        for (SnapshotWindow* w : {first(frame), second(frame)}) {
-            QCOMPARE(colourOf(w->treeModel()
-                                  .indexOfKey(u"/sub/"_s, w->nameMatching())
-                                  .data(Qt::BackgroundRole)),
-                     yellow);
-            QCOMPARE(colourOf(cell(*w, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
-                     yellow);
-            QVERIFY(w->showsSubFolders());
-            QVERIFY(gridRows(*w).contains(u"sub/b.txt"_s));
-        }
-    }
-
     // A name that is not UTF-8, the root folder's own included, reaches the
     // desktop, the program it names and the external compare program in its
     // own bytes, never as the look-alike beside it; Repeat scans that root
@@ -1361,10 +1307,12 @@ private Q_SLOTS:
                                      folder + "caf\xE9.txt\n");
     }
 
-    // The options that act on the windows: what a double-click starts, the
-    // file manager for folders, and empty folders left out of the list once
-    // the options dialog closes.
-    void optionsActOnTheWindows() {
+    // Saving the options acts on both windows at once: the tree and the grid
+    // in the new highlight colour, "Always show files in sub-folders"
+    // listing them, empty folders left out of the list; a double-click
+    // starts the external program on a file and its counterpart, and opens
+    // a folder in the file manager.
+    void savedOptionsActOnTheWindows() {
         Frame frame(iniPath());
         makePair(frame);
         SnapshotWindow* older = first(frame);
@@ -1372,16 +1320,26 @@ private Q_SLOTS:
         const QString program = m_dir->filePath(u"cmp"_s);
         writeFile(program, "#!/bin/sh\n");
         frame.whileShown = [&](QDialog& dialog) {
-            dialog.findChild<QAbstractButton*>(u"optShell1"_s)->click();
+            dialog.findChild<QComboBox*>(u"cboChanged"_s)->setCurrentIndex(6);
+            for (const char* box : {"chkAlways", "optShell1", "chkExplore", "chkEmpty"})
+                dialog.findChild<QAbstractButton*>(QLatin1String(box))->click();
             dialog.findChild<QLineEdit*>(u"txtProgram"_s)->setText(program);
-            dialog.findChild<QAbstractButton*>(u"chkExplore"_s)->click();
-            dialog.findChild<QAbstractButton*>(u"chkEmpty"_s)->click();
             dialog.findChild<QPushButton*>(u"cmdSave"_s)->click();
             return int(QDialog::Accepted);
         };
         frame->mnuFileConfig_Click();
         frame.whileShown = nullptr;
-        // The dialog closed with "Empty" changed: the windows listed again.
+        const QColor yellow(255, 255, 0);
+        for (SnapshotWindow* w : {older, newer}) {
+            QCOMPARE(colourOf(w->treeModel()
+                                  .indexOfKey(u"/sub/"_s, w->nameMatching())
+                                  .data(Qt::BackgroundRole)),
+                     yellow);
+            QCOMPARE(colourOf(cell(*w, u"a.txt"_s, engine::SizeColumn, Qt::BackgroundRole)),
+                     yellow);
+            QVERIFY(w->showsSubFolders());
+            QVERIFY(gridRows(*w).contains(u"sub/b.txt"_s));
+        }
         QVERIFY(!gridRows(*newer).contains(u"gone"_s));
         QVERIFY(gridRows(*older).contains(u"gone"_s)); // it is not empty there
 

@@ -273,37 +273,21 @@ std::string difference(const std::set<Row>& got, const std::set<Row>& wanted) {
     return text;
 }
 
-struct CliRun {
-    int status = -1;
-    QString out;
-    QString err;
-    QStringList lines() const { return out.split(u'\n', Qt::SkipEmptyParts); }
-};
+using CliRun = kestrel::test::ProgramRun;
 
 class HostileTreesTest : public testing::Test {
 protected:
     // kestrel-cli with its settings in the test's own folder, under a limit
     // on open files when one is given.
     CliRun cli(const QStringList& arguments, rlim_t openFiles = RLIM_INFINITY) {
-        QProcess p;
+        std::function<void()> limit;
         if (openFiles != RLIM_INFINITY)
-            p.setChildProcessModifier([openFiles] {
+            limit = [openFiles] {
                 const rlimit open{openFiles, openFiles};
                 ::setrlimit(RLIMIT_NOFILE, &open);
-            });
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"HOME"_s, home());
-        env.insert(u"XDG_CONFIG_HOME"_s, home() + u"/config"_s);
-        env.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
-        p.setProcessEnvironment(env);
-        p.setWorkingDirectory(home());
-        p.start(QStringLiteral(KESTREL_CLI), arguments);
-        EXPECT_TRUE(p.waitForFinished(120000));
-        CliRun r;
-        r.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-        r.out = QString::fromUtf8(p.readAllStandardOutput());
-        r.err = QString::fromUtf8(p.readAllStandardError());
-        return r;
+            };
+        return kestrel::test::runProgram(QStringLiteral(KESTREL_CLI), arguments, home(), {}, limit,
+                                         120000);
     }
     // Python's csv or json reading of a file, as JSON text.
     QJsonArray python(const QString& script, const QStringList& arguments) {
@@ -725,11 +709,11 @@ TEST_F(HostileNamesTest, NamesKeepTheirBytesThroughScanSaveLoadCompareAndList) {
     }
 }
 
-// Exported with and without quotes, every row read back with Python's csv
-// module is one entry's name and folder as the file list shows them, less
-// the leading blanks the export takes off every grid value; a comparison
-// with every file grown, written as CSV and as JSON lines, gives each file
-// once.
+// Exported with and without quotes, with a comma, a tab or a blank between
+// the values, every row read back with Python's csv module is one entry's
+// name and folder as the file list shows them, less the leading blanks the
+// export takes off every grid value; a comparison with every file grown,
+// written as CSV and as JSON lines, gives each file once.
 TEST_F(HostileNamesTest, ExportAndComparisonRowsReadBackExactly) {
     if (QStandardPaths::findExecutable(u"python3"_s).isEmpty())
         GTEST_SKIP() << "python3 is not installed";
@@ -744,29 +728,39 @@ TEST_F(HostileNamesTest, ExportAndComparisonRowsReadBackExactly) {
     const QString exported = home() + u"/export.csv"_s;
     const QString readCsv = u"import csv, json, sys\n"
                             "with open(sys.argv[1], newline='', encoding='utf-8') as f:\n"
-                            "    print(json.dumps(list(csv.reader(f))))"_s;
-    for (const bool quotes : {false, true}) {
-        QStringList arguments{
-            u"export"_s,      saved,      u"--subfolders"_s, u"--fields"_s, u"name,folder"_s,
-            u"--separator"_s, u"comma"_s, u"--output"_s,     exported};
-        if (quotes)
-            arguments << u"--quotes"_s;
-        const CliRun r = cli(arguments);
-        ASSERT_EQ(r.status, 0) << r.err.toStdString();
-        Rows read;
-        int count = 0;
-        for (const QJsonValue& row : python(readCsv, {exported})) {
-            // A row split or forged by a name shows as its fields.
-            const QJsonArray fields = row.toArray();
-            read.emplace(fields.size() == 2 ? fields.at(0).toString()
-                                            : QString::fromUtf8(QJsonDocument(fields).toJson(
-                                                  QJsonDocument::Compact)),
-                         fields.at(1).toString());
-            ++count;
+                            "    print(json.dumps(list(csv.reader(f, delimiter=sys.argv[2]))))"_s;
+    const std::pair<const char*, const char*> separators[] = {
+        {"comma", ","}, {"tab", "\t"}, {"space", " "}};
+    for (const auto& [separator, delimiter] : separators)
+        for (const bool quotes : {false, true}) {
+            QStringList arguments{u"export"_s,
+                                  saved,
+                                  u"--subfolders"_s,
+                                  u"--fields"_s,
+                                  u"name,folder"_s,
+                                  u"--separator"_s,
+                                  QLatin1String(separator),
+                                  u"--output"_s,
+                                  exported};
+            if (quotes)
+                arguments << u"--quotes"_s;
+            const CliRun r = cli(arguments);
+            ASSERT_EQ(r.status, 0) << r.err.toStdString();
+            Rows read;
+            int count = 0;
+            for (const QJsonValue& row : python(readCsv, {exported, QLatin1String(delimiter)})) {
+                // A row split or forged by a name shows as its fields.
+                const QJsonArray fields = row.toArray();
+                read.emplace(fields.size() == 2 ? fields.at(0).toString()
+                                                : QString::fromUtf8(QJsonDocument(fields).toJson(
+                                                      QJsonDocument::Compact)),
+                             fields.at(1).toString());
+                ++count;
+            }
+            EXPECT_TRUE(read == shown)
+                << separator << (quotes ? " quoted" : " unquoted") << difference(read, shown);
+            EXPECT_EQ(count, int(shown.size())) << separator;
         }
-        EXPECT_TRUE(read == shown) << (quotes ? "quoted" : "unquoted") << difference(read, shown);
-        EXPECT_EQ(count, int(shown.size()));
-    }
 
     for (const std::string& name : m_names.top)
         m_tree.file(nativeText("names/" + name), "grown");

@@ -160,6 +160,7 @@ TEST_F(ExportLinesTest, ValuesThatWouldSplitTheirRowAreAlwaysQuoted) {
         {"a b", " ", false, "\"a b\""},
         {"a,b", "", false, "a,b"},
         {"q\"", "", false, "\"q\"\"\""},
+        {"cr\r\nlf", "", false, "\"cr\r\nlf\""},
         {"\"q\"", ",", true, "\"\"\"q\"\"\""},
         {"line\nbreak", "\t", false, "\"line\nbreak\""},
         {"cr\rname", " ", true, "\"cr\rname\""},
