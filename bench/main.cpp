@@ -42,6 +42,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 using namespace kestrel;
 using namespace kestrel::bench;
 
@@ -352,6 +356,37 @@ QString ensureTree(const Config& c, int64_t entries) {
     return root;
 }
 
+// A chain of folders DEPTH deep, each holding the next (c0/c1/...), with one
+// file at the bottom: DIR/chain-DEPTH, made once. Its paths outgrow what the
+// system takes whole, so each folder is made from the one above.
+QString ensureChain(const Config& c, int depth) {
+    const QString root = QStringLiteral("%1/chain-%2").arg(c.dir).arg(depth);
+    const QString done = root + QStringLiteral(".done");
+    if (QFileInfo::exists(done))
+        return root;
+    if (QFileInfo::exists(root))
+        runOnce({QStringLiteral("rm"), QStringLiteral("-rf"), root});
+    QDir().mkpath(root);
+    int dir = ::open(QFile::encodeName(root).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int k = 0; dir >= 0 && k < depth; ++k) {
+        const std::string level = "c" + std::to_string(k);
+        const int next = ::mkdirat(dir, level.c_str(), 0755) == 0
+                             ? ::openat(dir, level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
+                             : -1;
+        ::close(dir);
+        dir = next;
+    }
+    const int bottom =
+        dir >= 0 ? ::openat(dir, "bottom", O_CREAT | O_WRONLY | O_CLOEXEC, 0644) : -1;
+    if (dir < 0 || bottom < 0)
+        throw std::runtime_error("cannot make the chain of folders in " + root.toStdString());
+    ::close(bottom);
+    ::close(dir);
+    QFile marker(done);
+    marker.open(QIODevice::WriteOnly);
+    return root;
+}
+
 struct Row {
     QString name;
     Sample sample;
@@ -400,6 +435,8 @@ int drive(const Config& c) {
     QDir().mkpath(c.dir + QStringLiteral("/work"));
     const QString work = c.dir + QStringLiteral("/work");
     const QString tree = ensureTree(c, c.entries);
+    const QString chain8 = ensureChain(c, 8000);
+    const QString chain16 = ensureChain(c, 16000);
     const QString cli = sibling(QStringLiteral("kestrel-cli"));
     const QString barewalk = sibling(QStringLiteral("kestrel-barewalk"));
     const QString find = QStandardPaths::findExecutable(QStringLiteral("find"));
@@ -457,6 +494,12 @@ int drive(const Config& c) {
          tool({cli, QStringLiteral("snapshot"), tree, QStringLiteral("--output"),
                work + QStringLiteral("/cli.#01")}),
          n, 0},
+        // Each folder of a chain is opened from the one above: twice the
+        // depth must cost about twice the time, not four times.
+        {QStringLiteral("scan, chain of 8,000 folders"), child({QStringLiteral("scan"), chain8}),
+         8001, 0},
+        {QStringLiteral("scan, chain of 16,000 folders"), child({QStringLiteral("scan"), chain16}),
+         16001, 0},
         // No snapshot of the tree to replace: the room for the header is
         // not known ahead.
         {QStringLiteral("scan and save, first of its folder"),
@@ -595,6 +638,13 @@ int drive(const Config& c) {
                        QStringLiteral("x")});
     targets.push_back({QStringLiteral("move detection, 10,000 moves"), moveRow.sample.seconds, 0.2,
                        QStringLiteral("s")});
+    const Row chain8Row = *row("scan, chain of 8,000 folders");
+    const Row chain16Row = *row("scan, chain of 16,000 folders");
+    targets.push_back({QStringLiteral("scan, chain of 8,000 folders"), chain8Row.sample.seconds, 1,
+                       QStringLiteral("s")});
+    targets.push_back({QStringLiteral("chain of 16,000 folders / of 8,000"),
+                       chain16Row.sample.seconds / chain8Row.sample.seconds, 2.5,
+                       QStringLiteral("x")});
     // The cost of the patterns is what they add to one comparison: measured
     // by turns in one process, as the separate rows above vary between
     // processes by more than the patterns cost. The rows' ratio is shown too.

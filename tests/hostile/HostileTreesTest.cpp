@@ -37,7 +37,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <ftw.h>
 #include <iostream>
@@ -235,16 +234,6 @@ std::string bytesOf(const Snapshot& s, int32_t i) {
     const std::string name = fileSystemBytes(s.name(i));
     const int32_t parent = s.entry(i).parent;
     return parent == 0 ? name : bytesOf(s, parent) + "/" + name;
-}
-
-// Processor time this process and the children it has waited for have used.
-double processorSeconds() {
-    rusage self{}, children{};
-    ::getrusage(RUSAGE_SELF, &self);
-    ::getrusage(RUSAGE_CHILDREN, &children);
-    const auto seconds = [](const timeval& t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
-    return seconds(self.ru_utime) + seconds(self.ru_stime) + seconds(children.ru_utime) +
-           seconds(children.ru_stime);
 }
 
 using Rows = std::set<std::pair<QString, QString>>;
@@ -892,10 +881,10 @@ void removeChain(const TempTree& t) {
     std::system(("rm -rf '" + native(t.root()) + "c0'").constData());
 }
 
-// A chain of 8,000 folders: each folder is opened from the one before, so
-// the scan's cost stays linear in the depth (a generous bound on processor
-// time, workers included); kestrel-cli saves and compares it whole under a
-// limit of 32 open files, and finds the deepest folder by its path. Beside
+// A chain of 8,000 folders, each opened from the one before (the bench holds
+// the cost linear in the depth): the scan records it whole with and without
+// workers, and kestrel-cli saves and compares it whole under a limit of 32
+// open files, and finds the deepest folder by its path. Beside
 // a chain of 2,000 with three side folders a level, listed before or after
 // the chain as the file system orders them, and a folder of 20,000 files,
 // folders waiting their turn never run the process out of descriptors
@@ -906,17 +895,13 @@ TEST_F(HostileTreesTest, DeepChainsAndWideFoldersWithinTheOpenFileLimit) {
     makeChain(deep, Depth, {});
     for (int threads : {0, 2}) {
         SCOPED_TRACE(threads);
-        const std::clock_t start = std::clock();
         const Snapshot s = scanned(deep.root(), threads);
-        EXPECT_LT(double(std::clock() - start) / CLOCKS_PER_SEC, 1.0);
         EXPECT_EQ(s.entryCount, Depth + 1);
         EXPECT_EQ(s.unreadableFolders, 0);
     }
     constexpr rlim_t fewFiles = 32;
     const QString saved = home() + u"/deep.#01"_s;
-    const double before = processorSeconds();
     CliRun r = cli({u"snapshot"_s, deep.root(), u"--output"_s, saved}, fewFiles);
-    EXPECT_LT(processorSeconds() - before, 5.0);
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     r = cli({u"compare"_s, saved, deep.root()}, fewFiles);
     EXPECT_EQ(r.status, 0) << r.err.toStdString();
