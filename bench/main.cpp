@@ -367,12 +367,14 @@ QString ensureChain(const Config& c, int depth) {
     if (QFileInfo::exists(root))
         runOnce({QStringLiteral("rm"), QStringLiteral("-rf"), root});
     QDir().mkpath(root);
-    int dir = ::open(QFile::encodeName(root).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int dir = ::open(QFile::encodeName(root).constData(),
+                     O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     for (int k = 0; dir >= 0 && k < depth; ++k) {
         const std::string level = "c" + std::to_string(k);
-        const int next = ::mkdirat(dir, level.c_str(), 0755) == 0
-                             ? ::openat(dir, level.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
-                             : -1;
+        const int next =
+            ::mkdirat(dir, level.c_str(), 0755) == 0
+                ? ::openat(dir, level.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                : -1;
         ::close(dir);
         dir = next;
     }
