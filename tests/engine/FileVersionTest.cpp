@@ -2,35 +2,18 @@
 
 #include "TestSupport.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
-#include <vector>
+#include <QFile>
 
 using namespace kestrel::engine;
-using kestrel::test::Image;
-using kestrel::test::kFixedInfoInSection;
-using kestrel::test::kSectionRva;
-using kestrel::test::makeImage;
-using kestrel::test::put16;
-using kestrel::test::put32;
+using namespace kestrel::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 std::optional<FixedFileVersion> parse(const std::vector<uint8_t>& bytes) {
     return parseFixedFileVersion(bytes);
-}
-
-bool writeFile(const QString& path, const std::vector<uint8_t>& bytes) {
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-           f.write(reinterpret_cast<const char*>(bytes.data()), qint64(bytes.size())) ==
-               qint64(bytes.size());
 }
 
 } // namespace
@@ -48,20 +31,6 @@ TEST(FileVersionFormat, Text) {
     EXPECT_EQ(formatFileVersion({0, 0x80000000u}), "0.00.-2147483648");
 }
 
-TEST(FileVersionParse, ReadsPe32AndPe32Plus) {
-    for (bool plus : {false, true}) {
-        const auto v = parse(makeImage(plus, 5u << 16 | 1, 2600u << 16).bytes);
-        ASSERT_TRUE(v) << plus;
-        EXPECT_EQ(formatFileVersion(*v), "5.01.2600.00");
-    }
-    // A section with no virtual size spans its raw data.
-    Image img = makeImage(false, 1, 2);
-    put32(img.bytes, img.sectionTable + 8, 0);
-    EXPECT_TRUE(parse(img.bytes));
-    EXPECT_FALSE(parse({}));
-    EXPECT_FALSE(parse({'M', 'Z'}));
-}
-
 TEST(FileVersionParse, RejectsMalformedImages) {
     const Image good = makeImage(false, 1, 2);
     const size_t s = good.sectionData;
@@ -70,6 +39,9 @@ TEST(FileVersionParse, RejectsMalformedImages) {
         change(img.bytes);
         return parse(img.bytes);
     };
+    // A section with no virtual size spans its raw data. (The files below
+    // are read as PE32 and PE32+.)
+    EXPECT_TRUE(broken([&](auto& b) { put32(b, good.sectionTable + 8, 0); }));
     // A type entry pointing back at the root directory.
     EXPECT_FALSE(broken([&](auto& b) { put32(b, s + 28, 0x80000000u); }));
     // A language entry flagged as a directory, a named type whose name sits at
@@ -131,64 +103,38 @@ TEST(FileVersionParse, SurvivesTruncationAndCorruption) {
     }
 }
 
+// Only a regular file is read, never through a link, a FIFO or a folder;
+// one cut short has no version, and resources far into a sparse file are
+// found by their offset.
 TEST(FileVersionFile, ReadsOnlyRegularFilesWithoutFollowingLinks) {
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const QString exe = dir.filePath("app.exe");
+    TempTree t;
     const Image img = makeImage(false, 1u << 16 | 2, 3u << 16 | 4);
-    ASSERT_TRUE(writeFile(exe, img.bytes));
-    EXPECT_EQ(GetFileVersionText(exe), "1.02.03.04");
-
-    const QString shortExe = dir.filePath("short.exe");
-    for (size_t len : {size_t(0), size_t(100), img.sectionData + 0x60, img.bytes.size() - 1}) {
-        ASSERT_TRUE(writeFile(shortExe, {img.bytes.begin(), img.bytes.begin() + len}));
-        EXPECT_EQ(GetFileVersionText(shortExe), "") << len;
-    }
+    const auto bytes = [](const std::vector<uint8_t>& b, size_t length) {
+        return QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(length));
+    };
+    t.file(u"app.exe"_s, bytes(img.bytes, img.bytes.size()));
+    EXPECT_EQ(GetFileVersionText(t.root() + u"app.exe"_s), "1.02.03.04");
 
     // The resources 256 MiB into a sparse file: found by offset, not read through.
-    const QString big = dir.filePath("big.exe");
     const size_t far = size_t(256) << 20;
     const Image farImg = makeImage(true, 6u << 16, 0);
     std::vector<uint8_t> headers = farImg.bytes;
     put32(headers, farImg.sectionTable + 20, uint32_t(far));
-    QFile f(big);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    ASSERT_EQ(f.write(reinterpret_cast<const char*>(headers.data()), 0x200), 0x200);
+    t.sparseFile(u"big.exe"_s, qint64(far));
+    QFile f(t.root() + u"big.exe"_s);
+    ASSERT_TRUE(f.open(QIODevice::ReadWrite));
+    ASSERT_EQ(f.write(bytes(headers, 0x200)), 0x200);
     ASSERT_TRUE(f.seek(qint64(far)));
-    const qint64 rest = qint64(headers.size() - 0x200);
-    ASSERT_EQ(f.write(reinterpret_cast<const char*>(headers.data()) + 0x200, rest), rest);
+    ASSERT_EQ(f.write(bytes(headers, headers.size()).mid(0x200)), qint64(headers.size() - 0x200));
     f.close();
-    EXPECT_EQ(GetFileVersionText(big), "6.00.0000");
+    EXPECT_EQ(GetFileVersionText(t.root() + u"big.exe"_s), "6.00.0000");
 
-    const QString text = dir.filePath("readme.txt");
-    ASSERT_TRUE(writeFile(text, {'M', 'Z', 'h', 'i', '\n'}));
-    EXPECT_EQ(GetFileVersionText(text), "");
-    EXPECT_EQ(GetFileVersionText(dir.filePath("missing.exe")), "");
-    EXPECT_EQ(GetFileVersionText(dir.path()), "");
-
-    const QString link = dir.filePath("link.exe");
-    ASSERT_TRUE(QFile::link(exe, link));
-    EXPECT_EQ(GetFileVersionText(link), "");
-
+    t.file(u"readme.txt"_s, "MZhi\n");
+    t.file(u"short.exe"_s, bytes(img.bytes, img.bytes.size() - 1));
+    t.symlink(u"link.exe"_s, u"app.exe"_s);
     // Nothing writes to the FIFO: opening or reading it would block the test.
-    const QString fifo = dir.filePath("pipe.exe");
-    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    EXPECT_EQ(GetFileVersionText(fifo), "");
-}
-
-TEST(FileVersionFile, WindowsLibrariesOnThisMachine) {
-    int found = 0;
-    for (const char* root : {"/usr/lib/x86_64-linux-gnu/wine", "/usr/lib/wine"}) {
-        for (const char* sub : {"x86_64-windows", "i386-windows"}) {
-            const QDir d(QString::fromLatin1(root) + '/' + QString::fromLatin1(sub));
-            for (const char* dll : {"kernel32.dll", "user32.dll", "shell32.dll"}) {
-                if (!d.exists(dll))
-                    continue;
-                ++found;
-                EXPECT_NE(GetFileVersionText(d.filePath(dll)), "") << dll;
-            }
-        }
-    }
-    if (found == 0)
-        GTEST_SKIP() << "no Wine libraries installed";
+    t.fifo(u"pipe.exe"_s);
+    for (const QString& name : {u"readme.txt"_s, u"short.exe"_s, u"missing.exe"_s, QString(),
+                                u"link.exe"_s, u"pipe.exe"_s})
+        EXPECT_EQ(GetFileVersionText(t.root() + name), "") << name.toStdString();
 }

@@ -4,23 +4,17 @@
 
 #include "engine/compare/Compare.h"
 #include "engine/compare/Moves.h"
-#include "engine/model/Snapshot.h"
-#include "engine/scan/Scan.h"
-#include "engine/support/Progress.h"
 
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QFile>
+#include <QFileInfo>
 
 using namespace kestrel::engine;
-using kestrel::test::TempTree;
+using namespace kestrel::test;
+using namespace Qt::StringLiterals;
 
 namespace {
-
-void scanInto(Snapshot& s, const TempTree& tree, bool fingerprints) {
-    ASSERT_TRUE(kestrel::test::scanTree(s, tree, fingerprints).ok);
-}
 
 void rename(const TempTree& t, const char* from, const char* to) {
     QDir().mkpath(QFileInfo(t.root() + QString::fromLatin1(to)).path());
@@ -32,7 +26,7 @@ void rename(const TempTree& t, const char* from, const char* to) {
 QStringList movesOf(const Snapshot& older, const Snapshot& newer, const MoveList& list) {
     QStringList lines;
     for (const Move& m : list.moves)
-        lines << older.relativePath(m.from) + QStringLiteral(" -> ") + newer.relativePath(m.to);
+        lines << older.relativePath(m.from) + u" -> "_s + newer.relativePath(m.to);
     return lines;
 }
 
@@ -50,7 +44,7 @@ protected:
     Snapshot older, newer;
 
     MoveList compare(bool fingerprints) {
-        scanInto(newer, t, fingerprints);
+        EXPECT_TRUE(scanTree(newer, t, fingerprints).ok);
         ProgressMeter meter;
         EXPECT_TRUE(CompareSnapshot(newer, 1, older, 1, true, {}, meter).ok);
         const auto before = matchesAndStatus(older), after = matchesAndStatus(newer);
@@ -68,13 +62,13 @@ protected:
 TEST_F(MovesTest, RenamedFilesAndFoldersPairAndTwinsDoNot) {
     for (const char* f : {"old/a", "old/b", "old/c"})
         t.file(QString::fromLatin1(f), "same size");
-    t.file(QStringLiteral("notes.txt"), "a note of its own");
-    t.file(QStringLiteral("x/report.pdf"), "a report");
-    t.file(QStringLiteral("twin1"), "twin");
-    t.file(QStringLiteral("twin2"), "twin");
-    for (const char* f : {"twin1", "twin2"})
-        t.touch(QString::fromLatin1(f), 1600000000);
-    scanInto(older, t, false);
+    t.file(u"notes.txt"_s, "a note of its own");
+    t.file(u"x/report.pdf"_s, "a report");
+    for (const QString& f : {u"twin1"_s, u"twin2"_s}) {
+        t.file(f, "twin");
+        t.touch(f, 1600000000);
+    }
+    ASSERT_TRUE(scanTree(older, t).ok);
     rename(t, "old", "new");
     rename(t, "notes.txt", "renamed.txt");
     rename(t, "x/report.pdf", "y/report.pdf");
@@ -87,26 +81,23 @@ TEST_F(MovesTest, RenamedFilesAndFoldersPairAndTwinsDoNot) {
     EXPECT_EQ(moves,
               (QStringList{"notes.txt -> renamed.txt", "old/ -> new/", "old/a -> new/a",
                            "old/b -> new/b", "old/c -> new/c", "x/report.pdf -> y/report.pdf"}));
-    EXPECT_EQ(list.folders, 1);
-    EXPECT_EQ(list.files, 5);
-    EXPECT_EQ(movesText(list), QStringLiteral("5 moved files, 1 moved folder"));
-    EXPECT_EQ(older.movedTo.count(kestrel::test::indexOf(older, "twin1")), 0u);
-    EXPECT_EQ(newer.movedFrom.at(kestrel::test::indexOf(newer, "renamed.txt")),
-              kestrel::test::indexOf(older, "notes.txt"));
+    EXPECT_EQ(movesText(list), u"5 moved files, 1 moved folder"_s);
+    EXPECT_EQ(older.movedTo.count(indexOf(older, "twin1")), 0u);
+    EXPECT_EQ(newer.movedFrom.at(indexOf(newer, "renamed.txt")), indexOf(older, "notes.txt"));
 }
 
 // A file moved and rewritten to another date: without fingerprints nothing
 // says it is the same file; with them its content does. A moved empty file
 // pairs only by its fingerprint.
 TEST_F(MovesTest, FingerprintsPairWhatDatesCannot) {
-    t.file(QStringLiteral("data.bin"), "payload");
-    t.file(QStringLiteral("empty"));
-    t.touch(QStringLiteral("data.bin"), 1600000000);
+    t.file(u"data.bin"_s, "payload");
+    t.file(u"empty"_s);
+    t.touch(u"data.bin"_s, 1600000000);
     for (const bool fingerprints : {false, true}) {
-        scanInto(older, t, fingerprints);
+        ASSERT_TRUE(scanTree(older, t, fingerprints).ok);
         rename(t, "data.bin", "moved/data.bin");
         rename(t, "empty", "moved/empty");
-        t.touch(QStringLiteral("moved/data.bin"), 1700000000);
+        t.touch(u"moved/data.bin"_s, 1700000000);
         QStringList moves = movesOf(older, newer, compare(fingerprints));
         moves.sort();
         const QStringList expected =
@@ -115,7 +106,7 @@ TEST_F(MovesTest, FingerprintsPairWhatDatesCannot) {
         EXPECT_EQ(moves, expected) << fingerprints;
         rename(t, "moved/data.bin", "data.bin");
         rename(t, "moved/empty", "empty");
-        t.touch(QStringLiteral("data.bin"), 1600000000);
+        t.touch(u"data.bin"_s, 1600000000);
         older = Snapshot();
         newer = Snapshot();
     }

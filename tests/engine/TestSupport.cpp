@@ -22,7 +22,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utime.h>
 
 namespace kestrel::test {
 
@@ -49,10 +48,9 @@ static bool makeFolders(const QByteArray& path) {
 }
 
 static QString temporaryFolderTemplate(TempTree::Storage storage) {
-    const QString memory = QStringLiteral("/dev/shm");
-    if (storage == TempTree::InMemory && ::access(memory.toUtf8().constData(), W_OK | X_OK) == 0)
-        return memory + QStringLiteral("/kestrel-test-XXXXXX");
-    return QDir::tempPath() + QStringLiteral("/kestrel-test-XXXXXX");
+    const bool memory = storage == TempTree::InMemory && ::access("/dev/shm", W_OK | X_OK) == 0;
+    return (memory ? QStringLiteral("/dev/shm") : QDir::tempPath()) +
+           QStringLiteral("/kestrel-test-XXXXXX");
 }
 
 TempTree::TempTree(Storage storage) : m_dir(temporaryFolderTemplate(storage)) {
@@ -111,14 +109,11 @@ std::string TempTree::bytes(const QString& path) const {
 }
 
 void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b) {
-    EXPECT_EQ(a.header.rootFolder, b.header.rootFolder);
-    EXPECT_EQ(a.header.recurse, b.header.recurse);
-    EXPECT_EQ(a.header.hidden, b.header.hidden);
-    EXPECT_EQ(a.header.versions, b.header.versions);
-    ASSERT_EQ(a.entryCount, b.entryCount);
-    EXPECT_EQ(a.fileCount, b.fileCount);
-    EXPECT_EQ(a.folderCount, b.folderCount);
-    EXPECT_EQ(a.totalSize, b.totalSize);
+    const auto header = [](const engine::SnapshotHeader& h) {
+        return std::tuple(h.rootFolder, h.recurse, h.hidden, h.versions);
+    };
+    EXPECT_EQ(header(a.header), header(b.header));
+    ASSERT_EQ(countsOf(a), countsOf(b));
     for (int32_t i = 0; i <= a.entryCount; ++i) {
         SCOPED_TRACE(testing::Message() << "entry " << i << " " << a.name(i));
         EntryFields x = fieldsOf(a, i), y = fieldsOf(b, i);
@@ -126,8 +121,8 @@ void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b) {
         if (i == 0)
             std::get<3>(x) = std::get<3>(y);
         EXPECT_EQ(x, y);
-        EXPECT_EQ(a.entry(i).status, b.entry(i).status);
-        EXPECT_EQ(a.entry(i).match, b.entry(i).match);
+        EXPECT_EQ(std::pair(a.entry(i).status, a.entry(i).match),
+                  std::pair(b.entry(i).status, b.entry(i).match));
     }
 }
 
@@ -150,10 +145,8 @@ void expectSoundSnapshot(const engine::Snapshot& s) {
     for (int32_t i = 1; i <= s.entryCount; ++i) {
         const SnapshotEntry& e = s.entry(i);
         SCOPED_TRACE(testing::Message() << "entry " << i << " " << s.name(i));
-        EXPECT_TRUE(e.parent >= 0 && e.parent < i);
-        if (e.parent > 0) {
-            EXPECT_TRUE(s.entry(e.parent).isFolder());
-        }
+        EXPECT_TRUE(e.parent >= 0 && e.parent < i &&
+                    (e.parent == 0 || s.entry(e.parent).isFolder()));
         if (!e.isFolder()) {
             total += e.size;
             ++files;
@@ -180,9 +173,8 @@ void expectSoundSnapshot(const engine::Snapshot& s) {
 void expectMessage(const std::optional<engine::UserMessage>& message, const QString& title,
                    const QString& text, engine::MessageIcon icon) {
     ASSERT_TRUE(message);
-    EXPECT_EQ(message->title, title);
-    EXPECT_EQ(message->text, text);
-    EXPECT_EQ(message->icon, icon);
+    EXPECT_EQ(std::tuple(message->title, message->text, message->icon),
+              std::tuple(title, text, icon));
 }
 
 std::vector<int32_t> ringOf(const engine::Snapshot& s, int32_t first) {
@@ -203,10 +195,8 @@ EntryFields fieldsOf(const engine::Snapshot& s, int32_t index) {
 
 int32_t indexOf(const engine::Snapshot& s, const QString& relativePath) {
     for (int32_t i = 1; i <= s.entryCount; ++i) {
-        QString p = s.relativePath(i);
-        if (p.endsWith(QLatin1Char('/')))
-            p.chop(1);
-        if (p == relativePath)
+        const QString p = s.relativePath(i);
+        if (p == relativePath || p == relativePath + QLatin1Char('/'))
             return i;
     }
     return 0;
@@ -303,24 +293,19 @@ namespace {
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(uint64_t limit) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
-        rlimit old{};
-        getrlimit(RLIMIT_FSIZE, &old);
-        m_old = old.rlim_cur;
-        const rlimit lowered{rlim_t(limit), old.rlim_max};
+        getrlimit(RLIMIT_FSIZE, &m_old);
+        const rlimit lowered{rlim_t(limit), m_old.rlim_max};
         m_ok = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
     }
     ~FileSizeLimit() {
-        rlimit old{};
-        getrlimit(RLIMIT_FSIZE, &old);
-        old.rlim_cur = rlim_t(m_old);
-        setrlimit(RLIMIT_FSIZE, &old);
+        setrlimit(RLIMIT_FSIZE, &m_old);
         std::signal(SIGXFSZ, m_handler);
     }
     bool ok() const { return m_ok; }
 
 private:
     void (*m_handler)(int);
-    rlim_t m_old = 0;
+    rlimit m_old{};
     bool m_ok = false;
 };
 
@@ -420,66 +405,56 @@ void put32(std::vector<uint8_t>& b, size_t at, uint32_t v) {
 }
 
 Image makeImage(bool pe32Plus, uint32_t ms, uint32_t ls) {
-    const size_t sectionData = 0x200;
     const size_t optional = kPeOffset + 24;
     const size_t dirStart = pe32Plus ? 112 : 96;
-    const size_t optionalSize = dirStart + 16 * 8;
+    const uint32_t optionalSize = uint32_t(dirStart + 16 * 8), sectionSize = 0x60 + 92;
+    const uint32_t machine = pe32Plus ? 0x8664 : 0x14C, magic = pe32Plus ? 0x20B : 0x10B;
     Image img;
     img.sectionTable = optional + optionalSize;
-    img.sectionData = sectionData;
+    img.sectionData = 0x200;
     img.dataDirectories = optional + dirStart;
-    const size_t sectionSize = 0x60 + 92;
     auto& b = img.bytes;
-    b.assign(sectionData + sectionSize, 0);
-
-    put16(b, 0, 0x5A4D);
+    b.assign(img.sectionData + sectionSize, 0);
+    // The DOS and PE headers (at kPeOffset, 0x40), the optional header's
+    // directory count and resource directory, and the section table.
+    const std::pair<size_t, uint32_t> headerWords[] = {
+        {0, 0x5A4D}, {0x44, machine}, {0x46, 1}, {0x54, optionalSize}, {0x58, magic}};
+    for (const auto& [at, value] : headerWords)
+        put16(b, at, uint16_t(value));
     put32(b, 0x3C, kPeOffset);
     put32(b, kPeOffset, 0x4550);
-    put16(b, kPeOffset + 4, pe32Plus ? 0x8664 : 0x14C);
-    put16(b, kPeOffset + 6, 1);
-    put16(b, kPeOffset + 20, uint16_t(optionalSize));
-    put16(b, optional, pe32Plus ? 0x20B : 0x10B);
-    put32(b, optional + dirStart - 4, 16);
+    put32(b, img.dataDirectories - 4, 16);
     put32(b, img.dataDirectories + 16, kSectionRva);
     put32(b, img.dataDirectories + 20, sectionSize);
-
     std::memcpy(&b[img.sectionTable], ".rsrc", 5);
-    put32(b, img.sectionTable + 8, sectionSize);
-    put32(b, img.sectionTable + 12, kSectionRva);
-    put32(b, img.sectionTable + 16, sectionSize);
-    put32(b, img.sectionTable + 20, uint32_t(sectionData));
-
-    const size_t s = sectionData;
-    put16(b, s + 14, 2); // root: RT_ICON, RT_VERSION
-    put32(b, s + 16, 3);
-    put32(b, s + 20, 0x80000000u | 0x20);
-    put32(b, s + 24, 16);
-    put32(b, s + 28, 0x80000000u | 0x20);
-    put16(b, s + 0x20 + 14, 1); // names
-    put32(b, s + 0x20 + 16, 1);
-    put32(b, s + 0x20 + 20, 0x80000000u | 0x38);
-    put16(b, s + 0x38 + 14, 1); // languages
-    put32(b, s + 0x38 + 16, 0x409);
-    put32(b, s + 0x38 + 20, 0x50);
-    put32(b, s + 0x50, kSectionRva + 0x60); // data entry
-    put32(b, s + 0x50 + 4, 92);
-
-    const size_t v = s + 0x60;
-    put16(b, v, 92);
-    put16(b, v + 2, 52);
+    const std::pair<size_t, uint32_t> sectionHeader[] = {
+        {8, sectionSize}, {12, kSectionRva}, {16, sectionSize}, {20, 0x200}};
+    for (const auto& [at, value] : sectionHeader)
+        put32(b, img.sectionTable + at, value);
+    // In the section, offsets and values: the resource directories (the root
+    // with RT_ICON and RT_VERSION at 0, names at 0x20, languages at 0x38),
+    // the data entry (0x50) pointing at the version block (0x60, at RVA
+    // 0x1060) with its key, signature (0x88) and version words.
+    const std::pair<size_t, uint32_t> words[] = {
+        {14, 2}, {0x2E, 1}, {0x46, 1}, {0x60, 92}, {0x62, 52}};
+    const std::pair<size_t, uint32_t> longs[] = {
+        {16, 3},        {20, 0x80000020},   {24, 16},           {28, 0x80000020},
+        {0x30, 1},      {0x34, 0x80000038}, {0x48, 0x409},      {0x4C, 0x50},
+        {0x50, 0x1060}, {0x54, 92},         {0x88, 0xFEEF04BD}, {0x90, ms},
+        {0x94, ls}};
+    for (const auto& [at, value] : words)
+        put16(b, img.sectionData + at, uint16_t(value));
+    for (const auto& [at, value] : longs)
+        put32(b, img.sectionData + at, value);
     const char* key = "VS_VERSION_INFO";
     for (size_t i = 0; key[i]; ++i)
-        put16(b, v + 6 + 2 * i, uint16_t(key[i]));
-    put32(b, v + 40, 0xFEEF04BD);
-    put32(b, v + 48, ms);
-    put32(b, v + 52, ls);
+        put16(b, img.sectionData + 0x66 + 2 * i, uint16_t(key[i]));
     return img;
 }
 
 engine::Outcome scanTree(engine::Snapshot& s, const TempTree& tree, bool fingerprints) {
     s.header.rootFolder = tree.root();
-    s.header.recurse = true;
-    s.header.hidden = true;
+    s.header.recurse = s.header.hidden = true;
     engine::ScanSettings settings;
     settings.fingerprints = fingerprints;
     engine::ProgressMeter meter;

@@ -145,20 +145,10 @@ struct Node {
 
     static Node file(std::string name, double size = 0, double modified = 45000,
                      int16_t attributes = 0, std::string version = {}) {
-        Node n;
-        n.name = std::move(name);
-        n.size = size;
-        n.modified = modified;
-        n.attributes = attributes;
-        n.version = std::move(version);
-        return n;
+        return {std::move(name), {}, false, size, modified, attributes, std::move(version)};
     }
     static Node dir(std::string name, std::vector<Node> children = {}) {
-        Node n;
-        n.name = std::move(name);
-        n.folder = true;
-        n.children = std::move(children);
-        return n;
+        return {std::move(name), std::move(children), true, 0, 45000, 0, {}};
     }
 };
 

@@ -50,10 +50,6 @@ void feed(Entry entry, const QString& file) {
         entry(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size())));
 }
 
-void PrintTo(const Target& target, std::ostream* out) {
-    *out << target.name;
-}
-
 class FuzzRegressions : public testing::TestWithParam<Target> {};
 
 // Every input a fuzzer ever crashed on, and the seeds the fuzzers start

@@ -28,8 +28,7 @@ bool snapshotSeeds(const QString& dir) {
     tree.header.created = 45000.5;
     tree.header.recurse = tree.header.hidden = tree.header.versions = true;
     Node odd = Node::file("say \"hi\", then\nbreak.txt", 12, 44000.25);
-    Node tool = Node::file("tool.exe", 70000);
-    tool.version = "5.01.2600.00";
+    const Node tool = Node::file("tool.exe", 70000, 45000, 0, "5.01.2600.00");
     buildSnapshot(tree, {Node::dir("Docs", {Node::file("a.txt", 1234), odd, Node::dir("Empty"),
                                             Node::dir("Sub", {tool})}),
                          Node::file("Grüße €.txt", 5), Node::file("top.txt", 0)});
@@ -50,8 +49,7 @@ bool snapshotSeeds(const QString& dir) {
     tree.access.set(2, engine::EntryAccess{0644, 1000, 1000});
     tree.access.setLinkTarget(2, "/etc/passwd");
     QFile stream(dir + QStringLiteral("/stream.#01"));
-    engine::ProgressMeter quiet;
-    if (!stream.open(QIODevice::WriteOnly) || !engine::WriteSnapshotStream(tree, stream, quiet).ok)
+    if (!stream.open(QIODevice::WriteOnly) || !engine::WriteSnapshotStream(tree, stream, meter).ok)
         return false;
     stream.close();
 
@@ -90,12 +88,10 @@ bool iniSeeds(const QString& dir) {
     const settings::IniFile ini(dir + QStringLiteral("/Kestrel.ini"));
     if (!writeBytes(ini.path(), "; kept as it is\r\n[Other]\r\nKey=\"quoted value\"\r\n"))
         return false;
-    for (const auto& [key, value] : {std::pair{"Top", "1200"},
-                                     {"Left", "960"},
-                                     {"Height", "6000"},
-                                     {"Width", "8000"},
-                                     {"Window", "2"},
-                                     {"Folder", "/home/user/Data"}})
+    const char* const values[][2] = {{"Top", "1200"},    {"Left", "960"},
+                                     {"Height", "6000"}, {"Width", "8000"},
+                                     {"Window", "2"},    {"Folder", "/home/user/Data"}};
+    for (const auto& [key, value] : values)
         if (!ini.writeString(QStringLiteral("Main"), QLatin1String(key), QLatin1String(value)))
             return false;
     return true;
@@ -104,10 +100,8 @@ bool iniSeeds(const QString& dir) {
 } // namespace
 
 bool writeSeeds(const QString& folder) {
-    const QString kinds[] = {QStringLiteral("snapshot"), QStringLiteral("v2"), QStringLiteral("pe"),
-                             QStringLiteral("ini"), QStringLiteral("side")};
-    for (const QString& kind : kinds)
-        if (!QDir().mkpath(folder + QLatin1Char('/') + kind))
+    for (const char* kind : {"snapshot", "v2", "pe", "ini", "side"})
+        if (!QDir().mkpath(folder + QLatin1Char('/') + QLatin1String(kind)))
             return false;
     return snapshotSeeds(folder + QStringLiteral("/snapshot")) &&
            versionTwoSeeds(folder + QStringLiteral("/v2")) &&

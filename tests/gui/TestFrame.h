@@ -7,6 +7,8 @@
 #include "shell/Launcher.h"
 #include "shell/MainWindow.h"
 #include "shell/RecentSnapshots.h"
+#include "shell/SnapshotFileCommands.h"
+#include "views/SnapshotWindow.h"
 
 #include "TemporaryHome.h"
 
@@ -23,13 +25,11 @@ struct Frame {
     QString proposedSave;              // what it proposed
     QString exportAnswer;              // what the export's save dialog returns
     QString proposedExport;            // what it proposed
-    QString exportFilter;              // and with which filter
     std::optional<QString> textAnswer; // what the input box returns
     QStringList textDefaults;          // the text each input box offered
     kestrel::views::SaveAnswer saveQuestionAnswer = kestrel::views::SaveAnswer::Cancel;
     QList<QUrl> opened;         // documents handed to the desktop
     QList<QStringList> started; // programs started: the program, then its arguments
-    QStringList questions;      // the options dialog's Yes/No questions
     // What the user does in a modal dialog while it is up; it answers
     // Rejected unless this returns another result.
     std::function<int(QDialog& dialog)> whileShown;
@@ -55,9 +55,8 @@ struct Frame {
             proposedSave = proposed;
             return saveAnswer;
         };
-        q.exportFileName = [this](const QString& proposed, const QString& filter) {
+        q.exportFileName = [this](const QString& proposed, const QString&) {
             proposedExport = proposed;
-            exportFilter = filter;
             return exportAnswer;
         };
         q.text = [this](const QString&, const QString&, const QString& text) {
@@ -65,10 +64,7 @@ struct Frame {
             return textAnswer;
         };
         q.saveQuestion = [this](const QString&) { return saveQuestionAnswer; };
-        window->configDialog().question = [this](const QString& title, const QString&) {
-            questions << title;
-            return true;
-        };
+        window->configDialog().question = [](const QString&, const QString&) { return true; };
         window->launcher().setDesktop(
             {[this](const QUrl& url) {
                  opened << url;
@@ -82,6 +78,46 @@ struct Frame {
              }});
     }
     kestrel::shell::MainWindow* operator->() const { return window.get(); }
+
+    // On screen and active: the mouse and the keys reach it as a user's do.
+    bool showActive() {
+        window->show();
+        return QTest::qWaitForWindowActive(window.get());
+    }
+    kestrel::views::SnapshotWindow* first() const { return window->snapshotWindows().first(); }
+    kestrel::views::SnapshotWindow* second() const { return window->snapshotWindows().last(); }
+    kestrel::views::SnapshotWindow* active() const { return window->activeSnapshotWindow(); }
+    void clickToolbar(const QString& caption) {
+        QTest::mouseClick(window->toolbar()->widgetForAction(window->toolbarButton(caption)),
+                          Qt::LeftButton);
+    }
+    // The captions of the toolbar's buttons that may be clicked now.
+    QStringList enabledButtons() const {
+        QStringList captions;
+        for (const QAction* button : window->toolbar()->actions())
+            if (!button->isSeparator() && button->isEnabled())
+                captions << button->text();
+        return captions;
+    }
+    void saveAs(kestrel::views::SnapshotWindow& w, const QString& file) {
+        saveAnswer = file;
+        kestrel::shell::mnuFileSaveAs_Click(*window, w);
+    }
+    // Repeat of a window, the active one unless named, as from the File menu.
+    void repeat(kestrel::views::SnapshotWindow* w = nullptr) {
+        kestrel::shell::mnuFileRepeat_Click(*window, w ? *w : *active());
+    }
+    // The focus back on the frame: the offscreen platform leaves the keys
+    // with a closed menu.
+    void focus() {
+        window->windowHandle()->requestActivate();
+        QTRY_COMPARE(QGuiApplication::focusWindow(), window->windowHandle());
+    }
+    // Windows closed from here on close without a question.
+    void closeWithoutSaving(kestrel::views::SnapshotWindow& w) {
+        saveQuestionAnswer = kestrel::views::SaveAnswer::No;
+        QVERIFY(w.parentWidget()->close());
+    }
 
     // While a dialog of type D is up, check runs on it (a failed QCOMPARE
     // returns from check alone) and the dialog answers its own result.
