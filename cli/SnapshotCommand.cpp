@@ -146,7 +146,9 @@ QString snapshotPath(const QCommandLineParser& p, const SnapshotOptions& o, cons
 // The summary and the folders that could not be read; the exit status.
 int printScanned(const Snapshot& snapshot, const QString& summary) {
     printLine(stderr, summary);
-    const std::vector<int32_t> unreadable = UnreadableFolders(snapshot);
+    // The scan counted them: the pass over every entry is only made for some.
+    const std::vector<int32_t> unreadable =
+        snapshot.unreadableFolders > 0 ? UnreadableFolders(snapshot) : std::vector<int32_t>();
     for (const int32_t folder : unreadable)
         printLine(stderr, QStringLiteral("Could not be read: ") + snapshot.header.rootFolder +
                               escapedPath(snapshot.relativePath(folder)));

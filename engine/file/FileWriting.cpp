@@ -184,6 +184,7 @@ bool AtomicFile::writeAt(int64_t offset, const char* data, size_t size) {
         if (written == 0)
             return fail(ENOSPC);
         noteWritten(offset, written);
+        m_durable = false;
         data += written;
         size -= size_t(written);
         offset += written;
@@ -230,6 +231,7 @@ bool AtomicFile::truncate(int64_t length) {
         return true;
     if (::ftruncate(m_fd, length) != 0)
         return fail(errno);
+    m_durable = false;
     m_written = length;
     m_runStart = std::min(m_runStart, length);
     m_runEnd = std::min(m_runEnd, length);
@@ -257,13 +259,20 @@ void AtomicFile::startWriteBack() {
     m_runStart = m_runEnd;
 }
 
-bool AtomicFile::commit() {
+bool AtomicFile::makeDurable() {
     if (m_fd < 0)
         return m_error.isEmpty() ? fail(EBADF) : false;
+    if (!m_durable && ::fdatasync(m_fd) != 0)
+        return fail(errno);
+    m_durable = true;
+    return true;
+}
+
+bool AtomicFile::commit() {
     // The data reaches the disk before the name does: after a crash the
     // name holds the old file or the whole new one.
-    if (::fdatasync(m_fd) != 0)
-        return fail(errno);
+    if (!makeDurable())
+        return false;
     if (m_unnamed && !giveTemporaryName())
         return false;
     const int fd = m_fd;
@@ -334,7 +343,7 @@ bool SideFileWriter::prepare(std::string_view first, std::string_view rest) {
     if (first.empty() && rest.empty())
         return true;
     m_file = std::make_unique<AtomicFile>(m_path);
-    if (m_file->open() && m_file->append(first) && m_file->append(rest))
+    if (m_file->open() && m_file->append(first) && m_file->append(rest) && m_file->makeDurable())
         return true;
     m_error = m_file->errorText();
     m_file.reset();

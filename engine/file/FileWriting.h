@@ -63,6 +63,10 @@ public:
     bool moveBytes(int64_t from, int64_t to, int64_t length);
     // Cuts the file to length bytes.
     bool truncate(int64_t length);
+    // Waits until what is written is on the disk, so that commit() has only
+    // the name left to give: a caller with other files to write makes this
+    // one durable while it works on them.
+    bool makeDurable();
     bool commit();
     // Removes the new file; the old one stays as it was. Does nothing once
     // committed or before open().
@@ -98,6 +102,7 @@ private:
     bool m_unnamed = false;
     int m_folder = -1;
     int m_fd = -1;
+    bool m_durable = false;
     int64_t m_written = 0;
     // The run of bytes written one after the other that the disk has not
     // been asked to start on yet.
@@ -115,8 +120,8 @@ private:
 class SideFileWriter {
 public:
     explicit SideFileWriter(QString path) : m_path(std::move(path)) {}
-    // Writes the parts one after the other; nothing at all when they are
-    // empty.
+    // Writes the parts one after the other, and waits until they are on the
+    // disk; nothing at all when they are empty.
     bool prepare(std::string_view first, std::string_view rest = {});
     bool commit();
     const QString& errorText() const { return m_error; }

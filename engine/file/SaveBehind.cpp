@@ -172,16 +172,18 @@ public:
             m_checksum.addThrough(snapshot, n);
             MetaSideFile meta(snapshot, m_checksum.value());
             auto metaPrepared = std::async(std::launch::async, [&meta] { return meta.prepare(); });
-            const bool written = writeEntryBlocks(snapshot, m_madeThrough + 1, n, meter,
-                                                  [&](const char* data, size_t size) {
-                                                      const bool ok =
-                                                          m_file.writeAt(at, data, size);
-                                                      at += int64_t(size);
-                                                      return ok;
-                                                  }) &&
-                                 m_file.writeAt(0, head.data(), head.size()) && m_file.truncate(at);
+            const bool written =
+                writeEntryBlocks(snapshot, m_madeThrough + 1, n, meter,
+                                 [&](const char* data, size_t size) {
+                                     const bool ok = m_file.writeAt(at, data, size);
+                                     at += int64_t(size);
+                                     return ok;
+                                 }) &&
+                m_file.writeAt(0, head.data(), head.size()) && m_file.truncate(at) &&
+                m_file.makeDurable();
             // A side file that cannot be written leaves the save to
-            // SaveSnapshot, which tells why.
+            // SaveSnapshot, which tells why. Each file reached the disk
+            // while the other was made; only their names are left to give.
             const bool metaWritten = metaPrepared.get();
             return written && side.prepare() && metaWritten && m_file.commit() && side.commit() &&
                    meta.commit();

@@ -53,28 +53,18 @@ void AccessTable::setLinkTarget(int32_t index, std::string_view target) {
         m_links[index] = std::string(target);
 }
 
-AccessTable::Columns AccessTable::columns(size_t count) const {
-    Columns c;
-    // Each kind's pair, numbered in the order first met.
-    std::vector<uint32_t> pairOfKind(m_kinds.size());
-    std::unordered_map<uint64_t, uint32_t> pairNumbers;
+AccessTable::Pairs AccessTable::pairs() const {
+    Pairs p;
+    p.pairOfKind.assign(m_kinds.size(), 0);
+    std::unordered_map<uint64_t, uint32_t> numbers;
     for (size_t k = 1; k < m_kinds.size(); ++k) {
         const uint64_t pair = uint64_t(m_kinds[k].owner) << 32 | m_kinds[k].group;
-        const auto [found, added] = pairNumbers.try_emplace(pair, uint32_t(c.pairs.size()));
+        const auto [found, added] = numbers.try_emplace(pair, uint32_t(p.pairs.size()));
         if (added)
-            c.pairs.push_back(pair);
-        pairOfKind[k] = found->second;
+            p.pairs.push_back(pair);
+        p.pairOfKind[k] = found->second;
     }
-    c.modes.assign(count, None);
-    c.pairNumbers.assign(count, 0);
-    for (size_t i = 0; i < count && i < m_kindOf.size(); ++i) {
-        const uint32_t k = m_kindOf[i];
-        if (k == NoKind)
-            continue;
-        c.modes[i] = uint16_t(m_kinds[k].mode);
-        c.pairNumbers[i] = pairOfKind[k];
-    }
-    return c;
+    return p;
 }
 
 void AccessTable::setKept(int32_t index, uint16_t mode, uint64_t pair) {

@@ -57,15 +57,14 @@ public:
     void set(int32_t index, const EntryAccess& access);
     void setLinkTarget(int32_t index, std::string_view target);
 
-    // The table as the side file keeps it, for entries 0..count-1: a mode by
-    // entry (None for none), a number by entry into the owner << 32 | group
-    // pairs.
-    struct Columns {
-        std::vector<uint16_t> modes;
-        std::vector<uint32_t> pairNumbers;
+    // The owner << 32 | group pairs as the side file keeps them, numbered in
+    // the order first met, and the number of each kind's pair. An entry's
+    // mode and pair number follow from its kind (None and 0 for none).
+    struct Pairs {
         std::vector<uint64_t> pairs;
+        std::vector<uint32_t> pairOfKind;
     };
-    Columns columns(size_t count) const;
+    Pairs pairs() const;
     // Sets entry index to values read back: the mode as it was kept (unknown
     // bits too) with its owner << 32 | group pair.
     void setKept(int32_t index, uint16_t mode, uint64_t pair);

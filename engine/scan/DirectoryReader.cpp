@@ -246,8 +246,8 @@ private:
 // which folder it is. childText keeps its text below the root.
 std::unique_ptr<FolderTask> subFolderTask(FolderTask& task, std::string_view raw,
                                           std::string_view name, const struct stat* examined,
-                                          bool childText) {
-    auto child = std::make_unique<FolderTask>();
+                                          bool childText, std::unique_ptr<FolderTask> spare) {
+    auto child = spare ? std::move(spare) : std::make_unique<FolderTask>();
     child->parent = &task;
     child->name.assign(raw);
     if (examined) {
@@ -319,6 +319,11 @@ FolderTask& DirectoryReader::root(std::string path) {
 }
 
 void DirectoryReader::list(FolderTask& task) {
+    SpareTasks none;
+    list(task, none);
+}
+
+void DirectoryReader::list(FolderTask& task, SpareTasks& spares) {
     FolderListing& listing = task.listing;
     int fd = -1;
     try {
@@ -340,7 +345,7 @@ void DirectoryReader::list(FolderTask& task) {
             if (::fstat(fd, &st) == 0)
                 m_rootDevice = st.st_dev;
         }
-        const int32_t subFolders = listItems(task, fd);
+        const int32_t subFolders = listItems(task, fd, spares);
         keepOrClose(task, std::exchange(fd, -1), subFolders);
     } catch (...) {
         if (fd >= 0)
@@ -349,7 +354,7 @@ void DirectoryReader::list(FolderTask& task) {
     }
 }
 
-int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
+int32_t DirectoryReader::listItems(FolderTask& task, int fd, SpareTasks& spares) {
     FolderListing& listing = task.listing;
     DirectoryStream stream(fd);
     const size_t expected = stream.expectedItems();
@@ -390,7 +395,8 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
                                (de->type != DT_UNKNOWN && m_rules.hidden);
         if (exclude && typeKnown && excluded(task, name, de->type == DT_DIR))
             continue;
-        ListedItem item;
+        // Filled in place: an item left out after all is taken off again.
+        ListedItem& item = listing.items.emplace_back();
         struct stat st;
         bool examined = ::fstatat(fd, rawName, &st, AT_SYMLINK_NOFOLLOW) == 0;
         if (examined) {
@@ -404,6 +410,7 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             if (!t_localTime.convert(st.st_mtime, item.modified))
                 item.modified = 0;
         } else if (errno == ENOENT) {
+            listing.items.pop_back();
             continue; // gone since it was listed
         } else {
             // Listed but not examined (a folder that may be read but not
@@ -413,12 +420,15 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
         }
         if (!m_rules.hidden && (item.attributes & (Attribute::Hidden | Attribute::System))) {
             ++listing.hiddenLeftOut;
+            listing.items.pop_back();
             continue;
         }
 
         const bool folder = item.attributes & Attribute::Folder;
-        if (exclude && !typeKnown && excluded(task, name, folder))
+        if (exclude && !typeKnown && excluded(task, name, folder)) {
+            listing.items.pop_back();
             continue;
+        }
         item.nameOffset = appendText(listing.text, name);
         item.nameLength = uint32_t(name.size());
 
@@ -445,11 +455,11 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd) {
             m_rules.oneFileSystem && examined && folder && st.st_dev != m_rootDevice;
         if (folder && m_rules.recurse && !elsewhere) {
             std::unique_ptr<FolderTask> child =
-                subFolderTask(task, raw, name, examined ? &st : nullptr, childTexts);
+                subFolderTask(task, raw, name, examined ? &st : nullptr, childTexts,
+                              spares.count > 0 ? std::move(spares.tasks[--spares.count]) : nullptr);
             item.folder = child.get();
             listing.children.push_back(std::move(child));
         }
-        listing.items.push_back(item);
     }
     if (stream.failed() && listing.items.empty()) {
         // The folder opened but could not be listed: as unreadable.
@@ -483,36 +493,54 @@ int DirectoryReader::openSubFolder(int parentFd, const std::string& name, bool l
         return fd;
     // The process ran out of descriptors elsewhere: give back the kept ones
     // not in use, which can be opened again, and try once more.
+    Closing closing;
     {
         std::unique_lock lock(m_descriptorMutex, std::defer_lock);
         if (!lockHeld)
             lock.lock();
-        trimKept(0);
+        trimKept(0, closing);
+        // Rare, and the descriptors are needed now: closed at once.
+        closeAll(closing);
     }
     return ::openat(parentFd, name.c_str(), SubFolderOpenFlags);
 }
 
+void DirectoryReader::closeAll(Closing& closing) {
+    for (const int fd : closing)
+        ::close(fd);
+    closing.clear();
+}
+
 int DirectoryReader::borrow(FolderTask& folder) {
-    std::lock_guard lock(m_descriptorMutex);
-    const int fd = folder.m_fd >= 0 ? folder.m_fd : reopen(folder);
-    ++folder.m_borrowers;
-    trimKept(m_keptBudget);
+    Closing closing;
+    int fd;
+    {
+        std::lock_guard lock(m_descriptorMutex);
+        fd = folder.m_fd >= 0 ? folder.m_fd : reopen(folder, closing);
+        ++folder.m_borrowers;
+        trimKept(m_keptBudget, closing);
+    }
+    closeAll(closing);
     return fd;
 }
 
 void DirectoryReader::giveBack(FolderTask& folder) {
-    std::lock_guard lock(m_descriptorMutex);
-    --folder.m_borrowers;
-    --folder.m_waiting;
-    // The root's stays open for the whole walk: every other folder can be
-    // opened again from it.
-    if (folder.m_waiting > 0 || folder.m_borrowers > 0 || !folder.parent || folder.m_fd < 0)
-        return;
-    climbToParent(folder);
-    closeKept(folder);
+    Closing closing;
+    {
+        std::lock_guard lock(m_descriptorMutex);
+        --folder.m_borrowers;
+        --folder.m_waiting;
+        // The root's stays open for the whole walk: every other folder can
+        // be opened again from it.
+        if (folder.m_waiting > 0 || folder.m_borrowers > 0 || !folder.parent || folder.m_fd < 0)
+            return;
+        climbToParent(folder, closing);
+        closeKept(folder, closing);
+    }
+    closeAll(closing);
 }
 
-void DirectoryReader::climbToParent(FolderTask& folder) {
+void DirectoryReader::climbToParent(FolderTask& folder, Closing& closing) {
     // A parent whose descriptor was given up and whose sub-folders still
     // wait is opened again from this one's "..", one step, where opening it
     // from the nearest folder still open would take one step a level: so a
@@ -525,9 +553,9 @@ void DirectoryReader::climbToParent(FolderTask& folder) {
     if (fd >= 0 && ::fstat(fd, &st) == 0 && st.st_dev == parent->device &&
         st.st_ino == parent->inode) {
         keep(*parent, fd);
-        trimKept(m_keptBudget);
+        trimKept(m_keptBudget, closing);
     } else if (fd >= 0) {
-        ::close(fd);
+        closing.push_back(fd);
     }
 }
 
@@ -536,17 +564,21 @@ void DirectoryReader::keepOrClose(FolderTask& task, int fd, int32_t subFolders) 
         ::close(fd);
         return;
     }
-    std::lock_guard lock(m_descriptorMutex);
-    task.m_waiting = subFolders;
-    if (!task.parent) {
-        task.m_fd = fd;
-        return;
+    Closing closing;
+    {
+        std::lock_guard lock(m_descriptorMutex);
+        task.m_waiting = subFolders;
+        if (!task.parent) {
+            task.m_fd = fd;
+            return;
+        }
+        keep(task, fd);
+        trimKept(m_keptBudget, closing);
     }
-    keep(task, fd);
-    trimKept(m_keptBudget);
+    closeAll(closing);
 }
 
-int DirectoryReader::reopen(FolderTask& folder) {
+int DirectoryReader::reopen(FolderTask& folder, Closing& closing) {
     // Up to the nearest folder still open (the root always is), then down
     // again name by name, each checked to be the folder its parent's listing
     // saw. Folders on the way whose sub-folders wait are kept open again,
@@ -582,7 +614,7 @@ int DirectoryReader::reopen(FolderTask& folder) {
         if (fd < 0)
             break;
         if (next.m_waiting > 0) {
-            trimKept(m_keptBudget - 1);
+            trimKept(m_keptBudget - 1, closing);
             keep(next, fd);
             holder = &next;
             ++holder->m_borrowers;
@@ -606,9 +638,9 @@ void DirectoryReader::keep(FolderTask& folder, int fd) {
     ++m_keptCount;
 }
 
-void DirectoryReader::closeKept(FolderTask& folder) {
+void DirectoryReader::closeKept(FolderTask& folder, Closing& closing) {
     if (folder.m_fd >= 0)
-        ::close(folder.m_fd);
+        closing.push_back(folder.m_fd);
     folder.m_fd = -1;
     if (!folder.m_kept)
         return;
@@ -619,14 +651,14 @@ void DirectoryReader::closeKept(FolderTask& folder) {
     --m_keptCount;
 }
 
-void DirectoryReader::trimKept(int budget) {
+void DirectoryReader::trimKept(int budget, Closing& closing) {
     // The walk meets sub-folders of the folders kept last first: those kept
     // longest wait longest, and go first.
     FolderTask* at = m_oldestKept;
     while (m_keptCount > budget && at) {
         FolderTask* newer = at->m_newerKept;
         if (at->m_borrowers == 0)
-            closeKept(*at);
+            closeKept(*at, closing);
         at = newer;
     }
 }
@@ -656,7 +688,7 @@ void DirectoryReader::unqueue(FolderTask& task) {
 }
 
 void DirectoryReader::finish(FolderTask& task) {
-    task.state = FolderTask::Done;
+    task.state.store(FolderTask::Done, std::memory_order_release);
     m_buffered += task.listing.items.size() + 1;
     if (m_threaded) {
         // The sub-folders take the folder's place in the queue: in the
@@ -678,16 +710,76 @@ void DirectoryReader::finish(FolderTask& task) {
 }
 
 void DirectoryReader::release(FolderTask& task) {
+    // Enough to cover the folders listed ahead of the walk; the listing of a
+    // very large folder is not kept, so that one such folder does not hold
+    // its memory for the rest of the walk.
+    constexpr size_t MostSpareTasks = 4096;
+    constexpr size_t MostSpareListings = 256;
+    constexpr size_t LargestSpareListing = 4096;
+
+    // The walk has left every sub-folder: each one's listing was given back
+    // and its descriptor closed, and no worker looks at it any more. They
+    // are made ready for use again here, outside the lock.
+    FolderListing& listing = task.listing;
+    const size_t items = listing.items.size();
+    for (auto& child : listing.children) {
+        FolderTask& c = *child;
+        c.parent = nullptr;
+        c.name.clear();
+        c.relativeText.clear();
+        c.itemNames = 1;
+        c.device = 0;
+        c.inode = 0;
+        c.versionsOn = false;
+        c.state.store(FolderTask::Pending, std::memory_order_relaxed);
+        c.failure = nullptr;
+    }
+    listing.items.clear();
+    listing.text.clear();
+    listing.state = FolderListing::Listed;
+    listing.hiddenLeftOut = 0;
+
     bool wake = false;
     {
-        std::lock_guard lock(m_mutex);
+        std::unique_lock lock(m_mutex, std::defer_lock);
+        lockBriefly(lock);
         // Workers held back by the cap on listed items may go on.
         wake = m_buffered >= MaxBufferedItems && m_idleWorkers > 0;
-        m_buffered -= task.listing.items.size() + 1;
+        m_buffered -= items + 1;
+        auto& children = listing.children;
+        while (!children.empty() && m_spareTasks.size() < MostSpareTasks) {
+            FolderTask& c = *children.back();
+            // One that still has a descriptor (never so after a walk that
+            // went through it) is not used again.
+            if (c.m_fd >= 0 || c.m_kept || c.m_queued || c.listing.items.capacity() > 0)
+                break;
+            m_spareTasks.push_back(std::move(children.back()));
+            children.pop_back();
+        }
+        if (children.empty() && m_spareListings.size() < MostSpareListings &&
+            listing.items.capacity() <= LargestSpareListing)
+            m_spareListings.push_back(std::move(listing));
     }
     if (wake)
         m_work.notify_all();
-    task.listing = FolderListing();
+    // Whatever was not kept is freed outside the lock.
+    listing = FolderListing();
+}
+
+void DirectoryReader::takeSpares(FolderTask& task, SpareTasks& spares) {
+    if (!m_spareListings.empty() && task.listing.items.capacity() == 0) {
+        task.listing = std::move(m_spareListings.back());
+        m_spareListings.pop_back();
+    }
+    while (spares.count < SpareTasksTaken && !m_spareTasks.empty()) {
+        spares.tasks[spares.count++] = std::move(m_spareTasks.back());
+        m_spareTasks.pop_back();
+    }
+}
+
+void DirectoryReader::keepSpares(SpareTasks& spares) {
+    while (spares.count > 0)
+        m_spareTasks.push_back(std::move(spares.tasks[--spares.count]));
 }
 
 void DirectoryReader::work() {
@@ -711,13 +803,16 @@ void DirectoryReader::listPending(FolderTask& task, std::unique_lock<std::mutex>
     const bool looked = m_growing && ++m_unlookedListings >= m_lookingGap;
     if (looked)
         m_unlookedListings = 0;
+    SpareTasks spares;
+    takeSpares(task, spares);
     lock.unlock();
     const long sleepsBefore = looked ? voluntarySleeps() : 0;
-    list(task);
+    list(task, spares);
     const long sleeps = m_assumeDeviceWaits ? DeviceWaits
                         : looked            ? voluntarySleeps() - sleepsBefore
                                             : 0;
-    lock.lock();
+    lockBriefly(lock);
+    keepSpares(spares);
     finish(task);
     if (looked && m_growing)
         considerAnotherWorker(sleeps);

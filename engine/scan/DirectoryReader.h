@@ -3,6 +3,7 @@
 #include "engine/model/Fingerprints.h"
 #include "engine/scan/ContentFingerprint.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
@@ -123,7 +124,9 @@ struct FolderTask {
     dev_t device = 0;  // as the parent's listing saw the folder; 0 when unknown
     ino_t inode = 0;
     bool versionsOn = false;
-    State state = Pending;
+    // Changed with the reader's lock held; Done is also read without it, by
+    // the walk looking for a listing a worker has finished.
+    std::atomic<State> state = Pending;
     FolderListing listing;
     std::exception_ptr failure;
 
@@ -141,6 +144,22 @@ private:
     FolderTask* m_after = nullptr;
     bool m_queued = false;
 };
+
+// Takes a lock that is only ever held for a few steps: it is tried for a
+// moment before the thread sleeps on it, as a thread put to sleep and woken
+// again costs far more than the wait itself.
+inline void lockBriefly(std::unique_lock<std::mutex>& lock) {
+    for (int tries = 0; tries < 100; ++tries) {
+        if (lock.try_lock())
+            return;
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        asm volatile("yield");
+#endif
+    }
+    lock.lock();
+}
 
 // Starts one listing thread running the given work; a test may make it fail
 // as the system does when it can start no more (std::system_error).
@@ -190,7 +209,15 @@ public:
     // there are none, calling whileWaiting about every 100 ms so the caller
     // can keep its user interface alive. Rethrows a worker's failure.
     template <typename Idle> void acquire(FolderTask& task, Idle whileWaiting) {
-        std::unique_lock lock(m_mutex);
+        // Workers listing ahead of the walk have mostly finished the folder
+        // it asks for: then the lock is not needed at all.
+        if (task.state.load(std::memory_order_acquire) == FolderTask::Done) {
+            if (task.failure)
+                std::rethrow_exception(task.failure);
+            return;
+        }
+        std::unique_lock lock(m_mutex, std::defer_lock);
+        lockBriefly(lock);
         for (;;) {
             if (task.state == FolderTask::Done)
                 break;
@@ -225,6 +252,20 @@ public:
     void list(FolderTask& task);
 
 private:
+    // Tasks and listing buffers the walk is done with, kept to be used again:
+    // a folder's listing is made on one thread and given back on another,
+    // and memory freed across threads makes each wait for the other's
+    // allocator. A listing thread takes a few tasks at a time.
+    static constexpr size_t SpareTasksTaken = 4;
+    struct SpareTasks {
+        std::unique_ptr<FolderTask> tasks[SpareTasksTaken];
+        size_t count = 0;
+    };
+    void list(FolderTask& task, SpareTasks& spares);
+    // With the reader's lock held.
+    void takeSpares(FolderTask& task, SpareTasks& spares);
+    void keepSpares(SpareTasks& spares);
+
     // Takes a pending task off the queue and lists it outside the lock.
     void listPending(FolderTask& task, std::unique_lock<std::mutex>& lock);
     void finish(FolderTask& task);
@@ -243,7 +284,7 @@ private:
 
     // Reads the items of an open folder into its listing; returns the
     // number of sub-folders queued for listing.
-    int32_t listItems(FolderTask& task, int fd);
+    int32_t listItems(FolderTask& task, int fd, SpareTasks& spares);
     // Opens a folder: the root by its path, any other from its parent.
     int openFolder(FolderTask& task);
     // Opens a sub-folder by its name, never through a link; when the process
@@ -257,12 +298,16 @@ private:
     // After listing: keeps the folder's descriptor while sub-folders wait,
     // else closes it.
     void keepOrClose(FolderTask& task, int fd, int32_t subFolders);
-    // With the descriptor lock held.
-    int reopen(FolderTask& folder);
+    // With the descriptor lock held. Descriptors given up are put in
+    // closing, to be closed once the lock is let go: closing is a system
+    // call, and the other listing threads wait for the lock meanwhile.
+    using Closing = std::vector<int>;
+    int reopen(FolderTask& folder, Closing& closing);
     void keep(FolderTask& folder, int fd);
-    void closeKept(FolderTask& folder);
-    void climbToParent(FolderTask& folder);
-    void trimKept(int budget);
+    void closeKept(FolderTask& folder, Closing& closing);
+    void climbToParent(FolderTask& folder, Closing& closing);
+    void trimKept(int budget, Closing& closing);
+    static void closeAll(Closing& closing);
 
     // Whether the rules exclude an item of task named name (stored text).
     bool excluded(const FolderTask& task, std::string_view name, bool folder) const;
@@ -298,6 +343,10 @@ private:
     FolderTask* m_newestKept = nullptr;
     int m_keptCount = 0;
     int m_keptBudget = 0;
+
+    // Guarded by the reader's lock.
+    std::vector<std::unique_ptr<FolderTask>> m_spareTasks;
+    std::vector<FolderListing> m_spareListings;
 };
 
 } // namespace kestrel::engine

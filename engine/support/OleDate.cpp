@@ -161,6 +161,40 @@ bool localOffsetSteadyOn(int64_t unixDay, int64_t* offset) {
 bool LocalTimeConverter::offsetFor(int64_t t, int64_t& offset) {
     constexpr int64_t Day = 86400;
     const int64_t day = t >= 0 ? t / Day : (t - Day + 1) / Day;
+    const int64_t run = day >> RunBits;
+    // Days a 32-bit run number cannot name (past the year 1.4 million) are
+    // converted one by one.
+    if (run < INT32_MIN + 1 || run > INT32_MAX)
+        return localOffset(t, offset);
+    Run& r = m_runs[uint64_t(run) % RunCount];
+    if (r.run != int32_t(run))
+        learnRun(run);
+    if (r.offset != Mixed) {
+        offset = r.offset;
+        return true;
+    }
+    return dayOffset(day, t, offset);
+}
+
+void LocalTimeConverter::learnRun(int64_t run) {
+    constexpr int64_t Day = 86400;
+    Run& r = m_runs[uint64_t(run) % RunCount];
+    r.run = int32_t(run);
+    r.offset = Mixed;
+    const int64_t firstDay = run << RunBits;
+    int64_t common = 0;
+    for (int64_t day = firstDay; day < firstDay + (int64_t(1) << RunBits); ++day) {
+        int64_t first = 0, last = 0;
+        if (!localOffset(day * Day, first) || !localOffset(day * Day + Day - 1, last) ||
+            first != last || (day != firstDay && first != common) || first == Mixed)
+            return;
+        common = first;
+    }
+    r.offset = int32_t(common);
+}
+
+bool LocalTimeConverter::dayOffset(int64_t day, int64_t t, int64_t& offset) {
+    constexpr int64_t Day = 86400;
     Slot& slot = m_slots[uint64_t(day) % SlotCount];
     if (slot.day == day) {
         offset = slot.offset;

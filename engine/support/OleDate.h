@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 
+#include <climits>
 #include <cstdint>
 #include <ctime>
 
@@ -57,9 +58,12 @@ double secondsSinceMidnight();
 
 // Converts file times (seconds since 1970, UTC) to local OLE dates to the
 // whole second. Converting time zones is costly, so the offset from UTC is
-// cached per day of the file time: a day whose start and end have the same
-// offset (all but the two days a year when clocks change) takes it from the
-// cache; the others are converted entry by entry. One converter per thread.
+// cached: a day whose start and end have the same offset (all but the two
+// days a year when clocks change) takes it from the cache; the others are
+// converted entry by entry. Runs of 16 days that all share one offset are
+// kept as one record in a table small enough to stay in the processor's
+// cache while a scan's system calls pass through it; days of a run where the
+// offset changes are kept one by one. One converter per thread.
 class LocalTimeConverter {
 public:
     LocalTimeConverter();
@@ -69,12 +73,25 @@ public:
 
 private:
     bool offsetFor(int64_t unixSeconds, int64_t& offset);
+    // Fills the run's record: its offset, or Mixed when its days do not all
+    // share one.
+    void learnRun(int64_t run);
+    bool dayOffset(int64_t day, int64_t t, int64_t& offset);
+
+    static constexpr int RunBits = 4; // 16 days a run
+    static constexpr int32_t Mixed = INT32_MIN;
+    struct Run {
+        int32_t run = INT32_MIN; // none yet
+        int32_t offset = 0;
+    };
+    static constexpr int RunCount = 256;
+    Run m_runs[RunCount];
 
     struct Slot {
         int64_t day = INT64_MIN;
         int64_t offset = 0;
     };
-    static constexpr int SlotCount = 4096;
+    static constexpr int SlotCount = 1024;
     Slot m_slots[SlotCount];
 };
 

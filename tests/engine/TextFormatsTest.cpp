@@ -8,8 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <ctime>
 #include <limits>
 #include <map>
 #include <random>
@@ -112,6 +114,61 @@ TEST_F(TextFormats, DateTexts) {
     for (const auto& [zone, mo, d, h, mi, text] : cases)
         EXPECT_EQ(at(zone, mo, d, h, mi), u(text));
     EXPECT_EQ(isoDateTime(oleDateFromParts(2024, 7, 16, 12, 0, 0)), u("2024-07-16 12:00:00"));
+    if (oldZone.isNull())
+        qunsetenv("TZ");
+    else
+        qputenv("TZ", oldZone);
+    tzset();
+}
+
+// The scan's converter caches offsets by runs of days and by day; whatever
+// the zone (half-hour and 45-minute offsets, clocks that change twice within
+// weeks, a skipped day), every time must come out as the zone's own
+// conversion gives it, around every change of the clocks and anywhere else.
+TEST(OleDate, ConverterAgreesWithTheZone) {
+    const QByteArray oldZone = qgetenv("TZ");
+    const auto expected = [](int64_t t) {
+        const time_t tt = time_t(t);
+        struct tm local;
+        localtime_r(&tt, &local);
+        return roundTo15Digits(oleDateFromParts(local.tm_year + 1900, local.tm_mon + 1,
+                                                local.tm_mday, local.tm_hour, local.tm_min,
+                                                local.tm_sec));
+    };
+    const auto offsetAt = [](int64_t t) {
+        const time_t tt = time_t(t);
+        struct tm local;
+        localtime_r(&tt, &local);
+        return local.tm_gmtoff;
+    };
+    std::mt19937_64 random(7);
+    for (const char* zone : {"UTC", "Europe/Berlin", "Australia/Lord_Howe", "Africa/Casablanca",
+                             "America/St_Johns", "Pacific/Apia", "Asia/Kathmandu"}) {
+        SCOPED_TRACE(zone);
+        qputenv("TZ", zone);
+        tzset();
+        std::vector<int64_t> times;
+        // Every quarter hour of the two days around each change, 1970-2040.
+        constexpr int64_t Day = 86400;
+        for (int64_t t = 0; t < 2208988800; t += Day)
+            if (offsetAt(t) != offsetAt(t + Day))
+                for (int64_t u = t - Day; u < t + 2 * Day; u += 900)
+                    times.push_back(u);
+        // And anywhere from 1900 to 2100, in a shuffled order that makes
+        // the caches evict one another.
+        for (int i = 0; i < 20000; ++i)
+            times.push_back(int64_t(random() % 6311390400ull) - 2208988800);
+        std::shuffle(times.begin(), times.end(), random);
+        LocalTimeConverter converter;
+        int wrong = 0;
+        for (const int64_t t : times) {
+            double got = 0;
+            ASSERT_TRUE(converter.convert(t, got));
+            if (got != expected(t) && ++wrong <= 5)
+                ADD_FAILURE() << "unix time " << t;
+        }
+        EXPECT_EQ(wrong, 0);
+    }
     if (oldZone.isNull())
         qunsetenv("TZ");
     else
