@@ -113,8 +113,8 @@ void appendLinkTarget(FolderListing& listing, ListedItem& item, int fd, const ch
         const ssize_t n = ::readlinkat(fd, rawName, listing.text.data() + start, room);
         if (n >= 0 && size_t(n) < room) {
             listing.text.resize(start + size_t(n));
-            item.linkOffset = uint32_t(start);
-            item.linkLength = uint32_t(n);
+            item.extraOffset = uint32_t(start);
+            item.extraLength = uint32_t(n);
             return;
         }
         if (n < 0)
@@ -437,15 +437,17 @@ int32_t DirectoryReader::listItems(FolderTask& task, int fd, SpareTasks& spares)
         // opening a device can act on the device.
         if (examined && S_ISREG(st.st_mode) && task.versionsOn) {
             const std::string version = fileVersionTextAt(fd, rawName, &st);
-            item.versionOffset = appendText(listing.text, version);
-            item.versionLength = uint32_t(version.size());
+            item.extraOffset = appendText(listing.text, version);
+            item.extraLength = uint32_t(version.size());
         }
-        if (examined && S_ISLNK(st.st_mode))
+        if (examined && S_ISLNK(st.st_mode)) {
+            item.link = true;
             appendLinkTarget(listing, item, fd, rawName, st.st_size);
+        }
         if (examined && S_ISREG(st.st_mode) && m_rules.fingerprints) {
             if (const std::optional<Fingerprint> taken =
                     fingerprintFileAt(fd, rawName, st, reading)) {
-                item.fingerprint = *taken;
+                listing.fingerprints.push_back(*taken);
                 item.fingerprinted = true;
             } else {
                 item.unreadable = true;
@@ -713,8 +715,8 @@ void DirectoryReader::release(FolderTask& task) {
     // Enough to cover the folders listed ahead of the walk; the listing of a
     // very large folder is not kept, so that one such folder does not hold
     // its memory for the rest of the walk.
-    constexpr size_t MostSpareTasks = 4096;
-    constexpr size_t MostSpareListings = 256;
+    constexpr size_t MostSpareTasks = 8192;
+    constexpr size_t MostSpareListings = 1024;
     constexpr size_t LargestSpareListing = 4096;
 
     // The walk has left every sub-folder: each one's listing was given back
@@ -736,6 +738,7 @@ void DirectoryReader::release(FolderTask& task) {
     }
     listing.items.clear();
     listing.text.clear();
+    listing.fingerprints.clear();
     listing.state = FolderListing::Listed;
     listing.hiddenLeftOut = 0;
 

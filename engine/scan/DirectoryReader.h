@@ -50,14 +50,14 @@ struct ListingRules {
 
 struct FolderTask;
 
-// One item of a folder, with every value a snapshot entry takes from it.
+// One item of a folder, with every value a snapshot entry takes from it, in
+// one cache line: the walk reads what another thread listed, line by line.
 struct ListedItem {
     uint32_t nameOffset = 0; // stored text of the name in FolderListing::text
     uint32_t nameLength = 0;
-    uint32_t versionOffset = 0; // version text in FolderListing::text
-    uint32_t versionLength = 0;
-    uint32_t linkOffset = 0; // a link's target in FolderListing::text
-    uint32_t linkLength = 0;
+    // In FolderListing::text: a file's version text, or a link's target.
+    uint32_t extraOffset = 0;
+    uint32_t extraLength = 0;
     int64_t size = 0;    // st_size
     double modified = 0; // local OLE date, 0 when it could not be converted
     int32_t attributes = 0;
@@ -67,13 +67,14 @@ struct ListedItem {
     uint32_t group = 0;
     uint16_t mode = 0;
     bool examined = false;
-    // With fingerprints asked for, a regular file's: taken, or the file
-    // could not be read.
+    bool link = false; // a symbolic link: the extra text is its target
+    // With fingerprints asked for, a regular file's: taken (the next of
+    // FolderListing::fingerprints), or the file could not be read.
     bool fingerprinted = false;
     bool unreadable = false;
-    Fingerprint fingerprint;
     FolderTask* folder = nullptr; // the folder to descend into, when there is one
 };
+static_assert(sizeof(ListedItem) <= 64, "a listed item fits in a cache line");
 
 // The listing of one folder, in the order the file system gave its items,
 // with "." and ".." and (unless hidden items are kept) hidden and system
@@ -88,17 +89,21 @@ struct FolderListing {
     State state = Listed;
     int32_t hiddenLeftOut = 0; // items left out because hidden items are not kept
     std::vector<ListedItem> items;
-    std::string text; // names and versions, back to back
+    std::string text;                      // names, versions and link targets, back to back
+    std::vector<Fingerprint> fingerprints; // of the fingerprinted items, in order
     std::vector<std::unique_ptr<FolderTask>> children;
 
     std::string_view name(const ListedItem& item) const {
         return std::string_view(text).substr(item.nameOffset, item.nameLength);
     }
     std::string_view version(const ListedItem& item) const {
-        return std::string_view(text).substr(item.versionOffset, item.versionLength);
+        return item.link ? std::string_view() : extra(item);
     }
     std::string_view linkTarget(const ListedItem& item) const {
-        return std::string_view(text).substr(item.linkOffset, item.linkLength);
+        return item.link ? extra(item) : std::string_view();
+    }
+    std::string_view extra(const ListedItem& item) const {
+        return std::string_view(text).substr(item.extraOffset, item.extraLength);
     }
 };
 

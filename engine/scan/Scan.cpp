@@ -47,10 +47,11 @@ public:
 private:
     struct Frame {
         FolderTask* task;
-        size_t next = 0;   // the next item of the listing to record
-        int32_t first = 0; // index of the folder's first entry
-        int32_t here = 0;  // entries created at this level and below
-        int32_t last = 0;  // index of the entry recorded last
+        size_t next = 0;            // the next item of the listing to record
+        size_t nextFingerprint = 0; // the fingerprint of the next fingerprinted item
+        int32_t first = 0;          // index of the folder's first entry
+        int32_t here = 0;           // entries created at this level and below
+        int32_t last = 0;           // index of the entry recorded last
         int32_t parentIndex = 0;
         int16_t depth = 0;
         bool stopped = false;
@@ -126,11 +127,11 @@ private:
         e.modified = item.modified;
         if (item.examined) {
             s.access.set(f.last, {item.mode, item.owner, item.group});
-            if (item.linkLength > 0)
+            if (item.link && item.extraLength > 0)
                 s.access.setLinkTarget(f.last, listing.linkTarget(item));
         }
         if (item.fingerprinted)
-            s.fingerprints.set(f.last, item.fingerprint);
+            s.fingerprints.set(f.last, listing.fingerprints[f.nextFingerprint++]);
         else if (item.unreadable)
             ++s.fingerprints.unreadable;
         if (!folder) {
