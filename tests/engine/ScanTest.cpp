@@ -297,25 +297,47 @@ TEST(Scan, ThreadsThatCannotStartEndTheScanCleanly) {
 TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
     TempTree t;
     // Folders of very different sizes at several depths, so that workers
-    // finish out of order.
+    // finish out of order, and the folders and listings the walk is done
+    // with are used again for others: names of other lengths, links whose
+    // targets share the listing's text with names, files with fingerprints.
     for (int a = 0; a < 6; ++a)
         for (int b = 0; b < a * 3; ++b) {
-            t.folder(u"d%1/e%2"_s.arg(a).arg(b));
+            const QString e = u"d%1/e%2"_s.arg(a).arg(b);
+            t.folder(e + u"/g"_s + QString(b, u'g'));
             for (int c = 0; c < (b % 4) * 20; ++c)
-                t.file(u"d%1/e%2/f%3"_s.arg(a).arg(b).arg(c), QByteArray(c, 'x'));
+                t.file(e + u"/f%1"_s.arg(c), QByteArray(c, 'x'));
+            if (b % 2)
+                t.symlink(e + u"/link"_s, QString(b + 1, u't'));
         }
-    const Scan single = scan(t, true, true, 0);
-    ASSERT_TRUE(single.outcome.ok);
-    expectSoundSnapshot(single.snapshot);
-    // Workers added during the scan, as on a disk whose listings wait.
-    ScanSettings growing;
-    growing.assumeDeviceWaits = true;
-    for (int threads : {1, 2, 4, 8, 32, -1}) {
-        SCOPED_TRACE(threads);
-        const Scan parallel =
-            scan(t, true, true, threads, nullptr, threads < 0 ? growing : ScanSettings{});
-        ASSERT_TRUE(parallel.outcome.ok);
-        expectSameSnapshot(single.snapshot, parallel.snapshot);
+    const auto sameSideData = [](const Snapshot& a, const Snapshot& b) {
+        for (int32_t i = 1; i <= a.entryCount; ++i) {
+            SCOPED_TRACE(i);
+            EXPECT_EQ(a.access.at(i).mode, b.access.at(i).mode);
+            EXPECT_EQ(a.access.linkTarget(i), b.access.linkTarget(i));
+            ASSERT_EQ(a.fingerprints.has(i), b.fingerprints.has(i));
+            if (a.fingerprints.has(i)) {
+                EXPECT_EQ(a.fingerprints.at(i), b.fingerprints.at(i));
+            }
+        }
+    };
+    for (const bool fingerprints : {false, true}) {
+        SCOPED_TRACE(fingerprints);
+        ScanSettings plain;
+        plain.fingerprints = fingerprints;
+        const Scan single = scan(t, true, true, 0, nullptr, plain);
+        ASSERT_TRUE(single.outcome.ok);
+        expectSoundSnapshot(single.snapshot);
+        // Workers added during the scan, as on a disk whose listings wait.
+        ScanSettings growing = plain;
+        growing.assumeDeviceWaits = true;
+        for (int threads : {1, 2, 4, 8, 32, -1}) {
+            SCOPED_TRACE(threads);
+            const Scan parallel =
+                scan(t, true, true, threads, nullptr, threads < 0 ? growing : plain);
+            ASSERT_TRUE(parallel.outcome.ok);
+            expectSameSnapshot(single.snapshot, parallel.snapshot);
+            sameSideData(single.snapshot, parallel.snapshot);
+        }
     }
 }
 
