@@ -712,11 +712,12 @@ void DirectoryReader::finish(FolderTask& task) {
 }
 
 void DirectoryReader::release(FolderTask& task) {
-    // Enough to cover the folders listed ahead of the walk; the listing of a
-    // very large folder is not kept, so that one such folder does not hold
-    // its memory for the rest of the walk.
-    constexpr size_t MostSpareTasks = 8192;
-    constexpr size_t MostSpareListings = 1024;
+    // A few hundred keep the threads out of each other's allocator; more
+    // would only hold memory a scan of millions of entries needs for the
+    // snapshot. The listing of a very large folder is not kept, so that one
+    // such folder does not hold its memory for the rest of the walk.
+    constexpr size_t MostSpareTasks = 512;
+    constexpr size_t MostSpareListings = 64;
     constexpr size_t LargestSpareListing = 4096;
 
     // The walk has left every sub-folder: each one's listing was given back
