@@ -243,21 +243,23 @@ private:
 
 // The task of listing a sub-folder of task later: raw is its name on disk
 // and name its stored text; examined, when it could be examined, tells
-// which folder it is. childText keeps its text below the root.
+// which folder it is. childText keeps its text below the root. A spare task
+// (one the walk is done with) is used again, every value set afresh.
 std::unique_ptr<FolderTask> subFolderTask(FolderTask& task, std::string_view raw,
                                           std::string_view name, const struct stat* examined,
                                           bool childText, std::unique_ptr<FolderTask> spare) {
     auto child = spare ? std::move(spare) : std::make_unique<FolderTask>();
     child->parent = &task;
     child->name.assign(raw);
-    if (examined) {
-        child->device = examined->st_dev;
-        child->inode = examined->st_ino;
-    }
+    child->device = examined ? examined->st_dev : 0;
+    child->inode = examined ? examined->st_ino : 0;
     child->itemNames = task.itemNames + 1;
+    child->relativeText.clear();
     if (childText)
         child->relativeText.append(task.relativeText).append(name).push_back('/');
     child->versionsOn = task.versionsOn;
+    child->state.store(FolderTask::Pending, std::memory_order_relaxed);
+    child->failure = nullptr;
     return child;
 }
 
@@ -721,22 +723,10 @@ void DirectoryReader::release(FolderTask& task) {
     constexpr size_t LargestSpareListing = 4096;
 
     // The walk has left every sub-folder: each one's listing was given back
-    // and its descriptor closed, and no worker looks at it any more. They
-    // are made ready for use again here, outside the lock.
+    // and its descriptor closed, and no worker looks at it any more, so
+    // they may be used again (subFolderTask sets them afresh).
     FolderListing& listing = task.listing;
     const size_t items = listing.items.size();
-    for (auto& child : listing.children) {
-        FolderTask& c = *child;
-        c.parent = nullptr;
-        c.name.clear();
-        c.relativeText.clear();
-        c.itemNames = 1;
-        c.device = 0;
-        c.inode = 0;
-        c.versionsOn = false;
-        c.state.store(FolderTask::Pending, std::memory_order_relaxed);
-        c.failure = nullptr;
-    }
     listing.items.clear();
     listing.text.clear();
     listing.fingerprints.clear();
