@@ -5,6 +5,7 @@
 #include "EntryText.h"
 #include "TerminalProgress.h"
 
+#include "engine/compare/Compare.h"
 #include "engine/compare/History.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
@@ -38,8 +39,11 @@ const QString Description = QStringLiteral(
     "where the entry was absent, \"?\" for a snapshot that could not be read; a size\n"
     "begins with + where the entry came, > where it moved in from elsewhere, ~ where it\n"
     "changed. csv: path, then for each snapshot its size and its change (added, removed,\n"
-    "changed, moved in, moved out or empty). jsonl: a first object with \"schema\": 1\n"
-    "and the snapshots, then an object a path with its \"states\", one for each snapshot.\n"
+    "changed, moved in, moved out or empty), and where the snapshots recorded them its\n"
+    "permissions and owner. jsonl: a first object with \"schema\": 1 and the snapshots,\n"
+    "then an object a path with its \"states\", one for each snapshot: with the values\n"
+    "compare gives an entry (\"permissions\", \"owner\" and a link's \"target\" where\n"
+    "recorded), and for a change of values the \"fields\" that changed.\n"
     "--summary prints one line a snapshot instead: its number, created time, title,\n"
     "counts, and what changed since the one before (\"+12 \u22123 ~40, 2 moved\").\n"
     "Paths come in path order, as compare prints them.\n"
@@ -67,9 +71,15 @@ private:
     void csvRow(int32_t path, const std::vector<int32_t>& pathRecords);
     void jsonRow(int32_t path, const std::vector<int32_t>& pathRecords);
     QString jsonGeneration(const Generation& g) const;
+    // The letter ls shows first for the path's state in a record.
+    char kindOf(const std::string& path, int32_t record) const {
+        return isFolderPath(path) ? 'd' : kindLetter(m_history.records[size_t(record)].attributes);
+    }
 
     const History& m_history;
     const Format m_format;
+    // Permissions and owners are columns of the csv only where recorded.
+    const bool m_access = m_history.hasAccess();
     const std::vector<std::vector<int32_t>> m_byPath = m_history.recordsByPath();
     QTextStream m_out{stdout};
 };
@@ -138,9 +148,13 @@ void HistoryWriter::table(const std::vector<int32_t>& paths) {
         break;
     case Format::Csv:
         m_out << "path";
-        for (const Generation& g : gens)
+        for (const Generation& g : gens) {
             m_out << ',' << csvField(generationName(g) + QStringLiteral(" size")) << ','
                   << csvField(generationName(g) + QStringLiteral(" change"));
+            if (m_access)
+                m_out << ',' << csvField(generationName(g) + QStringLiteral(" permissions")) << ','
+                      << csvField(generationName(g) + QStringLiteral(" owner"));
+        }
         m_out << '\n';
         break;
     case Format::Jsonl: {
@@ -194,7 +208,7 @@ void HistoryWriter::csvRow(int32_t path, const std::vector<int32_t>& pathRecords
     m_out << csvField(textOf(name));
     for (int g = 0; g < int(m_history.generations.size()); ++g) {
         if (!m_history.generations[size_t(g)].readable()) {
-            m_out << ",\"\",\"unreadable\"";
+            m_out << ",\"\",\"unreadable\"" << (m_access ? ",\"\",\"\"" : "");
             continue;
         }
         const int32_t state = History::stateAt(m_history, pathRecords, g);
@@ -205,6 +219,14 @@ void HistoryWriter::csvRow(int32_t path, const std::vector<int32_t>& pathRecords
               << ','
               << csvField(change < 0 ? QString()
                                      : changeText(m_history.records[size_t(change)].kind));
+        if (m_access) {
+            const std::optional<EntryAccess> access =
+                state < 0 ? std::nullopt : m_history.accessOf(state);
+            m_out << ','
+                  << csvField(access ? permissionsText(access->mode, kindOf(name, state))
+                                     : QString())
+                  << ',' << csvField(access ? ownerText(access->owner, access->group) : QString());
+        }
     }
     m_out << '\n';
 }
@@ -226,6 +248,17 @@ void HistoryWriter::jsonRow(int32_t path, const std::vector<int32_t>& pathRecord
         if (change >= 0) {
             m_out << ",\"change\":"
                   << jsonString(changeText(m_history.records[size_t(change)].kind));
+            if (const int16_t bits = m_history.records[size_t(change)].status; bits > 0) {
+                m_out << ",\"fields\":[";
+                bool firstField = true;
+                for (const ChangedField& field : ChangedFields) {
+                    if (!(bits & field.bit))
+                        continue;
+                    m_out << (firstField ? "\"" : ",\"") << field.key << '"';
+                    firstField = false;
+                }
+                m_out << ']';
+            }
             if (const auto moved = m_history.movedWith.find(change);
                 moved != m_history.movedWith.end())
                 m_out << (m_history.records[size_t(change)].kind == HistoryRecord::MovedIn
@@ -243,6 +276,13 @@ void HistoryWriter::jsonRow(int32_t path, const std::vector<int32_t>& pathRecord
                 print != m_history.fingerprints.end())
                 m_out << ",\"fingerprint\":\""
                       << QString::fromStdString(fingerprintHex(print->second)) << '"';
+            if (const std::optional<EntryAccess> access = m_history.accessOf(state))
+                m_out << ",\"permissions\":"
+                      << jsonString(permissionsText(access->mode, kindOf(name, state)))
+                      << ",\"owner\":" << jsonString(ownerText(access->owner, access->group));
+            if (const auto target = m_history.linkTargets.find(state);
+                target != m_history.linkTargets.end())
+                m_out << ",\"target\":" << jsonString(linkTargetText(target->second));
         }
         m_out << '}';
     }

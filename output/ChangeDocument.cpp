@@ -179,21 +179,13 @@ void appendValues(std::string& out, const EntryValues& v) {
 }
 
 // A changed value's name and its JSON texts on both sides, by change bit.
-struct ChangedField {
-    int16_t bit;
-    const char* name;
-    const std::string EntryValues::*value;
+// The value of each of the fields change bits name, in the order of
+// engine::ChangedFields.
+const std::array<const std::string EntryValues::*, ChangedFields.size()> FieldValues = {
+    &EntryValues::size,    &EntryValues::modified,    &EntryValues::attributes,
+    &EntryValues::version, &EntryValues::fingerprint, &EntryValues::permissions,
+    &EntryValues::owner,   &EntryValues::target,
 };
-const std::array<ChangedField, 8> ChangedFields = {{
-    {engine::Change::Size, "size", &EntryValues::size},
-    {engine::Change::Date, "modified", &EntryValues::modified},
-    {engine::Change::Attributes, "attributes", &EntryValues::attributes},
-    {engine::Change::Version, "version", &EntryValues::version},
-    {engine::Change::Content, "content", &EntryValues::fingerprint},
-    {engine::Change::Permissions, "permissions", &EntryValues::permissions},
-    {engine::Change::Owner, "owner", &EntryValues::owner},
-    {engine::Change::LinkTarget, "target", &EntryValues::target},
-}};
 
 QJsonObject snapshotObject(const Snapshot& s, const QString& file) {
     return QJsonObject{
@@ -355,17 +347,18 @@ void appendChangeObject(const ChangeList& list, const Change& change, std::strin
         if (change.kind == Change::Changed || change.kind == Change::Content) {
             const int16_t status = ownChanges(list.newer(), change.index);
             std::string names, members;
-            for (const ChangedField& f : ChangedFields) {
+            for (size_t field = 0; field < ChangedFields.size(); ++field) {
+                const ChangedField& f = ChangedFields[field];
                 if (!(status & f.bit))
                     continue;
                 names += names.empty() ? "" : ",";
                 names += '"';
-                names += f.name;
+                names += f.key;
                 names += '"';
-                const std::string& was = (*before).*f.value;
-                const std::string& is = (*after).*f.value;
+                const std::string& was = (*before).*FieldValues[field];
+                const std::string& is = (*after).*FieldValues[field];
                 members += ",\"";
-                members += f.name;
+                members += f.key;
                 members += "\":{\"old\":";
                 members += was.empty() ? "null" : was;
                 members += ",\"new\":";

@@ -1,5 +1,6 @@
 #include "HistoryModels.h"
 
+#include "engine/compare/Compare.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/TextFormats.h"
 
@@ -7,12 +8,22 @@
 #include <QGuiApplication>
 #include <QPalette>
 
+#include <iterator>
+
 namespace kestrel::views {
 
 using engine::HistoryIndex;
 using engine::HistoryRecord;
 
 namespace {
+
+// How an entry changed in a generation; a change of values says which:
+// "changed: permissions, owner".
+QString changeWithFields(const engine::HistoryIndex::State& state) {
+    const QString fields = engine::changedFieldsText(state.changedBits);
+    return fields.isEmpty() ? engine::changeText(state.change)
+                            : engine::changeText(state.change) + QStringLiteral(": ") + fields;
+}
 
 QColor greyed() {
     return QGuiApplication::palette().color(QPalette::Disabled, QPalette::Text);
@@ -217,9 +228,9 @@ QVariant HistoryFileModel::data(const QModelIndex& index, int role) const {
                    ? QVariant()
                    : QVariant(greyed());
     case Qt::ToolTipRole: {
-        QString tip = engine::changeText(state.change);
+        QString tip = changeWithFields(state);
         if (state.present)
-            tip += (tip.isEmpty() ? QString() : QStringLiteral(": ")) +
+            tip += (tip.isEmpty() ? QString() : QStringLiteral("\n")) +
                    engine::modifiedText(state.modified);
         return tip;
     }
@@ -277,7 +288,7 @@ QVariant LineOfLifeModel::data(const QModelIndex& index, int role) const {
     if (index.column() == NumberColumn)
         return engine::generationName(g);
     if (index.column() == ChangeColumn)
-        return engine::changeText(s.change);
+        return changeWithFields(s);
     if (!s.readable)
         return index.column() == SizeColumn ? QStringLiteral("could not be read") : QString();
     if (!s.present)
@@ -289,6 +300,13 @@ QVariant LineOfLifeModel::data(const QModelIndex& index, int role) const {
         return engine::modifiedText(s.modified);
     case AttributesColumn:
         return engine::AttributeText(s.attributes);
+    case PermissionsColumn:
+        return s.access ? engine::permissionsText(s.access->mode, engine::kindLetter(s.attributes))
+                        : QString();
+    case OwnerColumn:
+        return s.access ? engine::ownerText(s.access->owner, s.access->group) : QString();
+    case LinkTargetColumn:
+        return s.linkTarget.empty() ? QString() : engine::linkTargetText(s.linkTarget);
     case VersionColumn:
         return QString::fromUtf8(s.version.data(), qsizetype(s.version.size()));
     case FingerprintColumn:
@@ -302,8 +320,10 @@ QVariant LineOfLifeModel::data(const QModelIndex& index, int role) const {
 QVariant LineOfLifeModel::headerData(int section, Qt::Orientation orientation, int role) const {
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return {};
-    static const char* const headings[] = {"Snapshot",   "Change",  "Size",       "Modified",
-                                           "Attributes", "Version", "Fingerprint"};
+    static const char* const headings[] = {"Snapshot",   "Change",      "Size",  "Modified",
+                                           "Attributes", "Permissions", "Owner", "Link target",
+                                           "Version",    "Fingerprint"};
+    static_assert(std::size(headings) == ColumnCount);
     return section >= 0 && section < ColumnCount ? QString::fromLatin1(headings[section])
                                                  : QVariant();
 }

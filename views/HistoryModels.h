@@ -89,8 +89,9 @@ private:
     std::vector<engine::HistoryIndex::Row> m_rows;
 };
 
-// One entry's line of life: a row for each generation with its size,
-// modified time, attributes, version and fingerprint.
+// One entry's line of life: a row for each generation with what changed,
+// its size, modified time, attributes, permissions, owner, link target,
+// version and fingerprint.
 class LineOfLifeModel : public QAbstractTableModel {
     Q_OBJECT
 public:
@@ -100,6 +101,9 @@ public:
         SizeColumn,
         ModifiedColumn,
         AttributesColumn,
+        PermissionsColumn,
+        OwnerColumn,
+        LinkTargetColumn,
         VersionColumn,
         FingerprintColumn,
         ColumnCount

@@ -71,6 +71,14 @@ HistoryWindow::HistoryWindow(std::unique_ptr<engine::History> history,
     m_life = makeTable(m_lifeModel, this);
     m_life->setSelectionMode(QAbstractItemView::NoSelection);
     m_life->horizontalHeader()->setStretchLastSection(true);
+    // Permissions and owners are shown where the snapshots recorded them,
+    // link targets where there are links.
+    const bool access = m_history->hasAccess();
+    const bool links =
+        !m_history->linkTargets.empty() || (latest && !latest->access.linkTargets().empty());
+    m_life->setColumnHidden(LineOfLifeModel::PermissionsColumn, !access);
+    m_life->setColumnHidden(LineOfLifeModel::OwnerColumn, !access);
+    m_life->setColumnHidden(LineOfLifeModel::LinkTargetColumn, !links);
 
     auto* right = new QSplitter(Qt::Vertical, this);
     right->addWidget(m_files);

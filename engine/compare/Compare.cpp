@@ -529,6 +529,25 @@ int16_t ownChanges(const Snapshot& s, int32_t i) {
     return found == s.folderChanges.end() ? 0 : found->second;
 }
 
+const std::array<ChangedField, 8> ChangedFields = {{
+    {Change::Size, "size", "size"},
+    {Change::Date, "modified", "modified"},
+    {Change::Attributes, "attributes", "attributes"},
+    {Change::Version, "version", "version"},
+    {Change::Content, "content", "content"},
+    {Change::Permissions, "permissions", "permissions"},
+    {Change::Owner, "owner", "owner"},
+    {Change::LinkTarget, "target", "link target"},
+}};
+
+QString changedFieldsText(int16_t bits) {
+    QStringList names;
+    for (const ChangedField& field : ChangedFields)
+        if (bits > 0 && (bits & field.bit))
+            names << QString::fromLatin1(field.text);
+    return names.join(QStringLiteral(", "));
+}
+
 AccessAlert alertOf(const Snapshot& s, int32_t i) {
     if (s.alerts.empty())
         return AccessAlert::None;

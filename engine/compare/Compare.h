@@ -9,6 +9,7 @@
 
 #include <QString>
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -146,6 +147,18 @@ QString alertsText(const AccessCounts& counts);
 // "2 permission changes, 1 owner change, 1 link target change"; empty when
 // none changed.
 QString accessChangesText(const AccessCounts& counts);
+
+// The values change bits name: the bit, the key the command line's JSON
+// gives it, and the words for it; in the order the grid shows them.
+struct ChangedField {
+    int16_t bit;
+    const char* key;
+    const char* text;
+};
+extern const std::array<ChangedField, 8> ChangedFields;
+// "size, permissions": the values a file's (or a folder's own) change bits
+// say differ; empty for none.
+QString changedFieldsText(int16_t bits);
 
 // ", 1,234 ignored" for the change summary; empty when nothing was ignored.
 QString ignoredNote(int32_t ignored);

@@ -41,12 +41,14 @@ public:
 private:
     int32_t pathOf(const Snapshot& s, int32_t index);
     int32_t versionOf(const Snapshot& s, const SnapshotEntry& e);
+    void noteAccess(const Snapshot& s, int32_t index, HistoryRecord& r, int32_t recordIndex);
     void record(const Snapshot& s, int32_t index, int32_t path, uint8_t generation,
                 HistoryRecord::Kind kind);
 
     History& m_history;
     std::unordered_map<std::string, int32_t> m_pathIds;
     std::unordered_map<std::string, int32_t> m_versionIds;
+    std::unordered_map<EntryAccess, uint16_t, EntryAccessHash> m_accessIds;
     std::vector<uint8_t> m_recorded; // by path: whether it has a record yet
 };
 
@@ -71,6 +73,27 @@ int32_t HistoryBuilder::versionOf(const Snapshot& s, const SnapshotEntry& e) {
     return it->second;
 }
 
+void HistoryBuilder::noteAccess(const Snapshot& s, int32_t index, HistoryRecord& r,
+                                int32_t recordIndex) {
+    if (!s.access.has(index))
+        return;
+    const EntryAccess access = s.access.at(index);
+    if (const auto known = m_accessIds.find(access); known != m_accessIds.end()) {
+        r.access = known->second;
+    } else if (m_history.accessKinds.size() <= std::numeric_limits<uint16_t>::max()) {
+        r.access = uint16_t(m_history.accessKinds.size());
+        m_history.accessKinds.push_back(access);
+        m_accessIds.emplace(access, r.access);
+    } else {
+        m_history.unnumberedAccess.emplace(recordIndex, access);
+    }
+    if (s.entries.get(index).attributes & Attribute::ReparsePoint) {
+        const std::string_view target = s.access.linkTarget(index);
+        if (!target.empty())
+            m_history.linkTargets.emplace(recordIndex, target);
+    }
+}
+
 void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint8_t generation,
                             HistoryRecord::Kind kind) {
     HistoryRecord r;
@@ -84,7 +107,8 @@ void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint
         r.attributes = e.attributes;
         r.version = versionOf(s, e);
         if (kind == HistoryRecord::Changed)
-            r.status = e.status;
+            r.status = ownChanges(s, index);
+        noteAccess(s, index, r, int32_t(m_history.records.size()));
         if (s.fingerprints.has(index))
             m_history.fingerprints.emplace(int32_t(m_history.records.size()),
                                            s.fingerprints.at(index));
@@ -226,6 +250,18 @@ QString changeText(HistoryRecord::Kind kind) {
 bool History::anyChanges() const {
     return std::any_of(generations.begin(), generations.end(),
                        [](const Generation& g) { return g.changes() > 0; });
+}
+
+bool History::hasAccess() const {
+    return accessKinds.size() > 1 || !unnumberedAccess.empty() ||
+           (latest && !latest->access.empty());
+}
+
+std::optional<EntryAccess> History::accessOf(int32_t record) const {
+    if (const uint16_t number = records[size_t(record)].access; number != 0)
+        return accessKinds[number];
+    const auto found = unnumberedAccess.find(record);
+    return found != unnumberedAccess.end() ? std::optional(found->second) : std::nullopt;
 }
 
 std::vector<std::vector<int32_t>> History::recordsByPath() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/compare/CompareOptions.h"
+#include "engine/model/EntryAccess.h"
 #include "engine/model/Fingerprints.h"
 
 #include <QString>
@@ -8,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -71,6 +73,7 @@ struct HistoryRecord {
     int32_t version = 0; // into History::versions; 0 is none
     int16_t attributes = 0;
     int16_t status = 0;     // the comparison's change bits, for Changed
+    uint16_t access = 0;    // into History::accessKinds; 0 where none is numbered
     uint8_t generation = 0; // into History::generations
     Kind kind = Before;
 
@@ -94,6 +97,14 @@ struct History {
     std::vector<HistoryRecord> records;
     // The fingerprints of records whose snapshot has them, by record index.
     std::unordered_map<int32_t, Fingerprint> fingerprints;
+    // The permissions, owners and groups of records whose snapshot has them,
+    // each distinct one numbered once (a tree has few); number 0 is none.
+    // Past the numbers a record can hold, the rest are kept by record index.
+    std::vector<EntryAccess> accessKinds{EntryAccess{}};
+    std::unordered_map<int32_t, EntryAccess> unnumberedAccess;
+    // Where the links among the records pointed, as the system's bytes, by
+    // record index.
+    std::unordered_map<int32_t, std::string> linkTargets;
     // The other end of each move, by record index: the path it came from or
     // went to.
     std::unordered_map<int32_t, int32_t> movedWith;
@@ -103,6 +114,11 @@ struct History {
 
     // Whether any generation changed anything.
     bool anyChanges() const;
+    // Whether any record, or the latest snapshot, has permissions and owners.
+    bool hasAccess() const;
+    // The permissions, owner and group of a record; none where its snapshot
+    // had no values for it.
+    std::optional<EntryAccess> accessOf(int32_t record) const;
     // The records of each path, in generation order: for every path, the
     // indices into records.
     std::vector<std::vector<int32_t>> recordsByPath() const;

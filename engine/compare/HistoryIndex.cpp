@@ -186,11 +186,18 @@ HistoryIndex::State HistoryIndex::stateOf(const Row& row, int generation) const 
         state.version = latest->versionOf(e);
         if (latest->fingerprints.has(row.latestEntry))
             state.fingerprint = latest->fingerprints.at(row.latestEntry);
+        if (latest->access.has(row.latestEntry)) {
+            state.access = latest->access.at(row.latestEntry);
+            state.linkTarget = latest->access.linkTarget(row.latestEntry);
+        }
         return state;
     }
     const std::vector<int32_t>& records = m_recordsByPath[size_t(row.path)];
-    if (const int32_t change = History::changeAt(m_history, records, generation); change >= 0)
+    if (const int32_t change = History::changeAt(m_history, records, generation); change >= 0) {
         state.change = m_history.records[size_t(change)].kind;
+        if (state.change == HistoryRecord::Changed)
+            state.changedBits = m_history.records[size_t(change)].status;
+    }
     const int32_t inForce = History::stateAt(m_history, records, generation);
     if (inForce < 0)
         return state;
@@ -203,6 +210,10 @@ HistoryIndex::State HistoryIndex::stateOf(const Row& row, int generation) const 
     if (const auto print = m_history.fingerprints.find(inForce);
         print != m_history.fingerprints.end())
         state.fingerprint = print->second;
+    state.access = m_history.accessOf(inForce);
+    if (const auto target = m_history.linkTargets.find(inForce);
+        target != m_history.linkTargets.end())
+        state.linkTarget = target->second;
     return state;
 }
 

@@ -47,8 +47,14 @@ public:
         int16_t attributes = 0;
         std::string_view version;
         std::optional<Fingerprint> fingerprint;
+        // Permissions, owner and group where the generation has them, and
+        // a link's target.
+        std::optional<EntryAccess> access;
+        std::string_view linkTarget;
         // How it changed from the generation before; Before for not at all.
         HistoryRecord::Kind change = HistoryRecord::Before;
+        // For a change of values, the comparison's bits: what differs.
+        int16_t changedBits = 0;
     };
 
     explicit HistoryIndex(const History& history);

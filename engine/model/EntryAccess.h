@@ -23,6 +23,13 @@ struct EntryAccess {
     bool operator==(const EntryAccess&) const = default;
 };
 
+// Access values as the key of a hash table.
+struct EntryAccessHash {
+    size_t operator()(const EntryAccess& a) const {
+        return std::hash<uint64_t>()((uint64_t(a.owner) << 32 | a.group) * 31 + a.mode);
+    }
+};
+
 // The access of every entry of a snapshot, by entry index: 4 bytes an entry,
 // the number of its kind, each distinct permissions, owner and group kept
 // once (a tree has few of them), link targets only for links.
@@ -77,14 +84,9 @@ private:
     uint32_t kindNumber(const EntryAccess& access);
     void setKind(int32_t index, uint32_t kind);
 
-    struct KindHash {
-        size_t operator()(const EntryAccess& a) const {
-            return std::hash<uint64_t>()((uint64_t(a.owner) << 32 | a.group) * 31 + a.mode);
-        }
-    };
     std::vector<uint32_t> m_kindOf;       // by entry; NoKind for an entry without values
     std::vector<EntryAccess> m_kinds{{}}; // by number; number 0 stands for none
-    std::unordered_map<EntryAccess, uint32_t, KindHash> m_kindNumbers;
+    std::unordered_map<EntryAccess, uint32_t, EntryAccessHash> m_kindNumbers;
     uint32_t m_lastKind = NoKind; // the kind set last
     std::unordered_map<int32_t, std::string> m_links;
 };

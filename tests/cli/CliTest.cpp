@@ -550,8 +550,9 @@ TEST_F(CliTest, CompareTellsMovesAndContent) {
 }
 
 // The history of a series: one row a path that ever changed, its state in
-// each snapshot, in text, csv and jsonl; a damaged member is named and left
-// out; --summary counts each snapshot's changes.
+// each snapshot, in text, csv and jsonl, with permissions and owners where
+// recorded and the fields a change of values changed; a damaged member is
+// named and left out; --summary counts each snapshot's changes.
 TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
     TempTree t;
     t.file(u"data/a.txt"_s, "a");
@@ -559,9 +560,12 @@ TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
     const QString folder = t.root() + u"data"_s;
     snapshot(folder, u"data.#01"_s);
     t.file(u"data/a.txt"_s, "aaa");
+    t.chmod(u"data/a.txt"_s, 0600);
     const QString second = snapshot(folder, u"data.#02"_s);
     ASSERT_TRUE(QFile::remove(folder + u"/gone.txt"_s));
     t.file(u"data/sub/new.txt"_s, "nn");
+    t.chmod(u"data/sub"_s, 0755);
+    t.chmod(u"data/sub/new.txt"_s, 0644);
     snapshot(folder, u"data.#03"_s);
     ASSERT_TRUE(writeBytes(home() + u"/data.#05"_s, "damaged"));
 
@@ -581,13 +585,24 @@ TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
     const QJsonValue a = QJsonDocument::fromJson(json[1].toUtf8())[u"states"][1];
     EXPECT_EQ(a[u"change"_s].toString(), u"changed"_s);
     EXPECT_EQ(a[u"size"_s].toInt(), 3);
+    EXPECT_EQ(a[u"fields"_s].toArray(), (QJsonArray{u"size"_s, u"permissions"_s}));
+    EXPECT_EQ(a[u"permissions"_s].toString(), u"-rw-------"_s);
+    const QString owner = kestrel::engine::ownerText(::geteuid(), ::getegid());
+    EXPECT_EQ(a[u"owner"_s].toString(), owner);
     r = cli({u"history"_s, second, u"--format"_s, u"csv"_s, u"--folder"_s, u"sub"_s});
-    EXPECT_EQ(r.lines(),
-              (QStringList{u"path,\"#01 size\",\"#01 change\",\"#02 size\",\"#02 change\","
-                           u"\"#03 size\",\"#03 change\",\"#05 size\",\"#05 change\""_s,
-                           u"\"sub/\",\"\",\"\",\"\",\"\",\"0\",\"added\",\"\",\"unreadable\""_s,
-                           u"\"sub/new.txt\",\"\",\"\",\"\",\"\",\"2\",\"added\",\"\","
-                           u"\"unreadable\""_s}));
+    const QString none = u"\"\",\"\",\"\",\"\""_s;
+    const QString unreadable = u"\"\",\"unreadable\",\"\",\"\""_s;
+    QStringList header{u"path"_s};
+    for (const char* g : {"#01", "#02", "#03", "#05"})
+        for (const char* column : {"size", "change", "permissions", "owner"})
+            header << u"\"%1 %2\""_s.arg(QLatin1String(g), QLatin1String(column));
+    EXPECT_EQ(
+        r.lines(),
+        (QStringList{header.join(u","_s),
+                     u"\"sub/\","_s + none + u","_s + none +
+                         u",\"0\",\"added\",\"drwxr-xr-x\",\""_s + owner + u"\","_s + unreadable,
+                     u"\"sub/new.txt\","_s + none + u","_s + none +
+                         u",\"2\",\"added\",\"-rw-r--r--\",\""_s + owner + u"\","_s + unreadable}));
     r = cli({u"history"_s, second, u"--summary"_s});
     ASSERT_EQ(r.lines().size(), 4);
     EXPECT_TRUE(r.lines()[2].endsWith(u"\t+2 \u22121 ~0"_s)) << r.lines()[2].toStdString();

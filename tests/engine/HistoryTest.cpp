@@ -6,6 +6,7 @@
 #include "engine/compare/Compare.h"
 #include "engine/compare/Differences.h"
 #include "engine/compare/History.h"
+#include "engine/compare/HistoryIndex.h"
 #include "engine/file/OpenSnapshot.h"
 #include "engine/file/SnapshotFile.h"
 
@@ -175,6 +176,68 @@ TEST_F(HistoryTest, TwoGenerationsAreTheOrdinaryComparison) {
     }
     EXPECT_EQ(told, compared);
     EXPECT_EQ(compared.size(), 6u); // a, c, new/, n, old/, o
+}
+
+// What ls -la shows besides sizes and times is followed too: a program that
+// becomes set-user-ID, a file given to another owner (where the test may), a
+// link pointed elsewhere with a target of the same length and its time kept.
+// Each change names what changed, each state carries its values, and an
+// entry that never changed shows those of the latest snapshot.
+TEST_F(HistoryTest, FollowsPermissionsOwnersAndLinkTargets) {
+    file("tool", "#!", Start);
+    file("owned.txt", "o", Start + 1);
+    file("plain.txt", "p", Start + 2);
+    m_tree.chmod(u"tool"_s, 0755);
+    m_tree.chmod(u"plain.txt"_s, 0640);
+    m_tree.symlink(u"link"_s, u"/etc/passwd"_s);
+    m_tree.touch(u"link"_s, Start + 3);
+    saveGeneration(1);
+    m_tree.chmod(u"tool"_s, 04755);
+    const bool root = runningAsRoot();
+    if (root)
+        ASSERT_EQ(
+            ::lchown(QFile::encodeName(m_tree.root() + u"owned.txt"_s).constData(), 4321, 8765), 0);
+    saveGeneration(2);
+    ASSERT_TRUE(QFile::remove(m_tree.root() + u"link"_s));
+    m_tree.symlink(u"link"_s, u"/etc/shadow"_s);
+    m_tree.touch(u"link"_s, Start + 3);
+    saveGeneration(3);
+
+    const History h = buildHistory(historySeries(fileOf(1)), m_options, m_meter);
+    ASSERT_TRUE(h.hasAccess());
+    EXPECT_EQ(std::tuple(h.generations[1].changed, h.generations[2].changed),
+              std::tuple(root ? 2 : 1, 1));
+    const HistoryIndex index(h);
+    const std::vector<HistoryIndex::Row> rows = index.rowsOf(0);
+    const auto stateOf = [&](const std::string& name, int g) {
+        const auto row = std::find_if(rows.begin(), rows.end(),
+                                      [&](const HistoryIndex::Row& r) { return r.name == name; });
+        EXPECT_NE(row, rows.end()) << name;
+        return index.stateOf(*row, g);
+    };
+
+    const HistoryIndex::State before = stateOf("tool", 0), after = stateOf("tool", 1);
+    ASSERT_TRUE(before.access && after.access);
+    EXPECT_EQ(std::pair(before.access->mode, after.access->mode), std::pair(0755u, 04755u));
+    EXPECT_EQ(after.change, HistoryRecord::Changed);
+    EXPECT_EQ(changedFieldsText(after.changedBits), u"permissions"_s);
+    EXPECT_EQ(stateOf("tool", 2).change, HistoryRecord::Before);
+
+    const HistoryIndex::State was = stateOf("link", 1), is = stateOf("link", 2);
+    EXPECT_EQ(std::pair(std::string(was.linkTarget), std::string(is.linkTarget)),
+              std::pair(std::string("/etc/passwd"), std::string("/etc/shadow")));
+    EXPECT_EQ(changedFieldsText(is.changedBits), u"link target"_s);
+
+    if (root) {
+        const HistoryIndex::State given = stateOf("owned.txt", 1);
+        ASSERT_TRUE(given.access);
+        EXPECT_EQ(std::pair(given.access->owner, given.access->group), std::pair(4321u, 8765u));
+        EXPECT_EQ(changedFieldsText(given.changedBits), u"owner"_s);
+    }
+    const HistoryIndex::State unchanged = stateOf("plain.txt", 0);
+    EXPECT_EQ(unchanged.change, HistoryRecord::Before);
+    ASSERT_TRUE(unchanged.access);
+    EXPECT_EQ(unchanged.access->mode, 0640u);
 }
 
 // A gap in the numbers is no matter, a damaged member is reported and left

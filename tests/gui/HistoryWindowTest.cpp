@@ -13,6 +13,8 @@
 #include "views/HistoryModels.h"
 #include "views/HistoryWindow.h"
 
+#include <sys/stat.h>
+
 using namespace kestrel;
 using namespace Qt::StringLiterals;
 
@@ -53,8 +55,11 @@ private Q_SLOTS:
     void initTestCase() {
         m_tree = m_home.filePath(u"Data"_s);
         writeFiles(m_tree, {u"a.txt"_s, u"sub/b.txt"_s}, QDateTime::currentDateTime());
+        const QByteArray b = QFile::encodeName(m_tree + u"/sub/b.txt"_s);
+        QCOMPARE(::chmod(b.constData(), 0644), 0);
         saveSnapshotOf(m_tree, file(1));
         writeFile(m_tree + u"/sub/b.txt"_s, "bbbb");
+        QCOMPARE(::chmod(b.constData(), 0600), 0);
         saveSnapshotOf(m_tree, file(2));
         QVERIFY(QFile::remove(m_tree + u"/a.txt"_s));
         writeFiles(m_tree, {u"new/c.txt"_s}, QDateTime::currentDateTime());
@@ -101,10 +106,17 @@ private Q_SLOTS:
         QCOMPARE(column(files, 2), QStringList{u"4"_s});
         clickIndex(history->files(), files.index(0, 0));
         const QAbstractItemModel& life = history->lifeModel();
-        // sub/b.txt held its own name, then "bbbb".
+        // sub/b.txt held its own name, then "bbbb", and was kept from
+        // everyone else: the change names what changed.
         QCOMPARE(column(life, views::LineOfLifeModel::SizeColumn), words(u"9 4 4"_s));
-        QCOMPARE(column(life, views::LineOfLifeModel::ChangeColumn),
-                 (QStringList{QString(), u"changed"_s, QString()}));
+        QCOMPARE(column(life, views::LineOfLifeModel::PermissionsColumn),
+                 words(u"-rw-r--r-- -rw------- -rw-------"_s));
+        const QStringList changes = column(life, views::LineOfLifeModel::ChangeColumn);
+        QCOMPARE(std::pair(changes[0], changes[2]), std::pair(QString(), QString()));
+        QVERIFY2(changes[1].startsWith(u"changed: size"_s) && changes[1].endsWith(u"permissions"_s),
+                 qPrintable(changes[1]));
+        QVERIFY(!history->lineOfLife()->isColumnHidden(views::LineOfLifeModel::OwnerColumn));
+        QVERIFY(history->lineOfLife()->isColumnHidden(views::LineOfLifeModel::LinkTargetColumn));
 
         // Folders are coloured by what changed in the snapshots chosen on
         // top: "new" came in the third.
