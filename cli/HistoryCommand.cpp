@@ -45,7 +45,8 @@ const QString Description = QStringLiteral(
     "compare gives an entry (\"permissions\", \"owner\" and a link's \"target\" where\n"
     "recorded), and for a change of values the \"fields\" that changed.\n"
     "--summary prints one line a snapshot instead: its number, created time, title,\n"
-    "counts, and what changed since the one before (\"+12 \u22123 ~40, 2 moved\").\n"
+    "counts, and what changed since the one before (\"+12 \u22123 ~40, 2 moved\"), new\n"
+    "set-user-ID, set-group-ID and world-writable entries first, as compare calls them out.\n"
     "Paths come in path order, as compare prints them.\n"
     "Exit status: 0 nothing changed, 1 something changed, 2 trouble.");
 
@@ -89,23 +90,29 @@ QString HistoryWriter::jsonGeneration(const Generation& g) const {
         QStringLiteral("{\"number\":%1,\"file\":%2").arg(g.number).arg(jsonString(g.path));
     if (!g.readable())
         return text + QStringLiteral(",\"error\":%1}").arg(jsonString(g.error));
-    return text + QStringLiteral(",\"created\":%1,\"title\":%2,\"files\":%3,\"folders\":%4,"
-                                 "\"added\":%5,\"removed\":%6,\"changed\":%7,"
-                                 "\"movedFiles\":%8,\"movedFolders\":%9}")
-                      .arg(jsonString(isoDateTime(g.created)), jsonString(g.title))
-                      .arg(g.files)
-                      .arg(g.folders)
-                      .arg(g.added)
-                      .arg(g.removed)
-                      .arg(g.changed)
-                      .arg(g.movedFiles)
-                      .arg(g.movedFolders);
+    text += QStringLiteral(",\"created\":%1,\"title\":%2,\"files\":%3,\"folders\":%4,"
+                           "\"added\":%5,\"removed\":%6,\"changed\":%7,"
+                           "\"movedFiles\":%8,\"movedFolders\":%9")
+                .arg(jsonString(isoDateTime(g.created)), jsonString(g.title))
+                .arg(g.files)
+                .arg(g.folders)
+                .arg(g.added)
+                .arg(g.removed)
+                .arg(g.changed)
+                .arg(g.movedFiles)
+                .arg(g.movedFolders);
+    // What calls for attention, by compare's alert keywords.
+    return text + QStringLiteral(",\"alerts\":{\"setuid\":%1,\"setgid\":%2,\"world-writable\":%3}}")
+                      .arg(g.newSetUserId)
+                      .arg(g.newSetGroupId)
+                      .arg(g.newWorldWritable);
 }
 
 void HistoryWriter::summary() {
     if (m_format == Format::Csv)
         m_out << "number,file,created,title,files,folders,added,removed,changed,"
-                 "moved files,moved folders,error\n";
+                 "moved files,moved folders,new set-user-ID,new set-group-ID,"
+                 "new world-writable,error\n";
     bool first = true;
     for (const Generation& g : m_history.generations) {
         switch (m_format) {
@@ -125,9 +132,11 @@ void HistoryWriter::summary() {
             if (g.readable())
                 m_out << csvField(isoDateTime(g.created)) << ',' << csvField(g.title) << ','
                       << g.files << ',' << g.folders << ',' << g.added << ',' << g.removed << ','
-                      << g.changed << ',' << g.movedFiles << ',' << g.movedFolders << ",\"\"\n";
+                      << g.changed << ',' << g.movedFiles << ',' << g.movedFolders << ','
+                      << g.newSetUserId << ',' << g.newSetGroupId << ',' << g.newWorldWritable
+                      << ",\"\"\n";
             else
-                m_out << ",,,,,,,,," << csvField(g.error) << '\n';
+                m_out << ",,,,,,,,,,,," << csvField(g.error) << '\n';
             break;
         case Format::Jsonl:
             m_out << jsonGeneration(g) << '\n';

@@ -137,11 +137,14 @@ void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Sna
     Generation& g = m_history.generations[newerGeneration];
     g.movedFiles = moves.files;
     g.movedFolders = moves.folders;
+    AccessCounts alerts;
     for (const Difference& d : listDifferences(newer, older)) {
         const bool gone = d.kind == Difference::OnlyInOld;
         const Snapshot& side = gone ? older : newer;
         if (side.entry(d.index).isUnreadableMarker())
             continue;
+        if (!gone)
+            alerts.add(newer, d.index);
         HistoryRecord::Kind kind = HistoryRecord::Changed;
         int32_t movedTo = -1;
         if (gone) {
@@ -180,6 +183,9 @@ void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Sna
         }
         record(newer, d.index, path, newerGeneration, kind);
     }
+    g.newSetUserId = alerts.setUserId;
+    g.newSetGroupId = alerts.setGroupId;
+    g.newWorldWritable = alerts.worldWritable;
 }
 
 } // namespace
@@ -216,8 +222,15 @@ QStringList historySeries(const QString& path) {
 }
 
 QString generationChangesText(const Generation& g) {
-    QString text = QStringLiteral("+%1 \u2212%2 ~%3")
-                       .arg(formatCount(g.added), formatCount(g.removed), formatCount(g.changed));
+    AccessCounts alerts;
+    alerts.setUserId = g.newSetUserId;
+    alerts.setGroupId = g.newSetGroupId;
+    alerts.worldWritable = g.newWorldWritable;
+    QString text = alertsText(alerts);
+    if (!text.isEmpty())
+        text += QStringLiteral("; ");
+    text += QStringLiteral("+%1 \u2212%2 ~%3")
+                .arg(formatCount(g.added), formatCount(g.removed), formatCount(g.changed));
     const int32_t moved = g.movedFiles + g.movedFolders;
     if (moved > 0)
         text += QStringLiteral(", %1 moved").arg(formatCount(moved));

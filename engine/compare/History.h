@@ -46,12 +46,18 @@ struct Generation {
     int32_t changed = 0;
     int32_t movedFiles = 0;
     int32_t movedFolders = 0;
+    // What calls for attention among the changes: entries that became (or
+    // came as) set-user-ID, set-group-ID or writable by everyone.
+    int32_t newSetUserId = 0;
+    int32_t newSetGroupId = 0;
+    int32_t newWorldWritable = 0;
 
     bool readable() const { return error.isEmpty(); }
     int32_t changes() const { return added + removed + changed + movedFiles + movedFolders; }
 };
 
-// "+12 −3 ~40, 2 moved": what changed since the generation before.
+// "+12 −3 ~40, 2 moved": what changed since the generation before, after
+// what calls for attention ("1 new set-user-ID file; +0 −0 ~1").
 QString generationChangesText(const Generation& g);
 // "#03" of a generation, or its file's name when it has none.
 QString generationName(const Generation& g);

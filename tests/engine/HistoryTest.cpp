@@ -207,6 +207,10 @@ TEST_F(HistoryTest, FollowsPermissionsOwnersAndLinkTargets) {
     ASSERT_TRUE(h.hasAccess());
     EXPECT_EQ(std::tuple(h.generations[1].changed, h.generations[2].changed),
               std::tuple(root ? 2 : 1, 1));
+    // The new set-user-ID program is called out first.
+    EXPECT_EQ(generationChangesText(h.generations[1]),
+              u"1 new set-user-ID file; +0 \u22120 ~%1"_s.arg(root ? 2 : 1));
+    EXPECT_EQ(generationChangesText(h.generations[2]), u"+0 \u22120 ~1"_s);
     const HistoryIndex index(h);
     const std::vector<HistoryIndex::Row> rows = index.rowsOf(0);
     const auto stateOf = [&](const std::string& name, int g) {
