@@ -43,7 +43,8 @@ const QString Description = QStringLiteral(
     "permissions and owner. jsonl: a first object with \"schema\": 1 and the snapshots,\n"
     "then an object a path with its \"states\", one for each snapshot: with the values\n"
     "compare gives an entry (\"permissions\", \"owner\" and a link's \"target\" where\n"
-    "recorded), and for a change of values the \"fields\" that changed.\n"
+    "recorded), and for a change of values the \"fields\" that changed; a change that\n"
+    "calls for attention has compare's \"alert\".\n"
     "--summary prints one line a snapshot instead: its number, created time, title,\n"
     "counts, and what changed since the one before (\"+12 \u22123 ~40, 2 moved\"), new\n"
     "set-user-ID, set-group-ID and world-writable entries first, as compare calls them out.\n"
@@ -257,6 +258,8 @@ void HistoryWriter::jsonRow(int32_t path, const std::vector<int32_t>& pathRecord
         if (change >= 0) {
             m_out << ",\"change\":"
                   << jsonString(changeText(m_history.records[size_t(change)].kind));
+            if (const auto alert = m_history.alerts.find(change); alert != m_history.alerts.end())
+                m_out << ",\"alert\":\"" << alertKeyword(alert->second) << '"';
             if (const int16_t bits = m_history.records[size_t(change)].status; bits > 0) {
                 m_out << ",\"fields\":[";
                 bool firstField = true;

@@ -21,8 +21,20 @@ namespace {
 // "changed: permissions, owner".
 QString changeWithFields(const engine::HistoryIndex::State& state) {
     const QString fields = engine::changedFieldsText(state.changedBits);
-    return fields.isEmpty() ? engine::changeText(state.change)
-                            : engine::changeText(state.change) + QStringLiteral(": ") + fields;
+    QString text = fields.isEmpty()
+                       ? engine::changeText(state.change)
+                       : engine::changeText(state.change) + QStringLiteral(": ") + fields;
+    switch (state.alert) {
+    case engine::AccessAlert::SetUserId:
+        return text + QStringLiteral(" (now set-user-ID)");
+    case engine::AccessAlert::SetGroupId:
+        return text + QStringLiteral(" (now set-group-ID)");
+    case engine::AccessAlert::WorldWritable:
+        return text + QStringLiteral(" (now world-writable)");
+    case engine::AccessAlert::None:
+        break;
+    }
+    return text;
 }
 
 QColor greyed() {
@@ -210,6 +222,11 @@ QVariant HistoryFileModel::data(const QModelIndex& index, int role) const {
                    (row.folder ? QStringLiteral("/") : QString());
         if (role == SortRole) // the rows' own order: folders first, then by name
             return index.row();
+        // A name is called out, as in a snapshot window, where a change of
+        // the entry calls for attention.
+        if ((role == Qt::ForegroundRole || role == Qt::FontRole) && m_index.callsForAttention(row))
+            return role == Qt::FontRole ? highlightFont(engine::Highlight::Alert)
+                                        : highlightForeground(engine::Highlight::Alert, m_colours);
         return {};
     }
     const HistoryIndex::State state = m_index.stateOf(row, index.column() - 1);
@@ -279,9 +296,15 @@ QVariant LineOfLifeModel::data(const QModelIndex& index, int role) const {
     const HistoryIndex::State& s = m_states[size_t(index.row())];
     if (role == Qt::BackgroundRole)
         return s.change != HistoryRecord::Before ? QVariant(m_colours.changed) : QVariant();
-    if (role == Qt::ForegroundRole)
+    const bool alert = s.alert != engine::AccessAlert::None && index.column() == ChangeColumn;
+    if (role == Qt::FontRole)
+        return alert ? highlightFont(engine::Highlight::Alert) : QVariant();
+    if (role == Qt::ForegroundRole) {
+        if (alert)
+            return highlightForeground(engine::Highlight::Alert, m_colours);
         return (s.readable && s.present) || s.change != HistoryRecord::Before ? QVariant()
                                                                               : QVariant(greyed());
+    }
     if (role != Qt::DisplayRole)
         return {};
     const engine::Generation& g = m_index.history().generations[size_t(index.row())];

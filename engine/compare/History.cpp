@@ -109,6 +109,9 @@ void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint
         if (kind == HistoryRecord::Changed)
             r.status = ownChanges(s, index);
         noteAccess(s, index, r, int32_t(m_history.records.size()));
+        if (kind != HistoryRecord::Before)
+            if (const AccessAlert alert = alertOf(s, index); alert != AccessAlert::None)
+                m_history.alerts.emplace(int32_t(m_history.records.size()), alert);
         if (s.fingerprints.has(index))
             m_history.fingerprints.emplace(int32_t(m_history.records.size()),
                                            s.fingerprints.at(index));

@@ -111,6 +111,9 @@ struct History {
     // Where the links among the records pointed, as the system's bytes, by
     // record index.
     std::unordered_map<int32_t, std::string> linkTargets;
+    // The changes that call for attention (an entry become set-user-ID, say),
+    // by record index.
+    std::unordered_map<int32_t, AccessAlert> alerts;
     // The other end of each move, by record index: the path it came from or
     // went to.
     std::unordered_map<int32_t, int32_t> movedWith;

@@ -197,6 +197,8 @@ HistoryIndex::State HistoryIndex::stateOf(const Row& row, int generation) const 
         state.change = m_history.records[size_t(change)].kind;
         if (state.change == HistoryRecord::Changed)
             state.changedBits = m_history.records[size_t(change)].status;
+        if (const auto alert = m_history.alerts.find(change); alert != m_history.alerts.end())
+            state.alert = alert->second;
     }
     const int32_t inForce = History::stateAt(m_history, records, generation);
     if (inForce < 0)
@@ -215,6 +217,14 @@ HistoryIndex::State HistoryIndex::stateOf(const Row& row, int generation) const 
         target != m_history.linkTargets.end())
         state.linkTarget = target->second;
     return state;
+}
+
+bool HistoryIndex::callsForAttention(const Row& row) const {
+    if (row.path < 0 || m_history.alerts.empty())
+        return false;
+    const std::vector<int32_t>& records = m_recordsByPath[size_t(row.path)];
+    return std::any_of(records.begin(), records.end(),
+                       [&](int32_t r) { return m_history.alerts.count(r) > 0; });
 }
 
 } // namespace kestrel::engine

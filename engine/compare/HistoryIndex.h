@@ -55,6 +55,8 @@ public:
         HistoryRecord::Kind change = HistoryRecord::Before;
         // For a change of values, the comparison's bits: what differs.
         int16_t changedBits = 0;
+        // What about the change calls for attention.
+        AccessAlert alert = AccessAlert::None;
     };
 
     explicit HistoryIndex(const History& history);
@@ -68,6 +70,8 @@ public:
     // first, then by name without regard to case.
     std::vector<Row> rowsOf(int32_t folder) const;
     State stateOf(const Row& row, int generation) const;
+    // Whether a change of the entry in any generation calls for attention.
+    bool callsForAttention(const Row& row) const;
 
 private:
     const History& m_history;

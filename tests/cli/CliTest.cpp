@@ -560,7 +560,7 @@ TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
     const QString folder = t.root() + u"data"_s;
     snapshot(folder, u"data.#01"_s);
     t.file(u"data/a.txt"_s, "aaa");
-    t.chmod(u"data/a.txt"_s, 0600);
+    t.chmod(u"data/a.txt"_s, 04600);
     const QString second = snapshot(folder, u"data.#02"_s);
     ASSERT_TRUE(QFile::remove(folder + u"/gone.txt"_s));
     t.file(u"data/sub/new.txt"_s, "nn");
@@ -586,7 +586,8 @@ TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
     EXPECT_EQ(a[u"change"_s].toString(), u"changed"_s);
     EXPECT_EQ(a[u"size"_s].toInt(), 3);
     EXPECT_EQ(a[u"fields"_s].toArray(), (QJsonArray{u"size"_s, u"permissions"_s}));
-    EXPECT_EQ(a[u"permissions"_s].toString(), u"-rw-------"_s);
+    EXPECT_EQ(a[u"permissions"_s].toString(), u"-rwS------"_s);
+    EXPECT_EQ(a[u"alert"_s].toString(), u"setuid"_s);
     const QString owner = kestrel::engine::ownerText(::geteuid(), ::getegid());
     EXPECT_EQ(a[u"owner"_s].toString(), owner);
     r = cli({u"history"_s, second, u"--format"_s, u"csv"_s, u"--folder"_s, u"sub"_s});

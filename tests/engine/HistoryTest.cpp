@@ -213,11 +213,14 @@ TEST_F(HistoryTest, FollowsPermissionsOwnersAndLinkTargets) {
     EXPECT_EQ(generationChangesText(h.generations[2]), u"+0 \u22120 ~1"_s);
     const HistoryIndex index(h);
     const std::vector<HistoryIndex::Row> rows = index.rowsOf(0);
-    const auto stateOf = [&](const std::string& name, int g) {
+    const auto rowOf = [&](const std::string& name) {
         const auto row = std::find_if(rows.begin(), rows.end(),
                                       [&](const HistoryIndex::Row& r) { return r.name == name; });
         EXPECT_NE(row, rows.end()) << name;
-        return index.stateOf(*row, g);
+        return *row;
+    };
+    const auto stateOf = [&](const std::string& name, int g) {
+        return index.stateOf(rowOf(name), g);
     };
 
     const HistoryIndex::State before = stateOf("tool", 0), after = stateOf("tool", 1);
@@ -225,6 +228,10 @@ TEST_F(HistoryTest, FollowsPermissionsOwnersAndLinkTargets) {
     EXPECT_EQ(std::pair(before.access->mode, after.access->mode), std::pair(0755u, 04755u));
     EXPECT_EQ(after.change, HistoryRecord::Changed);
     EXPECT_EQ(changedFieldsText(after.changedBits), u"permissions"_s);
+    EXPECT_EQ(std::pair(before.alert, after.alert),
+              std::pair(AccessAlert::None, AccessAlert::SetUserId));
+    EXPECT_TRUE(index.callsForAttention(rowOf("tool")));
+    EXPECT_FALSE(index.callsForAttention(rowOf("link")));
     EXPECT_EQ(stateOf("tool", 2).change, HistoryRecord::Before);
 
     const HistoryIndex::State was = stateOf("link", 1), is = stateOf("link", 2);

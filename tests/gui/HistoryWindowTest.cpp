@@ -13,6 +13,8 @@
 #include "views/HistoryModels.h"
 #include "views/HistoryWindow.h"
 
+#include <QFont>
+
 #include <sys/stat.h>
 
 using namespace kestrel;
@@ -59,7 +61,7 @@ private Q_SLOTS:
         QCOMPARE(::chmod(b.constData(), 0644), 0);
         saveSnapshotOf(m_tree, file(1));
         writeFile(m_tree + u"/sub/b.txt"_s, "bbbb");
-        QCOMPARE(::chmod(b.constData(), 0600), 0);
+        QCOMPARE(::chmod(b.constData(), 04700), 0);
         saveSnapshotOf(m_tree, file(2));
         QVERIFY(QFile::remove(m_tree + u"/a.txt"_s));
         writeFiles(m_tree, {u"new/c.txt"_s}, QDateTime::currentDateTime());
@@ -81,7 +83,8 @@ private Q_SLOTS:
         QCOMPARE(column(generations, views::GenerationTableModel::NumberColumn),
                  words(u"#01 #02 #03"_s));
         QCOMPARE(column(generations, views::GenerationTableModel::ChangesColumn),
-                 (QStringList{QString(), u"+0 \u22120 ~1"_s, u"+2 \u22121 ~0"_s}));
+                 (QStringList{QString(), u"1 new set-user-ID file; +0 \u22120 ~1"_s,
+                              u"+2 \u22121 ~0"_s}));
 
         // The top lists its entries across the snapshots: a.txt gone in the
         // third, its cell marked there. A click on a heading sorts, again
@@ -106,14 +109,16 @@ private Q_SLOTS:
         QCOMPARE(column(files, 2), QStringList{u"4"_s});
         clickIndex(history->files(), files.index(0, 0));
         const QAbstractItemModel& life = history->lifeModel();
-        // sub/b.txt held its own name, then "bbbb", and was kept from
-        // everyone else: the change names what changed.
+        // sub/b.txt held its own name, then "bbbb", and became set-user-ID:
+        // the change names what changed and calls it out, as does its name.
         QCOMPARE(column(life, views::LineOfLifeModel::SizeColumn), words(u"9 4 4"_s));
         QCOMPARE(column(life, views::LineOfLifeModel::PermissionsColumn),
-                 words(u"-rw-r--r-- -rw------- -rw-------"_s));
+                 words(u"-rw-r--r-- -rws------ -rws------"_s));
+        QVERIFY(files.index(0, 0).data(Qt::FontRole).value<QFont>().bold());
         const QStringList changes = column(life, views::LineOfLifeModel::ChangeColumn);
         QCOMPARE(std::pair(changes[0], changes[2]), std::pair(QString(), QString()));
-        QVERIFY2(changes[1].startsWith(u"changed: size"_s) && changes[1].endsWith(u"permissions"_s),
+        QVERIFY2(changes[1].startsWith(u"changed: size"_s) &&
+                     changes[1].endsWith(u"permissions (now set-user-ID)"_s),
                  qPrintable(changes[1]));
         QVERIFY(!history->lineOfLife()->isColumnHidden(views::LineOfLifeModel::OwnerColumn));
         QVERIFY(history->lineOfLife()->isColumnHidden(views::LineOfLifeModel::LinkTargetColumn));
