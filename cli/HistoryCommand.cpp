@@ -38,7 +38,9 @@ const QString Description = QStringLiteral(
     "cell for each snapshot, separated by tabs: the size (\"dir\" for a folder), \"-\"\n"
     "where the entry was absent, \"?\" for a snapshot that could not be read; a size\n"
     "begins with + where the entry came, > where it moved in from elsewhere, ~ where it\n"
-    "changed. csv: path, then for each snapshot its size and its change (added, removed,\n"
+    "changed, and ! comes first where the change calls for attention (a new\n"
+    "set-user-ID, set-group-ID or world-writable entry), as in compare. csv: path, then for each "
+    "snapshot its size and its change (added, removed,\n"
     "changed, moved in, moved out or empty), and where the snapshots recorded them its\n"
     "permissions and owner. jsonl: a first object with \"schema\": 1 and the snapshots,\n"
     "then an object a path with its \"states\", one for each snapshot: with the values\n"
@@ -203,6 +205,9 @@ void HistoryWriter::textRow(int32_t path, const std::vector<int32_t>& pathRecord
         const int32_t change = changeAt(pathRecords, g);
         if (change >= 0) {
             const HistoryRecord::Kind kind = m_history.records[size_t(change)].kind;
+            // A change that calls for attention is marked as compare marks it.
+            if (m_history.alerts.count(change) > 0)
+                m_out << '!';
             m_out << (kind == HistoryRecord::Added     ? "+"
                       : kind == HistoryRecord::MovedIn ? ">"
                                                        : "~");

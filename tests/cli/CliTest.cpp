@@ -572,7 +572,7 @@ TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
     CliRun r = cli({u"history"_s, second});
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.err.contains(u"data.#05"_s)) << r.err.toStdString();
-    EXPECT_TRUE(r.lines().contains(u"a.txt\t1\t~3\t3\t?"_s)) << r.out.toStdString();
+    EXPECT_TRUE(r.lines().contains(u"a.txt\t1\t!~3\t3\t?"_s)) << r.out.toStdString();
 
     // JSON lines: the series, then a.txt, gone.txt, sub/ and sub/new.txt.
     const QStringList json = cli({u"history"_s, second, u"--format"_s, u"jsonl"_s}).lines();
