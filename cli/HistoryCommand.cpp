@@ -106,9 +106,9 @@ QString HistoryWriter::jsonGeneration(const Generation& g) const {
                 .arg(g.movedFolders);
     // What calls for attention, by compare's alert keywords.
     return text + QStringLiteral(",\"alerts\":{\"setuid\":%1,\"setgid\":%2,\"world-writable\":%3}}")
-                      .arg(g.newSetUserId)
-                      .arg(g.newSetGroupId)
-                      .arg(g.newWorldWritable);
+                      .arg(g.access.setUserId)
+                      .arg(g.access.setGroupId)
+                      .arg(g.access.worldWritable);
 }
 
 void HistoryWriter::summary() {
@@ -136,8 +136,8 @@ void HistoryWriter::summary() {
                 m_out << csvField(isoDateTime(g.created)) << ',' << csvField(g.title) << ','
                       << g.files << ',' << g.folders << ',' << g.added << ',' << g.removed << ','
                       << g.changed << ',' << g.movedFiles << ',' << g.movedFolders << ','
-                      << g.newSetUserId << ',' << g.newSetGroupId << ',' << g.newWorldWritable
-                      << ",\"\"\n";
+                      << g.access.setUserId << ',' << g.access.setGroupId << ','
+                      << g.access.worldWritable << ",\"\"\n";
             else
                 m_out << ",,,,,,,,,,,," << csvField(g.error) << '\n';
             break;

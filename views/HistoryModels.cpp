@@ -24,16 +24,8 @@ QString changeWithFields(const engine::HistoryIndex::State& state) {
     QString text = fields.isEmpty()
                        ? engine::changeText(state.change)
                        : engine::changeText(state.change) + QStringLiteral(": ") + fields;
-    switch (state.alert) {
-    case engine::AccessAlert::SetUserId:
-        return text + QStringLiteral(" (now set-user-ID)");
-    case engine::AccessAlert::SetGroupId:
-        return text + QStringLiteral(" (now set-group-ID)");
-    case engine::AccessAlert::WorldWritable:
-        return text + QStringLiteral(" (now world-writable)");
-    case engine::AccessAlert::None:
-        break;
-    }
+    if (state.alert != engine::AccessAlert::None)
+        text += QStringLiteral(" (now %1)").arg(engine::alertAdjective(state.alert));
     return text;
 }
 

@@ -589,12 +589,11 @@ void appendCount(QStringList& parts, int32_t count, const QString& one, const QS
 
 QString alertsText(const AccessCounts& c) {
     QStringList parts;
-    appendCount(parts, c.setUserId, QStringLiteral("new set-user-ID file"),
-                QStringLiteral("new set-user-ID files"));
-    appendCount(parts, c.setGroupId, QStringLiteral("new set-group-ID file"),
-                QStringLiteral("new set-group-ID files"));
-    appendCount(parts, c.worldWritable, QStringLiteral("new world-writable entry"),
-                QStringLiteral("new world-writable entries"));
+    for (const auto& [alert, count] : {std::pair{AccessAlert::SetUserId, c.setUserId},
+                                       std::pair{AccessAlert::SetGroupId, c.setGroupId},
+                                       std::pair{AccessAlert::WorldWritable, c.worldWritable}})
+        if (count > 0)
+            parts << alertCountText(alert, count);
     return parts.join(QStringLiteral(", "));
 }
 

@@ -140,14 +140,14 @@ void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Sna
     Generation& g = m_history.generations[newerGeneration];
     g.movedFiles = moves.files;
     g.movedFolders = moves.folders;
-    AccessCounts alerts;
+    AccessCounts access;
     for (const Difference& d : listDifferences(newer, older)) {
         const bool gone = d.kind == Difference::OnlyInOld;
         const Snapshot& side = gone ? older : newer;
         if (side.entry(d.index).isUnreadableMarker())
             continue;
         if (!gone)
-            alerts.add(newer, d.index);
+            access.add(newer, d.index);
         HistoryRecord::Kind kind = HistoryRecord::Changed;
         int32_t movedTo = -1;
         if (gone) {
@@ -186,9 +186,7 @@ void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Sna
         }
         record(newer, d.index, path, newerGeneration, kind);
     }
-    g.newSetUserId = alerts.setUserId;
-    g.newSetGroupId = alerts.setGroupId;
-    g.newWorldWritable = alerts.worldWritable;
+    g.access = access;
 }
 
 } // namespace
@@ -225,11 +223,7 @@ QStringList historySeries(const QString& path) {
 }
 
 QString generationChangesText(const Generation& g) {
-    AccessCounts alerts;
-    alerts.setUserId = g.newSetUserId;
-    alerts.setGroupId = g.newSetGroupId;
-    alerts.worldWritable = g.newWorldWritable;
-    QString text = alertsText(alerts);
+    QString text = alertsText(g.access);
     if (!text.isEmpty())
         text += QStringLiteral("; ");
     text += QStringLiteral("+%1 \u2212%2 ~%3")

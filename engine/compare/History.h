@@ -46,11 +46,10 @@ struct Generation {
     int32_t changed = 0;
     int32_t movedFiles = 0;
     int32_t movedFolders = 0;
-    // What calls for attention among the changes: entries that became (or
-    // came as) set-user-ID, set-group-ID or writable by everyone.
-    int32_t newSetUserId = 0;
-    int32_t newSetGroupId = 0;
-    int32_t newWorldWritable = 0;
+    // What the comparison found of access among the changes; its alerts
+    // (entries that became, or came as, set-user-ID, set-group-ID or
+    // writable by everyone) call for attention first.
+    AccessCounts access;
 
     bool readable() const { return error.isEmpty(); }
     int32_t changes() const { return added + removed + changed + movedFiles + movedFolders; }

@@ -2,6 +2,8 @@
 
 #include "FileSystemNames.h"
 
+#include "engine/support/TextFormats.h"
+
 #include <grp.h>
 #include <mutex>
 #include <pwd.h>
@@ -100,18 +102,42 @@ AccessAlert accessAlert(uint32_t mode, uint32_t wasMode, bool folder, bool link)
     return AccessAlert::None;
 }
 
+namespace {
+
+// The words of each alert, by its value.
+struct AlertWords {
+    const char* keyword;
+    const char* adjective;
+    const char* one;  // what one entry with it is
+    const char* many; // what several are
+};
+constexpr AlertWords Words[] = {
+    {"", "", "", ""},
+    {"setuid", "set-user-ID", "file", "files"},
+    {"setgid", "set-group-ID", "file", "files"},
+    {"world-writable", "world-writable", "entry", "entries"},
+};
+
+const AlertWords& wordsOf(AccessAlert alert) {
+    const auto at = size_t(alert);
+    return Words[at < std::size(Words) ? at : 0];
+}
+
+} // namespace
+
 const char* alertKeyword(AccessAlert alert) {
-    switch (alert) {
-    case AccessAlert::SetUserId:
-        return "setuid";
-    case AccessAlert::SetGroupId:
-        return "setgid";
-    case AccessAlert::WorldWritable:
-        return "world-writable";
-    case AccessAlert::None:
-        break;
-    }
-    return "";
+    return wordsOf(alert).keyword;
+}
+
+QString alertAdjective(AccessAlert alert) {
+    return QString::fromLatin1(wordsOf(alert).adjective);
+}
+
+QString alertCountText(AccessAlert alert, int32_t count) {
+    const AlertWords& words = wordsOf(alert);
+    return QStringLiteral("%1 new %2 %3")
+        .arg(formatCount(count), QLatin1String(words.adjective),
+             QLatin1String(count == 1 ? words.one : words.many));
 }
 
 QString permissionsText(uint32_t mode, char kind) {
