@@ -1,10 +1,7 @@
 #include "TestSupport.h"
 
-#include "engine/file/SnapshotFile.h"
 #include "engine/model/EntryAccess.h"
 #include "engine/model/FileSystemNames.h"
-#include "engine/model/Snapshot.h"
-#include "engine/support/Progress.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +11,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -22,21 +18,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-using kestrel::engine::nativeText;
-using kestrel::test::Node;
-using kestrel::test::readBytes;
-using kestrel::test::TempTree;
-using kestrel::test::writeBytes;
+using namespace kestrel::engine;
+using namespace kestrel::test;
 using namespace Qt::StringLiterals;
 
 namespace {
 
-using CliRun = kestrel::test::ProgramRun;
+using CliRun = ProgramRun;
 
 // One tab-separated field of every line printed.
 QStringList fieldOf(const CliRun& run, int field = 0) {
@@ -65,17 +56,17 @@ protected:
     // childSetup runs in kestrel-cli's process before the program starts.
     CliRun cli(const QStringList& arguments, const QString& workingFolder = {},
                const std::function<void()>& childSetup = {}) {
-        return kestrel::test::runProgram(QStringLiteral(KESTREL_CLI), arguments, home(),
-                                         workingFolder, childSetup);
+        return runProgram(QStringLiteral(KESTREL_CLI), arguments, home(), workingFolder,
+                          childSetup);
     }
     // Where the tests run as root, as the user nobody, to whom folder
     // permissions apply; home is open to nobody too.
     CliRun cliAsNobody(const QStringList& arguments) {
         EXPECT_TRUE(QFile::setPermissions(home(), QFileDevice::Permissions(0x7777)));
-        if (!kestrel::test::runningAsRoot())
+        if (!runningAsRoot())
             return cli(arguments);
         return cli(arguments, {}, [] {
-            if (!kestrel::test::becomeNobody())
+            if (!becomeNobody())
                 ::_exit(99);
         });
     }
@@ -83,9 +74,9 @@ protected:
     // arguments as $1...: for pipes, and for arguments in bytes that are not
     // UTF-8, which QProcess cannot pass.
     CliRun cliThroughShell(const QString& command, const QStringList& arguments) {
-        return kestrel::test::runProgram(
-            u"/bin/sh"_s, QStringList{u"-c"_s, command, QStringLiteral(KESTREL_CLI)} + arguments,
-            home());
+        return runProgram(u"/bin/sh"_s,
+                          QStringList{u"-c"_s, command, QStringLiteral(KESTREL_CLI)} + arguments,
+                          home());
     }
     // Saves a snapshot of folder as home's file name; its path.
     QString snapshot(const QString& folder, const QString& name, const QStringList& options = {}) {
@@ -95,6 +86,10 @@ protected:
         return file;
     }
     QString home() const { return m_home.path(); }
+    // kestrel-cli compare of the trees before and after.
+    CliRun compare(const QStringList& options = {}) {
+        return cli(QStringList{u"compare"_s, before.root(), after.root()} + options);
+    }
     // Writes the desktop program's settings file.
     void storeSettings(const QByteArray& contents) {
         QDir().mkpath(home() + u"/config/Kestrel"_s);
@@ -102,6 +97,7 @@ protected:
     }
 
     QTemporaryDir m_home;
+    TempTree before, after;
 };
 
 // Numbers go on from the highest (the hostile trees' tests see links take
@@ -325,7 +321,7 @@ TEST_F(CliTest, ConvertFitsDamagedFilesAndBringsOldOnesUpToDate) {
     EXPECT_TRUE(r.err.startsWith(
         u"Incomplete Snapshot: The file ends before its last 1,999,999,983 entries\n"_s))
         << r.err.toStdString();
-    EXPECT_EQ(QByteArray::fromStdString(t.bytes(u"fixed.#01"_s)).count('\n'), 2 + 16);
+    EXPECT_EQ(readBytes(t.root() + u"fixed.#01"_s).count('\n'), 2 + 16);
 
     t.file(u"old.dat"_s, "\"C:\\DATA\\;3\"\r\n5,36954.5\r\n#TRUE#,#FALSE#,#FALSE#\r\n2\r\n"
                          "\"\\\",\"Docs\",-1,36950.5,16,\"\",0,1,0\r\n"
@@ -339,21 +335,14 @@ TEST_F(CliTest, ConvertFitsDamagedFilesAndBringsOldOnesUpToDate) {
 }
 
 TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
-    TempTree before, after;
     for (TempTree* t : {&before, &after}) {
-        t->file(u"same.txt"_s, "s");
-        t->touch(u"same.txt"_s, 1700000000);
+        t->file(u"same.txt"_s, "s", 1700000000);
         t->folder(u"docs"_s);
     }
     before.file(u"docs/old.txt"_s);
-    before.file(u"grown.txt"_s, "1");
-    before.touch(u"grown.txt"_s, 1700000000);
-    after.file(u"grown.txt"_s, "12");
-    after.touch(u"grown.txt"_s, 1700000000 + 2);
+    before.file(u"grown.txt"_s, "1", 1700000000);
+    after.file(u"grown.txt"_s, "12", 1700000000 + 2);
     after.file(u"new/inside.txt"_s);
-    const auto compare = [&](const QStringList& options = {}) {
-        return cli(QStringList{u"compare"_s, before.root(), after.root()} + options);
-    };
     CliRun r = cli({u"compare"_s, before.root(), before.root()});
     EXPECT_EQ(r.status, 0);
     EXPECT_TRUE(r.out.isEmpty());
@@ -407,19 +396,12 @@ TEST_F(CliTest, CompareReportsDifferencesAndExitsLikeDiff) {
 // --use-settings takes the stored options, and compares only the attributes
 // ticked in the options dialog.
 TEST_F(CliTest, CompareTakesTheStoredOptionsOnlyWhenAsked) {
-    TempTree before, after;
-    before.file(u"f"_s, "1");
-    after.file(u"f"_s, "1");
-    after.file(u"sized"_s, "12");
-    before.file(u"sized"_s, "1");
-    for (TempTree* t : {&before, &after})
-        for (const QString& f : {u"f"_s, u"sized"_s})
-            t->touch(f, 1700000000);
+    for (TempTree* t : {&before, &after}) {
+        t->file(u"f"_s, "1", 1700000000);
+        t->file(u"sized"_s, t == &before ? "1" : "12", 1700000000);
+    }
     before.chmod(u"f"_s, 0644);
     after.chmod(u"f"_s, 0444);
-    const auto compare = [&](const QStringList& options = {}) {
-        return cli(QStringList{u"compare"_s, before.root(), after.root()} + options);
-    };
     storeSettings("[Ignore]\nSize=1\n");
     EXPECT_EQ(compare().lines(), (QStringList{u"~\tf\t[was Norm  -rw-r--r--]\tattributes Norm -> "
                                               u"R/O, permissions -rw-r--r-- -> -r--r--r--"_s,
@@ -459,6 +441,7 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
                                      {u"shared"_s, 0755}})
         t.chmod(path, mode);
     t.symlink(u"link"_s, u"/etc/passwd"_s);
+    t.touch(u"link"_s, 1700000000);
     const QString old = snapshot(t.root(), u"t.#01"_s);
 
     for (const auto& [path, mode] : {std::pair{u"sub/tool"_s, 04755},
@@ -466,18 +449,13 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
                                      {u"plain"_s, 0646},
                                      {u"shared"_s, 01777}})
         t.chmod(path, mode);
-    const bool root = kestrel::test::runningAsRoot();
+    const bool root = runningAsRoot();
     if (root) {
-        ASSERT_EQ(::lchown(kestrel::engine::nativeBytes(t.root() + u"a"_s).constData(), 1000, 1000),
-                  0);
+        ASSERT_EQ(::lchown(nativeBytes(t.root() + u"a"_s).constData(), 1000, 1000), 0);
     }
-    const QByteArray link = kestrel::engine::nativeBytes(t.root() + u"link"_s);
-    struct stat before;
-    ASSERT_EQ(::lstat(link.constData(), &before), 0);
-    ASSERT_EQ(::unlink(link.constData()), 0);
-    ASSERT_EQ(::symlink("/etc/shadow", link.constData()), 0);
-    const struct timespec times[2] = {before.st_atim, before.st_mtim};
-    ASSERT_EQ(::utimensat(AT_FDCWD, link.constData(), times, AT_SYMLINK_NOFOLLOW), 0);
+    ASSERT_TRUE(QFile::remove(t.root() + u"link"_s));
+    t.symlink(u"link"_s, u"/etc/shadow"_s);
+    t.touch(u"link"_s, 1700000000);
 
     CliRun r = cli({u"compare"_s, old, t.root()});
     EXPECT_EQ(r.status, 1);
@@ -488,8 +466,7 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
         u"!~\tshared/gid\t[was -rwxr-xr-x]\tpermissions -rwxr-xr-x -> -rwxr-sr-x"_s,
         u"!~\tsub/tool\t[was -rwxr-xr-x]\tpermissions -rwxr-xr-x -> -rwsr-xr-x"_s};
     if (root)
-        expected.prepend(u"~\ta\t[was root:root]\towner root:root -> "_s +
-                         kestrel::engine::ownerText(1000, 1000));
+        expected.prepend(u"~\ta\t[was root:root]\towner root:root -> "_s + ownerText(1000, 1000));
     EXPECT_EQ(r.lines(), expected);
     EXPECT_EQ(
         r.err.trimmed(),
@@ -515,8 +492,7 @@ TEST_F(CliTest, CompareReportsPermissionsOwnersAndLinkTargets) {
     // The export writes the values on request, sorted by them as asked.
     r = cli(
         {u"export"_s, old, u"--folder"_s, u"sub"_s, u"--fields"_s, u"name,permissions,owner"_s});
-    EXPECT_EQ(r.out, u"tool,-rwxr-xr-x,"_s + kestrel::engine::ownerText(::geteuid(), ::getegid()) +
-                         u"\r\n"_s);
+    EXPECT_EQ(r.out, u"tool,-rwxr-xr-x,"_s + ownerText(::geteuid(), ::getegid()) + u"\r\n"_s);
     r = cli({u"export"_s, t.root(), u"--fields"_s, u"permissions,name"_s, u"--sort"_s,
              u"permissions:desc"_s});
     EXPECT_TRUE(r.out.startsWith(u"lrwxrwxrwx,link\r\n"_s)) << r.out.toStdString();
@@ -588,7 +564,7 @@ TEST_F(CliTest, HistoryTellsEachPathsLifeAcrossTheSeries) {
     EXPECT_EQ(a[u"fields"_s].toArray(), (QJsonArray{u"size"_s, u"permissions"_s}));
     EXPECT_EQ(a[u"permissions"_s].toString(), u"-rwS------"_s);
     EXPECT_EQ(a[u"alert"_s].toString(), u"setuid"_s);
-    const QString owner = kestrel::engine::ownerText(::geteuid(), ::getegid());
+    const QString owner = ownerText(::geteuid(), ::getegid());
     EXPECT_EQ(a[u"owner"_s].toString(), owner);
     r = cli({u"history"_s, second, u"--format"_s, u"csv"_s, u"--folder"_s, u"sub"_s});
     const QString none = u"\"\",\"\",\"\",\"\""_s;
@@ -650,23 +626,16 @@ TEST_F(CliTest, SnapshotsTravelThroughPipes) {
 }
 
 TEST_F(CliTest, CompareLeavesOutWhatThePatternsIgnore) {
-    TempTree before, after;
     for (TempTree* t : {&before, &after}) {
         const QByteArray grown = t == &before ? "1" : "22";
         for (const auto& [f, bytes] : {std::pair{u"a.c"_s, QByteArray("1")},
                                        {u"__pycache__/m.pyc"_s, QByteArray("1")},
                                        {u"logs/x.log"_s, grown},
-                                       {u"a.pyc"_s, grown}}) {
-            t->file(f, bytes);
-            t->touch(f, 1700000000);
-        }
+                                       {u"a.pyc"_s, grown}})
+            t->file(f, bytes, 1700000000);
     }
-    after.file(u"__pycache__/n.pyc"_s);
-    after.file(u"keep.log"_s);
-    after.file(u"new.txt"_s);
-    const auto compare = [&](const QStringList& options = {}) {
-        return cli(QStringList{u"compare"_s, before.root(), after.root()} + options);
-    };
+    for (const QString& f : {u"__pycache__/n.pyc"_s, u"keep.log"_s, u"new.txt"_s})
+        after.file(f);
     EXPECT_EQ(compare().lines().size(), 5);
     CliRun r = compare({u"--ignore"_s, u"*.pyc"_s, u"--ignore"_s, u"__pycache__/"_s});
     EXPECT_EQ(r.lines(), (QStringList{u"+\tkeep.log"_s, u"~\tlogs/x.log\t[was 1]\tsize 1 -> 2"_s,
@@ -746,12 +715,10 @@ TEST_F(CliTest, SnapshotLeavesOutWhatItIsTold) {
 // order: a folder, then what is in it, then the next name ("a b" after "a/").
 TEST_F(CliTest, ListAndCompareDoNotDependOnTheListingOrder) {
     const auto save = [this](const std::vector<Node>& top, const QString& name) {
-        kestrel::engine::Snapshot s;
-        kestrel::test::buildSnapshot(s, top);
+        Snapshot s;
+        buildSnapshot(s, top);
         s.header.title = name;
-        s.header.fileName = home() + u'/' + name + u".#01"_s;
-        kestrel::engine::ProgressMeter meter;
-        EXPECT_TRUE(kestrel::engine::SaveSnapshot(s, meter).ok);
+        EXPECT_TRUE(saveSnapshotAs(s, home() + u'/' + name + u".#01"_s).ok);
         return s.header.fileName;
     };
     const Node x = Node::dir("x", {Node::file("deep", 3)});
@@ -798,11 +765,10 @@ TEST_F(CliTest, ListAndCompareDoNotDependOnTheListingOrder) {
 // column with sub-folders.
 TEST_F(CliTest, ExportWritesTheListOfAFolder) {
     TempTree t;
-    t.file(u"data/b.TXT"_s, "12345");
-    t.file(u"data/A.bin"_s, QByteArray(1234, 'a'));
-    t.file(u"data/sub/c"_s, "c");
-    for (const QString& f : {u"data/b.TXT"_s, u"data/A.bin"_s, u"data/sub/c"_s, u"data/sub"_s})
-        t.touch(f, 1700000000);
+    t.file(u"data/b.TXT"_s, "12345", 1700000000);
+    t.file(u"data/A.bin"_s, QByteArray(1234, 'a'), 1700000000);
+    t.file(u"data/sub/c"_s, "c", 1700000000);
+    t.touch(u"data/sub"_s, 1700000000);
     const QString data = snapshot(t.root() + u"data"_s, u"data.#01"_s);
     const auto exported = [&](const QStringList& options) {
         return cli(QStringList{u"export"_s, data} + options).out;
@@ -878,7 +844,6 @@ TEST_F(CliTest, NamesAreListedMatchedAndKeptExactly) {
 // report writes the printed report as a PDF, here of a comparison with its
 // differences (the report's own tests read its lines back).
 TEST_F(CliTest, ReportPrintsAPdf) {
-    TempTree before, after;
     before.file(u"f.txt"_s, "1");
     after.file(u"f.txt"_s, "12");
     after.file(u"g.txt"_s, "1");
@@ -890,10 +855,7 @@ TEST_F(CliTest, ReportPrintsAPdf) {
     const QString pdftotext = QStandardPaths::findExecutable(u"pdftotext"_s);
     if (pdftotext.isEmpty())
         GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
-    QProcess p;
-    p.start(pdftotext, {u"-layout"_s, pdf, u"-"_s});
-    ASSERT_TRUE(p.waitForFinished(60000));
-    const QString text = QString::fromUtf8(p.readAllStandardOutput());
+    const QString text = runProgram(pdftotext, {u"-layout"_s, pdf, u"-"_s}, home()).out;
     for (const QString& printed :
          {u"Compared with Snapshot #1 of "_s, u"[was not in other Snapshot]"_s, u"[was 1"_s})
         EXPECT_TRUE(text.contains(printed)) << printed.toStdString();

@@ -60,15 +60,13 @@ protected:
 // of differences, the empty folder's negative match and the options.)
 TEST_F(CompareTest, MarksAddedRemovedAndChangedFilesOnBothSides) {
     TempTree before, after;
-    before.file(u"docs/grown.txt"_s, QByteArray(1000, 'g'));
+    before.file(u"docs/grown.txt"_s, QByteArray(1000, 'g'), 1700000000);
     before.file(u"docs/gone.txt"_s);
     before.file(u"was-file"_s, "f");
-    after.file(u"docs/grown.txt"_s, QByteArray(1234, 'g'));
-    after.file(u"docs/new.txt"_s);
-    after.file(u"added/inner/deep.txt"_s);
-    after.file(u"was-file/now-inside.txt"_s);
-    before.touch(u"docs/grown.txt"_s, 1700000000);
-    after.touch(u"docs/grown.txt"_s, 1700000000);
+    after.file(u"docs/grown.txt"_s, QByteArray(1234, 'g'), 1700000000);
+    for (const QString& f :
+         {u"docs/new.txt"_s, u"added/inner/deep.txt"_s, u"was-file/now-inside.txt"_s})
+        after.file(f);
     scanInto(older, before);
     scanInto(newer, after);
     ASSERT_TRUE(compare().ok);
@@ -115,10 +113,8 @@ TEST_F(CompareTest, LookAlikeNamesMadeOnPosixAreEntriesOfTheirOwn) {
                                    u"README.txt"_s};
     TempTree before, after;
     const auto make = [](TempTree& tree, const QStringList& paths) {
-        for (const QString& path : paths) {
-            tree.file(path, "same");
-            tree.touch(path, 1700000000);
-        }
+        for (const QString& path : paths)
+            tree.file(path, "same", 1700000000);
     };
     make(before, inBoth + onlyBefore);
     make(after, inBoth + onlyAfter);
@@ -153,10 +149,8 @@ TEST_F(CompareTest, LookAlikeNamesMadeOnPosixAreEntriesOfTheirOwn) {
 TEST_F(CompareTest, SnapshotsMadeOnWindowsStillMatchAcrossCase) {
     // The Windows program's file: C:\Data\ holding Reports (with a.txt) and b.txt.
     QTemporaryDir dir;
-    older.header.fileName = dir.path() + u"/data.#01"_s;
-    ASSERT_TRUE(writeBytes(older.header.fileName, exampleSnapshotFile()));
-    ProgressMeter meter;
-    ASSERT_TRUE(LoadSnapshot(older, meter).ok);
+    ASSERT_TRUE(writeBytes(dir.path() + u"/data.#01"_s, exampleSnapshotFile()));
+    ASSERT_TRUE(loadSnapshotFrom(older, dir.path() + u"/data.#01"_s).ok);
     TempTree tree;
     tree.file(u"REPORTS/A.TXT"_s, QByteArray(1234, 'a'));
     tree.file(u"B.txt"_s, QByteArray(99, 'b'));
@@ -170,6 +164,7 @@ TEST_F(CompareTest, SnapshotsMadeOnWindowsStillMatchAcrossCase) {
     expectAllMatched(newer);
     Snapshot windowsMade = built(
         {Node::dir("reports", {Node::file("A.txt", 1234)}), Node::file("B.TXT")}, u"C:\\Data\\"_s);
+    ProgressMeter meter;
     ASSERT_TRUE(CompareSnapshot(windowsMade, 1, older, 1, true, {}, meter).ok);
     expectAllMatched(windowsMade);
 }
@@ -209,21 +204,33 @@ TEST_F(CompareTest, DateToleranceIsStrictAndClockChangesCanBeIgnored) {
 }
 
 // Versions are compared without regard to case; the attribute mask keeps
-// only its bits, in the status and in the text. (kestrel-cli's tests see
-// sizes ignored and the read-only bit left out.)
+// only its bits, in the status and in the text. A file that was offline on
+// Windows (the unknown bit, with its date) is compared, and every difference
+// is told in order. (kestrel-cli's tests see sizes ignored and the read-only
+// bit left out, and compare values a scan could not read with the same
+// values read.)
 TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
     // ro is made read-only, arc loses its archive bit, c.dll's version
     // changes only in case.
+    const double march4 = oleDateFromParts(2001, 3, 4, 10, 15, 0);
     buildSnapshot(older, {Node::file("ro", 5, 45000, 128), Node::file("arc", 5, 45000, 33),
                           Node::file("v.dll", 7, 45000, 0, "1.00.0000"),
-                          Node::file("c.dll", 0, 45000, 0, "1.0a")});
+                          Node::file("c.dll", 0, 45000, 0, "1.0a"),
+                          Node::file("offline", 5, 45000, Attribute::Unknown),
+                          Node::file("f", 1000, march4, 33, "1.00.0000")});
     buildSnapshot(newer, {Node::file("ro", 5, 45000, 1), Node::file("arc", 5, 45000, 1),
                           Node::file("v.dll", 7, 45000, 0, "1.01.0000"),
-                          Node::file("c.dll", 0, 45000, 0, "1.0A")});
+                          Node::file("c.dll", 0, 45000, 0, "1.0A"),
+                          Node::file("offline", 6, 45000, Attribute::Unknown),
+                          Node::file("f", 1234, march4 + 1, 0, "2.00.0000")});
     ASSERT_TRUE(compare().ok);
     EXPECT_EQ(inNew("v.dll").status, Change::Version);
     EXPECT_EQ(inNew("c.dll").status, 0);
     EXPECT_EQ(told("v.dll"), u"[was 1.00.0000]"_s);
+    EXPECT_EQ(inNew("offline").status, Change::Size);
+    EXPECT_EQ(inNew("f").status,
+              Change::Size + Change::Date + Change::Attributes + Change::Version);
+    EXPECT_EQ(told("f"), u"[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"_s);
 
     CompareOptions options;
     options.ignoreVersion = true;
@@ -240,40 +247,20 @@ TEST_F(CompareTest, AttributesVersionsAndSizesRespectTheOptions) {
     EXPECT_EQ(told("arc", options), QString());
 }
 
-// A file that was offline on Windows (the unknown bit, with its date) is
-// compared, and every difference is told in order. (kestrel-cli's tests
-// compare values a scan could not read with the same values read.)
-TEST_F(CompareTest, OfflineFilesAreComparedAndEveryDifferenceTold) {
-    const double march4 = oleDateFromParts(2001, 3, 4, 10, 15, 0);
-    buildSnapshot(older, {Node::file("offline", 5, 45000, Attribute::Unknown),
-                          Node::file("f", 1000, march4, 33, "1.00.0000")});
-    buildSnapshot(newer, {Node::file("offline", 6, 45000, Attribute::Unknown),
-                          Node::file("f", 1234, march4 + 1, 0, "2.00.0000")});
-    ASSERT_TRUE(compare().ok);
-    EXPECT_EQ(inNew("offline").status, Change::Size);
-    EXPECT_EQ(inNew("f").status,
-              Change::Size + Change::Date + Change::Attributes + Change::Version);
-    EXPECT_EQ(told("f"), u"[was 1,000  3/4/01 10:15:00 AM  R/O,Arc  1.00.0000]"_s);
-}
-
 TEST_F(CompareTest, LoadedSnapshotsWithManyFoldersCompare) {
     // A loaded table is sized to its file's entries, not in steps of 4,096:
     // a walk with a folder for every other entry must still fit in it.
     std::vector<Node> folders;
     for (int i = 0; i < 200; ++i)
         folders.push_back(Node::dir(std::to_string(i) + "d", {Node::file("f")}));
-    buildSnapshot(older, folders);
+    Snapshot saved = built(folders);
     QTemporaryDir dir;
-    older.header.fileName = dir.path() + u"/many.#01"_s;
-    ProgressMeter meter;
-    ASSERT_TRUE(SaveSnapshot(older, meter).ok);
-    Snapshot a, b;
-    a.header.fileName = b.header.fileName = older.header.fileName;
-    ASSERT_TRUE(LoadSnapshot(a, meter).ok);
-    ASSERT_TRUE(LoadSnapshot(b, meter).ok);
-    ASSERT_TRUE(CompareSnapshot(a, 1, b, 1, true, {}, meter).ok);
-    for (int32_t i = 1; i <= a.entryCount; ++i)
-        EXPECT_GT(a.entry(i).match, 0);
+    ASSERT_TRUE(saveSnapshotAs(saved, dir.path() + u"/many.#01"_s).ok);
+    ASSERT_TRUE(loadSnapshotFrom(older, saved.header.fileName).ok);
+    ASSERT_TRUE(loadSnapshotFrom(newer, saved.header.fileName).ok);
+    ASSERT_TRUE(compare().ok);
+    for (int32_t i = 1; i <= newer.entryCount; ++i)
+        EXPECT_GT(newer.entry(i).match, 0);
 }
 
 TEST(RingLookup, AnswersExactlyAsTheRingWalk) {
@@ -528,8 +515,8 @@ TEST(CompareIgnoring, GivesWhatComparingWithoutTheIgnoredEntriesGives) {
 }
 
 TEST_F(CompareTest, DamagedRingsEndWithAnErrorInsteadOfHanging) {
-    buildSnapshot(older, {Node::dir("d", {Node::file("a"), Node::file("b"), Node::file("c")})});
-    buildSnapshot(newer, {Node::dir("d", {Node::file("a"), Node::file("b"), Node::file("c")})});
+    for (Snapshot* s : {&older, &newer})
+        buildSnapshot(*s, {Node::dir("d", {Node::file("a"), Node::file("b"), Node::file("c")})});
     const auto expectOutOfRange = [&] {
         const Outcome o = compare();
         EXPECT_TRUE(!o.ok && o.error == ErrorCode::SubscriptOutOfRange);

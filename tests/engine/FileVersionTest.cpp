@@ -10,14 +10,6 @@ using namespace kestrel::engine;
 using namespace kestrel::test;
 using namespace Qt::StringLiterals;
 
-namespace {
-
-std::optional<FixedFileVersion> parse(const std::vector<uint8_t>& bytes) {
-    return parseFixedFileVersion(bytes);
-}
-
-} // namespace
-
 TEST(FileVersionFormat, Text) {
     EXPECT_EQ(formatFileVersion({5u << 16 | 1, 2600u << 16}), "5.01.2600.00");
     EXPECT_EQ(formatFileVersion({4u << 16, 0}), "4.00.0000");
@@ -37,7 +29,7 @@ TEST(FileVersionParse, RejectsMalformedImages) {
     auto broken = [&](auto change) {
         Image img = good;
         change(img.bytes);
-        return parse(img.bytes);
+        return parseFixedFileVersion(img.bytes);
     };
     // A section with no virtual size spans its raw data. (The files below
     // are read as PE32 and PE32+.)
@@ -77,23 +69,22 @@ TEST(FileVersionParse, RejectsMalformedImages) {
         put32(b, s + 12, 0xFFFFFFFF);
         put32(b, s + 24, 17);
     }));
-}
 
-// Every truncation and many overwritten bytes give the right version or none,
-// never a read outside the image (run under the address sanitizer).
-TEST(FileVersionParse, SurvivesTruncationAndCorruption) {
+    // Every truncation and many overwritten bytes give the right version or
+    // none, never a read outside the image (run under the address sanitizer).
     for (bool plus : {false, true}) {
         const Image img = makeImage(plus, 7u << 16 | 8, 9u << 16 | 10);
         const auto& b = img.bytes;
         for (size_t len = 0; len < b.size(); ++len)
-            EXPECT_FALSE(parse(std::vector<uint8_t>(b.begin(), b.begin() + len))) << len;
+            EXPECT_FALSE(parseFixedFileVersion(std::vector<uint8_t>(b.begin(), b.begin() + len)))
+                << len;
 
         const size_t versionWords = img.sectionData + kFixedInfoInSection + 8;
         for (size_t at = 0; at < b.size(); ++at) {
             for (int value : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
                 std::vector<uint8_t> copy = b;
                 copy[at] = uint8_t(value);
-                const auto v = parse(copy);
+                const auto v = parseFixedFileVersion(copy);
                 if (v && (at < versionWords || at >= versionWords + 8)) {
                     EXPECT_EQ(v->mostSignificant, 7u << 16 | 8) << at;
                     EXPECT_EQ(v->leastSignificant, 9u << 16 | 10) << at;
@@ -108,29 +99,26 @@ TEST(FileVersionParse, SurvivesTruncationAndCorruption) {
 // found by their offset.
 TEST(FileVersionFile, ReadsOnlyRegularFilesWithoutFollowingLinks) {
     TempTree t;
-    const Image img = makeImage(false, 1u << 16 | 2, 3u << 16 | 4);
-    const auto bytes = [](const std::vector<uint8_t>& b, size_t length) {
-        return QByteArray(reinterpret_cast<const char*>(b.data()), qsizetype(length));
-    };
-    t.file(u"app.exe"_s, bytes(img.bytes, img.bytes.size()));
+    const QByteArray app = makeImage(false, 1u << 16 | 2, 3u << 16 | 4).contents();
+    t.file(u"app.exe"_s, app);
     EXPECT_EQ(GetFileVersionText(t.root() + u"app.exe"_s), "1.02.03.04");
 
     // The resources 256 MiB into a sparse file: found by offset, not read through.
     const size_t far = size_t(256) << 20;
-    const Image farImg = makeImage(true, 6u << 16, 0);
-    std::vector<uint8_t> headers = farImg.bytes;
-    put32(headers, farImg.sectionTable + 20, uint32_t(far));
+    Image big = makeImage(true, 6u << 16, 0);
+    put32(big.bytes, big.sectionTable + 20, uint32_t(far));
+    const QByteArray headers = big.contents();
     t.sparseFile(u"big.exe"_s, qint64(far));
     QFile f(t.root() + u"big.exe"_s);
     ASSERT_TRUE(f.open(QIODevice::ReadWrite));
-    ASSERT_EQ(f.write(bytes(headers, 0x200)), 0x200);
+    ASSERT_EQ(f.write(headers.left(0x200)), 0x200);
     ASSERT_TRUE(f.seek(qint64(far)));
-    ASSERT_EQ(f.write(bytes(headers, headers.size()).mid(0x200)), qint64(headers.size() - 0x200));
+    ASSERT_EQ(f.write(headers.mid(0x200)), headers.size() - 0x200);
     f.close();
     EXPECT_EQ(GetFileVersionText(t.root() + u"big.exe"_s), "6.00.0000");
 
     t.file(u"readme.txt"_s, "MZhi\n");
-    t.file(u"short.exe"_s, bytes(img.bytes, img.bytes.size() - 1));
+    t.file(u"short.exe"_s, app.chopped(1));
     t.symlink(u"link.exe"_s, u"app.exe"_s);
     // Nothing writes to the FIFO: opening or reading it would block the test.
     t.fifo(u"pipe.exe"_s);

@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QStandardPaths>
 
 #include <fcntl.h>
@@ -33,11 +33,9 @@ Snapshot scanned(const TempTree& tree, Outcome* outcome = nullptr) {
 
 // What xxhsum -H128 prints for a file: its 32 hex digits.
 std::string xxhsum(const QString& path) {
-    QProcess run;
-    run.start(u"xxhsum"_s, {u"-H2"_s, path});
-    if (!run.waitForFinished(120000) || run.exitCode() != 0)
-        return {};
-    return run.readAllStandardOutput().left(32).toStdString();
+    const ProgramRun run =
+        runProgram(u"xxhsum"_s, {u"-H2"_s, path}, QDir::tempPath(), {}, {}, 120000);
+    return run.status == 0 ? run.out.left(32).toStdString() : std::string();
 }
 
 std::string hexOf(const Snapshot& s, const char* path) {
@@ -157,8 +155,7 @@ TEST(Fingerprints, TellTouchedFromChanged) {
     Snapshot before = scanned(t);
     t.touch(u"touched"_s, 1500000000);
     t.file(u"rewritten"_s, "Original");
-    t.file(u"backdated"_s, "ORIGINAL");
-    t.touch(u"backdated"_s, 1000000000);
+    t.file(u"backdated"_s, "ORIGINAL", 1000000000);
 
     const auto statusOf = [&](const CompareOptions& options) {
         Snapshot newer = scanned(t);

@@ -8,7 +8,6 @@
 #include "engine/compare/History.h"
 #include "engine/compare/HistoryIndex.h"
 #include "engine/file/OpenSnapshot.h"
-#include "engine/file/SnapshotFile.h"
 
 #include <gtest/gtest.h>
 
@@ -35,16 +34,14 @@ protected:
     QString saveGeneration(int number) {
         Snapshot s;
         EXPECT_TRUE(scanTree(s, m_tree).ok);
-        s.header.fileName = fileOf(number);
-        EXPECT_TRUE(SaveSnapshot(s, m_meter).ok);
+        EXPECT_TRUE(saveSnapshotAs(s, fileOf(number)).ok);
         return s.header.fileName;
     }
     QString fileOf(int number) const {
         return m_files.filePath(u"Data.#%1"_s.arg(number, 2, 10, QLatin1Char('0')));
     }
     void file(const char* path, const QByteArray& bytes, time_t when) {
-        m_tree.file(QString::fromLatin1(path), bytes);
-        m_tree.touch(QString::fromLatin1(path), when);
+        m_tree.file(QString::fromLatin1(path), bytes, when);
     }
     void remove(const char* path) {
         const QString full = m_tree.root() + QString::fromLatin1(path);
@@ -194,9 +191,10 @@ TEST_F(HistoryTest, FollowsPermissionsOwnersAndLinkTargets) {
     saveGeneration(1);
     m_tree.chmod(u"tool"_s, 04755);
     const bool root = runningAsRoot();
-    if (root)
+    if (root) {
         ASSERT_EQ(
             ::lchown(QFile::encodeName(m_tree.root() + u"owned.txt"_s).constData(), 4321, 8765), 0);
+    }
     saveGeneration(2);
     ASSERT_TRUE(QFile::remove(m_tree.root() + u"link"_s));
     m_tree.symlink(u"link"_s, u"/etc/shadow"_s);

@@ -134,7 +134,11 @@ TEST(IgnorePatterns, TableAgreesWithGitCheckIgnore) {
     }
 }
 
-TEST(IgnorePatterns, LinesThatCannotBeCompiledAreToldAndTheOthersApply) {
+// A line that cannot be compiled is told and the others apply; Windows line
+// ends and a byte-order mark are not part of the patterns; patterns appended
+// come last and take the others' rule for case; names are characters, not
+// bytes, and fold as the comparison folds them.
+TEST(IgnorePatterns, LinesTextAndCase) {
     const IgnorePatterns patterns("*.o\n\n# fine\n[abc\ntrail\\\n*.tmp\n[[:nope:]]",
                                   u"Ignore Patterns"_s);
     EXPECT_EQ(patterns.problems(),
@@ -142,29 +146,23 @@ TEST(IgnorePatterns, LinesThatCannotBeCompiledAreToldAndTheOthersApply) {
                            u"Ignore Patterns: line 5: ends with a lone \\"_s,
                            u"Ignore Patterns: line 7: unknown character class"_s}));
     EXPECT_TRUE(patterns.ignores("x/b.tmp", false) && !patterns.needsPaths());
-    // Windows line ends and a byte-order mark are not part of the patterns.
     const IgnorePatterns windows("\xEF\xBB\xBF*.bak\r\n/Top\r\n", u"x"_s);
     EXPECT_TRUE(windows.problems().isEmpty());
     EXPECT_TRUE(windows.ignores("a.bak", false) && windows.ignores("Top", true));
     EXPECT_TRUE(windows.needsPaths());
-}
 
-TEST(IgnorePatterns, AppendedPatternsComeLastAndTakeTheOthersRule) {
-    IgnorePatterns patterns("*.LOG", u"a"_s);
-    patterns = patterns.forMatching(NameMatching::IgnoreCase);
-    patterns.append(IgnorePatterns("!Keep.log", u"b"_s));
-    EXPECT_TRUE(patterns.ignores("x.log", false));
-    EXPECT_FALSE(patterns.ignores("keep.log", false));
+    IgnorePatterns appended = IgnorePatterns("*.LOG", u"a"_s).forMatching(NameMatching::IgnoreCase);
+    appended.append(IgnorePatterns("!Keep.log", u"b"_s));
+    EXPECT_TRUE(appended.ignores("x.log", false));
+    EXPECT_FALSE(appended.ignores("keep.log", false));
     EXPECT_TRUE(IgnorePatterns().empty());
     EXPECT_FALSE(IgnorePatterns().ignores("anything", false));
-}
 
-TEST(IgnorePatterns, NamesAreCharactersNotBytes) {
-    const IgnorePatterns patterns("?.txt\n[ä-ö]x\nStraße", u"x"_s);
-    EXPECT_TRUE(patterns.ignores("é.txt", false));
-    EXPECT_TRUE(patterns.ignores("öx", false));
-    EXPECT_FALSE(patterns.ignores("ax", false));
-    const IgnorePatterns folded = patterns.forMatching(NameMatching::IgnoreCase);
+    const IgnorePatterns names("?.txt\n[ä-ö]x\nStraße", u"x"_s);
+    EXPECT_TRUE(names.ignores("é.txt", false));
+    EXPECT_TRUE(names.ignores("öx", false));
+    EXPECT_FALSE(names.ignores("ax", false));
+    const IgnorePatterns folded = names.forMatching(NameMatching::IgnoreCase);
     EXPECT_TRUE(ignoredInWalk(folded, "STRASSE", false));
     EXPECT_TRUE(ignoredInWalk(folded, "Öx", false));
     // A name is turned away by its first and last bytes before it is folded

@@ -2,7 +2,6 @@
 
 #include "engine/file/MetaSideFile.h"
 #include "engine/file/OpenSnapshot.h"
-#include "engine/file/SnapshotFile.h"
 #include "engine/scan/ContentFingerprint.h"
 
 #include <gtest/gtest.h>
@@ -21,9 +20,7 @@ protected:
     // beside the tree.
     QString scanAndSave(TempTree& tree, Snapshot& s) {
         EXPECT_TRUE(test::scanTree(s, tree, true).ok);
-        s.header.fileName = m_dir.path() + u"/Data.#01"_s;
-        ProgressMeter meter;
-        EXPECT_TRUE(SaveSnapshot(s, meter).ok);
+        EXPECT_TRUE(test::saveSnapshotAs(s, m_dir.path() + u"/Data.#01"_s).ok);
         return s.header.fileName;
     }
 
@@ -105,8 +102,7 @@ TEST_F(MetaSideFileTest, ASnapshotWithoutSideDataOpensAsBeforeAndTakesTheStaleFi
     EXPECT_FALSE(outcome.message);
     EXPECT_TRUE(windows.access.empty());
     ASSERT_TRUE(test::writeBytes(metaSideFilePath(file), test::readBytes(file)));
-    ProgressMeter meter;
-    ASSERT_TRUE(SaveSnapshot(windows, meter).ok);
+    ASSERT_TRUE(test::saveSnapshotAs(windows, file).ok);
     EXPECT_FALSE(QFile::exists(metaSideFilePath(file)));
 }
 

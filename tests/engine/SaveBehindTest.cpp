@@ -173,8 +173,7 @@ TEST_F(SaveBehindTest, SavedInsideTheTreeItRecords) {
     ASSERT_TRUE(taken->outcome.scan.ok && taken->outcome.save.ok && taken->outcome.savedBehind);
     expectSameSnapshot(plain, taken->snapshot);
     plain.header = taken->snapshot.header;
-    plain.header.fileName = path(u"plain"_s);
-    ASSERT_TRUE(SaveSnapshot(plain, meter).ok);
+    ASSERT_TRUE(saveSnapshotAs(plain, path(u"plain"_s)).ok);
     EXPECT_TRUE(readBytes(taken->snapshot.header.fileName) == readBytes(plain.header.fileName));
 }
 
@@ -211,8 +210,12 @@ TEST_F(SaveBehindTest, UnreadableFolders) {
 
 // A cancelled scan and an empty one: the old file as it was, nothing new
 // beside it. (kestrel-cli's tests, which save behind the scan, see the
-// messages of an empty scan and of a file that cannot be written.)
-TEST_F(SaveBehindTest, FailuresLeaveTheOldFile) {
+// messages of an empty scan and of a file that cannot be written.) A disk
+// that fills at any point near the end of the file, and further back, while
+// the scan goes on or when the header goes in; with room guessed far too
+// large from the file replaced, the file is longer while it is written than
+// when it is done.
+TEST_F(SaveBehindTest, FailuresAndAFullDiskLeaveTheOldFile) {
     TempTree t(TempTree::InMemory);
     for (int a = 0; a < 4; ++a)
         for (int b = 0; b < 50; ++b)
@@ -239,25 +242,18 @@ TEST_F(SaveBehindTest, FailuresLeaveTheOldFile) {
     taken = scanAndSave(empty.root(), file, 1);
     EXPECT_EQ(taken->outcome.scan.message.value_or(UserMessage{}).title, u"Empty Snapshot"_s);
     expectOldFileAlone();
-}
 
-// A disk that fills at any point near the end of the file, and further
-// back, while the scan goes on or when the header goes in; with room
-// guessed far too large from the file replaced, the file is longer while
-// it is written than when it is done.
-TEST_F(SaveBehindTest, FullDiskLeavesTheOldFile) {
-    TempTree t(TempTree::InMemory);
+    TempTree small(TempTree::InMemory);
     for (int i = 0; i < 120; ++i)
-        t.file(u"d%1/f%2"_s.arg(i % 5).arg(i));
-    const QString file = path(u"tree.#01"_s);
+        small.file(u"d%1/f%2"_s.arg(i % 5).arg(i));
     const auto save = [&] {
-        const auto taken = scanAndSave(t.root(), file, 64);
+        const auto taken = scanAndSave(small.root(), file, 64);
         EXPECT_TRUE(taken->outcome.scan.ok);
         return taken->outcome.save;
     };
     expectFullDiskKeepsOldFile(file, "old", save);
     expectFullDiskKeepsOldFile(file,
-                               "Old\r\n\"" + t.root().toUtf8() +
+                               "Old\r\n\"" + small.root().toUtf8() +
                                    "\",#2020-01-02 03:04:05#,#TRUE#,#TRUE#,#FALSE#,123456789\r\n",
                                save);
 }

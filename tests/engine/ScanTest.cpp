@@ -4,8 +4,6 @@
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/RingWalk.h"
 #include "engine/scan/DirectoryReader.h"
-#include "engine/scan/Scan.h"
-#include "engine/support/OleDate.h"
 
 #include <gtest/gtest.h>
 
@@ -31,17 +29,17 @@ struct Scan {
     Outcome outcome;
 };
 
-Scan scan(const TempTree& tree, bool recurse = true, bool hidden = true, int threads = -1,
-          ProgressMeter* meter = nullptr, ScanSettings settings = {}) {
+Scan scan(const TempTree& tree, const ScanSettings& settings = {}, ProgressMeter* meter = nullptr,
+          bool hidden = true) {
     Scan s;
-    s.snapshot.header.rootFolder = tree.root();
-    s.snapshot.header.recurse = recurse;
-    s.snapshot.header.hidden = hidden;
-    settings.listingThreads = threads;
-    s.snapshot.header.versions = !settings.versionFolder.isEmpty();
-    ProgressMeter quiet;
-    s.outcome = CreateSnapshot(s.snapshot, settings, meter ? *meter : quiet);
+    s.outcome = scanFolder(s.snapshot, tree.root(), settings, meter, hidden);
     return s;
+}
+
+// The settings with this number of listing threads.
+ScanSettings threads(int n, ScanSettings settings = {}) {
+    settings.listingThreads = n;
+    return settings;
 }
 
 // The names of a folder in the order the file system lists them, without dot names.
@@ -87,12 +85,7 @@ TEST(Scan, RecordsTheTreeDepthFirstInListingOrder) {
     EXPECT_EQ(snap.entry(indexOf(snap, u"a/x.txt"_s)).attributes, 128);
     EXPECT_EQ(snap.entry(indexOf(snap, u"c/c1"_s)).attributes, 16);
     // The modified time is local time to the second, in file form.
-    struct tm local;
-    localtime_r(&when, &local);
-    EXPECT_EQ(
-        snap.entry(indexOf(snap, u"b.txt"_s)).modified,
-        roundTo15Digits(oleDateFromParts(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                                         local.tm_hour, local.tm_min, local.tm_sec)));
+    EXPECT_EQ(snap.entry(indexOf(snap, u"b.txt"_s)).modified, localFileDate(when));
 }
 
 // A name beginning with a dot is a hidden item: recorded with the hidden bit
@@ -110,7 +103,7 @@ TEST(Scan, DotNamesAreHiddenItems) {
     t.symlink(u".link"_s, u"kept"_s);
     t.fifo(u"pipe"_s);
 
-    const Scan withHidden = scan(t, true, true);
+    const Scan withHidden = scan(t);
     ASSERT_TRUE(withHidden.outcome.ok);
     const Snapshot& all = withHidden.snapshot;
     EXPECT_EQ(all.entryCount, 9);
@@ -124,17 +117,18 @@ TEST(Scan, DotNamesAreHiddenItems) {
     // Folder counting for the meter counts dot folders whatever the flag.
     EXPECT_EQ(CountFolders(t.root(), 1, 3), 2);
 
-    const Scan withoutHidden = scan(t, true, false);
+    const Scan withoutHidden = scan(t, {}, nullptr, false);
     ASSERT_TRUE(withoutHidden.outcome.ok);
     EXPECT_EQ(withoutHidden.snapshot.entryCount, 2);
     EXPECT_NE(indexOf(withoutHidden.snapshot, u"kept/visible"_s), 0);
     EXPECT_EQ(withoutHidden.snapshot.hiddenLeftOut, 6);
 }
 
-// Links to a file, to a folder, to nowhere, to each other and back up the
-// tree are recorded as files of their own size, the length of the target,
-// and never entered.
-TEST(Scan, RecordsLinksAsFilesWithoutFollowingThem) {
+// Sizes are the items' own: links to a file, to a folder, to nowhere, to
+// each other and back up the tree are files the length of their target,
+// never entered; files are their true size however large, and a sparse
+// file of 200 TiB is an entry like any other.
+TEST(Scan, RecordsLinksAndFilesAtTheirOwnSize) {
     TempTree t;
     t.file(u"target/inside.txt"_s, "abc");
     const std::pair<QString, QString> links[] = {{u"to-file"_s, u"target/inside.txt"_s},
@@ -145,29 +139,22 @@ TEST(Scan, RecordsLinksAsFilesWithoutFollowingThem) {
                                                  {u"target/up"_s, u".."_s}};
     for (const auto& [link, target] : links)
         t.symlink(link, target);
-    const Scan s = scan(t);
-    ASSERT_TRUE(s.outcome.ok);
-    expectSoundSnapshot(s.snapshot);
-    EXPECT_EQ(s.snapshot.entryCount, 8);
-    for (const auto& [link, target] : links)
-        EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, link)).attributes, Attribute::ReparsePoint)
-            << link.toStdString();
-    EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, u"to-folder"_s)).size, 6);
-}
-
-// Sizes are the files' own, however large: a sparse file of 200 TiB is an
-// entry like any other.
-TEST(Scan, RecordsTrueSizesOfLargeAndSparseFiles) {
-    TempTree t;
     const int64_t threeGb = 3000000000, fourGib = int64_t(1) << 32;
     t.sparseFile(u"three-gb"_s, threeGb);
     t.sparseFile(u"four-gib"_s, fourGib);
     t.file(u"small"_s, QByteArray(70000, 's'));
     const Scan s = scan(t);
     ASSERT_TRUE(s.outcome.ok);
+    expectSoundSnapshot(s.snapshot);
+    EXPECT_EQ(s.snapshot.entryCount, 11);
+    for (const auto& [link, target] : links)
+        EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, link)).attributes, Attribute::ReparsePoint)
+            << link.toStdString();
+    EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, u"to-folder"_s)).size, 6);
     EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, u"three-gb"_s)).size, double(threeGb));
     EXPECT_EQ(s.snapshot.entry(indexOf(s.snapshot, u"four-gib"_s)).size, double(fourGib));
-    EXPECT_EQ(s.snapshot.totalSize, double(threeGb) + double(fourGib) + 70000);
+    // With inside.txt's 3 bytes and the links' 17, 6, 7, 6, 6 and 2.
+    EXPECT_EQ(s.snapshot.totalSize, double(threeGb) + double(fourGib) + 70000 + 3 + 44);
 
     // ext4 stops at 16 TiB; a memory-backed file system takes 200 TiB.
     const int64_t huge = int64_t(200) << 40;
@@ -192,8 +179,8 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
     t.file(longAscii, "1");
     t.file(longWide, "22");
     t.file(nativeText("bad\xFF\xFEname/inside.txt"));
-    for (int threads : {0, 2}) {
-        const Scan s = scan(t, true, true, threads);
+    for (int n : {0, 2}) {
+        const Scan s = scan(t, threads(n));
         ASSERT_TRUE(s.outcome.ok);
         expectSoundSnapshot(s.snapshot);
         EXPECT_EQ(s.snapshot.entryCount, 4);
@@ -207,8 +194,7 @@ TEST(Scan, NamesAndPathsAtTheSystemsLimits) {
     Snapshot bad;
     bad.header.rootFolder = storedPath(t.root() + nativeText("bad\xFF\xFEname/"));
     EXPECT_EQ(bad.header.rootFolder, t.root() + u"bad\\xFF\\xFEname/"_s);
-    ProgressMeter meter;
-    ASSERT_TRUE(CreateSnapshot(bad, {}, meter).ok);
+    ASSERT_TRUE(scanFolder(bad, bad.header.rootFolder).ok);
     EXPECT_EQ(bad.entryCount, 1);
     EXPECT_EQ(bad.name(1), "inside.txt");
 }
@@ -251,7 +237,7 @@ TEST(Scan, TreeChangingDuringTheScanGivesASoundSnapshot) {
     });
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE(round);
-        const Scan s = scan(t, true, true, round % 3);
+        const Scan s = scan(t, threads(round % 3));
         // Nothing beyond what any scan may say: the tree is never empty.
         ASSERT_TRUE(s.outcome.ok && !s.outcome.message);
         expectSoundSnapshot(s.snapshot);
@@ -269,7 +255,7 @@ TEST(Scan, ThreadsThatCannotStartEndTheScanCleanly) {
         t.file(u"d%1/e/f"_s.arg(i));
     std::atomic<int> started{0}, finished{0};
     int allowed = 2;
-    ScanSettings settings;
+    ScanSettings settings = threads(4);
     settings.startThread = [&](std::function<void()> run) {
         if (started == allowed)
             throw std::system_error(
@@ -280,7 +266,7 @@ TEST(Scan, ThreadsThatCannotStartEndTheScanCleanly) {
             ++finished;
         });
     };
-    const Scan failed = scan(t, true, true, 4, nullptr, settings);
+    const Scan failed = scan(t, settings);
     EXPECT_FALSE(failed.outcome.ok);
     EXPECT_EQ(finished, 2);
     expectMessage(failed.outcome.message, u"Kestrel"_s,
@@ -288,8 +274,9 @@ TEST(Scan, ThreadsThatCannotStartEndTheScanCleanly) {
 
     started = finished = 0;
     allowed = 1;
+    settings.listingThreads = -1;
     settings.assumeDeviceWaits = true;
-    const Scan grown = scan(t, true, true, -1, nullptr, settings);
+    const Scan grown = scan(t, settings);
     EXPECT_TRUE(grown.outcome.ok);
     EXPECT_EQ(grown.snapshot.entryCount, 120);
 }
@@ -322,18 +309,16 @@ TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
     };
     for (const bool fingerprints : {false, true}) {
         SCOPED_TRACE(fingerprints);
-        ScanSettings plain;
-        plain.fingerprints = fingerprints;
-        const Scan single = scan(t, true, true, 0, nullptr, plain);
+        ScanSettings settings;
+        settings.fingerprints = fingerprints;
+        const Scan single = scan(t, threads(0, settings));
         ASSERT_TRUE(single.outcome.ok);
         expectSoundSnapshot(single.snapshot);
-        // Workers added during the scan, as on a disk whose listings wait.
-        ScanSettings growing = plain;
-        growing.assumeDeviceWaits = true;
-        for (int threads : {1, 2, 4, 8, 32, -1}) {
-            SCOPED_TRACE(threads);
-            const Scan parallel =
-                scan(t, true, true, threads, nullptr, threads < 0 ? growing : plain);
+        for (int n : {1, 2, 4, 8, 32, -1}) {
+            SCOPED_TRACE(n);
+            // With -1, workers added during the scan, as on a disk whose listings wait.
+            settings.assumeDeviceWaits = n < 0;
+            const Scan parallel = scan(t, threads(n, settings));
             ASSERT_TRUE(parallel.outcome.ok);
             expectSameSnapshot(single.snapshot, parallel.snapshot);
             sameSideData(single.snapshot, parallel.snapshot);
@@ -348,8 +333,8 @@ TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
 // patterns anchored at a depth are asked only that deep: the same names
 // deeper down, or under another folder, stay.
 TEST(Scan, ExcludedItemsAreNeitherRecordedNorCounted) {
-    const auto excluding = [](const char* patterns) {
-        ScanSettings settings;
+    const auto excluding = [](const char* patterns, int n = -1) {
+        ScanSettings settings = threads(n);
         settings.exclude = std::make_shared<const IgnorePatterns>(patterns, u"--exclude"_s);
         return settings;
     };
@@ -357,15 +342,15 @@ TEST(Scan, ExcludedItemsAreNeitherRecordedNorCounted) {
     for (const QString& file : {u"src/a.c"_s, u"src/a.pyc"_s, u"src/secret/key"_s,
                                 u"build/out/x.o"_s, u"docs/build/kept.txt"_s, u"b.pyc"_s})
         t.file(file);
-    const ScanSettings settings = excluding("*.pyc\nsecret/\n/build\n");
-    for (const int threads : {0, 2}) {
-        const Scan s = scan(t, true, true, threads, nullptr, settings);
+    const char* const patterns = "*.pyc\nsecret/\n/build\n";
+    for (const int n : {0, 2}) {
+        const Scan s = scan(t, excluding(patterns, n));
         ASSERT_TRUE(s.outcome.ok);
         expectSoundSnapshot(s.snapshot);
         EXPECT_EQ(s.snapshot.entryCount, 5); // src, a.c, docs, build, kept.txt
         EXPECT_NE(indexOf(s.snapshot, u"docs/build/kept.txt"_s), 0);
     }
-    EXPECT_EQ(CountFolders(t.root(), 1, 3, settings), 3);
+    EXPECT_EQ(CountFolders(t.root(), 1, 3, excluding(patterns)), 3);
     TempTree siblings;
     for (int i = 0; i < 10; ++i)
         siblings.file(u"e%1/f"_s.arg(i));
@@ -374,8 +359,8 @@ TEST(Scan, ExcludedItemsAreNeitherRecordedNorCounted) {
     TempTree deep;
     for (const QString& file : {u"a/b/x"_s, u"a/c/b/x"_s, u"c/a/b"_s, u"a/b2"_s})
         deep.file(file);
-    for (const int threads : {0, 2}) {
-        const Scan s = scan(deep, true, true, threads, nullptr, excluding("/a/b\n/?/?2\n"));
+    for (const int n : {0, 2}) {
+        const Scan s = scan(deep, excluding("/a/b\n/?/?2\n", n));
         EXPECT_EQ(indexOf(s.snapshot, u"a/b"_s), 0);
         EXPECT_EQ(indexOf(s.snapshot, u"a/b2"_s), 0);
         EXPECT_EQ(s.snapshot.entryCount, 7); // a, a/c, a/c/b, a/c/b/x, c, c/a, c/a/b
@@ -387,12 +372,9 @@ TEST(Scan, OneFileSystemRecordsMountPointsButNotTheirContents) {
     if (::stat("/dev", &dev) != 0 || ::stat("/dev/pts/ptmx", &pts) != 0 || dev.st_dev == pts.st_dev)
         GTEST_SKIP() << "no /dev/pts mounted apart from /dev here";
     Snapshot snap;
-    snap.header.rootFolder = u"/dev/"_s;
-    snap.header.recurse = snap.header.hidden = true;
     ScanSettings settings;
     settings.oneFileSystem = true;
-    ProgressMeter meter;
-    ASSERT_TRUE(CreateSnapshot(snap, settings, meter).ok);
+    ASSERT_TRUE(scanFolder(snap, u"/dev/"_s, settings).ok);
     const int32_t folder = indexOf(snap, u"pts"_s);
     ASSERT_NE(folder, 0);
     EXPECT_FALSE(hasContents(snap, folder));
@@ -406,7 +388,7 @@ TEST(Scan, OwnIgnoreFileIsRecordedFromARegularFileOnly) {
     TempTree t;
     t.file(u"a.txt"_s);
     t.file(u".kestrelignore"_s, "*.tmp\n");
-    const Scan s = scan(t, true, false);
+    const Scan s = scan(t, {}, nullptr, false);
     EXPECT_EQ(s.snapshot.header.ownIgnorePatterns, "*.tmp\n");
     EXPECT_TRUE(s.snapshot.ignoreFileProblem.isEmpty());
 
@@ -426,9 +408,7 @@ TEST(Scan, OwnIgnoreFileIsRecordedFromARegularFileOnly) {
 TEST(Scan, MissingOrVanishedFolderGivesOneNamelessEntry) {
     TempTree t;
     Snapshot missing;
-    missing.header.rootFolder = t.root() + u"\"quoted\"/"_s;
-    ProgressMeter meter;
-    ASSERT_TRUE(CreateSnapshot(missing, {}, meter).ok);
+    ASSERT_TRUE(scanFolder(missing, t.root() + u"\"quoted\"/"_s).ok);
     EXPECT_EQ(missing.entryCount, 1);
     EXPECT_EQ(fieldsOf(missing, 1), EntryFields(0, 0, 1, 0, "", 0, 0, ""));
 
@@ -463,7 +443,7 @@ TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
         ProgressMeter meter(&view);
         ScanSettings settings;
         settings.meterLevel = level;
-        const Scan s = scan(t, true, true, -1, &meter, settings);
+        const Scan s = scan(t, settings, &meter);
         ASSERT_TRUE(s.outcome.ok);
         // The maximum, the ticks, the depth and entry 1's count; closed once.
         const int folders = level == 0 ? 3 : level == 1 ? 12 : 39;
@@ -478,7 +458,7 @@ TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
         if (value == 2)
             meter.cancel();
     };
-    const Scan cancelled = scan(t, true, true, -1, &meter);
+    const Scan cancelled = scan(t, {}, &meter);
     EXPECT_TRUE(!cancelled.outcome.ok && cancelled.outcome.cancelled && !cancelled.outcome.message);
     EXPECT_LT(cancelled.snapshot.entryCount, 3 + 9 + 27 + 27);
     expectSoundSnapshot(cancelled.snapshot);
@@ -486,15 +466,12 @@ TEST(Scan, MeterCountsFoldersNearTheTopAndCancelEndsTheWalk) {
 
 TEST(Scan, ReadsVersionsOnlyInsideTheVersionFolder) {
     TempTree t;
-    const auto image = makeImage(false, (5u << 16) | 1, 2600u << 16);
-    const QByteArray bytes(reinterpret_cast<const char*>(image.bytes.data()),
-                           qsizetype(image.bytes.size()));
     for (const QString& file : {u"bin/tool.exe"_s, u"bin/sub/lib.dll"_s, u"other/tool.exe"_s})
-        t.file(file, bytes);
+        t.file(file, makeImage(false, (5u << 16) | 1, 2600u << 16).contents());
     t.symlink(u"bin/link.exe"_s, u"tool.exe"_s);
     ScanSettings settings;
     settings.versionFolder = t.root() + u"BIN"_s; // compared without regard to case
-    const Scan s = scan(t, true, true, -1, nullptr, settings);
+    const Scan s = scan(t, settings);
     ASSERT_TRUE(s.outcome.ok);
     const std::pair<QString, const char*> versions[] = {{u"bin/tool.exe"_s, "5.01.2600.00"},
                                                         {u"bin/sub/lib.dll"_s, "5.01.2600.00"},

@@ -26,23 +26,15 @@ namespace {
 
 const QByteArray EmptyRecord = "0,0,0,0,\"\",0,0,\"\"\r\n";
 
-// The example as the Windows program wrote it, with a capacity item of its own.
-constexpr auto exampleFile = &exampleSnapshotFile;
-
 const QByteArray PlainHeader =
     "Title\r\n\"/data/\",#2001-03-04 10:15:00#,#TRUE#,#FALSE#,#FALSE#,16\r\n";
 
-// A snapshot of n files in the root.
-void fill(Snapshot& s, int32_t n) {
+// A snapshot of n files in the root, with its own ignore patterns when given,
+// as a scan of a root with a .kestrelignore makes it.
+void fill(Snapshot& s, int32_t n, const std::string& patterns = {}, double created = 45000.5) {
     for (int32_t i = 1; i <= n; ++i)
         s.createEntry(32, 36950.5, i == n ? 1 : i + 1, "file" + std::to_string(i), 0, i, "");
     s.mutableEntry(0).count = n;
-}
-
-// A snapshot with its own ignore patterns, as a scan of a root with a
-// .kestrelignore makes it.
-void fillWithPatterns(Snapshot& s, int32_t n, const std::string& patterns, double created) {
-    fill(s, n);
     s.header.rootFolder = u"/data/"_s;
     s.header.created = created;
     s.header.ownIgnorePatterns = patterns;
@@ -54,24 +46,14 @@ protected:
 
     QString path(const QString& name) const { return dir.filePath(name); }
 
-    static LoadOutcome load(Snapshot& s, const QString& file) {
-        s.header.fileName = file;
-        ProgressMeter meter;
-        return LoadSnapshot(s, meter);
-    }
-    static Outcome save(Snapshot& s, const QString& file) {
-        s.header.fileName = file;
-        ProgressMeter meter;
-        return SaveSnapshot(s, meter);
-    }
     // Loads bytes written to a file of their own.
     LoadOutcome loadBytes(Snapshot& s, const QByteArray& bytes) {
         EXPECT_TRUE(writeBytes(path(u"in.#01"_s), bytes));
-        return load(s, path(u"in.#01"_s));
+        return loadSnapshotFrom(s, path(u"in.#01"_s));
     }
     // The bytes of s saved as out.#01.
     QByteArray saved(Snapshot& s) {
-        EXPECT_TRUE(save(s, path(u"out.#01"_s)).ok);
+        EXPECT_TRUE(saveSnapshotAs(s, path(u"out.#01"_s)).ok);
         return readBytes(path(u"out.#01"_s));
     }
     static std::string patternsOpened(const QString& file) {
@@ -95,14 +77,14 @@ TEST_F(SnapshotFileTest, CapacityItem) {
         EXPECT_TRUE(lines[1].endsWith("," + QByteArray::number(expected) + "\r"))
             << lines[1].data();
         Snapshot back;
-        ASSERT_TRUE(load(back, path(u"out.#01"_s)).ok) << n;
+        ASSERT_TRUE(loadSnapshotFrom(back, path(u"out.#01"_s)).ok) << n;
         EXPECT_EQ(back.entryCount, n);
         EXPECT_EQ(back.entry(0).count, expected);
     }
     // The example as the Windows program wrote it.
     for (int capacity : {4, 16, 19}) {
         Snapshot s;
-        const LoadOutcome r = loadBytes(s, exampleFile(capacity));
+        const LoadOutcome r = loadBytes(s, exampleSnapshotFile(capacity));
         ASSERT_TRUE(r.ok && !r.message) << capacity;
         EXPECT_EQ(s.capacity(), capacity + 1); // indices 0..capacity + 1
         EXPECT_EQ(std::tuple(s.header.title, s.header.rootFolder, s.header.created),
@@ -120,14 +102,14 @@ TEST_F(SnapshotFileTest, CapacityItem) {
         {20, "1"}, {2000000000, "1,999,999,981"}, {INT32_MAX, "2,147,483,628"}};
     for (const auto& [capacity, missing] : damaged) {
         Snapshot s;
-        const LoadOutcome r = loadBytes(s, exampleFile(capacity));
+        const LoadOutcome r = loadBytes(s, exampleSnapshotFile(capacity));
         ASSERT_TRUE(r.ok) << capacity;
         expectMessage(r.message, u"Incomplete Snapshot"_s,
                       u"The file ends before its last %1 entries"_s.arg(QLatin1String(missing)),
                       MessageIcon::Information);
         EXPECT_EQ(s.capacity(), 17);
         EXPECT_LT(s.memoryUsed(), size_t(4) << 20);
-        EXPECT_EQ(saved(s), exampleFile(32) + EmptyRecord.repeated(13));
+        EXPECT_EQ(saved(s), exampleSnapshotFile(32) + EmptyRecord.repeated(13));
     }
 
     // A file cut short after 50 of its 100 entries.
@@ -178,7 +160,7 @@ TEST_F(SnapshotFileTest, BadDataFails) {
     ASSERT_EQ(::mkfifo(QFile::encodeName(path(u"pipe.#01"_s)).constData(), 0600), 0);
     for (const char* name : {"absent.#01", "pipe.#01", "."}) {
         Snapshot s;
-        const LoadOutcome r = load(s, path(QLatin1String(name)));
+        const LoadOutcome r = loadSnapshotFrom(s, path(QLatin1String(name)));
         EXPECT_FALSE(r.ok || r.message || r.headerRead) << name;
     }
 }
@@ -213,7 +195,7 @@ TEST_F(SnapshotFileTest, AwkwardTextAndValuesRoundTrip) {
     EXPECT_TRUE(saved(s).contains(",\"say \"\"hi\"\".txt\","));
 
     Snapshot back;
-    ASSERT_TRUE(load(back, path(u"out.#01"_s)).ok);
+    ASSERT_TRUE(loadSnapshotFrom(back, path(u"out.#01"_s)).ok);
     EXPECT_EQ(std::tuple(back.header.title, back.header.rootFolder, back.header.created),
               std::tuple(s.header.title, s.header.rootFolder, s.header.created));
     ASSERT_EQ(back.entryCount, n);
@@ -262,8 +244,8 @@ TEST_F(SnapshotFileTest, FailedWriteKeepsThePreviousFile) {
     for (const int32_t n : {3, 3000}) {
         Snapshot s;
         fill(s, n);
-        expectFullDiskKeepsOldFile(path(u"Data.#01"_s), exampleFile(16), [&] {
-            const Outcome r = save(s, path(u"Data.#01"_s));
+        expectFullDiskKeepsOldFile(path(u"Data.#01"_s), exampleSnapshotFile(16), [&] {
+            const Outcome r = saveSnapshotAs(s, path(u"Data.#01"_s));
             if (!r.ok) {
                 EXPECT_EQ(r.message.value_or(UserMessage{}).title, u"Invalid Snapshot File"_s);
             }
@@ -296,12 +278,11 @@ bool killedMidSave(const QString& file, const std::function<void(Snapshot&)>& ma
 TEST_F(SnapshotFileTest, KillDuringTheSaveKeepsThePreviousFiles) {
     const QString file = path(u"Data.#01"_s);
     Snapshot old;
-    fillWithPatterns(old, 10, "old\n", 45000.5);
-    ASSERT_TRUE(save(old, file).ok);
+    fill(old, 10, "old\n", 45000.5);
+    ASSERT_TRUE(saveSnapshotAs(old, file).ok);
     const QByteArray oldFile = readBytes(file);
     const QByteArray oldSide = readBytes(file + u".ignore"_s);
-    ASSERT_TRUE(
-        killedMidSave(file, [](Snapshot& s) { fillWithPatterns(s, 100000, "new\n", 45001.5); }));
+    ASSERT_TRUE(killedMidSave(file, [](Snapshot& s) { fill(s, 100000, "new\n", 45001.5); }));
     EXPECT_EQ(readBytes(file), oldFile);
     EXPECT_EQ(readBytes(file + u".ignore"_s), oldSide);
     EXPECT_EQ(patternsOpened(file), "old\n");
@@ -318,23 +299,23 @@ TEST_F(SnapshotFileTest, OwnIgnorePatternsTravelInTheSideFileThroughSaveAs) {
     const QString first = path(u"Data.#01"_s);
     const QString copy = path(u"Copy.#01"_s);
     Snapshot s;
-    fillWithPatterns(s, 10, "*.tmp\n/cache/\n", 45000.5);
-    ASSERT_TRUE(save(s, first).ok);
+    fill(s, 10, "*.tmp\n/cache/\n", 45000.5);
+    ASSERT_TRUE(saveSnapshotAs(s, first).ok);
     EXPECT_EQ(patternsOpened(first), "*.tmp\n/cache/\n");
 
     // Save As of the opened snapshot takes its patterns along.
     Snapshot opened;
     ProgressMeter meter;
     ASSERT_TRUE(OpenSnapshotFile(opened, first, meter).ok);
-    ASSERT_TRUE(save(opened, copy).ok);
+    ASSERT_TRUE(saveSnapshotAs(opened, copy).ok);
     EXPECT_EQ(patternsOpened(copy), "*.tmp\n/cache/\n");
 
     // Another snapshot without patterns saved over it takes the side file
     // away; a side file left by a program that knows none is not read.
     const QByteArray side = readBytes(first + u".ignore"_s);
     Snapshot plain;
-    fillWithPatterns(plain, 3, "", 45001.5);
-    ASSERT_TRUE(save(plain, first).ok);
+    fill(plain, 3, "", 45001.5);
+    ASSERT_TRUE(saveSnapshotAs(plain, first).ok);
     EXPECT_FALSE(QFileInfo::exists(first + u".ignore"_s));
     ASSERT_TRUE(writeBytes(first + u".ignore"_s, side));
     EXPECT_EQ(patternsOpened(first), "");
@@ -465,7 +446,7 @@ TEST(ItemReaderLines, QuickReadingAgreesWithItemByItem) {
 // One past the highest number, whatever lies below it; anything with the
 // name counts, a dangling link too; the 99th stays the last. (kestrel-cli's
 // tests see a full series refused.)
-TEST_F(SnapshotFileTest, NextSnapshotName) {
+TEST_F(SnapshotFileTest, SeriesNamesAndNumbers) {
     const QString folder = dir.path() + QLatin1Char('/');
     const auto touch = [&](const QString& name) { ASSERT_TRUE(writeBytes(folder + name, "x")); };
     const auto next = [&](const char* base) {
@@ -484,11 +465,10 @@ TEST_F(SnapshotFileTest, NextSnapshotName) {
     EXPECT_EQ(next("c:"), u"C_DRIVE.#01"_s);
     touch(u"X_DRIVE.#01"_s);
     EXPECT_EQ(next("x:"), u"X_DRIVE.#02"_s);
-}
 
-TEST(SnapshotNames, BaseNameAndNumber) {
-    // Each case is "root|base name". A POSIX name keeps its escaped bytes and
-    // backslashes, so two folders never share one series.
+    // The base name of a root and the number of a file: each case is "root|base
+    // name". A POSIX name keeps its escaped bytes and backslashes, so two
+    // folders never share one series.
     for (const char* c : {"/|ROOT", "/a/b/|b", "/a/b|b", "C:\\|C:", "C:\\Data\\|Data",
                           "/tmp/r\\xE9root/|r\\xE9root", "/tmp/q\\xE9root/|q\\xE9root",
                           "/tmp/bs\\\\dir/|bs\\\\dir"}) {

@@ -4,6 +4,7 @@
 
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/RingWalk.h"
+#include "engine/support/OleDate.h"
 
 #include <gtest/gtest.h>
 
@@ -27,9 +28,7 @@ namespace kestrel::test {
 
 // Paths are native text: a name's bytes that are not UTF-8 reach the system
 // as they are, where Qt's file classes would replace them.
-static QByteArray native(const QString& path) {
-    return engine::nativeBytes(path);
-}
+using engine::nativeBytes;
 
 static int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
     ::remove(path);
@@ -59,7 +58,7 @@ TempTree::TempTree(Storage storage) : m_dir(temporaryFolderTemplate(storage)) {
 
 TempTree::~TempTree() {
     // Qt cannot name what is not UTF-8: the tree goes by its bytes first.
-    ::nftw(native(m_dir.path()).constData(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+    ::nftw(nativeBytes(m_dir.path()).constData(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
 }
 
 QString TempTree::root() const {
@@ -67,11 +66,11 @@ QString TempTree::root() const {
 }
 
 void TempTree::folder(const QString& path) {
-    ASSERT_TRUE(makeFolders(native(root() + path)));
+    ASSERT_TRUE(makeFolders(nativeBytes(root() + path)));
 }
 
 void TempTree::file(const QString& path, const QByteArray& contents) {
-    const QByteArray bytes = native(root() + path);
+    const QByteArray bytes = nativeBytes(root() + path);
     makeFolders(bytes.left(bytes.lastIndexOf('/')));
     const int fd = ::open(bytes.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     ASSERT_GE(fd, 0) << path.toStdString();
@@ -81,31 +80,34 @@ void TempTree::file(const QString& path, const QByteArray& contents) {
     ASSERT_TRUE(written) << path.toStdString();
 }
 
+void TempTree::file(const QString& path, const QByteArray& contents, time_t modified) {
+    file(path, contents);
+    touch(path, modified);
+}
+
 void TempTree::sparseFile(const QString& path, int64_t size) {
     file(path);
-    ASSERT_EQ(::truncate(native(root() + path).constData(), size), 0);
+    ASSERT_EQ(::truncate(nativeBytes(root() + path).constData(), size), 0);
 }
 
 void TempTree::symlink(const QString& path, const QString& target) {
-    ASSERT_EQ(::symlink(native(target).constData(), native(root() + path).constData()), 0);
+    ASSERT_EQ(::symlink(nativeBytes(target).constData(), nativeBytes(root() + path).constData()),
+              0);
 }
 
 void TempTree::fifo(const QString& path) {
-    ASSERT_EQ(::mkfifo(native(root() + path).constData(), 0600), 0);
+    ASSERT_EQ(::mkfifo(nativeBytes(root() + path).constData(), 0600), 0);
 }
 
 void TempTree::touch(const QString& path, time_t when) {
     struct timespec times[2] = {{when, 0}, {when, 0}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, native(root() + path).constData(), times, AT_SYMLINK_NOFOLLOW),
-              0);
+    ASSERT_EQ(
+        ::utimensat(AT_FDCWD, nativeBytes(root() + path).constData(), times, AT_SYMLINK_NOFOLLOW),
+        0);
 }
 
 void TempTree::chmod(const QString& path, int mode) {
-    ASSERT_EQ(::chmod(native(root() + path).constData(), mode_t(mode)), 0);
-}
-
-std::string TempTree::bytes(const QString& path) const {
-    return readBytes(root() + path).toStdString();
+    ASSERT_EQ(::chmod(nativeBytes(root() + path).constData(), mode_t(mode)), 0);
 }
 
 void expectSameSnapshot(const engine::Snapshot& a, const engine::Snapshot& b) {
@@ -289,25 +291,19 @@ bool writeBytes(const QString& path, const QByteArray& bytes) {
 
 namespace {
 
-// While it lives, writes past limit bytes fail with EFBIG, as on a full disk.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(uint64_t limit) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &m_old);
-        const rlimit lowered{rlim_t(limit), m_old.rlim_max};
-        m_ok = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_handler);
-    }
-    bool ok() const { return m_ok; }
-
-private:
-    void (*m_handler)(int);
-    rlimit m_old{};
-    bool m_ok = false;
-};
+// What write gives while writes past limit bytes fail with EFBIG, as on a
+// full disk.
+engine::Outcome underFileSizeLimit(int64_t limit, const std::function<engine::Outcome()>& write) {
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    const rlimit lowered{rlim_t(limit), old.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &lowered), 0) << "no file size limit of " << limit;
+    const engine::Outcome outcome = write();
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, handler);
+    return outcome;
+}
 
 // Every length in the last 64 bytes below length, then every 61st to 8 KiB
 // below it, then every 4093rd down to 0.
@@ -343,12 +339,7 @@ void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
         path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(EFBIG));
     for (const int64_t limit : limitsBelow(length)) {
         ASSERT_TRUE(writeBytes(path, previous));
-        engine::Outcome cut;
-        {
-            FileSizeLimit full{uint64_t(limit)};
-            ASSERT_TRUE(full.ok());
-            cut = write();
-        }
+        const engine::Outcome cut = underFileSizeLimit(limit, write);
         EXPECT_FALSE(cut.ok) << "limit " << limit << " of " << length;
         if (cut.message) {
             EXPECT_EQ(cut.message->text, tooLarge) << "limit " << limit;
@@ -358,13 +349,7 @@ void expectFullDiskKeepsOldFile(const QString& path, const QByteArray& previous,
         if (!failedBefore && ::testing::Test::HasFailure())
             return;
     }
-    engine::Outcome exact;
-    {
-        FileSizeLimit full{uint64_t(length)};
-        ASSERT_TRUE(full.ok());
-        exact = write();
-    }
-    EXPECT_TRUE(exact.ok) << "a limit of the whole length " << length;
+    EXPECT_TRUE(underFileSizeLimit(length, write).ok) << "a limit of the whole length " << length;
     EXPECT_EQ(QFileInfo(path).size(), length);
 }
 
@@ -453,12 +438,40 @@ Image makeImage(bool pe32Plus, uint32_t ms, uint32_t ls) {
 }
 
 engine::Outcome scanTree(engine::Snapshot& s, const TempTree& tree, bool fingerprints) {
-    s.header.rootFolder = tree.root();
-    s.header.recurse = s.header.hidden = true;
     engine::ScanSettings settings;
     settings.fingerprints = fingerprints;
+    return scanFolder(s, tree.root(), settings);
+}
+
+engine::Outcome scanFolder(engine::Snapshot& s, const QString& root,
+                           const engine::ScanSettings& settings, engine::ProgressMeter* meter,
+                           bool hidden) {
+    s.header.rootFolder = root;
+    s.header.recurse = true;
+    s.header.hidden = hidden;
+    s.header.versions = !settings.versionFolder.isEmpty();
+    engine::ProgressMeter quiet;
+    return engine::CreateSnapshot(s, settings, meter ? *meter : quiet);
+}
+
+engine::Outcome saveSnapshotAs(engine::Snapshot& s, const QString& file) {
+    s.header.fileName = file;
     engine::ProgressMeter meter;
-    return engine::CreateSnapshot(s, settings, meter);
+    return engine::SaveSnapshot(s, meter);
+}
+
+engine::LoadOutcome loadSnapshotFrom(engine::Snapshot& s, const QString& file) {
+    s.header.fileName = file;
+    engine::ProgressMeter meter;
+    return engine::LoadSnapshot(s, meter);
+}
+
+double localFileDate(time_t when) {
+    struct tm local;
+    localtime_r(&when, &local);
+    return engine::roundTo15Digits(engine::oleDateFromParts(local.tm_year + 1900, local.tm_mon + 1,
+                                                            local.tm_mday, local.tm_hour,
+                                                            local.tm_min, local.tm_sec));
 }
 
 } // namespace kestrel::test

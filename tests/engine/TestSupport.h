@@ -1,6 +1,8 @@
 #pragma once
 
+#include "engine/file/SnapshotFile.h"
 #include "engine/model/Snapshot.h"
+#include "engine/scan/Scan.h"
 #include "engine/support/Errors.h"
 #include "engine/support/Progress.h"
 
@@ -72,13 +74,14 @@ public:
     // needed.
     void folder(const QString& path);
     void file(const QString& path, const QByteArray& contents = {});
+    // A file last written at modified (seconds since 1970).
+    void file(const QString& path, const QByteArray& contents, time_t modified);
     void sparseFile(const QString& path, int64_t size);
     void symlink(const QString& path, const QString& target);
     void fifo(const QString& path);
     // Sets the last-write time (seconds since 1970).
     void touch(const QString& path, time_t when);
     void chmod(const QString& path, int mode);
-    std::string bytes(const QString& path) const;
 
 private:
     QTemporaryDir m_dir;
@@ -87,6 +90,20 @@ private:
 // Scans the whole tree into s (sub-folders and hidden items included), with
 // content fingerprints when asked.
 engine::Outcome scanTree(engine::Snapshot& s, const TempTree& tree, bool fingerprints = false);
+// Scans the folder root (ending in "/") into s as scanTree does, with versions
+// where the settings name their folder, watched by meter when one is given;
+// hidden items are left out when told.
+engine::Outcome scanFolder(engine::Snapshot& s, const QString& root,
+                           const engine::ScanSettings& settings = {},
+                           engine::ProgressMeter* meter = nullptr, bool hidden = true);
+
+// Saves s as file; loads file into s.
+engine::Outcome saveSnapshotAs(engine::Snapshot& s, const QString& file);
+engine::LoadOutcome loadSnapshotFrom(engine::Snapshot& s, const QString& file);
+
+// A time of the system's clock as the scan records it: local time to the
+// second, in file form.
+double localFileDate(time_t when);
 
 // Every field of both snapshots' headers and entries 0..entryCount is equal
 // (the comparison fields included).
@@ -216,6 +233,9 @@ struct Image {
     size_t sectionTable = 0;
     size_t sectionData = 0;
     size_t dataDirectories = 0;
+    QByteArray contents() const {
+        return QByteArray(reinterpret_cast<const char*>(bytes.data()), qsizetype(bytes.size()));
+    }
 };
 
 // One section holding a resource tree with an RT_ICON and an RT_VERSION type,

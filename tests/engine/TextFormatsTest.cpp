@@ -1,4 +1,5 @@
 #include "engine/support/TextFormats.h"
+#include "TestSupport.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/support/OleDate.h"
 #include "engine/support/TextDecode.h"
@@ -31,6 +32,16 @@ protected:
 QString u(const char* utf8) {
     return QString::fromUtf8(utf8);
 }
+
+// While it lives, the process's time zone is the one last set; then as before.
+struct ZoneSetting {
+    QByteArray old = qgetenv("TZ");
+    ~ZoneSetting() { set(old.isNull() ? nullptr : old.constData()); }
+    static void set(const char* zone) {
+        zone ? qputenv("TZ", zone) : qunsetenv("TZ");
+        tzset();
+    }
+};
 
 template <typename Value> using Table = std::vector<std::pair<Value, const char*>>;
 
@@ -98,10 +109,9 @@ TEST_F(TextFormats, DateTexts) {
         << morning.toStdString();
     EXPECT_TRUE(modifiedText(midnight).startsWith(u("3/4/01 12:00:00")));
 
-    const QByteArray oldZone = qgetenv("TZ");
-    const auto at = [](const char* zone, int mo, int d, int h, int mi) {
-        qputenv("TZ", zone);
-        tzset();
+    ZoneSetting zone;
+    const auto at = [](const char* name, int mo, int d, int h, int mi) {
+        ZoneSetting::set(name);
         return isoDateTimeWithOffset(oleDateFromParts(2024, mo, d, h, mi, 0));
     };
     const std::tuple<const char*, int, int, int, int, const char*> cases[] = {
@@ -111,14 +121,9 @@ TEST_F(TextFormats, DateTexts) {
         {"Europe/Berlin", 3, 31, 3, 30, "2024-03-31T03:30:00+02:00"},
         {"America/St_Johns", 1, 16, 12, 0, "2024-01-16T12:00:00-03:30"},
         {"America/St_Johns", 7, 16, 12, 0, "2024-07-16T12:00:00-02:30"}};
-    for (const auto& [zone, mo, d, h, mi, text] : cases)
-        EXPECT_EQ(at(zone, mo, d, h, mi), u(text));
+    for (const auto& [name, mo, d, h, mi, text] : cases)
+        EXPECT_EQ(at(name, mo, d, h, mi), u(text));
     EXPECT_EQ(isoDateTime(oleDateFromParts(2024, 7, 16, 12, 0, 0)), u("2024-07-16 12:00:00"));
-    if (oldZone.isNull())
-        qunsetenv("TZ");
-    else
-        qputenv("TZ", oldZone);
-    tzset();
 }
 
 // The scan's converter caches offsets by runs of days and by day; whatever
@@ -126,15 +131,7 @@ TEST_F(TextFormats, DateTexts) {
 // weeks, a skipped day), every time must come out as the zone's own
 // conversion gives it, around every change of the clocks and anywhere else.
 TEST(OleDate, ConverterAgreesWithTheZone) {
-    const QByteArray oldZone = qgetenv("TZ");
-    const auto expected = [](int64_t t) {
-        const time_t tt = time_t(t);
-        struct tm local;
-        localtime_r(&tt, &local);
-        return roundTo15Digits(oleDateFromParts(local.tm_year + 1900, local.tm_mon + 1,
-                                                local.tm_mday, local.tm_hour, local.tm_min,
-                                                local.tm_sec));
-    };
+    ZoneSetting zone;
     const auto offsetAt = [](int64_t t) {
         const time_t tt = time_t(t);
         struct tm local;
@@ -142,11 +139,10 @@ TEST(OleDate, ConverterAgreesWithTheZone) {
         return local.tm_gmtoff;
     };
     std::mt19937_64 random(7);
-    for (const char* zone : {"UTC", "Europe/Berlin", "Australia/Lord_Howe", "Africa/Casablanca",
+    for (const char* name : {"UTC", "Europe/Berlin", "Australia/Lord_Howe", "Africa/Casablanca",
                              "America/St_Johns", "Pacific/Apia", "Asia/Kathmandu"}) {
-        SCOPED_TRACE(zone);
-        qputenv("TZ", zone);
-        tzset();
+        SCOPED_TRACE(name);
+        zone.set(name);
         std::vector<int64_t> times;
         // Every quarter hour of the two days around each change, 1970-2040.
         constexpr int64_t Day = 86400;
@@ -164,16 +160,11 @@ TEST(OleDate, ConverterAgreesWithTheZone) {
         for (const int64_t t : times) {
             double got = 0;
             ASSERT_TRUE(converter.convert(t, got));
-            if (got != expected(t) && ++wrong <= 5)
+            if (got != kestrel::test::localFileDate(time_t(t)) && ++wrong <= 5)
                 ADD_FAILURE() << "unix time " << t;
         }
         EXPECT_EQ(wrong, 0);
     }
-    if (oldZone.isNull())
-        qunsetenv("TZ");
-    else
-        qputenv("TZ", oldZone);
-    tzset();
 }
 
 TEST(OleDate, PartsBothWays) {

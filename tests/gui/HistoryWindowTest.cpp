@@ -2,7 +2,6 @@
 // entries and lines of life followed by mouse and keys, and two generations
 // opened as a compared pair.
 
-#include "TemporaryHome.h"
 #include "TestFrame.h"
 
 #include "engine/file/SnapshotFile.h"
@@ -12,8 +11,6 @@
 #include "shell/StartUp.h"
 #include "views/HistoryModels.h"
 #include "views/HistoryWindow.h"
-
-#include <QFont>
 
 #include <sys/stat.h>
 
@@ -148,12 +145,12 @@ private Q_SLOTS:
         QCOMPARE(frame->snapshotWindows().size(), 2);
     }
 
-    // Snapshot files of one folder dropped together open their history;
-    // a damaged one is shown as such and left out of the comparisons.
-    void droppedFilesOpenTheirHistory() {
+    // Snapshot files of one folder dropped together open their history; a
+    // damaged one is shown as such and left out of the comparisons. Named on
+    // the command line with --history, one file stands for its series.
+    void droppedOrNamedFilesOpenTheirHistory() {
         writeFile(file(4), "damaged");
-        Frame frame(ini());
-        frame->show();
+        Frame frame(ini(), Frame::Shown);
         QVERIFY(dropFiles(frame.window.get(),
                           {QUrl::fromLocalFile(file(4)), QUrl::fromLocalFile(file(1)),
                            QUrl::fromLocalFile(file(3))}));
@@ -163,16 +160,13 @@ private Q_SLOTS:
         QVERIFY(h.generations[0].readable() && !h.generations[2].readable());
         QCOMPARE(h.generations[1].changed, 1); // b.txt, from #01 to #03
         QVERIFY(QFile::remove(file(4)));
-    }
 
-    // kestrel Data.#01 --history: one file stands for its series.
-    void startedWithHistoryOnTheCommandLine() {
-        Frame frame(ini());
-        shell::StartUp(*frame.window, {file(1)}, true);
-        auto* history = frame->findChild<views::HistoryWindow*>();
+        Frame started(ini());
+        shell::StartUp(*started.window, {file(1)}, true);
+        auto* history = started->findChild<views::HistoryWindow*>();
         QVERIFY(history);
         QCOMPARE(history->history().generations.size(), size_t(3));
-        QVERIFY(frame->snapshotWindows().isEmpty());
+        QVERIFY(started->snapshotWindows().isEmpty());
     }
 };
 

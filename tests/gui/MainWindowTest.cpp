@@ -3,15 +3,12 @@
 // the frame's placement. Dialogs and message boxes are answered through the
 // frame's UserQuestions, so nothing waits for a user.
 
-#include "TemporaryHome.h"
 #include "TestFrame.h"
 
-#include "shell/Launcher.h"
-#include "shell/MainWindow.h"
 #include "shell/NewSnapshotDialog.h"
-#include "shell/RecentSnapshots.h"
 #include "shell/ScreenPlacement.h"
 #include "shell/StartUp.h"
+#include "views/SnapshotStatusBar.h"
 
 #include "listing/Twips.h"
 #include "settings/IniFile.h"
@@ -50,22 +47,6 @@ void collectClashes(const QString& menu, const QList<QAction*>& items,
     }
 }
 
-QStringList keyClashes(QMenuBar* bar) {
-    QHash<QKeySequence, QString> shortcuts;
-    QStringList clashes;
-    collectClashes(u"menu bar"_s, bar->actions(), shortcuts, clashes);
-    return clashes;
-}
-
-// The names of the files a comparison marked as changed.
-QStringList changedFiles(const engine::Snapshot& snapshot) {
-    QStringList names;
-    for (int32_t i = 1; i <= snapshot.entryCount; ++i)
-        if (!snapshot.entry(i).isFolder() && snapshot.entry(i).status != 0)
-            names << snapshot.nameText(i);
-    return names;
-}
-
 } // namespace
 
 class MainWindowTest : public QObject {
@@ -99,54 +80,53 @@ private Q_SLOTS:
         writeFiles(m_tree, words(u"a.txt sub/b.txt sub/c.bin"_s), QDateTime::currentDateTime());
     }
 
-    // Without a path the New dialog opens, or the recent list when it has
-    // entries; an empty argument names nothing.
-    void startUpWithoutArguments() {
+    // The paths on the command line: none opens the New dialog, or the
+    // recent list when it has entries (an empty argument names nothing); a
+    // folder is scanned with its sub-folders and hidden files; a path that
+    // is not there is named, and the program goes on as without one, so it
+    // does when either of two paths is missing; a file that fails to load
+    // leaves its own error only, is not scanned as a folder after it, nor
+    // kept on the recent list.
+    void startUp_data() {
+        QTest::addColumn<QStringList>("paths"); // in the test's folder but for "/..."
+        QTest::addColumn<bool>("recent");       // a file on the recent list before
+        QTest::addColumn<QStringList>("dialogs");
+        QTest::addColumn<QStringList>("messages");
+        const QStringList none, opens{u"kestrel::shell::NewSnapshotDialog"_s},
+            notFound{u"Path Not Found: /no/such/path does not exist"_s};
+        QTest::newRow("none") << none << false << opens << none;
+        QTest::newRow("none, recent")
+            << none << true << QStringList{u"kestrel::shell::RecentSnapshotsDialog"_s} << none;
+        QTest::newRow("folder") << QStringList{u"Tree"_s} << false << none << none;
+        QTest::newRow("missing") << QStringList{u"/no/such/path"_s} << false << opens << notFound;
+        QTest::newRow("folder, missing")
+            << QStringList{u"Tree"_s, u"/no/such/path"_s} << false << opens << notFound;
+        QTest::newRow("broken file") << QStringList{u"Broken.#01"_s} << false << none
+                                     << QStringList{u"Invalid Snapshot: Input past end of file"_s};
+    }
+    void startUp() {
+        QFETCH(QStringList, paths);
+        QFETCH(bool, recent);
         QCOMPARE(shell::CommandLinePaths({u"kestrel"_s, QString(), u"a b"_s}),
                  QStringList{u"a b"_s});
-        {
-            Frame frame(iniPath());
-            shell::StartUp(*frame.window, {});
-            QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::NewSnapshotDialog"_s});
-        }
-        settings::SettingsStore().writeString(u"Recent"_s, u"File0"_s, path(u"Old.#01"_s));
+        writeFile(path(u"Broken.#01"_s), "this is not a snapshot\n");
+        if (recent)
+            settings::SettingsStore().writeString(u"Recent"_s, u"File0"_s, path(u"Old.#01"_s));
+        for (QString& p : paths)
+            p = p.startsWith(u'/') ? p : path(p);
         Frame frame(iniPath());
-        shell::StartUp(*frame.window, {});
-        QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::RecentSnapshotsDialog"_s});
-    }
-
-    // A path on the command line: a folder is scanned with its sub-folders
-    // and hidden files; a path that is not there is named, and the program
-    // goes on as without one, so it does when either of two paths is
-    // missing; a file that fails to load leaves its own error only, is not
-    // scanned as a folder after it, nor kept on the recent list.
-    void startUpWithArgument() {
-        {
-            Frame frame(iniPath());
-            shell::StartUp(*frame.window, {m_tree});
+        shell::StartUp(*frame.window, paths);
+        QTEST(frame.dialogs, "dialogs");
+        QTEST(frame.messages, "messages");
+        QVERIFY(frame->isVisible());
+        QCOMPARE(frame->recentDialog().list().isEmpty(), !recent);
+        const bool scanned = paths == QStringList{m_tree};
+        QCOMPARE(frame->snapshotWindows().size(), scanned ? 1 : 0);
+        if (scanned) {
             QCOMPARE(frame.active()->caption(), u"Snapshot #1 of "_s + m_tree);
             const engine::SnapshotHeader& header = frame.active()->snapshot().header;
             QVERIFY(header.recurse && header.hidden && !header.versions);
-            QVERIFY(frame.titles.isEmpty());
         }
-        for (const QStringList& paths :
-             {QStringList{u"/no/such/path"_s}, QStringList{m_tree, u"/no/such/path"_s}}) {
-            Frame frame(iniPath());
-            shell::StartUp(*frame.window, paths);
-            QCOMPARE(frame.messages,
-                     QStringList{u"Path Not Found: /no/such/path does not exist"_s});
-            QVERIFY(frame->snapshotWindows().isEmpty());
-            QCOMPARE(frame.dialogs, QStringList{u"kestrel::shell::NewSnapshotDialog"_s});
-            QVERIFY(frame->isVisible());
-        }
-
-        writeFile(path(u"Broken.#01"_s), "this is not a snapshot\n");
-        Frame frame(iniPath());
-        shell::StartUp(*frame.window, {path(u"Broken.#01"_s)});
-        QCOMPARE(frame.titles.size(), 1);
-        QVERIFY(frame.titles.first() != u"Path Not Found"_s);
-        QVERIFY(frame->snapshotWindows().isEmpty() && frame.dialogs.isEmpty());
-        QVERIFY(frame->recentDialog().list().isEmpty());
     }
 
     // OLD NEW: both open, the newer numbered as a repeat of the older, and
@@ -164,7 +144,7 @@ private Q_SLOTS:
         QCOMPARE(frame.second()->caption(), u"Snapshot #4 of "_s + m_tree);
         QCOMPARE(frame.second()->pairedWindow(), frame.first());
         for (SnapshotWindow* window : frame->snapshotWindows())
-            QCOMPARE(changedFiles(window->snapshot()), QStringList{u"a.txt"_s});
+            QCOMPARE(window->statusBar()->panelText(2), u"1 file changed"_s);
 
         Frame folders(iniPath());
         shell::StartUp(*folders.window, {m_tree + u"/sub"_s, m_tree});
@@ -198,13 +178,11 @@ private Q_SLOTS:
         menuByKeys(frame.active(), Qt::Key_F, Qt::Key_G);
         QTRY_VERIFY(QFileInfo::exists(answer));
         QCOMPARE(suggested.value(0), u"Tree changes.html"_s);
+        // Its contents are the change document's tests'; here, that it is
+        // this pair's, the saved snapshot the older.
         const QJsonObject report = QJsonDocument::fromJson(readFile(answer)).object();
         QCOMPARE(report[u"old"][u"file"].toString(), saved);
-        QStringList changes;
-        for (const QJsonValue& c : report[u"changes"].toArray())
-            changes << c[u"kind"].toString() + u' ' + c[u"path"].toString();
-        QCOMPARE(changes,
-                 (QStringList{u"changed a.txt"_s, u"added new.txt"_s, u"removed sub/c.bin"_s}));
+        QCOMPARE(report[u"changes"].toArray().size(), 3);
 
         answer = path(u"changes.html"_s);
         menuByKeys(frame.active(), Qt::Key_F, Qt::Key_G);
@@ -325,8 +303,7 @@ private Q_SLOTS:
     }
 
     void closingAsksToSave() {
-        Frame frame(iniPath());
-        frame->show();
+        Frame frame(iniPath(), Frame::Shown);
         frame->setLastFolder(m_dir->path());
         writeFile(path(u"Tree.#01"_s), "taken");
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
@@ -347,7 +324,6 @@ private Q_SLOTS:
         QVERIFY(!sub->close());
         QVERIFY(window->changed() && window->snapshot().header.fileName.isEmpty());
         frame.closeWithoutSaving(*window);
-        QVERIFY(frame->snapshotWindows().isEmpty());
 
         // Cancel keeps the program open; Yes saves, and then everything closes.
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
@@ -365,8 +341,7 @@ private Q_SLOTS:
     // A folder dropped on the frame is scanned, a snapshot file opened, as
     // long as New and Open could run: fewer than two windows, nothing busy.
     void dropsScanAndOpen() {
-        Frame frame(iniPath());
-        frame->show();
+        Frame frame(iniPath(), Frame::Shown);
         QWidget* target = frame.window.get();
         QVERIFY(!dropFiles(target, {QUrl(u"https://example.org/Tree.#01"_s)}));
         QVERIFY(dropFiles(target, {QUrl::fromLocalFile(m_tree)}));
@@ -390,8 +365,7 @@ private Q_SLOTS:
         QPoint place;
         double dpiX = 96;
         {
-            Frame frame(iniPath());
-            frame->show();
+            Frame frame(iniPath(), Frame::Shown);
             dpiX = frame->logicalDpiX();
             const double dpiY = frame->logicalDpiY();
             frame->resize(engine::pixelsFromTwips(5000, dpiX), engine::pixelsFromTwips(4000, dpiY));
@@ -436,14 +410,12 @@ private Q_SLOTS:
         }
         QVERIFY(settings::SettingsStore().readTileSideBySide());
 
-        Frame frame(iniPath());
-        frame->show();
+        Frame frame(iniPath(), Frame::Shown);
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 2));
         QVERIFY(frameOf(frame, 0).right() < frameOf(frame, 1).left());
         QWidget* left = frame.first()->parentWidget();
         frame.closeWithoutSaving(*frame.second());
-        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
         QTRY_COMPARE(left->geometry(), left->parentWidget()->rect());
     }
 
@@ -483,7 +455,10 @@ private Q_SLOTS:
             if (withWindow)
                 QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
             QCOMPARE(frame->menuBar()->actions().size(), withWindow ? 6 : 2);
-            QCOMPARE(keyClashes(frame->menuBar()), QStringList());
+            QHash<QKeySequence, QString> shortcuts;
+            QStringList clashes;
+            collectClashes(u"menu bar"_s, frame->menuBar()->actions(), shortcuts, clashes);
+            QCOMPARE(clashes, QStringList());
             frame.focus();
             menuByKeys(frame.window.get(), Qt::Key_F, Qt::Key_C);
             QCOMPARE(frame.dialogs, QStringList{u"kestrel::settings::ConfigDialog"_s});
@@ -495,15 +470,13 @@ private Q_SLOTS:
     }
 
     // The toolbar offers New and Open alone, Save As, Repeat and Print with
-    // a window (the snapshot window's tests see a pair's). The frame's
-    // commands exist once: both snapshot windows' menus hold the frame's
-    // actions, so disabling New for two windows reaches every menu; the
-    // toolbar's buttons run the active window's own commands. While an
-    // operation runs under the meter, events get through; commands arriving
-    // then are ignored.
-    void frameCommandsFollowTheWindowsAndWaitWhileBusy() {
-        Frame frame(iniPath());
-        frame->show();
+    // a window (the snapshot window's tests see a pair's, and commands
+    // refused while an operation runs). The frame's commands exist once:
+    // both snapshot windows' menus hold the frame's actions, so disabling
+    // New for two windows reaches every menu; the toolbar's buttons run the
+    // active window's own commands.
+    void frameCommandsFollowTheWindows() {
+        Frame frame(iniPath(), Frame::Shown);
         QAction* newSnapshot = frame->findChild<QAction*>(u"mnuFileNew"_s);
         QCOMPARE(frame.enabledButtons(), (QStringList{u"New"_s, u"Open"_s}));
         QVERIFY(frame->NewSnapshot(m_tree, true, true, false, 1));
@@ -520,18 +493,7 @@ private Q_SLOTS:
         QCOMPARE(newer->snapshot().header.fileName, frame.saveAnswer);
         QVERIFY(older->snapshot().header.fileName.isEmpty());
         frame.closeWithoutSaving(*newer);
-        QTRY_COMPARE(frame->snapshotWindows().size(), 1);
         QVERIFY(newSnapshot->isEnabled());
-
-        frame->operationStarted();
-        frame->mnuFileNew_Click();
-        frame->mnuFileOpen_Click();
-        frame->Toolbar1_ButtonClick(u"New"_s);
-        QVERIFY(!frame->NewSnapshot(m_tree, true, true, false, 3));
-        QVERIFY(!frame->close());
-        frame->operationEnded();
-        QVERIFY(frame.dialogs.isEmpty() && frame->isVisible());
-        QCOMPARE(frame->snapshotWindows().size(), 1);
     }
 
     // The options dialog in the frame: the menu disables its Compare
@@ -542,8 +504,7 @@ private Q_SLOTS:
             return settings::SettingsStore().readString(u"Config"_s, u"Synch"_s, u"-"_s);
         };
         {
-            Frame frame(iniPath());
-            frame->show();
+            Frame frame(iniPath(), Frame::Shown);
             settings::ConfigDialog& config = frame->configDialog();
             QVERIFY(control<QWidget>(config, "cmdCompare0")->isEnabled());
             frame->mnuFileConfig_Click();
@@ -560,32 +521,18 @@ private Q_SLOTS:
         QCOMPARE(synch(), u"0"_s);
     }
 
-    // The external program named without a folder is the one on PATH, and
-    // each path lands whole in the argument that named it. A name found
-    // nowhere is "File not found" as typed, even with a file of that name
-    // in the current folder.
-    void externalProgramOnPath() {
-        const QString bin = path(u"bin"_s);
-        QVERIFY(QDir().mkpath(bin));
-        writeProgram(bin + u"/kestrel-test-diff"_s, "#!/bin/sh\n");
+    // The external program named without a folder and found nowhere on PATH
+    // is "File not found" as typed, even with a file of that name in the
+    // current folder. (The settings' tests find one on PATH; a program the
+    // options name is started from a window in the snapshot window's tests.)
+    void externalProgramNotOnPath() {
         writeProgram(path(u"kestrel-no-such-tool"_s), "#!/bin/sh\n");
         QVERIFY(QDir::setCurrent(m_dir->path()));
-        const QByteArray pathVariable = qgetenv("PATH");
-        qputenv("PATH", QFile::encodeName(bin));
         Frame frame(iniPath());
         settings::ConfigDialog& config = frame->configDialog();
-        control<QLineEdit>(config, "txtParams")->setText(u"--left %1 --right=%2"_s);
-        control<QLineEdit>(config, "txtProgram")->setText(u"kestrel-test-diff"_s);
-        const QString first = m_tree + u"/a%2 -o/tmp/pwned"_s;
-        const QString second = m_tree + u"/\"%1\" b"_s;
-        const bool started = config.ExecuteCustom(first, second);
         control<QLineEdit>(config, "txtProgram")->setText(u"kestrel-no-such-tool"_s);
-        const bool startedMissing = config.ExecuteCustom(first, second);
-        qputenv("PATH", pathVariable);
-
-        QVERIFY(started && !startedMissing);
-        QCOMPARE(frame.started, (QList<QStringList>{{bin + u"/kestrel-test-diff"_s, u"--left"_s,
-                                                     first, u"--right="_s + second}}));
+        QVERIFY(!config.ExecuteCustom(m_tree + u"/a.txt"_s, m_tree + u"/sub/b.txt"_s));
+        QVERIFY(frame.started.isEmpty());
         QCOMPARE(frame.messages,
                  QStringList{u"Application Launch Error: File not found: kestrel-no-such-tool"_s});
     }

@@ -3,7 +3,6 @@
 // the print dialog without a printer and with a PDF file for its device, the
 // toolbar's Print and the preview.
 
-#include "TemporaryHome.h"
 #include "TestFrame.h"
 
 #include "output/ui/ExportDialog.h"
@@ -287,7 +286,11 @@ private Q_SLOTS:
     // the print dialog is a device of its own, and one that cannot be
     // written is "Printing Error" with the dialog still up. The differences
     // box follows the window's comparison; the picture goes in landscape.
-    void thePrintDialogsDevicesAndDifferences() {
+    // Print Preview paints the same report into Qt's preview. Its Print
+    // button hands over the real printer; a PDF file chosen there is
+    // written whole by Kestrel, and never through a link planted at its
+    // name.
+    void printAndPreview() {
         Frame frame(iniPath());
         SnapshotWindow* window = openSaved(frame);
         QVERIFY(window);
@@ -347,21 +350,8 @@ private Q_SLOTS:
         newer->mnuFilePrint_Click();
         QVERIFY(!ticked && !enabled);
         newer->setChanged(false);
-    }
 
-    // Print Preview paints the same report into Qt's preview. Its Print
-    // button hands over the real printer; a PDF file chosen there is
-    // written whole by Kestrel, and never through a link planted at its
-    // name.
-    void previewShowsTheReport() {
-        Frame frame(iniPath());
-        SnapshotWindow* window = openSaved(frame);
-        QVERIFY(window);
-        PrintDialog& printer = frame->printDialog();
-        QStringList errors;
-        printer.printingError = [&](const engine::UserMessage& m) {
-            errors << m.title + u": "_s + m.text;
-        };
+        errors.clear();
         int pages = 0;
         QString target;
         printer.showPreview = [&](QPrintPreviewDialog& preview) {
@@ -378,14 +368,14 @@ private Q_SLOTS:
         window->mnuFilePrintPreview_Click();
         QCOMPARE(pages, 1);
 
-        const QString pdf = path(u"Preview.pdf"_s);
+        const QString preview = path(u"Preview.pdf"_s);
         const QString planted = path(u"Planted.pdf"_s);
         QVERIFY(QFile::link(path(u"victim"_s), planted));
-        for (const QString& file : {pdf, planted}) {
+        for (const QString& file : {preview, planted}) {
             target = file;
             window->mnuFilePrintPreview_Click();
         }
-        QVERIFY(QFileInfo(pdf).size() > 0);
+        QVERIFY(QFileInfo(preview).size() > 0);
         QCOMPARE(errors.size(), 1);
         QVERIFY(errors.first().startsWith(u"Printing Error: "_s));
         QVERIFY(errors.first().contains(planted));

@@ -4,18 +4,6 @@
 #include <QtTest>
 #include <QtWidgets>
 
-// Points everything a window test could read or write of the user's (the
-// settings store, configuration and runtime files) at a temporary home, and
-// runs the windows offscreen unless told otherwise. Call before the
-// QApplication is made.
-inline void useTemporaryHome(const QString& home) {
-    qputenv("HOME", home.toLocal8Bit());
-    qputenv("XDG_CONFIG_HOME", (home + QStringLiteral("/config")).toLocal8Bit());
-    qputenv("XDG_RUNTIME_DIR", home.toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-}
-
 // A dialog's control by its object name; the test ends if there is none.
 template <typename T> T* control(QWidget& dialog, const char* name) {
     auto* widget = dialog.findChild<T*>(QLatin1String(name));
@@ -103,14 +91,21 @@ inline void wheelDown(QWidget* widget, QPointF at) {
     QApplication::sendEvent(widget, &wheel);
 }
 
-// The main of a window test: a temporary home, the settings store inside
-// it, a fixed locale, then the test's slots.
+// The main of a window test: everything a window test could read or write
+// of the user's (the settings store, configuration and runtime files) in a
+// temporary home, the windows offscreen unless told otherwise, a fixed
+// locale, then the test's slots.
 template <typename Test> int runWindowTest(int argc, char** argv) {
     QTemporaryDir home;
-    useTemporaryHome(home.path());
+    const QString config = home.path() + QStringLiteral("/config");
+    qputenv("HOME", home.path().toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", config.toLocal8Bit());
+    qputenv("XDG_RUNTIME_DIR", home.path().toLocal8Bit());
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
     for (auto format : {QSettings::NativeFormat, QSettings::IniFormat})
-        QSettings::setPath(format, QSettings::UserScope, home.path() + QStringLiteral("/config"));
+        QSettings::setPath(format, QSettings::UserScope, config);
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
     Test test;
     return QTest::qExec(&test, argc, argv);

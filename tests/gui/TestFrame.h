@@ -34,7 +34,8 @@ struct Frame {
     // Rejected unless this returns another result.
     std::function<int(QDialog& dialog)> whileShown;
 
-    explicit Frame(const QString& iniPath)
+    enum Showing { Hidden, Shown };
+    explicit Frame(const QString& iniPath, Showing showing = Hidden)
         : window(std::make_unique<kestrel::shell::MainWindow>(iniPath)) {
         using namespace Qt::StringLiterals;
         window->setFarewellTime(0);
@@ -76,6 +77,8 @@ struct Frame {
                  started << (QStringList{program} + arguments);
                  return kestrel::shell::LaunchResult::Started;
              }});
+        if (showing == Shown)
+            window->show();
     }
     kestrel::shell::MainWindow* operator->() const { return window.get(); }
 
@@ -113,10 +116,12 @@ struct Frame {
         window->windowHandle()->requestActivate();
         QTRY_COMPARE(QGuiApplication::focusWindow(), window->windowHandle());
     }
-    // Windows closed from here on close without a question.
+    // Windows closed from here on close without a question; w is gone.
     void closeWithoutSaving(kestrel::views::SnapshotWindow& w) {
         saveQuestionAnswer = kestrel::views::SaveAnswer::No;
+        const qsizetype open = window->snapshotWindows().size();
         QVERIFY(w.parentWidget()->close());
+        QTRY_COMPARE(window->snapshotWindows().size(), open - 1);
     }
 
     // While a dialog of type D is up, check runs on it (a failed QCOMPARE

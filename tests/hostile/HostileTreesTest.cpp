@@ -10,10 +10,7 @@
 #include "TestSupport.h"
 
 #include "engine/compare/Compare.h"
-#include "engine/file/SnapshotFile.h"
 #include "engine/model/FileSystemNames.h"
-#include "engine/model/Snapshot.h"
-#include "engine/scan/Scan.h"
 #include "settings/ExternalProgram.h"
 #include "settings/IniFile.h"
 #ifdef KESTREL_TEST_LAUNCHER
@@ -28,7 +25,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -57,12 +53,7 @@
 #include <vector>
 
 using namespace kestrel::engine;
-using kestrel::test::becomeNobody;
-using kestrel::test::NobodyUser;
-using kestrel::test::readBytes;
-using kestrel::test::runningAsRoot;
-using kestrel::test::TempTree;
-using kestrel::test::writeBytes;
+using namespace kestrel::test;
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -215,12 +206,8 @@ std::map<QString, QByteArray> folderState(const QString& folder) {
 
 Snapshot scanned(const QString& root, int threads, ScanSettings settings = {}) {
     Snapshot s;
-    s.header.rootFolder = root;
-    s.header.recurse = s.header.hidden = true;
-    s.header.versions = !settings.versionFolder.isEmpty();
     settings.listingThreads = threads;
-    ProgressMeter meter;
-    EXPECT_TRUE(CreateSnapshot(s, settings, meter).ok);
+    EXPECT_TRUE(scanFolder(s, root, settings).ok);
     return s;
 }
 
@@ -234,7 +221,7 @@ std::string bytesOf(const Snapshot& s, int32_t i) {
 
 using Rows = std::set<std::pair<QString, QString>>;
 
-using CliRun = kestrel::test::ProgramRun;
+using CliRun = ProgramRun;
 
 class HostileTreesTest : public testing::Test {
 protected:
@@ -247,19 +234,14 @@ protected:
                 const rlimit open{openFiles, openFiles};
                 ::setrlimit(RLIMIT_NOFILE, &open);
             };
-        return kestrel::test::runProgram(QStringLiteral(KESTREL_CLI), arguments, home(), {}, limit,
-                                         120000);
+        return runProgram(QStringLiteral(KESTREL_CLI), arguments, home(), {}, limit, 120000);
     }
     // Python's csv or json reading of a file, as JSON text.
     QJsonArray python(const QString& script, const QStringList& arguments) {
-        const QString program = QStandardPaths::findExecutable(u"python3"_s);
-        if (program.isEmpty())
-            return {};
-        QProcess p;
-        p.start(program, QStringList{u"-c"_s, script} + arguments);
-        EXPECT_TRUE(p.waitForFinished(60000));
-        EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
-        return QJsonDocument::fromJson(p.readAllStandardOutput()).array();
+        const ProgramRun run =
+            runProgram(u"python3"_s, QStringList{u"-c"_s, script} + arguments, home());
+        EXPECT_EQ(run.status, 0) << run.err.toStdString();
+        return QJsonDocument::fromJson(run.out.toUtf8()).array();
     }
     QString home() const { return m_home.path(); }
 
@@ -319,9 +301,8 @@ TEST_F(HostileTreesTest, NoWriterFollowsALinkPlantedAtItsName) {
     const QString snapshot = home() + u"/data.#01"_s;
     ASSERT_EQ(cli({u"snapshot"_s, data, u"--output"_s, snapshot}).status, 0);
 
-    QTemporaryDir outsideDir, outDir;
-    const QString outside = outsideDir.path() + u'/';
-    const QString out = outDir.path() + u'/';
+    TempTree outsideDir, outDir;
+    const QString outside = outsideDir.root(), out = outDir.root();
     ASSERT_TRUE(writeBytes(outside + u"victim"_s, "victim's own"));
     ASSERT_TRUE(QDir().mkdir(outside + u"folder"_s));
     const auto before = folderState(outside);
@@ -386,7 +367,7 @@ TEST_F(HostileTreesTest, NoWriterFollowsALinkPlantedAtItsName) {
               u"Error Writing Snapshot: "_s + out + u"data.#99 exists: the series is full"_s);
     EXPECT_EQ(folderState(outside), before);
     // No refusal left a file of its own behind.
-    EXPECT_EQ(kestrel::test::folderEntries(out),
+    EXPECT_EQ(folderEntries(out),
               (QStringList{u"Kestrel.ini"_s, u"data.#01"_s, u"data.#02"_s, u"data.#03"_s,
                            u"data.#04"_s, u"data.#05"_s, u"data.#05.meta"_s, u"data.#99"_s,
                            u"planted"_s, u"planted.meta"_s}));
@@ -394,8 +375,8 @@ TEST_F(HostileTreesTest, NoWriterFollowsALinkPlantedAtItsName) {
     // The snapshot a save learns its size from, the previous number or the
     // name it replaces, is never a link: one to a FIFO with a writer waiting
     // leaves the writer waiting.
-    QTemporaryDir seriesDir;
-    const QString series = seriesDir.path() + u'/';
+    TempTree seriesDir;
+    const QString series = seriesDir.root();
     const QString fifo = outside + u"fifo"_s;
     ASSERT_EQ(::mkfifo(nativeBytes(fifo).constData(), 0600), 0);
     WaitingWriter writer(fifo);
@@ -416,9 +397,7 @@ TEST_F(HostileTreesTest, NoWriterFollowsALinkPlantedAtItsName) {
 TEST_F(HostileTreesTest, SpecialFilesAreRecordedButNeverOpened) {
     TempTree t;
     t.chmod(QString(), 0755);
-    const auto image = kestrel::test::makeImage(false, (5u << 16) | 1, 2600u << 16);
-    t.file(u"bin/tool.exe"_s, QByteArray(reinterpret_cast<const char*>(image.bytes.data()),
-                                         qsizetype(image.bytes.size())));
+    t.file(u"bin/tool.exe"_s, makeImage(false, (5u << 16) | 1, 2600u << 16).contents());
     t.fifo(u"bin/pipe"_s);
     const QString bin = t.root() + u"bin"_s;
     const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -573,7 +552,7 @@ protected:
 // unescaped, is the entry's, and nothing in a line acts on a terminal.
 TEST_F(HostileNamesTest, NamesKeepTheirBytesThroughScanSaveLoadCompareAndList) {
     const Snapshot s = scanned(root() + u'/', 2);
-    kestrel::test::expectSoundSnapshot(s);
+    expectSoundSnapshot(s);
     std::set<std::string> recorded;
     for (int32_t i = 1; i <= s.entryCount; ++i)
         recorded.insert(bytesOf(s, i));
@@ -582,10 +561,8 @@ TEST_F(HostileNamesTest, NamesKeepTheirBytesThroughScanSaveLoadCompareAndList) {
     const QString saved = home() + u"/names.#01"_s;
     ASSERT_EQ(cli({u"snapshot"_s, root(), u"--output"_s, saved}).status, 0);
     Snapshot loaded;
-    loaded.header.fileName = saved;
-    ProgressMeter meter;
-    ASSERT_TRUE(LoadSnapshot(loaded, meter).ok);
-    kestrel::test::expectSameSnapshot(s, loaded);
+    ASSERT_TRUE(loadSnapshotFrom(loaded, saved).ok);
+    expectSameSnapshot(s, loaded);
     const CliRun compared = cli({u"compare"_s, saved, root()});
     EXPECT_EQ(compared.status, 0);
     EXPECT_EQ(compared.out, QString());

@@ -143,11 +143,12 @@ TEST(ChangeDocumentTest, JsonHoldsTheComparisonEntryByEntry) {
         for (qsizetype k = 0; k < changes.size(); ++k) {
             const QJsonObject c = changes[k].toObject();
             const output::Change& expected = list.changes()[size_t(k)];
-            SCOPED_TRACE(c[u"path"].toString().toStdString());
+            const QString path = c[u"path"].toString();
+            SCOPED_TRACE(path.toStdString());
             EXPECT_EQ(c[u"kind"].toString(), QLatin1String(output::kindName(expected.kind)));
-            EXPECT_EQ(c[u"path"].toString(), list.path(expected));
+            EXPECT_EQ(path, list.path(expected));
             EXPECT_EQ(c[u"folder"].toBool(), expected.folder);
-            paths.insert(c[u"path"].toString());
+            paths.insert(path);
             EXPECT_EQ(c.contains(u"new"_s), expected.kind != output::Change::Removed);
             EXPECT_EQ(c.contains(u"old"_s), expected.kind != output::Change::Added);
             if (c.contains(u"new"_s))
@@ -163,6 +164,17 @@ TEST(ChangeDocumentTest, JsonHoldsTheComparisonEntryByEntry) {
                 EXPECT_TRUE(both.contains(u"old"_s) && both.contains(u"new"_s)) << f.field;
                 EXPECT_NE(both[u"old"], both[u"new"]) << f.field;
             }
+            EXPECT_EQ(c.contains(u"escaped"_s), path.contains(u"\\x"_s));
+            if (path == u"bytes.txt"_s) {
+                EXPECT_EQ(c[u"kind"].toString(), u"content"_s);
+                EXPECT_EQ(c[u"fields"].toArray(), QJsonArray{u"content"_s});
+            } else if (path == u"grows.txt"_s) {
+                EXPECT_EQ(c[u"size"].toObject(), (QJsonObject{{u"old"_s, 1}, {u"new"_s, 2}}));
+                EXPECT_TRUE(c[u"fields"].toArray().contains(u"content"_s));
+            } else if (path == u"crate/"_s) {
+                EXPECT_EQ(c[u"kind"].toString(), u"moved"_s);
+                EXPECT_EQ(c[u"from"].toString(), u"box/"_s);
+            }
         }
         // What the comparison lists, moved entries told by their move.
         int differences = 0;
@@ -176,28 +188,11 @@ TEST(ChangeDocumentTest, JsonHoldsTheComparisonEntryByEntry) {
         for (const QString& name : {u"quote \"q\" 'q'\nline"_s, u"gone & <lost>.txt"_s,
                                     u"bad\\xFF.bin"_s, u"<img src=x onerror=alert(1)>"_s})
             EXPECT_EQ(paths.count(name), 1u) << name.toStdString();
-
-        for (const QJsonValue& value : changes) {
-            const QJsonObject c = value.toObject();
-            const QString path = c[u"path"].toString();
-            if (path == u"bytes.txt"_s) {
-                EXPECT_EQ(c[u"kind"].toString(), u"content"_s);
-                EXPECT_EQ(c[u"fields"].toArray(), QJsonArray{u"content"_s});
-            } else if (path == u"grows.txt"_s) {
-                EXPECT_EQ(c[u"size"].toObject(), (QJsonObject{{u"old"_s, 1}, {u"new"_s, 2}}));
-                EXPECT_TRUE(c[u"fields"].toArray().contains(u"content"_s));
-            } else if (path == u"crate/"_s) {
-                EXPECT_EQ(c[u"kind"].toString(), u"moved"_s);
-                EXPECT_EQ(c[u"from"].toString(), u"box/"_s);
-            }
-            EXPECT_EQ(c.contains(u"escaped"_s), path.contains(u"\\x"_s));
-        }
     }
 }
 
 // A report that cannot be written leaves the file that was there, and one
-// written replaces it whole; the page holds the data where the template
-// asks for it, and no name can end the script element that carries it.
+// written replaces it whole, its template's places filled.
 TEST(ChangeDocumentTest, ReportFilesAreWholeOrNotWritten) {
     ComparedPair pair;
     const output::ChangeList list(pair.newer, pair.older, pair.options, pair.moves);
@@ -209,16 +204,11 @@ TEST(ChangeDocumentTest, ReportFilesAreWholeOrNotWritten) {
     ASSERT_TRUE(output::writeChangeReportFile(path, output::changeReportFormatFor(path), list,
                                               output::ReportContext{})
                     .ok);
+    // The page filled in: what it shows, and that no name in it runs as
+    // markup, is the report page's tests' (in a browser).
     const QByteArray html = test::readBytes(path);
     EXPECT_TRUE(html.startsWith("<!DOCTYPE html>"));
     EXPECT_FALSE(html.contains("{{KESTREL_REPORT"));
-    EXPECT_FALSE(html.contains("<lost>") || html.contains("<img src=x")) << "a name as markup";
-    const qsizetype start = html.indexOf("<script id=\"kestrel-data\" type=\"application/json\">");
-    ASSERT_GE(start, 0);
-    const qsizetype from = html.indexOf('>', start) + 1;
-    const QByteArray data = html.mid(from, html.indexOf("</script>", from) - from);
-    EXPECT_EQ(QJsonDocument::fromJson(data)[u"changes"].toArray().size(),
-              qsizetype(list.changes().size()));
 
     // A disk that fills at any point near the end of the report: refused,
     // the old report kept byte for byte.

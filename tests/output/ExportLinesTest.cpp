@@ -21,21 +21,21 @@ using namespace kestrel;
 using namespace kestrel::output;
 using kestrel::test::Node;
 using kestrel::test::ShownListFixture;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 std::vector<ExportField> onlyFields(std::initializer_list<int> numbers) {
     std::vector<ExportField> fields;
     for (const int n : numbers)
-        fields.push_back(
-            {n, n >= ExportField::FirstCustomField ? QStringLiteral("Custom") : QString(), true});
+        fields.push_back({n, n >= ExportField::FirstCustomField ? u"Custom"_s : QString(), true});
     return fields;
 }
 
 QStringList textsOf(const std::vector<ExportField>& fields) {
     QStringList texts;
     for (const ExportField& f : fields)
-        texts << f.text + (f.checked ? QStringLiteral("+") : QString());
+        texts << f.text + (f.checked ? u"+"_s : QString());
     return texts;
 }
 
@@ -53,9 +53,9 @@ QString line(const ShownListFixture& f, std::vector<ExportField> fields,
 TEST(ExportFieldsTest, TheColumnsThenEightCustomEntries) {
     const QStringList texts = textsOf(exportFields(false));
     EXPECT_EQ(texts.mid(4, 3), (QStringList{"[Attributes]+", "[Version]+", "Custom"}));
-    EXPECT_EQ(texts.count(QStringLiteral("Custom")), 8);
+    EXPECT_EQ(texts.count(u"Custom"_s), 8);
     const std::vector<ExportField> withFolders = exportFields(true);
-    EXPECT_EQ(withFolders[1].text, QStringLiteral("[In Folder]"));
+    EXPECT_EQ(withFolders[1].text, u"[In Folder]"_s);
     for (size_t i = 0; i < withFolders.size(); ++i)
         EXPECT_EQ(withFolders[i].number, int(i));
     const std::vector<ExportField> withAccess = exportFields(false, true, true);
@@ -83,34 +83,32 @@ TEST(ExportLinesTest, ValuesCustomTextOrderAndAttributes) {
     f.show({Node::file("say \"hi\", ok", 7, 45000, 0, "1.02.03.04"),
             Node::file("B.Doc", 5, engine::oleDateFromParts(2022, 12, 31, 0, 0, 0), 1)});
     EXPECT_EQ(line(f, exportFields(false), {}, 1),
-              QStringLiteral("\"B.Doc\",\"5\",\"doc\",\"") +
-                  engine::modifiedText(f.snapshot.entry(2).modified) +
-                  QStringLiteral("\",\"R/O\",\"\""));
+              u"\"B.Doc\",\"5\",\"doc\",\""_s + engine::modifiedText(f.snapshot.entry(2).modified) +
+                  u"\",\"R/O\",\"\""_s);
 
     std::vector<ExportField> fields = onlyFields({7, engine::NameColumn, 8});
-    fields[0].text = QStringLiteral("X");
-    fields[2].text = QStringLiteral(" two words");
-    EXPECT_EQ(line(f, fields, {}), QStringLiteral("X,\"say \"\"hi\"\", ok\", two words"));
+    fields[0].text = u"X"_s;
+    fields[2].text = u" two words"_s;
+    EXPECT_EQ(line(f, fields, {}), u"X,\"say \"\"hi\"\", ok\", two words"_s);
     fields[1].checked = false;
-    EXPECT_EQ(line(f, fields, {}), QStringLiteral("X, two words"));
+    EXPECT_EQ(line(f, fields, {}), u"X, two words"_s);
 
-    EXPECT_EQ(f.rows->cellText(0, engine::VersionColumn), QStringLiteral(" 1.02.03.04"));
+    EXPECT_EQ(f.rows->cellText(0, engine::VersionColumn), u" 1.02.03.04"_s);
     fields = exportFields(false);
     moveField(fields, 5, -1); // Version above Attributes
     moveField(fields, 1, -1); // Size above Name
     for (ExportField& field : fields)
         field.checked = field.number == engine::NameColumn || field.number == engine::SizeColumn ||
                         field.number == engine::VersionColumn;
-    EXPECT_EQ(line(f, fields, {QStringLiteral(";"), false}),
-              QStringLiteral("7;\"say \"\"hi\"\", ok\";1.02.03.04"));
+    EXPECT_EQ(line(f, fields, {u";"_s, false}), u"7;\"say \"\"hi\"\", ok\";1.02.03.04"_s);
 
-    const ExportChoices numeric{QStringLiteral(","), true, true};
-    EXPECT_EQ(line(f, onlyFields({engine::AttributesColumn}), numeric), QStringLiteral("\"128\""));
-    EXPECT_EQ(line(f, onlyFields({engine::AttributesColumn}), {}, 1), QStringLiteral("\"R/O\""));
+    const ExportChoices numeric{u","_s, true, true};
+    EXPECT_EQ(line(f, onlyFields({engine::AttributesColumn}), numeric), u"\"128\""_s);
+    EXPECT_EQ(line(f, onlyFields({engine::AttributesColumn}), {}, 1), u"\"R/O\""_s);
     engine::ListingOptions faster;
     faster.keys = false;
     f.rows->list(1, faster);
-    EXPECT_EQ(line(f, onlyFields({engine::AttributesColumn}), numeric), QStringLiteral("\"\""));
+    EXPECT_EQ(line(f, onlyFields({engine::AttributesColumn}), numeric), u"\"\""_s);
 }
 
 // A value holding the separator, a double quote, a carriage return or a
@@ -142,7 +140,7 @@ TEST(ExportLinesTest, ValuesThatWouldSplitTheirRowAreAlwaysQuoted) {
         named.show({Node::file(c.name)});
         const QString separator = QString::fromUtf8(c.separator);
         EXPECT_EQ(line(named, onlyFields({engine::NameColumn, 7}), {separator, c.quotes}),
-                  QString::fromUtf8(c.written) + separator + QStringLiteral("Custom"))
+                  QString::fromUtf8(c.written) + separator + u"Custom"_s)
             << c.name;
     }
 }
@@ -157,7 +155,7 @@ TEST(ExportLinesTest, ALongListWritesTheLinesInOrder) {
                                   45000 + i / 86400.0));
     ShownListFixture f;
     f.show({Node::dir("sub", many), Node::file("top")}, {engine::ShowMode::None, true});
-    const ExportChoices comma{QStringLiteral(","), false};
+    const ExportChoices comma{u","_s, false};
     ExportLines oneByOne(f.list, exportFields(true), comma),
         lines(f.list, exportFields(true), comma);
     LineBuffer expected;
@@ -206,13 +204,13 @@ TEST(ExportLinesTest, AFullDiskIsReportedAndTheOldFileKept) {
     ShownListFixture f;
     f.show(many);
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("Kept.txt"));
+    const QString path = dir.filePath(u"Kept.txt"_s);
     ExportLines large(f.list, exportFields(false), ExportChoices{});
     kestrel::test::expectFullDiskKeepsOldFile(path, "the old export\r\n", [&] {
         const engine::Outcome written = writeExportFile(path, large);
         if (!written.ok) {
             EXPECT_EQ(written.message.value_or(engine::UserMessage{}).title,
-                      QStringLiteral("Error Writing Snapshot"));
+                      u"Error Writing Snapshot"_s);
         }
         return written;
     });

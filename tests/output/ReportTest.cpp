@@ -26,6 +26,7 @@ using namespace kestrel;
 using namespace kestrel::output;
 using kestrel::test::Node;
 using kestrel::test::ShownListFixture;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -34,17 +35,17 @@ const double Now = engine::oleDateFromParts(2024, 6, 7, 8, 9, 10);
 // The text pdftotext reads from a PDF, its pages separated by form feeds;
 // empty when pdftotext is not installed.
 QString pdfText(const QString& path) {
-    const QString tool = QStandardPaths::findExecutable(QStringLiteral("pdftotext"));
+    const QString tool = QStandardPaths::findExecutable(u"pdftotext"_s);
     if (tool.isEmpty())
         return {};
     QProcess p;
-    p.start(tool, {QStringLiteral("-layout"), path, QStringLiteral("-")});
+    p.start(tool, {u"-layout"_s, path, u"-"_s});
     p.waitForFinished(60000);
     // The PDF's fonts join "fi" and "fl" into one glyph, which reads back as
     // a ligature character.
     return QString::fromUtf8(p.readAllStandardOutput())
-        .replace(QChar(0xFB01), QStringLiteral("fi"))
-        .replace(QChar(0xFB02), QStringLiteral("fl"));
+        .replace(QChar(0xFB01), u"fi"_s)
+        .replace(QChar(0xFB02), u"fl"_s);
 }
 
 class ReportTest : public testing::Test {
@@ -91,24 +92,24 @@ TEST_F(ReportTest, FitTextCutsWithDotsAndKeepsOneOrTwoCharactersWithout) {
     QFont font = QGuiApplication::font();
     font.setPointSizeF(GridPointSize);
     const QFontMetricsF metrics(font, &device);
-    const QString text = QStringLiteral("A rather long file name.txt");
+    const QString text = u"A rather long file name.txt"_s;
     const auto width = [&](const QString& s) { return metrics.horizontalAdvance(s); };
     EXPECT_EQ(FitText(text, width(text), metrics), text);
     EXPECT_EQ(FitText(text, 0, metrics), text); // no width: nothing is cut
     const qreal half = width(text) / 2;
     const QString cut = FitText(text, half, metrics);
-    ASSERT_TRUE(cut.endsWith(QStringLiteral("..."))) << cut.toStdString();
+    ASSERT_TRUE(cut.endsWith(u"..."_s)) << cut.toStdString();
     const QString kept = cut.chopped(3);
     EXPECT_TRUE(text.startsWith(kept));
     // What fitted was kept less two characters, and one more would not fit.
     EXPECT_LE(width(text.left(kept.size() + 2)), half);
     EXPECT_GT(width(text.left(kept.size() + 3)), half);
 
-    EXPECT_EQ(FitText(text, width(QStringLiteral("A r")) - 0.01, metrics), QStringLiteral("A "));
-    EXPECT_EQ(FitText(text, width(QStringLiteral("A")), metrics), QStringLiteral("A"));
+    EXPECT_EQ(FitText(text, width(u"A r"_s) - 0.01, metrics), u"A "_s);
+    EXPECT_EQ(FitText(text, width(u"A"_s), metrics), u"A"_s);
     EXPECT_EQ(FitText(text, 0.01, metrics), QString());
     // Three characters that fit become none and the dots.
-    EXPECT_EQ(FitText(text, width(QStringLiteral("A ra")) - 0.01, metrics), QStringLiteral("A..."));
+    EXPECT_EQ(FitText(text, width(u"A ra"_s) - 0.01, metrics), u"A..."_s);
 }
 
 // Each printed column starts at the sum of the grid's widths before it; the
@@ -129,14 +130,13 @@ TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
     // Name, Size, Type, Modified, Attributes and the difference: In Folder
     // and Version are hidden.
     ASSERT_EQ(pieces.size(), 6u) << document.lineText(header).toStdString();
-    EXPECT_EQ(document.textOf(pieces[0]), QStringLiteral("grown.bin"));
-    EXPECT_EQ(document.textOf(pieces[1]), QStringLiteral("2,000"));
+    EXPECT_EQ(document.textOf(pieces[0]), u"grown.bin"_s);
+    EXPECT_EQ(document.textOf(pieces[1]), u"2,000"_s);
     QFont font = f.list.font;
     font.setPointSizeF(GridPointSize);
     const QFontMetricsF metrics(font, &device);
-    EXPECT_NEAR(pieces[1].x + metrics.horizontalAdvance(QStringLiteral("2,000")),
-                position[engine::TypeColumn] - metrics.horizontalAdvance(QStringLiteral("  ")),
-                0.01);
+    EXPECT_NEAR(pieces[1].x + metrics.horizontalAdvance(u"2,000"_s),
+                position[engine::TypeColumn] - metrics.horizontalAdvance(u"  "_s), 0.01);
     const int columns[] = {engine::NameColumn,       -1,
                            engine::TypeColumn,       engine::ModifiedColumn,
                            engine::AttributesColumn, engine::FillerColumn};
@@ -145,11 +145,10 @@ TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
             EXPECT_DOUBLE_EQ(pieces[k].x, position[size_t(columns[k])]) << k;
         }
     }
-    EXPECT_TRUE(document.textOf(pieces[5]).startsWith(QStringLiteral("[was 1,000")));
-    EXPECT_TRUE(document.textOf(pieces[5]).endsWith(QStringLiteral("]  ")));
-    EXPECT_TRUE(
-        document.lineText(header + 1).endsWith(QStringLiteral(" [was not in other Snapshot]  ")));
-    EXPECT_EQ(document.lineText(document.lineCount() - 1), QStringLiteral("End of Report"));
+    EXPECT_TRUE(document.textOf(pieces[5]).startsWith(u"[was 1,000"_s));
+    EXPECT_TRUE(document.textOf(pieces[5]).endsWith(u"]  "_s));
+    EXPECT_TRUE(document.lineText(header + 1).endsWith(u" [was not in other Snapshot]  "_s));
+    EXPECT_EQ(document.lineText(document.lineCount() - 1), u"End of Report"_s);
     EXPECT_EQ(document.lineText(document.lineCount() - 2), QString());
 }
 
@@ -158,15 +157,15 @@ TEST_F(ReportTest, RowsKeepTheGridsColumnsAndTheirDifferences) {
 TEST_F(ReportTest, OnlyComparedEntriesTellTheirDifferences) {
     f.showCompared({Node::file("new.txt", 5), Node::dir("d", {Node::file("x", 2)})},
                    {Node::dir("d", {Node::file("x", 1)})}, engine::ShowMode::All);
-    const engine::ComparedPart part(f.snapshot, test::indexOf(f.snapshot, QStringLiteral("d")));
+    const engine::ComparedPart part(f.snapshot, test::indexOf(f.snapshot, u"d"_s));
     engine::ListingOptions options = f.rows->options();
     options.subFolders = true;
     options.compared = &part;
     f.rows->list(1, options);
     const int header = compose(true);
-    EXPECT_FALSE(document.lineText(header).contains(QStringLiteral("[was")));  // new.txt
-    EXPECT_FALSE(document.lineText(header + 1).contains(QStringLiteral("["))); // d
-    EXPECT_TRUE(document.lineText(header + 2).endsWith(QStringLiteral("[was 1]  ")))
+    EXPECT_FALSE(document.lineText(header).contains(u"[was"_s));  // new.txt
+    EXPECT_FALSE(document.lineText(header + 1).contains(u"["_s)); // d
+    EXPECT_TRUE(document.lineText(header + 2).endsWith(u"[was 1]  "_s))
         << document.lineText(header + 2).toStdString();
 }
 
@@ -174,11 +173,11 @@ TEST_F(ReportTest, OnlyComparedEntriesTellTheirDifferences) {
 // mark, so that it neither breaks the report's line nor vanishes.
 TEST_F(ReportTest, LineBreaksInTextsPrintAsAMark) {
     f.show({Node::file("two\r\nlines.txt")});
-    f.list.title = QStringLiteral("a\ntitle");
+    f.list.title = u"a\ntitle"_s;
     const int header = compose();
-    EXPECT_TRUE(document.lineText(3).startsWith(QStringLiteral("a\u23CEtitle (created ")))
+    EXPECT_TRUE(document.lineText(3).startsWith(u"a\u23CEtitle (created "_s))
         << document.lineText(3).toStdString();
-    EXPECT_TRUE(document.lineText(header).startsWith(QStringLiteral("two\u23CE\u23CElines.txt ")))
+    EXPECT_TRUE(document.lineText(header).startsWith(u"two\u23CE\u23CElines.txt "_s))
         << document.lineText(header).toStdString();
 }
 
@@ -192,7 +191,7 @@ TEST_F(ReportTest, PagesBreakWhereTheNextLineWouldNotFit) {
               (document.lineCount() + document.linesPerPage() - 1) / document.linesPerPage());
     EXPECT_GT(document.pageCount(), 1);
 
-    const QString text = pdf(QStringLiteral("pages.pdf"));
+    const QString text = pdf(u"pages.pdf"_s);
     if (text.isEmpty())
         GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
     EXPECT_EQ(text.count(QLatin1Char('\f')), document.pageCount());
@@ -219,17 +218,17 @@ TEST_F(ReportTest, ACancelledOrFailedReportPrintsNothing) {
         EXPECT_TRUE(!outcome.ok && outcome.cancelled && !outcome.message);
     }
     EXPECT_EQ(printed.size(), 0);
-    EXPECT_EQ(view.caption, QStringLiteral("Printing Snapshot"));
+    EXPECT_EQ(view.caption, u"Printing Snapshot"_s);
     EXPECT_TRUE(view.cancellable);
     EXPECT_EQ(view.values, (std::vector<int32_t>{2000}));
     EXPECT_EQ(view.closed, 1);
 
-    const QString kept = dir.filePath(QStringLiteral("kept.pdf"));
+    const QString kept = dir.filePath(u"kept.pdf"_s);
     ASSERT_TRUE(kestrel::test::writeBytes(kept, "old"));
     EXPECT_TRUE(writePdf(kept, cancelling).cancelled);
     EXPECT_EQ(kestrel::test::readBytes(kept), QByteArray("old"));
-    EXPECT_FALSE(writePdf(dir.filePath(QStringLiteral("new.pdf")), cancelling).ok);
-    EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("new.pdf"))));
+    EXPECT_FALSE(writePdf(dir.filePath(u"new.pdf"_s), cancelling).ok);
+    EXPECT_FALSE(QFile::exists(dir.filePath(u"new.pdf"_s)));
 
     kestrel::test::RecordingView failingView;
     engine::ProgressMeter failing(&failingView);
@@ -239,7 +238,7 @@ TEST_F(ReportTest, ACancelledOrFailedReportPrintsNothing) {
     };
     const engine::Outcome written = writePdf(kept, failing);
     EXPECT_FALSE(written.ok);
-    kestrel::test::expectMessage(written.message, QStringLiteral("Printing Error"),
+    kestrel::test::expectMessage(written.message, u"Printing Error"_s,
                                  QString::fromLocal8Bit(std::strerror(ENOMEM)),
                                  engine::MessageIcon::Exclamation);
     EXPECT_EQ(kestrel::test::readBytes(kept), QByteArray("old"));
@@ -250,12 +249,11 @@ TEST_F(ReportTest, ACancelledOrFailedReportPrintsNothing) {
 // Error" with the path and the system's text, and the old file stays.
 TEST_F(ReportTest, AFullDiskIsReportedAndTheOldFileKept) {
     f.show({Node::file("a.txt", 1), Node::file("b.txt", 2)});
-    const QString path = dir.filePath(QStringLiteral("kept.pdf"));
+    const QString path = dir.filePath(u"kept.pdf"_s);
     kestrel::test::expectFullDiskKeepsOldFile(path, "old", [&] {
         const engine::Outcome written = writePdf(path, meter);
         if (!written.ok) {
-            EXPECT_EQ(written.message.value_or(engine::UserMessage{}).title,
-                      QStringLiteral("Printing Error"));
+            EXPECT_EQ(written.message.value_or(engine::UserMessage{}).title, u"Printing Error"_s);
         }
         return written;
     });
@@ -272,7 +270,7 @@ TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
                    {Node::file("grown.bin", 1000, date)}, engine::ShowMode::All);
     ReportSettings settings;
     settings.includeDifferences = true;
-    const QString text = pdf(QStringLiteral("report.pdf"), settings, QPageLayout::Landscape);
+    const QString text = pdf(u"report.pdf"_s, settings, QPageLayout::Landscape);
     if (text.isEmpty())
         GTEST_SKIP() << "pdftotext is not installed (poppler-utils)";
     const QStringList lines = text.split(QLatin1Char('\n'));
@@ -288,30 +286,27 @@ TEST_F(ReportTest, ThePdfReadsBackAsTheReport) {
     for (const auto& [number, expected] : header)
         EXPECT_EQ(lines[number].trimmed(), QString::fromUtf8(expected));
     EXPECT_TRUE(lines[11].simplified().startsWith(
-        QStringLiteral("grown.bin 123,456 bin 2/3/24 2:05:06 PM Norm [was 1,000]")))
+        u"grown.bin 123,456 bin 2/3/24 2:05:06 PM Norm [was 1,000]"_s))
         << lines[11].toStdString();
     const QString longLine = lines[12].simplified();
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^an exceedingly [a-z ]*\\.\\.\\. 7 txt "))
-                    .match(longLine)
-                    .hasMatch())
+    EXPECT_TRUE(
+        QRegularExpression(u"^an exceedingly [a-z ]*\\.\\.\\. 7 txt "_s).match(longLine).hasMatch())
         << longLine.toStdString();
-    EXPECT_TRUE(longLine.endsWith(QStringLiteral("[was not in other Snapshot]")));
-    EXPECT_TRUE(lines[13].simplified().startsWith(QStringLiteral("ab 1 ")));
-    EXPECT_EQ(text.trimmed().section(QLatin1Char('\n'), -1).trimmed(),
-              QStringLiteral("End of Report"));
+    EXPECT_TRUE(longLine.endsWith(u"[was not in other Snapshot]"_s));
+    EXPECT_TRUE(lines[13].simplified().startsWith(u"ab 1 "_s));
+    EXPECT_EQ(text.trimmed().section(QLatin1Char('\n'), -1).trimmed(), u"End of Report"_s);
     // The size stands right-aligned: its last digit ends where the next
     // line's does.
-    EXPECT_EQ(lines[11].indexOf(QStringLiteral("123,456")) + 7,
-              lines[13].indexOf(QStringLiteral(" 1 ")) + 2);
+    EXPECT_EQ(lines[11].indexOf(u"123,456"_s) + 7, lines[13].indexOf(u" 1 "_s) + 2);
 
     ShownListFixture empty;
     empty.show({});
     f.list = empty.list;
-    const QString none = pdf(QStringLiteral("empty.pdf"));
+    const QString none = pdf(u"empty.pdf"_s);
     const QStringList noneLines = none.trimmed().split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     ASSERT_EQ(noneLines.size(), 4) << none.toStdString();
-    EXPECT_EQ(noneLines[2].trimmed(), QStringLiteral("Work (created 3/5/24 9:30:00 AM)"));
-    EXPECT_EQ(noneLines.last().trimmed(), QStringLiteral("End of Report"));
+    EXPECT_EQ(noneLines[2].trimmed(), u"Work (created 3/5/24 9:30:00 AM)"_s);
+    EXPECT_EQ(noneLines.last().trimmed(), u"End of Report"_s);
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 // as kestrel-cli fills it, driven by drive.js (typing, clicks on headings and
 // folders), and read back from the DOM Chromium prints.
 
+#include "TestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
@@ -19,28 +21,13 @@
 #include <QTemporaryDir>
 #include <QUrl>
 
-#include <algorithm>
-#include <iostream>
-#include <ostream>
-
-// Test failures show QStrings as text.
-inline void PrintTo(const QString& text, std::ostream* os) {
-    *os << '"' << text.toStdString() << '"';
-}
-
+using kestrel::test::readBytes;
 using namespace Qt::StringLiterals;
 
 namespace {
 
 const QByteArray kDataPlace = "{{KESTREL_REPORT_DATA}}";
 const QByteArray kTitlePlace = "{{KESTREL_REPORT_TITLE}}";
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        ADD_FAILURE() << "cannot read " << path.toStdString();
-    return file.readAll();
-}
 
 // JSON that is safe inside a script element, as the program writes it: the
 // characters that could end the element or a line of script are escapes.
@@ -57,7 +44,7 @@ QByteArray scriptSafe(const QJsonDocument& document) {
 // The template with its title and data put in, each place found in the
 // template itself, never in what went into the other.
 QByteArray filledPage(const QString& title, const QJsonDocument& data) {
-    const QByteArray page = readFile(QStringLiteral(KESTREL_REPORT_TEMPLATE));
+    const QByteArray page = readBytes(QStringLiteral(KESTREL_REPORT_TEMPLATE));
     const qsizetype t = page.indexOf(kTitlePlace), d = page.indexOf(kDataPlace);
     if (t < 0 || d < t) {
         ADD_FAILURE() << "the template lacks its places for the title and the data";
@@ -68,13 +55,6 @@ QByteArray filledPage(const QString& title, const QJsonDocument& data) {
     return page.left(t) + escapedTitle.toUtf8() +
            page.mid(t + kTitlePlace.size(), d - t - kTitlePlace.size()) + scriptSafe(data) +
            page.mid(d + kDataPlace.size());
-}
-
-QStringList strings(const QJsonValue& value) {
-    QStringList out;
-    for (const QJsonValue& v : value.toArray())
-        out << v.toString();
-    return out;
 }
 
 // Only the digits of a figure the page shows ("100,000" is 100000).
@@ -90,7 +70,9 @@ struct Driven {
     QJsonObject seen(int step) const {
         return result[u"steps"].toArray().at(step)[u"seen"].toObject();
     }
-    QStringList visible(int step) const { return strings(seen(step)[u"visible"]); }
+    QStringList visible(int step) const {
+        return QVariant(seen(step)[u"visible"].toArray().toVariantList()).toStringList();
+    }
     int rowsShown(int step) const { return seen(step)[u"rowsShown"].toInt(); }
 };
 
@@ -106,9 +88,7 @@ protected:
 
     QString writePage(const QString& name, const QByteArray& bytes) {
         const QString path = m_dir.filePath(name);
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size())
-            << path.toStdString();
+        EXPECT_TRUE(kestrel::test::writeBytes(path, bytes)) << path.toStdString();
         return path;
     }
 
@@ -162,7 +142,7 @@ protected:
         copy.insert(copy.lastIndexOf("</body>"),
                     extraMarkup + "<script>window.kestrelDriveSteps = " +
                         scriptSafe(QJsonDocument(steps)) + ";</script>\n<script>\n" +
-                        readFile(QStringLiteral(KESTREL_REPORT_DRIVER)) + "</script>\n");
+                        readBytes(QStringLiteral(KESTREL_REPORT_DRIVER)) + "</script>\n");
         const QString path = writePage(u"driven.html"_s, copy);
         const QByteArray dom = chromium(path, {u"--dump-dom"_s, u"--virtual-time-budget=10000"_s});
         const QByteArray start = "<pre id=\"kestrel-test-result\">";
@@ -202,43 +182,32 @@ const QString kImageName = u"<img src=x onerror=\"window.__pwned=1\">"_s;
 const QString kBesideName = u"lib-old.txt"_s;
 const QString kTitle = u"Kestrel: <srv> & \"app\" 'x'"_s;
 
-QJsonObject change(const QString& path, const char* kind, const QJsonObject& more) {
-    QJsonObject c = more;
-    c[u"path"] = path;
-    c[u"kind"] = QString::fromLatin1(kind);
-    return c;
-}
-
-QJsonObject sized(const QJsonValue& size) {
-    return {{u"size"_s, size}};
-}
-
 QJsonDocument hostileReport() {
-    const QJsonArray changes{
-        change(kScriptName, "added",
-               {{u"alert"_s, u"setuid"_s},
-                {u"new"_s, QJsonObject{{u"size"_s, 9}, {u"permissions"_s, u"-rwsr-xr-x"_s}}}}),
-        change(kQuoteName, "changed",
-               {{u"old"_s,
-                 QJsonObject{{u"size"_s, 100}, {u"modified"_s, u"2026-01-02T03:04:05+01:00"_s}}},
-                {u"new"_s,
-                 QJsonObject{{u"size"_s, 10}, {u"modified"_s, u"2026-01-03T03:04:05+01:00"_s}}},
-                {u"fields"_s, QJsonArray{u"size"_s, u"modified"_s}}}),
-        change(kNewlineName, "content",
-               {{u"old"_s, QJsonObject{{u"size"_s, 100}, {u"fingerprint"_s, QString(32, u'a')}}},
-                {u"new"_s, QJsonObject{{u"size"_s, 100}, {u"fingerprint"_s, QString(32, u'b')}}},
-                {u"fields"_s, QJsonArray{u"content"_s}}}),
-        change(
-            kDeepName, "changed",
-            {{u"old"_s, sized(40)}, {u"new"_s, sized(50)}, {u"fields"_s, QJsonArray{u"size"_s}}}),
-        change(kEscapedName, "removed", {{u"escaped"_s, true}, {u"old"_s, sized(77)}}),
-        change(kFolderName, "added", {{u"folder"_s, true}, {u"new"_s, sized(QJsonValue())}}),
-        change(
-            kMovedName, "moved",
-            {{u"from"_s, u"old/place/a.so"_s}, {u"old"_s, sized(2000)}, {u"new"_s, sized(2000)}}),
-        change(kImageName, "added", {{u"new"_s, sized(1000)}}),
-        change(kBesideName, "removed", {{u"old"_s, sized(5)}}),
+    // Each change's members but its path.
+    const std::pair<QString, const char*> members[] = {
+        {kScriptName,
+         R"("kind": "added", "alert": "setuid", "new": {"size": 9, "permissions": "-rwsr-xr-x"})"},
+        {kQuoteName, R"("kind": "changed", "fields": ["size", "modified"],
+            "old": {"size": 100, "modified": "2026-01-02T03:04:05+01:00"},
+            "new": {"size": 10, "modified": "2026-01-03T03:04:05+01:00"})"},
+        {kNewlineName, R"("kind": "content", "fields": ["content"],
+            "old": {"size": 100, "fingerprint": "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"},
+            "new": {"size": 100, "fingerprint": "bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb"})"},
+        {kDeepName, R"("kind": "changed", "old": {"size": 40}, "new": {"size": 50},
+            "fields": ["size"])"},
+        {kEscapedName, R"("kind": "removed", "escaped": true, "old": {"size": 77})"},
+        {kFolderName, R"("kind": "added", "folder": true, "new": {"size": null})"},
+        {kMovedName, R"("kind": "moved", "from": "old/place/a.so", "old": {"size": 2000},
+            "new": {"size": 2000})"},
+        {kImageName, R"("kind": "added", "new": {"size": 1000})"},
+        {kBesideName, R"("kind": "removed", "old": {"size": 5})"},
     };
+    QJsonArray changes;
+    for (const auto& [path, more] : members) {
+        QJsonObject change = QJsonDocument::fromJson('{' + QByteArray(more) + '}').object();
+        change[u"path"] = path;
+        changes.append(change);
+    }
     // Not the usual colours: the page must take them from here.
     QJsonObject report = QJsonDocument::fromJson(R"({"schema": 1,
         "options": {"ignore": ["date"], "detectMoves": true, "ignorePatterns": ["*.pyc"]},
@@ -277,7 +246,7 @@ QJsonObject rowOf(const QJsonObject& seen, const QString& path) {
 }
 
 TEST(ReportTemplate, HasOnePlaceEachForTitleAndDataAndNothingFromOutside) {
-    const QByteArray page = readFile(QStringLiteral(KESTREL_REPORT_TEMPLATE));
+    const QByteArray page = readBytes(QStringLiteral(KESTREL_REPORT_TEMPLATE));
     EXPECT_EQ(page.count(kDataPlace), 1);
     EXPECT_EQ(page.count(kTitlePlace), 1);
     EXPECT_TRUE(page.contains("<script id=\"kestrel-data\" type=\"application/json\">" +
@@ -391,8 +360,9 @@ TEST_F(ReportPageTest, HundredThousandChangesCanAllBeReachedFilteredAndSorted) {
     QStringList paths;
     for (int i = 0; i < count; ++i) {
         paths << QString::asprintf("dir%02d/sub%02d/file%06d.dat", i % 40, (i / 40) % 25, i);
-        changes.append(QJsonObject{
-            {u"path"_s, paths.last()}, {u"kind"_s, u"added"_s}, {u"new"_s, sized(i * 7 % 100003)}});
+        changes.append(QJsonObject{{u"path"_s, paths.last()},
+                                   {u"kind"_s, u"added"_s},
+                                   {u"new"_s, QJsonObject{{u"size"_s, i * 7 % 100003}}}});
     }
     QJsonObject document = hostileReport().object();
     document[u"changes"] = changes;
@@ -456,33 +426,27 @@ TEST_F(ReportPageTest, ScreenshotShowsThePageInBothColourSchemes) {
 // The page kestrel-cli writes for a real comparison lists exactly its
 // changes, each name shown as it is on disk.
 TEST_F(ReportPageTest, PageTheCommandLineWritesHoldsExactlyTheChanges) {
-    const QString tree = m_dir.filePath(u"tree"_s);
-    const auto file = [&](const QString& name, const QByteArray& bytes) {
-        QDir().mkpath(QFileInfo(tree + u'/' + name).path());
-        writePage(u"tree/"_s + name, bytes);
-    };
-    file(u"kept/same.txt"_s, "same");
-    file(u"kept/grows.txt"_s, "1");
-    file(u"gone & <b>bold</b>.txt"_s, "gone");
+    kestrel::test::TempTree tree;
+    tree.file(u"kept/same.txt"_s, "same");
+    tree.file(u"kept/grows.txt"_s, "1");
+    tree.file(u"gone & <b>bold</b>.txt"_s, "gone");
     const auto cli = [&](const QStringList& arguments) {
-        QProcess process;
-        process.setProcessEnvironment(environment());
-        process.start(QStringLiteral(KESTREL_CLI), arguments);
-        EXPECT_TRUE(process.waitForFinished(60000));
-        return process.exitCode();
+        return kestrel::test::runProgram(QStringLiteral(KESTREL_CLI), arguments, m_dir.path())
+            .status;
     };
     const QString old = m_dir.filePath(u"tree.#01"_s);
-    ASSERT_EQ(cli({u"snapshot"_s, tree, u"--output"_s, old}), 0);
-    file(u"kept/grows.txt"_s, "12");
-    QFile::remove(tree + u"/gone & <b>bold</b>.txt"_s);
-    file(u"new/<img src=x onerror=\"window.__pwned=1\">"_s, "x");
-    file(u"new/quote \"q\" 'q'"_s, "y");
+    ASSERT_EQ(cli({u"snapshot"_s, tree.root(), u"--output"_s, old}), 0);
+    tree.file(u"kept/grows.txt"_s, "12");
+    QFile::remove(tree.root() + u"gone & <b>bold</b>.txt"_s);
+    tree.file(u"new/<img src=x onerror=\"window.__pwned=1\">"_s, "x");
+    tree.file(u"new/quote \"q\" 'q'"_s, "y");
     const QString html = m_dir.filePath(u"report.html"_s);
-    ASSERT_EQ(cli({u"compare"_s, old, tree, u"--format"_s, u"html"_s, u"--output"_s, html}), 1);
+    ASSERT_EQ(cli({u"compare"_s, old, tree.root(), u"--format"_s, u"html"_s, u"--output"_s, html}),
+              1);
     QStringList expected{u"gone & <b>bold</b>.txt"_s, u"kept/grows.txt"_s, u"new/"_s,
                          u"new/<img src=x onerror=\"window.__pwned=1\">"_s,
                          u"new/quote \"q\" 'q'"_s};
-    const Driven page = drive(readFile(html), {step("look")});
+    const Driven page = drive(readBytes(html), {step("look")});
     EXPECT_TRUE(page.result[u"pwned"].isNull());
     EXPECT_EQ(page.rowsShown(0), expected.size());
     QStringList shown = page.visible(0);

@@ -16,16 +16,9 @@
   // Reading a box's size makes the browser lay the page out first.
   const settle = () => document.getElementById('viewport').getBoundingClientRect().height;
   settle();
-  const result = { ready: performance.now(), steps: [], problems: [] };
+  const result = { steps: [], problems: [] };
   result.heading = document.getElementById('report-title').textContent;
-  const readyMark = performance.getEntriesByName('kestrel-report-ready')[0];
-  if (readyMark) result.pageReady = readyMark.startTime;
   const report = window.kestrelReport;
-
-  const textOf = (selector) => {
-    const e = document.querySelector(selector);
-    return e ? e.textContent : null;
-  };
 
   function look() {
     const rows = Array.from(document.querySelectorAll('#rows .tr')).sort(
@@ -42,7 +35,7 @@
     return {
       rowsShown: report.rowsShown(),
       visible: report.visiblePaths(),
-      rowCount: textOf('#row-count'),
+      rowCount: document.getElementById('row-count').textContent,
       headings,
       figures,
       tree,

@@ -51,9 +51,6 @@ protected:
     }
     void store(const QString& key, const QString& value) { openFile()->setValue(key, value); }
     void load(Options& options) const { SettingsStore(openFile().get()).getSettings(options); }
-    void save(const Options& options) const {
-        SettingsStore(openFile().get()).saveSettings(options);
-    }
 
     QTemporaryDir m_dir;
 };
@@ -128,7 +125,7 @@ TEST_F(StoreTest, SaveAndLoadKeepEveryKey) {
     edited.setParams(u"-x %1 %2"_s);
     const QString lines = u"*.pyc\n__pycache__/\n# comment, with a comma\n[bad\n!keep.pyc"_s;
     edited.setPatterns(lines);
-    save(edited);
+    SettingsStore(openFile().get()).saveSettings(edited);
     EXPECT_EQ(openFile()->value(u"Ignore/Patterns"_s).toString(), lines);
 
     Options loaded;
