@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -20,6 +21,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
 namespace kestrel::engine {
@@ -32,7 +34,11 @@ constexpr size_t MaxBufferedItems = 1 << 18;
 
 // A listing that had to wait for the device this many times asks for
 // another worker. Waiting for the device puts a thread to sleep of its own
-// accord; a busy processor only takes it off, which does not count.
+// accord; a busy processor only takes it off, which does not count. A
+// listing that slept once waited for the device when the thread read from
+// a disk meanwhile (a cold local folder sleeps about once a listing: the
+// system reads ahead the records of its items); a sleep on a busy lock
+// reads nothing.
 constexpr long DeviceWaits = 2;
 // Listings judged together before workers are added.
 constexpr int GrowthWindow = 8;
@@ -50,6 +56,37 @@ long voluntarySleeps() {
         return usage.ru_nvcsw;
 #endif
     return 0;
+}
+
+// Whether this thread had bytes read from a storage device since it last
+// asked (or since it started), by the system's count of them; false where
+// the system keeps none. Network and user-space file systems read no
+// device: their waits are counted as sleeps alone.
+bool readFromDevice() {
+    struct Counter {
+        int fd = ::open("/proc/thread-self/io", O_RDONLY | O_CLOEXEC);
+        long long last = 0;
+        ~Counter() {
+            if (fd >= 0)
+                ::close(fd);
+        }
+    };
+    thread_local Counter counter;
+    if (counter.fd < 0)
+        return false;
+    constexpr std::string_view Field = "\nread_bytes: ";
+    char text[512];
+    const ssize_t n = ::pread(counter.fd, text, sizeof text - 1, 0);
+    if (n <= 0)
+        return false;
+    text[n] = 0;
+    const char* field = std::strstr(text, Field.data());
+    if (!field)
+        return false;
+    const long long now = std::strtoll(field + Field.size(), nullptr, 10);
+    const bool read = now > counter.last;
+    counter.last = now;
+    return read;
 }
 
 // The attribute bits of an item from its lstat mode, with the Windows values
@@ -270,10 +307,10 @@ FolderTask::~FolderTask() {
         ::close(m_fd);
 }
 
-DirectoryReader::DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits,
-                                 ThreadStarter startThread)
+DirectoryReader::DirectoryReader(ListingRules rules, int workers,
+                                 std::function<bool()> assumedWaits, ThreadStarter startThread)
     : m_rules(std::move(rules)), m_startThread(std::move(startThread)),
-      m_assumeDeviceWaits(assumeDeviceWaits), m_keptBudget(keptDescriptorBudget()) {
+      m_assumedWaits(std::move(assumedWaits)), m_keptBudget(keptDescriptorBudget()) {
     if (!m_startThread)
         m_startThread = [](std::function<void()> run) { return std::thread(std::move(run)); };
     // The walk lists folders too while it waits, so one thread per core
@@ -285,6 +322,7 @@ DirectoryReader::DirectoryReader(ListingRules rules, int workers, bool assumeDev
     m_threaded = workers > 0;
     // Room for every worker there may be: adding one never moves the others.
     m_threads.reserve(size_t(std::max(workers, MaxWorkers)));
+    m_baseWorkers = m_activeWorkers = workers;
     try {
         for (int i = 0; i < workers; ++i)
             startWorker();
@@ -300,7 +338,8 @@ DirectoryReader::~DirectoryReader() {
 }
 
 void DirectoryReader::startWorker() {
-    m_threads.push_back(m_startThread([this] { work(); }));
+    const int n = int(m_threads.size());
+    m_threads.push_back(m_startThread([this, n] { work(n); }));
 }
 
 void DirectoryReader::stopWorkers() {
@@ -776,17 +815,23 @@ void DirectoryReader::keepSpares(SpareTasks& spares) {
         m_spareTasks.push_back(std::move(spares.tasks[--spares.count]));
 }
 
-void DirectoryReader::work() {
+void DirectoryReader::work(int n) {
     std::unique_lock lock(m_mutex);
     for (;;) {
-        ++m_idleWorkers;
-        m_work.wait(lock, [this] {
-            return m_stopping || (m_pendingCount > 0 && m_buffered < MaxBufferedItems);
+        // A resting worker is not idle: it waits to be made active again.
+        const bool active = n < m_activeWorkers;
+        if (active)
+            ++m_idleWorkers;
+        m_work.wait(lock, [&] {
+            return m_stopping || (n < m_activeWorkers) != active ||
+                   (active && m_pendingCount > 0 && m_buffered < MaxBufferedItems);
         });
-        --m_idleWorkers;
+        if (active)
+            --m_idleWorkers;
         if (m_stopping)
             return;
-        listPending(*firstPending(), lock);
+        if (n < m_activeWorkers && m_pendingCount > 0 && m_buffered < MaxBufferedItems)
+            listPending(*firstPending(), lock);
     }
 }
 
@@ -800,11 +845,16 @@ void DirectoryReader::listPending(FolderTask& task, std::unique_lock<std::mutex>
     SpareTasks spares;
     takeSpares(task, spares);
     lock.unlock();
-    const long sleepsBefore = looked ? voluntarySleeps() : 0;
+    const long sleepsBefore = looked && !m_assumedWaits ? voluntarySleeps() : 0;
     list(task, spares);
-    const long sleeps = m_assumeDeviceWaits ? DeviceWaits
-                        : looked            ? voluntarySleeps() - sleepsBefore
-                                            : 0;
+    long sleeps = 0;
+    if (m_assumedWaits) {
+        sleeps = m_assumedWaits() ? DeviceWaits : 0;
+    } else if (looked) {
+        sleeps = voluntarySleeps() - sleepsBefore;
+        if (sleeps > 0 && sleeps < DeviceWaits && readFromDevice())
+            sleeps = DeviceWaits;
+    }
     lockBriefly(lock);
     keepSpares(spares);
     finish(task);
@@ -822,20 +872,29 @@ void DirectoryReader::considerAnotherWorker(long deviceWaits) {
     if (m_windowListings < GrowthWindow)
         return;
     const bool waiting = m_windowWaiting * 2 >= m_windowListings;
-    m_lookingGap = m_windowWaiting > 0 ? 1 : std::min(2 * m_lookingGap, WidestLookingGap);
+    const bool quiet = m_windowWaiting == 0;
+    m_lookingGap = quiet ? std::min(2 * m_lookingGap, WidestLookingGap) : 1;
     m_windowListings = m_windowWaiting = 0;
+    if (quiet && m_activeWorkers > m_baseWorkers) {
+        // The part of the tree the device had to read is behind: workers
+        // beyond one a core would only take turns on the processors.
+        m_activeWorkers = m_baseWorkers;
+        return;
+    }
     if (!waiting || m_stopping || m_idleWorkers > 0 || m_pendingCount == 0)
         return;
     // Four times as many each time: enough workers for a cold device within
-    // a few windows.
-    const int add = std::min(3 * int(m_threads.size()), MaxWorkers - int(m_threads.size()));
+    // a few windows. Those resting are woken before any is started.
+    const int wanted = std::min(4 * std::max(m_activeWorkers, 1), MaxWorkers);
     try {
-        for (int i = 0; i < add; ++i)
+        while (int(m_threads.size()) < wanted)
             startWorker();
     } catch (const std::exception&) {
         // The system starts no more threads: the workers there are carry on.
         m_growing = false;
     }
+    m_activeWorkers = std::min(wanted, int(m_threads.size()));
+    m_work.notify_all();
 }
 
 } // namespace kestrel::engine

@@ -194,11 +194,12 @@ public:
 
     // workers: listing threads besides the caller's; -1 for one per core
     // and more while listings wait on the device, 0 for the caller alone.
-    // assumeDeviceWaits counts every listing as one that waited (tests).
+    // assumedWaits, when set, says whether each listing waited for the
+    // device in place of the system's counts (tests).
     // startThread starts the workers (std::thread when empty). When a
     // worker cannot be started, the constructor stops and joins those it
     // started and rethrows.
-    DirectoryReader(ListingRules rules, int workers, bool assumeDeviceWaits = false,
+    DirectoryReader(ListingRules rules, int workers, std::function<bool()> assumedWaits = {},
                     ThreadStarter startThread = {});
     ~DirectoryReader();
 
@@ -274,11 +275,13 @@ private:
     // Takes a pending task off the queue and lists it outside the lock.
     void listPending(FolderTask& task, std::unique_lock<std::mutex>& lock);
     void finish(FolderTask& task);
-    void work();
+    // The loop of worker number n: it lists while it is among the active.
+    void work(int n);
     void startWorker();
     void stopWorkers();
-    // After a listing that waited for the device deviceWaits times: adds a
-    // worker while listings wait and folders are queued for none free.
+    // After a listing that waited for the device deviceWaits times: adds
+    // workers while listings wait and folders are queued for none free, and
+    // lets the added ones rest when listings no longer wait.
     void considerAnotherWorker(long deviceWaits);
 
     // The queue of folders to list, in the order the walk meets them. A
@@ -335,8 +338,10 @@ private:
     const FolderTask* m_awaited = nullptr;
     bool m_stopping = false;
     bool m_threaded = false;
-    bool m_growing = false; // workers are added while listings wait
-    bool m_assumeDeviceWaits = false;
+    bool m_growing = false;  // workers are added while listings wait
+    int m_baseWorkers = 0;   // the workers started with
+    int m_activeWorkers = 0; // the workers that list now; the others rest
+    std::function<bool()> m_assumedWaits;
     int m_windowListings = 0;   // listings since workers were last considered
     int m_windowWaiting = 0;    // of those, the ones that waited for the device
     int m_lookingGap = 1;       // listings looked at for device waits: one in this many

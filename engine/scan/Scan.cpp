@@ -372,7 +372,7 @@ Outcome TakeSnapshot(Snapshot& snapshot, const ScanSettings& settings, ProgressM
             rules.versionFolderText = storedText(storedPath(folder + Separator));
         }
         {
-            DirectoryReader reader(rules, settings.listingThreads, settings.assumeDeviceWaits,
+            DirectoryReader reader(rules, settings.listingThreads, settings.assumedDeviceWaits,
                                    settings.startThread);
             TreeWalk walk(snapshot, reader, meter, settings.follower, maximum);
             walk.run(reader.root(fileSystemPath(root).toStdString()));

@@ -49,10 +49,11 @@ struct ScanSettings {
     // caller's thread. The result is the same entry for entry whatever the
     // number.
     int listingThreads = -1;
-    // With -1: every listing counts as having waited for the device, so
-    // that threads are added as on a cold disk (for tests, with a tree in
-    // memory).
-    bool assumeDeviceWaits = false;
+    // With -1, for tests with a tree in memory: when set, says whether each
+    // listing waited for the device in place of the system's counts, so
+    // that threads are added (and rest again) as on a cold disk. Called
+    // from every listing thread.
+    std::function<bool()> assumedDeviceWaits;
     // Starts the listing threads; std::thread when empty (a test makes it
     // fail as the system does when it can start no more).
     std::function<std::thread(std::function<void()>)> startThread;

@@ -275,7 +275,7 @@ TEST(Scan, ThreadsThatCannotStartEndTheScanCleanly) {
     started = finished = 0;
     allowed = 1;
     settings.listingThreads = -1;
-    settings.assumeDeviceWaits = true;
+    settings.assumedDeviceWaits = [] { return true; };
     const Scan grown = scan(t, settings);
     EXPECT_TRUE(grown.outcome.ok);
     EXPECT_EQ(grown.snapshot.entryCount, 120);
@@ -314,11 +314,18 @@ TEST(Scan, ThreadsGiveTheSameSnapshotAsOneThread) {
         const Scan single = scan(t, threads(0, settings));
         ASSERT_TRUE(single.outcome.ok);
         expectSoundSnapshot(single.snapshot);
-        for (int n : {1, 2, 4, 8, 32, -1}) {
+        // With -1, workers added during the scan as on a disk whose listings
+        // wait; with -2, listings wait in bursts, so that the added workers
+        // rest between them and are woken again.
+        for (int n : {1, 2, 4, 8, 32, -1, -2}) {
             SCOPED_TRACE(n);
-            // With -1, workers added during the scan, as on a disk whose listings wait.
-            settings.assumeDeviceWaits = n < 0;
-            const Scan parallel = scan(t, threads(n, settings));
+            std::atomic<int> listings = 0;
+            settings.assumedDeviceWaits = nullptr;
+            if (n == -1)
+                settings.assumedDeviceWaits = [] { return true; };
+            if (n == -2)
+                settings.assumedDeviceWaits = [&listings] { return listings++ / 24 % 2 == 0; };
+            const Scan parallel = scan(t, threads(std::max(n, -1), settings));
             ASSERT_TRUE(parallel.outcome.ok);
             expectSameSnapshot(single.snapshot, parallel.snapshot);
             sameSideData(single.snapshot, parallel.snapshot);
