@@ -128,6 +128,19 @@ int16_t ownChanges(const Snapshot& s, int32_t i);
 // The alert the last comparison noted for entry i of s.
 AccessAlert alertOf(const Snapshot& s, int32_t i);
 
+// What a comparison found of access among some entries of a snapshot: the
+// files whose permissions, owner or link target changed, and the alerts.
+struct AccessCounts {
+    int32_t permissions = 0;
+    int32_t owners = 0;
+    int32_t targets = 0;
+    int32_t setUserId = 0;
+    int32_t setGroupId = 0;
+    int32_t worldWritable = 0;
+
+    // Counts entry i of s (after a comparison).
+    void add(const Snapshot& s, int32_t i);
+};
 // "1 new set-user-ID file, 2 new world-writable entries": what comes first
 // in a change summary; empty without alerts.
 QString alertsText(const AccessCounts& counts);

@@ -140,14 +140,13 @@ void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Sna
     Generation& g = m_history.generations[newerGeneration];
     g.movedFiles = moves.files;
     g.movedFolders = moves.folders;
-    AccessCounts access;
     for (const Difference& d : listDifferences(newer, older)) {
         const bool gone = d.kind == Difference::OnlyInOld;
         const Snapshot& side = gone ? older : newer;
         if (side.entry(d.index).isUnreadableMarker())
             continue;
         if (!gone)
-            access.add(newer, d.index);
+            g.access.add(newer, d.index);
         HistoryRecord::Kind kind = HistoryRecord::Changed;
         int32_t movedTo = -1;
         if (gone) {
@@ -186,7 +185,6 @@ void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Sna
         }
         record(newer, d.index, path, newerGeneration, kind);
     }
-    g.access = access;
 }
 
 } // namespace

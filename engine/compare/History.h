@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/compare/CompareOptions.h"
+#include "engine/compare/Compare.h"
 #include "engine/model/EntryAccess.h"
 #include "engine/model/Fingerprints.h"
 

@@ -10,8 +10,6 @@
 
 namespace kestrel::engine {
 
-class Snapshot;
-
 // Who may do what with an entry, as lstat shows it: the permission bits
 // (set-user-ID, set-group-ID and sticky among them), the owner and group
 // ids, and for a symbolic link where it points. A snapshot file has no room
@@ -106,23 +104,9 @@ const char* alertKeyword(AccessAlert alert);
 // "set-user-ID", "set-group-ID", "world-writable": what the entry became, as
 // the windows and summaries say it.
 QString alertAdjective(AccessAlert alert);
-// "new set-user-ID file", "2 new world-writable entries": count entries that
-// came with the alert or gained it.
+// "1 new set-user-ID file", "2 new world-writable entries": count entries
+// that came with the alert or gained it.
 QString alertCountText(AccessAlert alert, int32_t count);
-
-// What a comparison found of access among some entries of a snapshot: the
-// files whose permissions, owner or link target changed, and the alerts.
-struct AccessCounts {
-    int32_t permissions = 0;
-    int32_t owners = 0;
-    int32_t targets = 0;
-    int32_t setUserId = 0;
-    int32_t setGroupId = 0;
-    int32_t worldWritable = 0;
-
-    // Counts entry i of s (after a comparison).
-    void add(const Snapshot& s, int32_t i);
-};
 
 // "-rwsr-xr-x" as ls shows it, the first character from the entry's kind:
 // "d" for a folder, "l" for a link, "-" for anything else.
