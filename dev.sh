@@ -24,10 +24,11 @@ checked="${KESTREL_CHECKED_BUILD_DIR:-$here/build-checked}"
 # python3: the export tests read the export back with Python's csv module.
 # libxxhash-dev: the checksum that ties side data to its snapshot file, and
 # content fingerprints; xxhash: xxhsum, which the fingerprint tests check
-# against; chromium: the HTML change report's tests open the page in it.
+# against; chromium: the HTML change report's tests open the page in it;
+# lld: links the many test programs several times quicker than the default.
 packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libgtest-dev
           fonts-dejavu-core xvfb xauth dpkg-dev desktop-file-utils libxml2-utils
-          poppler-utils python3 libxxhash-dev xxhash chromium)
+          poppler-utils python3 libxxhash-dev xxhash chromium lld)
 # clang and its runtimes: AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer.
 checked_packages=(clang-14 libclang-rt-14-dev)
 # The formatter whose layout the tree keeps.
@@ -86,15 +87,19 @@ checked_tests() {
     (cd "$checked" && QT_QPA_PLATFORM=offscreen ctest --output-on-failure --parallel "$jobs")
 }
 
-# One fuzzer for the given seconds: seeds made afresh by kestrel-fuzz-seeds,
-# the inputs kept in fuzz/regressions, its corpus in the checked build. A
-# crash stops with the input under $checked/fuzz-crashes.
+# Seeds for the fuzzers, made afresh by kestrel-fuzz-seeds.
+make_seeds() {
+    rm -rf "$checked/fuzz-seeds"
+    "$checked/bin/kestrel-fuzz-seeds" "$checked/fuzz-seeds"
+}
+
+# One fuzzer for the given seconds, from the seeds (make_seeds), the inputs
+# kept in fuzz/regressions and its corpus in the checked build. A crash stops
+# it with the input under $checked/fuzz-crashes.
 run_fuzzer() {
     local name=$1 kinds=$2 dict=$3 seconds=$4
     local seeds="$checked/fuzz-seeds" corpus="$checked/fuzz-corpus/$name"
     local crashes="$checked/fuzz-crashes"
-    rm -rf "$seeds"
-    "$checked/bin/kestrel-fuzz-seeds" "$seeds"
     mkdir -p "$corpus" "$crashes" "$here/fuzz/regressions/$name"
     local dirs=("$corpus")
     for kind in ${kinds//,/ }; do dirs+=("$seeds/$kind"); done
@@ -106,12 +111,39 @@ run_fuzzer() {
         -dict="$here/fuzz/$dict.dict" -artifact_prefix="$crashes/$name-" "${dirs[@]}"
 }
 
+# Every fuzzer for the given seconds, as many side by side as there are cores,
+# each into a log of its own: a fuzzer's final figures are shown when it ends,
+# and the end of its log when it fails, which fails the run.
 run_fuzzers() {
-    local seconds=$1
-    for f in "${fuzzers[@]}"; do
-        IFS=: read -r name kinds dict <<<"$f"
-        run_fuzzer "$name" "$kinds" "$dict" "$seconds"
+    local seconds=$1 logs="$checked/fuzz-logs" failed=()
+    make_seeds
+    rm -rf "$logs"
+    mkdir -p "$logs"
+    local batch=() i
+    for ((i = 0; i < ${#fuzzers[@]}; i += jobs)); do
+        batch=("${fuzzers[@]:i:jobs}")
+        local pids=() names=()
+        for f in "${batch[@]}"; do
+            IFS=: read -r name kinds dict <<<"$f"
+            run_fuzzer "$name" "$kinds" "$dict" "$seconds" >"$logs/$name.log" 2>&1 &
+            pids+=($!)
+            names+=("$name")
+        done
+        for j in "${!pids[@]}"; do
+            if wait "${pids[j]}"; then
+                grep -E '^(fuzz_|Done |stat::number_of_executed_units|stat::peak_rss_mb)' \
+                    "$logs/${names[j]}.log" >&2 || true
+            else
+                echo "fuzz_${names[j]} FAILED; the end of its log:" >&2
+                tail -n 80 "$logs/${names[j]}.log" >&2
+                failed+=("${names[j]}")
+            fi
+        done
     done
+    if [ ${#failed[@]} -gt 0 ]; then
+        echo "Fuzzers that failed: ${failed[*]} (inputs in $checked/fuzz-crashes)" >&2
+        return 1
+    fi
 }
 
 # The tracked sources, for the formatter.
@@ -167,6 +199,7 @@ fuzz)
     for f in "${fuzzers[@]}"; do
         IFS=: read -r name kinds dict <<<"$f"
         if [ "$name" = "$1" ]; then
+            make_seeds
             run_fuzzer "$name" "$kinds" "$dict" "${2:-600}"
             exit 0
         fi

@@ -749,11 +749,9 @@ int drive(const Config& c) {
     }
 
     std::printf("\n  Targets:\n");
-    int missed = 0;
     QJsonArray targetJson;
     for (const Target& t : targets) {
         const bool met = t.value <= t.limit;
-        missed += !met;
         std::printf("    %-45s %8.3f %-8s (at most %g) %s\n", qPrintable(t.what), t.value,
                     qPrintable(t.unit), t.limit, met ? "met" : "MISSED");
         targetJson.append(QJsonObject{{QStringLiteral("target"), t.what},
