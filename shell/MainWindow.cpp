@@ -17,6 +17,7 @@
 #include "engine/model/FileSystemNames.h"
 #include "engine/model/Snapshot.h"
 #include "engine/scan/Scan.h"
+#include "engine/support/Memory.h"
 #include "engine/support/Paths.h"
 #include "listing/Twips.h"
 #include "views/HistoryWindow.h"
@@ -297,6 +298,9 @@ bool MainWindow::OpenHistory(const QStringList& files) {
             });
     QMdiSubWindow* sub = m_mdi->addSubWindow(window);
     sub->setWindowIcon(windowIcon());
+    // Its history and latest snapshot go with it.
+    connect(
+        sub, &QObject::destroyed, this, [] { engine::releaseFreedMemory(); }, Qt::QueuedConnection);
     sub->show();
     m_mdi->setActiveSubWindow(sub);
     if (m_options.isOn(Key::Tiling))
@@ -598,6 +602,8 @@ void MainWindow::subWindowActivated(QMdiSubWindow* sub) {
 }
 
 void MainWindow::snapshotWindowGone() {
+    // Its snapshot is gone with it.
+    engine::releaseFreedMemory();
     const QList<SnapshotWindow*> windows = snapshotWindows();
     if (windows.isEmpty()) {
         showMenusOf(nullptr);

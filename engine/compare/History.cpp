@@ -7,16 +7,13 @@
 #include "engine/file/OpenSnapshot.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Errors.h"
+#include "engine/support/Memory.h"
 #include "engine/support/Progress.h"
 #include "engine/support/TextFormats.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
-
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 
 #include <algorithm>
 #include <chrono>
@@ -27,16 +24,6 @@
 namespace kestrel::engine {
 
 namespace {
-
-// Hands the pages of the snapshot just let go back to the system. Its
-// entries were allocated by a reading thread, in that thread's own heap,
-// which the next reading may not reuse: without this, each generation leaves
-// tens of megabytes resident behind it.
-void releaseFreedMemory() {
-#ifdef __GLIBC__
-    malloc_trim(0);
-#endif
-}
 
 const QRegularExpression& numberedName() {
     static const QRegularExpression numbered(QStringLiteral("^(.*)\\.#(\\d\\d)$"),
@@ -377,6 +364,8 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         meter.update(int32_t(k + 1));
         older = std::move(newer);
         olderGeneration = generation;
+        // The generation let go was read on a thread of its own, into that
+        // thread's heap, which the next reading may not reuse.
         releaseFreedMemory();
     }
     meter.close();
