@@ -71,10 +71,12 @@ Sample runCommand(const QStringList& command, bool childReportsTime, const QStri
     s.seconds = wall;
     if (childReportsTime) {
         long long entries = 0;
-        double seconds = 0;
-        s.ok = s.ok && std::sscanf(output.c_str(), "%lf %lld", &seconds, &entries) == 2;
+        double seconds = 0, residentKb = 0;
+        s.ok = s.ok &&
+               std::sscanf(output.c_str(), "%lf %lld %lf", &seconds, &entries, &residentKb) >= 2;
         s.seconds = seconds;
         s.entries = entries;
+        s.residentKb = residentKb;
     }
     return s;
 }
@@ -91,6 +93,7 @@ static Sample median(const std::vector<Sample>& samples) {
     m.seconds = middle([](const Sample& s) { return s.seconds; });
     m.peakKb = middle([](const Sample& s) { return s.peakKb; });
     m.cpuSeconds = middle([](const Sample& s) { return s.cpuSeconds; });
+    m.residentKb = middle([](const Sample& s) { return s.residentKb; });
     return m;
 }
 

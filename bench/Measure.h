@@ -16,11 +16,12 @@ struct Sample {
     double peakKb = 0;     // the child's peak resident memory
     double cpuSeconds = 0; // the child's user and system time: what a busy machine cannot inflate
     int64_t entries = 0;
+    double residentKb = 0; // what the child still held when it had done, where it said so
 };
 
 // Runs command once. With childReportsTime the child prints "<seconds>
-// <entries>" and that is the time; otherwise the wall time of the run counts
-// and the child's output goes to outputFile (or is discarded).
+// <entries> [<resident KB>]" and that is the time; otherwise the wall time of
+// the run counts and the child's output goes to outputFile (or is discarded).
 Sample runCommand(const QStringList& command, bool childReportsTime,
                   const QString& outputFile = {});
 
