@@ -91,8 +91,12 @@ double residentKb() {
 int child(const QStringList& args) {
     const QString op = args.value(0);
     engine::ProgressMeter meter;
-    auto report = [](double seconds, int64_t entries) {
-        std::printf("%.6f %lld\n", seconds, static_cast<long long>(entries));
+    // residentKb, where given: what the operation still holds when done.
+    auto report = [](double seconds, int64_t entries, double residentKb = -1) {
+        std::printf("%.6f %lld", seconds, static_cast<long long>(entries));
+        if (residentKb >= 0)
+            std::printf(" %.0f", residentKb);
+        std::printf("\n");
         return 0;
     };
     if (op == QLatin1String("noop"))
@@ -240,10 +244,8 @@ int child(const QStringList& args) {
         int64_t changes = 0;
         for (const engine::Generation& g : h.generations)
             changes += g.changes();
-        // What the History window holds for as long as it is open.
-        std::printf("%.6f %lld %.0f\n", now() - start, static_cast<long long>(changes),
-                    residentKb());
-        return 0;
+        // With what the History window holds for as long as it is open.
+        return report(now() - start, changes, residentKb());
     }
     if (op == QLatin1String("load-each")) { // FILES...: each loaded alone, the times summed
         double total = 0;
