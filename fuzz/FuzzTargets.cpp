@@ -219,7 +219,8 @@ int readAndWalk(const char* name, const uint8_t* data, size_t size, Read read) {
 } // namespace
 
 int snapshotReader(const uint8_t* data, size_t size) {
-    return readAndWalk("reader.#01", data, size, LoadSnapshot);
+    return readAndWalk("reader.#01", data, size,
+                       [](Snapshot& s, ProgressMeter& meter) { return LoadSnapshot(s, meter); });
 }
 
 int versionTwoImport(const uint8_t* data, size_t size) {

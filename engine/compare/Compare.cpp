@@ -4,6 +4,7 @@
 
 #include "RingLookup.h"
 #include "engine/model/CaseFold.h"
+#include "engine/model/ReadWatermark.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Progress.h"
@@ -27,6 +28,10 @@ constexpr double SecondsPerDay = 86400.0;
 constexpr double SlackSeconds = 0.001;
 constexpr double OneHour = 3600.0;
 
+// A walk that follows a snapshot being read came to an entry the reading
+// ended without.
+struct ReadingOutrun {};
+
 int16_t addSaturated(int16_t a, int16_t b) {
     const int sum = int(a) + int(b);
     return int16_t(std::clamp(sum, int(INT16_MIN), int(INT16_MAX)));
@@ -43,9 +48,10 @@ bool attributesDiffer(int16_t a, int16_t b, const CompareOptions& options) {
 // no two entries of this snapshot found the same member, the member an entry
 // found is the only one with that name on either side; so the second way's
 // look-up from that member can only find that entry, and an unfound member
-// has no counterpart at all. Such rings are remembered with the ring they
-// were compared with, and the second way takes their matches from here
-// instead of indexing this snapshot's rings again.
+// has no counterpart at all. The same holds for two rings paired member by
+// member in their order (two snapshots of a folder that did not change).
+// Such rings are remembered with the ring they were compared with, and the
+// second way takes their matches from here instead of looking them up again.
 class FirstWayMatches {
 public:
     explicit FirstWayMatches(const Snapshot& other)
@@ -96,12 +102,15 @@ public:
     // The first way of a comparison both ways records into learning; the
     // second way reads known, which the first way recorded with the two
     // snapshots the other way round.
+    // selfRead, when given, is the reading of self, still going on: the walk
+    // takes each entry once the reading has it.
     Comparer(Snapshot& self, NameHashes& selfHashes, Snapshot& other, NameHashes& otherHashes,
              const CompareOptions& options, ProgressMeter& meter, FirstWayMatches* learning,
-             const FirstWayMatches* known)
+             const FirstWayMatches* known, const ReadWatermark* selfRead)
         : m_self(self), m_other(other), m_selfHashes(selfHashes), m_otherHashes(otherHashes),
           m_options(options), m_meter(meter), m_budget(int64_t(self.capacity()) + 1),
-          m_learning(learning), m_known(known) {}
+          m_learning(learning), m_known(known), m_selfRead(selfRead),
+          m_selfFinal(selfRead ? 0 : INT32_MAX) {}
 
     void run(int32_t first, int32_t otherIndex) {
         push(first, otherIndex, true);
@@ -121,6 +130,10 @@ private:
         bool knownMatches = false; // the first way's matches answer this ring
         bool remembered = false;   // the first way may still remember this ring
         bool anyCompared = false;  // an entry of the ring was not ignored
+        // The first way so far found, for each member in turn, the other
+        // ring's members in their order, the last being lastFound.
+        bool inOrder = true;
+        int32_t lastFound = 0;
     };
 
     void push(int32_t first, int32_t otherIndex, bool hasOtherRing) {
@@ -154,9 +167,63 @@ private:
         // are ignored) is no counterpart.
         if (found != 0 && m_other.entries.at(found).isIgnored())
             found = 0;
-        if (found != 0 && f.remembered)
-            f.remembered = m_learning->found(found, i, !e.isFolder());
+        if (f.remembered) {
+            if (found != 0)
+                f.remembered = m_learning->found(found, i, !e.isFolder());
+            const int32_t expected =
+                f.lastFound == 0 ? f.otherFirst : m_other.entries.at(f.lastFound).nextSibling;
+            f.inOrder = f.inOrder && found != 0 && found == expected;
+            f.lastFound = found;
+        }
         return found;
+    }
+
+    // Whether the second way may take this ring's matches from the first.
+    // Either every member of the other ring has a name of its own, or the
+    // two rings were paired member by member in their order, all of both:
+    // then each look-up of the second way starts at the member the first
+    // way paired, which matches (matching names is an equivalence), and no
+    // member before it in the walk does, or the first way would have found
+    // that one.
+    bool ringKnown(const Frame& f) const {
+        if (!f.remembered)
+            return false;
+        if (m_lookups[m_stack.size() - 1]->namesToldApart())
+            return true;
+        return f.inOrder && f.lastFound != 0 &&
+               m_other.entries.at(f.lastFound).nextSibling == f.otherFirst;
+    }
+
+    // Waits, while self is still being read, until its entry index is read.
+    // An entry the reading ended without is never read here: the walk is
+    // given up (ReadingOutrun) and made again once the file is read whole,
+    // so a damaged file fails as it always does.
+    void awaitSelf(int32_t index) {
+        if (index > m_selfFinal) [[unlikely]]
+            waitForSelf(index, true);
+    }
+    // As awaitSelf, for a look past an entry that may be the last: past the
+    // end of the reading it reads the table's empty records, as it would
+    // once the file is read.
+    void peekSelf(int32_t index) {
+        if (index > m_selfFinal) [[unlikely]]
+            waitForSelf(index, false);
+    }
+    void waitForSelf(int32_t index, bool needed) {
+        if (m_selfEnded) {
+            if (needed)
+                throw ReadingOutrun{};
+            return;
+        }
+        const ReadWatermark::Progress read = m_selfRead->waitFor(index);
+        m_selfFinal = read.final;
+        m_selfEnded = read.ended;
+        if (index > m_selfFinal && needed)
+            throw ReadingOutrun{};
+    }
+    SnapshotEntry& selfEntry(int32_t index) {
+        awaitSelf(index);
+        return m_self.entries.mutableAt(index);
     }
 
     void step() {
@@ -168,8 +235,9 @@ private:
             m_meter.update(m_self.progress);
 
         const int32_t i = f.i;
-        SnapshotEntry& e = m_self.entries.mutableAt(i);
+        SnapshotEntry& e = selfEntry(i);
         if (e.isIgnored()) {
+            f.inOrder = false;
             advance();
             return;
         }
@@ -182,9 +250,10 @@ private:
         e.status = 0;
         if (found == 0) {
             e.match = 0;
-            m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
+            selfEntry(e.parent).status = Change::InsideFolder;
         } else if (e.isFolder()) {
             noteFolderChanges(i, e, found);
+            peekSelf(i + 1);
             if (hasContents(m_self, i)) {
                 // The contents are compared with the counterpart's contents;
                 // a counterpart that is a file or an empty folder has none,
@@ -205,7 +274,7 @@ private:
                            : CompareFiles(m_other, found, e.size, e.modified, e.attributes,
                                           m_self.versionOf(e), m_options, &m_self, i);
             if (e.status > 0)
-                m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
+                selfEntry(e.parent).status = Change::InsideFolder;
             f.result = true;
         }
         advance();
@@ -220,7 +289,7 @@ private:
         if (bits == 0)
             return;
         m_self.folderChanges[i] = bits;
-        m_self.entries.mutableAt(e.parent).status = Change::InsideFolder;
+        selfEntry(e.parent).status = Change::InsideFolder;
     }
 
     // Moves to the next entry of the ring, or ends the ring and hands its
@@ -236,8 +305,7 @@ private:
             const bool result = f.result;
             const bool allIgnored = !f.anyCompared;
             if (m_learning && f.hasOtherRing)
-                m_learning->endRing(
-                    f.otherFirst, f.remembered && m_lookups[m_stack.size() - 1]->namesToldApart());
+                m_learning->endRing(f.otherFirst, ringKnown(f));
             m_stack.pop_back();
             if (m_stack.empty())
                 return;
@@ -249,7 +317,7 @@ private:
                 parent.result = true;
             } else if (result) {
                 folder.match = parent.found;
-                SnapshotEntry& holder = m_self.entries.mutableAt(folder.parent);
+                SnapshotEntry& holder = selfEntry(folder.parent);
                 holder.status = addSaturated(holder.status, folder.status);
                 parent.result = true;
             } else {
@@ -270,15 +338,21 @@ private:
     std::vector<std::unique_ptr<RingLookup>> m_lookups; // one per depth, reused
     FirstWayMatches* m_learning;
     const FirstWayMatches* m_known;
+    const ReadWatermark* m_selfRead;
+    int32_t m_selfFinal;      // self's entries 1..m_selfFinal are read
+    bool m_selfEnded = false; // and no more will be
 };
 
+// selfRead: see Comparer. The caller has waited for self's first entry,
+// with its header.
 void compareOneWay(Snapshot& self, NameHashes& selfHashes, int32_t selfTop, Snapshot& other,
                    NameHashes& otherHashes, int32_t otherTop, const CompareOptions& options,
-                   ProgressMeter& meter, FirstWayMatches* learning, const FirstWayMatches* known) {
+                   ProgressMeter& meter, FirstWayMatches* learning, const FirstWayMatches* known,
+                   const ReadWatermark* selfRead = nullptr) {
     const int32_t maximum = self.entries.contains(1) ? self.entries.get(1).count : 0;
     meter.initialise(maximum, QStringLiteral("Comparing Snapshots"), false);
     self.progress = 0;
-    Comparer(self, selfHashes, other, otherHashes, options, meter, learning, known)
+    Comparer(self, selfHashes, other, otherHashes, options, meter, learning, known, selfRead)
         .run(selfTop, otherTop);
 }
 
@@ -650,53 +724,160 @@ void markIgnoredInBoth(Snapshot& self, Snapshot& other, const IgnorePatterns& pa
 
 } // namespace
 
-Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
-                        bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
-    try {
-        self.folderChanges.clear();
-        other.folderChanges.clear();
-        for (Snapshot* s : {&self, &other}) {
+namespace {
+
+// One comparison, in the steps CompareSnapshot takes: begin, the first way,
+// then the rest.
+class Comparison {
+public:
+    Comparison(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop, bool bothWays,
+               const CompareOptions& options, ProgressMeter& meter)
+        : m_self(self), m_other(other), m_selfTop(selfTop), m_otherTop(otherTop),
+          m_bothWays(bothWays), m_options(options), m_meter(meter) {}
+
+    // Clears what an earlier comparison left and marks what is ignored.
+    void begin() {
+        m_self.folderChanges.clear();
+        m_other.folderChanges.clear();
+        for (Snapshot* s : {&m_self, &m_other}) {
             s->movedTo.clear();
             s->movedFrom.clear();
         }
-        markIgnoredInBoth(self, other, comparisonPatterns(self, other, options));
+        markIgnoredInBoth(m_self, m_other, comparisonPatterns(m_self, m_other, m_options));
         // The names' hashes serve both ways: the second way finds them all
         // worked out by the first.
-        const NameMatching matching = nameMatchingFor(self, other);
-        NameHashes selfHashes(self, matching), otherHashes(other, matching);
-        std::optional<FirstWayMatches> firstWay;
-        if (bothWays)
-            firstWay.emplace(other);
-        compareOneWay(self, selfHashes, selfTop, other, otherHashes, otherTop, options, meter,
-                      bothWays ? &*firstWay : nullptr, nullptr);
-        if (bothWays)
-            compareOneWay(other, otherHashes, otherTop, self, selfHashes, selfTop, options, meter,
-                          nullptr, &*firstWay);
-        self.alerts.clear();
-        other.alerts.clear();
+        const NameMatching matching = nameMatchingFor(m_self, m_other);
+        m_selfHashes.emplace(m_self, matching);
+        m_otherHashes.emplace(m_other, matching);
+        if (m_bothWays)
+            m_firstWay.emplace(m_other);
+    }
+
+    void firstWay(const ReadWatermark* selfRead) {
+        compareOneWay(m_self, *m_selfHashes, m_selfTop, m_other, *m_otherHashes, m_otherTop,
+                      m_options, m_meter, m_bothWays ? &*m_firstWay : nullptr, nullptr, selfRead);
+    }
+
+    // The second way, the alerts and the moves.
+    void rest() {
+        if (m_bothWays)
+            compareOneWay(m_other, *m_otherHashes, m_otherTop, m_self, *m_selfHashes, m_selfTop,
+                          m_options, m_meter, nullptr, &*m_firstWay);
+        m_self.alerts.clear();
+        m_other.alerts.clear();
         // The later snapshot is the one whose changes are called out; the
         // other side's matches are known only after both ways.
-        if (bothWays && !isLaterSnapshot(self, other))
-            markAccessAlerts(other, otherTop, self, options);
+        if (m_bothWays && !isLaterSnapshot(m_self, m_other))
+            markAccessAlerts(m_other, m_otherTop, m_self, m_options);
         else
-            markAccessAlerts(self, selfTop, other, options);
+            markAccessAlerts(m_self, m_selfTop, m_other, m_options);
         // Moves go from the earlier snapshot to the later.
-        if (bothWays && options.detectMoves) {
-            const bool selfLater = isLaterSnapshot(self, other);
-            Snapshot& older = selfLater ? other : self;
-            Snapshot& newer = selfLater ? self : other;
+        if (m_bothWays && m_options.detectMoves) {
+            const bool selfLater = isLaterSnapshot(m_self, m_other);
+            Snapshot& older = selfLater ? m_other : m_self;
+            Snapshot& newer = selfLater ? m_self : m_other;
             noteMoves(older, newer,
-                      detectMoves(older, selfLater ? otherTop : selfTop, newer,
-                                  selfLater ? selfTop : otherTop));
+                      detectMoves(older, selfLater ? m_otherTop : m_selfTop, newer,
+                                  selfLater ? m_selfTop : m_otherTop));
         }
+    }
+
+private:
+    Snapshot& m_self;
+    Snapshot& m_other;
+    const int32_t m_selfTop;
+    const int32_t m_otherTop;
+    const bool m_bothWays;
+    const CompareOptions& m_options;
+    ProgressMeter& m_meter;
+    std::optional<NameHashes> m_selfHashes;
+    std::optional<NameHashes> m_otherHashes;
+    std::optional<FirstWayMatches> m_firstWay;
+};
+
+Outcome comparisonFailed(ProgressMeter& meter) {
+    meter.close();
+    const CaughtError e = caughtError();
+    return Outcome::failure(
+        UserMessage{QStringLiteral("Comparing Snapshots"), e.text, MessageIcon::Exclamation},
+        e.code);
+}
+
+} // namespace
+
+Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
+                        bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
+    try {
+        Comparison comparison(self, selfTop, other, otherTop, bothWays, options, meter);
+        comparison.begin();
+        comparison.firstWay(nullptr);
+        comparison.rest();
     } catch (...) {
-        meter.close();
-        const CaughtError e = caughtError();
-        return Outcome::failure(
-            UserMessage{QStringLiteral("Comparing Snapshots"), e.text, MessageIcon::Exclamation},
-            e.code);
+        return comparisonFailed(meter);
     }
     meter.close();
+    return Outcome::success();
+}
+
+struct FollowingComparison::State {
+    ProgressMeter quiet;
+    Comparison comparison;
+    bool followed = false;
+
+    State(Snapshot& newer, Snapshot& older, const CompareOptions& options)
+        : comparison(newer, 1, older, 1, true, options, quiet) {}
+};
+
+FollowingComparison::FollowingComparison(Snapshot& newer, Snapshot& older,
+                                         const CompareOptions& options)
+    : m_newer(newer), m_older(older), m_options(options) {}
+
+FollowingComparison::~FollowingComparison() = default;
+
+bool FollowingComparison::followReading(ReadWatermark& read) {
+    struct LetGo {
+        ReadWatermark& read;
+        ~LetGo() { read.release(); }
+    } letGo{read};
+    try {
+        // The header comes with the first entry. A snapshot without entries
+        // is compared once it is read.
+        if (read.waitFor(1).final < 1)
+            return false;
+        m_state = std::make_unique<State>(m_newer, m_older, m_options);
+        m_state->comparison.begin();
+        m_state->comparison.firstWay(&read);
+        m_state->followed = true;
+    } catch (...) {
+        // Given up: the reading ended first (a cut or damaged file), or the
+        // walk failed; the comparison on the whole snapshot tells which.
+        m_state.reset();
+    }
+    return m_state != nullptr;
+}
+
+void FollowingComparison::forget() {
+    m_state.reset();
+}
+
+Outcome FollowingComparison::finish() {
+    if (!m_state || !m_state->followed) {
+        // Whatever the walk that was given up marked goes first: the
+        // snapshot is compared as if just read.
+        for (int32_t i = 0; i <= m_newer.capacity(); ++i) {
+            SnapshotEntry& e = m_newer.entries.getMutable(i);
+            e.status = 0;
+            e.match = 0;
+        }
+        ProgressMeter quiet;
+        return CompareSnapshot(m_newer, 1, m_older, 1, true, m_options, quiet);
+    }
+    try {
+        m_state->comparison.rest();
+    } catch (...) {
+        return comparisonFailed(m_state->quiet);
+    }
+    m_state->quiet.close();
     return Outcome::success();
 }
 

@@ -11,11 +11,13 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 namespace kestrel::engine {
 
 class ProgressMeter;
+class ReadWatermark;
 
 // Status bits of a file entry after a comparison. A folder's status is only
 // meaningful as "greater than 0": something beneath it changed.
@@ -69,6 +71,40 @@ inline bool isLaterSnapshot(const Snapshot& a, const Snapshot& b) {
 // whose contents are all ignored compares as an empty one.
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
                         bool bothWays, const CompareOptions& options, ProgressMeter& meter);
+
+// CompareSnapshot(newer, 1, older, 1, true, options) whose first way walks
+// newer while another thread still reads it into newer: each entry is
+// compared as soon as the reading has it, so that most of the comparison is
+// done when the file is. The options' and older's ignore patterns must be
+// empty: newer's own come with its side files, after the reading, and so do
+// its permissions, owners and fingerprints; a caller whose newer snapshot
+// then has any of them calls finish without following.
+class FollowingComparison {
+public:
+    FollowingComparison(Snapshot& newer, Snapshot& older, const CompareOptions& options);
+    ~FollowingComparison();
+    FollowingComparison(const FollowingComparison&) = delete;
+    FollowingComparison& operator=(const FollowingComparison&) = delete;
+
+    // The first way, entry by entry as read publishes them (the reader was
+    // given read). Lets go of read before it returns, also when not
+    // following. False when the walk was given up: the reading ended first
+    // or the walk failed; finish then compares the whole snapshots.
+    bool followReading(ReadWatermark& read);
+    // The newer snapshot turned out to carry what the walk could not see
+    // (side data read after it): finish compares the whole snapshots.
+    void forget();
+    // Once the reading is over: the rest of the comparison, or all of it
+    // when it was not followed.
+    Outcome finish();
+
+private:
+    struct State;
+    Snapshot& m_newer;
+    Snapshot& m_older;
+    const CompareOptions m_options;
+    std::unique_ptr<State> m_state;
+};
 
 // The permissions, owner and link target of an entry; all empty where its
 // snapshot has none.

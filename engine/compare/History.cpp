@@ -5,6 +5,7 @@
 #include "Moves.h"
 
 #include "engine/file/OpenSnapshot.h"
+#include "engine/model/ReadWatermark.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Errors.h"
 #include "engine/support/Memory.h"
@@ -20,6 +21,7 @@
 #include <future>
 #include <limits>
 #include <memory>
+#include <optional>
 
 namespace kestrel::engine {
 
@@ -36,8 +38,10 @@ class HistoryBuilder {
 public:
     explicit HistoryBuilder(History& history) : m_history(history) {}
 
-    void addComparison(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
-                       uint8_t newerGeneration, const CompareOptions& options);
+    // The changes from older to newer, compared both ways already with
+    // pairOptions: the moves, counts and records of the newer generation.
+    void addChanges(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
+                    uint8_t newerGeneration, const CompareOptions& options);
 
 private:
     int32_t pathOf(const Snapshot& s, int32_t index);
@@ -121,18 +125,8 @@ void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint
     m_recorded[size_t(path)] = 1;
 }
 
-void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
-                                   uint8_t newerGeneration, const CompareOptions& options) {
-    CompareOptions pair = options;
-    // A snapshot taken without versions has none to compare.
-    if (!older.header.versions || !newer.header.versions)
-        pair.ignoreVersion = true;
-    pair.detectMoves = false; // looked for below, in generation order
-    // The history's meter counts generations; a comparison is a step of it.
-    ProgressMeter quiet;
-    const Outcome compared = CompareSnapshot(newer, 1, older, 1, true, pair, quiet);
-    if (!compared.ok)
-        throw RuntimeError(compared.error, compared.message ? compared.message->text : QString());
+void HistoryBuilder::addChanges(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
+                                uint8_t newerGeneration, const CompareOptions& options) {
     MoveList moves;
     if (options.detectMoves) {
         moves = detectMoves(older, 1, newer, 1);
@@ -187,6 +181,50 @@ void HistoryBuilder::addComparison(Snapshot& older, uint8_t olderGeneration, Sna
         record(newer, d.index, path, newerGeneration, kind);
     }
 }
+
+// The options two generations are compared with.
+CompareOptions pairOptions(const Snapshot& older, const Snapshot& newer,
+                           const CompareOptions& options) {
+    CompareOptions pair = options;
+    // A snapshot taken without versions has none to compare.
+    if (!older.header.versions || !newer.header.versions)
+        pair.ignoreVersion = true;
+    pair.detectMoves = false; // looked for by the builder, in generation order
+    return pair;
+}
+
+// Whether the comparison with older can follow the reading of the next
+// generation: nothing to ignore that is known before the reading ends.
+bool followable(const Snapshot& older, const CompareOptions& options) {
+    return (!options.ignorePatterns || options.ignorePatterns->empty()) &&
+           older.header.ownIgnorePatterns.empty();
+}
+
+// What a snapshot's side files brought that the comparison following its
+// reading could not see.
+bool hasSideData(const Snapshot& s) {
+    return !s.access.empty() || !s.fingerprints.empty() || !s.header.ownIgnorePatterns.empty();
+}
+
+// A snapshot file being read on a thread of its own, which another thread
+// may follow (its watermark); not followed, it is let go at once.
+struct Reading {
+    std::unique_ptr<Snapshot> snapshot = std::make_unique<Snapshot>();
+    ReadWatermark watermark;
+    std::future<OpenOutcome> opened;
+
+    explicit Reading(const QString& file) {
+        opened = std::async(std::launch::async, [s = snapshot.get(), w = &watermark, file] {
+            ProgressMeter quiet;
+            return OpenSnapshotFile(*s, file, quiet, w);
+        });
+    }
+    // The reading waits at its end until it is let go; the future waits for
+    // the reading before the snapshot goes.
+    ~Reading() { watermark.release(); }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+};
 
 } // namespace
 
@@ -315,22 +353,13 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
                                .arg(std::numeric_limits<uint8_t>::max()));
     History history;
     HistoryBuilder builder(history);
-    // Each file is read on a thread of its own while the two before it are
-    // compared: the comparison takes about half the time of a reading, so the
-    // file being read is about half read when the older of the two is let go.
-    struct Reading {
-        std::unique_ptr<Snapshot> snapshot = std::make_unique<Snapshot>();
-        OpenOutcome opened;
-    };
-    const auto read = [](QString file) {
-        Reading r;
-        ProgressMeter quiet;
-        r.opened = OpenSnapshotFile(*r.snapshot, file, quiet);
-        return r;
-    };
-    std::future<Reading> next;
+    // Two snapshots are held at a time. The comparison of each generation
+    // with the one before walks the newer snapshot while it is read, so it is
+    // mostly done when the reading is; the next file is read while the
+    // changes found are recorded.
+    std::unique_ptr<Reading> next;
     if (!files.isEmpty())
-        next = std::async(std::launch::async, read, files.front());
+        next = std::make_unique<Reading>(files.front());
     std::unique_ptr<Snapshot> older;
     int olderGeneration = -1;
     meter.initialise(int32_t(files.size()), QStringLiteral("Comparing Snapshots"), false);
@@ -339,35 +368,69 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         Generation g;
         g.path = file;
         g.number = snapshotNumberOf(file);
+        const std::unique_ptr<Reading> reading = std::move(next);
+        std::optional<FollowingComparison> comparison;
+        // The newer header is read with the file: the walk takes it to have
+        // versions as the older one does, and is made again where it does not.
+        std::optional<CompareOptions> assumed;
+        if (older && followable(*older, options)) {
+            assumed = pairOptions(*older, *older, options);
+            comparison.emplace(*reading->snapshot, *older, *assumed);
+            comparison->followReading(reading->watermark);
+        } else {
+            reading->watermark.release();
+        }
         // Events go on while the reading ends (the meter lets them).
-        while (next.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready)
+        while (reading->opened.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready)
             meter.update(int32_t(k));
-        Reading reading = next.get();
-        if (k + 1 < files.size())
-            next = std::async(std::launch::async, read, files[k + 1]);
-        std::unique_ptr<Snapshot> newer = std::move(reading.snapshot);
-        const OpenOutcome& opened = reading.opened;
+        const OpenOutcome opened = reading->opened.get();
+        const bool more = k + 1 < files.size();
         if (!opened.ok) {
             g.error = opened.message ? opened.message->text
                                      : QStringLiteral("The snapshot could not be read.");
             history.generations.push_back(g);
+            if (more)
+                next = std::make_unique<Reading>(files[k + 1]);
             continue;
         }
+        std::unique_ptr<Snapshot> newer = std::move(reading->snapshot);
         g.title = newer->header.title;
         g.created = newer->header.created;
         g.files = newer->fileCount;
         g.folders = newer->folderCount;
         const auto generation = uint8_t(history.generations.size());
         history.generations.push_back(g);
-        if (olderGeneration >= 0)
-            builder.addComparison(*older, uint8_t(olderGeneration), *newer, generation, options);
+        if (older) {
+            const CompareOptions pair = pairOptions(*older, *newer, options);
+            Outcome compared;
+            if (comparison) {
+                // What the walk could not see while the file was read: the
+                // whole comparison is made again on the snapshots read.
+                if (hasSideData(*newer) || pair.ignoreVersion != assumed->ignoreVersion)
+                    comparison->forget();
+                compared = comparison->finish();
+            } else {
+                ProgressMeter quiet;
+                compared = CompareSnapshot(*newer, 1, *older, 1, true, pair, quiet);
+            }
+            comparison.reset();
+            if (!compared.ok)
+                throw RuntimeError(compared.error,
+                                   compared.message ? compared.message->text : QString());
+        }
+        if (more)
+            next = std::make_unique<Reading>(files[k + 1]);
+        if (older)
+            builder.addChanges(*older, uint8_t(olderGeneration), *newer, generation, options);
         meter.update(int32_t(k + 1));
         older = std::move(newer);
         olderGeneration = generation;
         // The generation let go was read on a thread of its own, into that
         // thread's heap, which the next reading may not reuse.
-        releaseFreedMemory();
     }
+    // What the readings and comparisons left goes back to the system: the
+    // History window holds only the history and the latest snapshot.
+    releaseFreedMemory();
     meter.close();
     if (olderGeneration >= 0)
         history.latest = std::move(older);

@@ -8,12 +8,13 @@
 
 namespace kestrel::engine {
 
-OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMeter& meter) {
+OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMeter& meter,
+                             ReadWatermark* followed) {
     OpenOutcome outcome;
     outcome.number = SnapshotNumberFromName(path);
     snapshot.header.fileName = path;
 
-    const LoadOutcome load = LoadSnapshot(snapshot, meter);
+    const LoadOutcome load = LoadSnapshot(snapshot, meter, followed);
     if (load.headerRead)
         outcome.versions = snapshot.header.versions;
     if (load.ok) {

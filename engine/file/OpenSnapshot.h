@@ -10,6 +10,7 @@
 namespace kestrel::engine {
 
 class ProgressMeter;
+class ReadWatermark;
 class Snapshot;
 
 // The result of opening a snapshot file. ok means the snapshot holds the
@@ -42,6 +43,9 @@ struct OpenOutcome : Outcome {
 // not in the current format (and the load was not cancelled) imports it as a
 // v2 file instead. header.fileName becomes path. The snapshot's own ignore
 // patterns come from its side file, when it has one (IgnoreSideFile.h).
-OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMeter& meter);
+// With followed, another thread reads the entries as they are loaded
+// (LoadSnapshot); side files and any import come after it lets go.
+OpenOutcome OpenSnapshotFile(Snapshot& snapshot, const QString& path, ProgressMeter& meter,
+                             ReadWatermark* followed = nullptr);
 
 } // namespace kestrel::engine

@@ -4,6 +4,7 @@
 #include "IgnoreSideFile.h"
 #include "MetaSideFile.h"
 #include "SnapshotItems.h"
+#include "engine/model/ReadWatermark.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/Checked.h"
 #include "engine/support/OleDate.h"
@@ -284,11 +285,42 @@ std::optional<StreamParts> sideDataIn(QFile& file, std::string& sideData) {
     return parts;
 }
 
-LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter);
+// Tells a thread that follows the reading how far it got, and that it is
+// over however it stops.
+class FollowedReading {
+public:
+    explicit FollowedReading(ReadWatermark* watermark) : m_watermark(watermark) {}
+    ~FollowedReading() { end(); }
+    FollowedReading(const FollowedReading&) = delete;
+    FollowedReading& operator=(const FollowedReading&) = delete;
+
+    // Entries 1..last are read whole.
+    void read(int32_t last) {
+        m_final = last;
+        // Often enough that the follower is never far behind, seldom enough
+        // to cost nothing.
+        if (m_watermark && last % 1024 == 0)
+            m_watermark->publish(last);
+    }
+    // Returns once the follower has let go: the table may change now.
+    void end() {
+        if (m_watermark)
+            m_watermark->endReading(m_final);
+        m_watermark = nullptr;
+    }
+
+private:
+    ReadWatermark* m_watermark;
+    int32_t m_final = 0;
+};
+
+LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter,
+                     FollowedReading& reading);
 
 } // namespace
 
-LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
+LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter, ReadWatermark* followed) {
+    FollowedReading reading(followed);
     QFile file(snapshot.header.fileName);
     // Unbuffered: the reader takes the file in large blocks of its own.
     if (!openForReading(file, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
@@ -299,16 +331,17 @@ LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter) {
     std::string sideData;
     if (const std::optional<StreamParts> parts = sideDataIn(file, sideData)) {
         LeadingBytes snapshotPart(file, parts->snapshotLength);
-        LoadOutcome outcome = loadFrom(snapshot, snapshotPart, meter);
+        LoadOutcome outcome = loadFrom(snapshot, snapshotPart, meter, reading);
         outcome.sideData = std::move(sideData);
         return outcome;
     }
-    return loadFrom(snapshot, file, meter);
+    return loadFrom(snapshot, file, meter, reading);
 }
 
 namespace {
 
-LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter) {
+LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter,
+                     FollowedReading& reading) {
     LoadOutcome outcome;
     const double startTime = secondsSinceMidnight();
     MeterCloser closer{meter};
@@ -363,6 +396,7 @@ LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter) 
                 snapshot.setVersion(e, ItemReader::toText(reader.next(), scratch));
             }
             snapshot.entryCount = i;
+            reading.read(i);
             if (!e.isFolder()) {
                 snapshot.fileCount = checkedAdd(snapshot.fileCount, 1);
                 snapshot.totalSize += e.size;
@@ -373,9 +407,11 @@ LoadOutcome loadFrom(Snapshot& snapshot, QIODevice& file, ProgressMeter& meter) 
             }
         }
         outcome.failedEntry = 0;
+        reading.end();
         if (!meter.cancelled())
             fitTableToLines(snapshot, capacity, i, outcome.message);
     } catch (...) {
+        reading.end();
         const CaughtError e = caughtError();
         outcome.error = e.code;
         // An overflow is passed over silently, as it always was.

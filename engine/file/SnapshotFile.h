@@ -18,6 +18,7 @@ namespace kestrel::engine {
 
 class ItemWriter;
 class ProgressMeter;
+class ReadWatermark;
 class Snapshot;
 struct SnapshotHeader;
 
@@ -52,12 +53,17 @@ Outcome SaveSnapshot(Snapshot& snapshot, ProgressMeter& meter);
 //
 // A file written as a stream (WriteSnapshotStream) is read up to its side
 // data, which comes back in sideData for OpenSnapshotFile to read.
+//
+// With followed, the entries are published there as they are read, for
+// another thread to read meanwhile, and the reading ends there however it
+// stops; the table is fitted only once that thread lets go (ReadWatermark).
 struct LoadOutcome : Outcome {
     bool headerRead = false;
     int32_t failedEntry = 0;
     std::optional<std::string> sideData;
 };
-LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter);
+LoadOutcome LoadSnapshot(Snapshot& snapshot, ProgressMeter& meter,
+                         ReadWatermark* followed = nullptr);
 
 // Writes the snapshot as SaveSnapshot writes its file, then its side data
 // (MetaSideFile.h), all to out: one stream that LoadSnapshot reads back as

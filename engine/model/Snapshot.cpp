@@ -13,9 +13,9 @@ void EntryTable::setCapacity(int32_t capacity) {
     if (capacity < 0)
         raise(ErrorCode::SubscriptOutOfRange);
     m_capacity = capacity;
-    const size_t chunks = (size_t(capacity) >> ChunkBits) + 1;
-    if (m_chunks.size() > chunks)
-        m_chunks.resize(chunks);
+    // The list of chunks is sized with the capacity, so that writing an
+    // entry never moves it while entries already written are read.
+    m_chunks.resize((size_t(capacity) >> ChunkBits) + 1);
 }
 
 void EntryTable::grow() {
@@ -57,8 +57,10 @@ uint32_t NameArena::add(std::string_view text) {
     if (text.size() > BlockSize)
         raise(ErrorCode::OutOfStringSpace);
     if (m_blocks.empty() || m_used + text.size() > BlockSize) {
-        if (m_blocks.size() >= (size_t(1) << (32 - BlockBits)))
+        if (m_blocks.size() >= MostBlocks)
             raise(ErrorCode::Overflow);
+        if (m_blocks.empty())
+            m_blocks.reserve(MostBlocks);
         m_blocks.push_back(std::make_unique_for_overwrite<char[]>(BlockSize));
         m_used = 0;
     }
@@ -73,21 +75,31 @@ void NameArena::clear() {
     m_used = 0;
 }
 
-VersionPool::VersionPool() {
-    clear();
-}
-
 uint32_t VersionPool::add(std::string_view text) {
     if (text.empty())
         return 0;
-    auto [it, inserted] = m_ids.try_emplace(std::string(text), uint32_t(m_texts.size()));
-    if (inserted)
-        m_texts.emplace_back(text);
-    return it->second;
+    auto [it, inserted] = m_ids.try_emplace(std::string(text), m_count);
+    if (!inserted)
+        return it->second;
+    try {
+        if (m_count == UINT32_MAX)
+            raise(ErrorCode::Overflow);
+        if (m_count % BlockTexts == 0 || m_blocks.empty()) {
+            if (m_blocks.empty())
+                m_blocks.reserve((size_t(UINT32_MAX) >> BlockBits) + 1);
+            m_blocks.push_back(std::make_unique<std::string[]>(BlockTexts));
+        }
+        m_blocks[m_count >> BlockBits][m_count & (BlockTexts - 1)] = text;
+    } catch (...) {
+        m_ids.erase(it);
+        throw;
+    }
+    return m_count++;
 }
 
 void VersionPool::clear() {
-    m_texts.assign(1, std::string());
+    m_blocks.clear();
+    m_count = 1;
     m_ids.clear();
 }
 

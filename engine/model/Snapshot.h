@@ -157,11 +157,14 @@ private:
 };
 
 // All names of a snapshot, back to back in blocks of 1 MiB. A name is found by
-// its offset and length; names never straddle a block.
+// its offset and length; names never straddle a block. Blocks never move and
+// the list of them is reserved whole with the first, so names can be read
+// while others are added.
 class NameArena {
 public:
     static constexpr int BlockBits = 20;
     static constexpr uint32_t BlockSize = 1u << BlockBits;
+    static constexpr size_t MostBlocks = size_t(1) << (32 - BlockBits); // 4 GiB
 
     // Stores text and returns its offset. Raises "Out of string space" for a
     // name longer than a block, "Overflow" when the arena passes 4 GiB.
@@ -180,16 +183,26 @@ private:
 };
 
 // Version texts, each stored once: most files have none and the rest share a
-// few dozen.
+// few dozen. Id 0 is the empty text. Texts live in blocks of 4,096 that never
+// move, and the list of blocks is reserved whole when the first text comes,
+// so a text can be read while others are added (a snapshot is compared while
+// it is still being read).
 class VersionPool {
 public:
-    VersionPool();
     uint32_t add(std::string_view text);
-    std::string_view view(uint32_t id) const { return m_texts[id]; }
+    std::string_view view(uint32_t id) const {
+        if (id == 0)
+            return {};
+        return m_blocks[id >> BlockBits][id & (BlockTexts - 1)];
+    }
     void clear();
 
 private:
-    std::vector<std::string> m_texts;
+    static constexpr int BlockBits = 12;
+    static constexpr uint32_t BlockTexts = 1u << BlockBits;
+
+    std::vector<std::unique_ptr<std::string[]>> m_blocks;
+    uint32_t m_count = 1; // texts held, the empty one included
     std::unordered_map<std::string, uint32_t> m_ids;
 };
 

@@ -8,12 +8,14 @@
 #include "engine/compare/History.h"
 #include "engine/compare/HistoryIndex.h"
 #include "engine/file/OpenSnapshot.h"
+#include "engine/model/ReadWatermark.h"
 
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QFile>
 
+#include <future>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -272,4 +274,69 @@ TEST_F(HistoryTest, SkipsWhatCannotBeReadAndMindsNoGaps) {
     ASSERT_EQ(alone.generations.size(), 1u);
     EXPECT_FALSE(alone.anyChanges());
     EXPECT_TRUE(alone.records.empty());
+}
+
+// The comparison that follows a file while it is read marks both snapshots
+// exactly as the comparison of the two files read whole does. Its folders
+// hold more entries than the reading publishes at a time, so the walk waits
+// for the reading; a copy cut short ends the reading before the walk, which
+// then compares the whole snapshots once read.
+TEST_F(HistoryTest, ComparingWhileReadingMarksAsComparingAfterwards) {
+    for (int i = 0; i < 2500; ++i)
+        file(qPrintable(u"big/f%1"_s.arg(i)), QByteArray(i % 7, 'x'), Start + i);
+    for (int i = 0; i < 40; ++i)
+        file(qPrintable(u"sub/%1/g"_s.arg(i)), "g", Start);
+    const QString first = saveGeneration(1);
+    file("big/f10", "resized", Start + 10);
+    remove("big/f20");
+    remove("sub/3");
+    file("big/new", "n", Start);
+    rename("sub/7", "sub/seven");
+    const QString second = saveGeneration(2);
+    const QString cut = fileOf(3);
+    // Cut at the end of a line: it opens, with a notice that it is cut.
+    const QByteArray whole = readBytes(second);
+    ASSERT_TRUE(writeBytes(cut, whole.left(whole.lastIndexOf('\n', whole.size() / 2) + 1)));
+    // Without side files: what they carry is read after the entries.
+    for (const QString& f : {first, second, cut})
+        QFile::remove(f + u".meta"_s);
+
+    const auto marks = [](const Snapshot& s) {
+        std::vector<std::pair<int32_t, int16_t>> all;
+        for (int32_t i = 0; i <= s.entryCount; ++i)
+            all.emplace_back(s.entries.get(i).match, s.entries.get(i).status);
+        return all;
+    };
+    for (const QString& newerFile : {second, cut}) {
+        Snapshot older, newer;
+        ASSERT_TRUE(OpenSnapshotFile(older, first, m_meter).ok);
+        ReadWatermark read;
+        auto opened = std::async(std::launch::async, [&] {
+            ProgressMeter quiet;
+            return OpenSnapshotFile(newer, newerFile, quiet, &read);
+        });
+        FollowingComparison following(newer, older, m_options);
+        EXPECT_EQ(following.followReading(read), newerFile == second);
+        ASSERT_TRUE(opened.get().ok);
+        const Outcome compared = following.finish();
+
+        Snapshot olderAfter, newerAfter;
+        ASSERT_TRUE(OpenSnapshotFile(olderAfter, first, m_meter).ok);
+        ASSERT_TRUE(OpenSnapshotFile(newerAfter, newerFile, m_meter).ok);
+        const Outcome after =
+            CompareSnapshot(newerAfter, 1, olderAfter, 1, true, m_options, m_meter);
+        // The cut copy's rings run past its end: both fail alike.
+        EXPECT_EQ(std::pair(compared.ok, compared.error), std::pair(after.ok, after.error));
+        EXPECT_EQ(compared.ok, newerFile == second);
+        EXPECT_EQ(marks(newer), marks(newerAfter)) << qPrintable(newerFile);
+        EXPECT_EQ(marks(older), marks(olderAfter)) << qPrintable(newerFile);
+        EXPECT_EQ(newer.movedFrom, newerAfter.movedFrom);
+        EXPECT_EQ(older.movedTo, olderAfter.movedTo);
+    }
+
+    // The history of the series without side files tells the same lines.
+    const History h = buildHistory({first, second}, m_options, m_meter);
+    EXPECT_EQ(lineOfLife(h, "big/f10"), "=3 ~7");
+    EXPECT_EQ(lineOfLife(h, "big/f20"), "=6 -");
+    EXPECT_EQ(lineOfLife(h, "big/new"), "- +1");
 }

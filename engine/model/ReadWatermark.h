@@ -1,0 +1,58 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace kestrel::engine {
+
+// How far a snapshot being read on one thread is final, for one other thread
+// that follows the reading (a comparison that starts before the file is
+// read). Entries 1..last published are written whole and are never written
+// again by the reading; the table and the name and version stores do not move
+// meanwhile. What the reading does after its last entry (fitting the table to
+// it, reading the side files, an import) waits until the follower lets go.
+class ReadWatermark {
+public:
+    struct Progress {
+        int32_t final = 0;  // entries 1..final may be read
+        bool ended = false; // the reading is over: no entry will follow final
+    };
+
+    // The reader: entries 1..last are final.
+    void publish(int32_t last) {
+        m_state.store(uint64_t(uint32_t(last)), std::memory_order_release);
+        m_state.notify_all();
+    }
+
+    // The reader, as it stops for whatever reason: no entry beyond last will
+    // come. Returns once the follower has let go of the snapshot.
+    void endReading(int32_t last) {
+        m_state.store(uint64_t(uint32_t(last)) | Ended, std::memory_order_release);
+        m_state.notify_all();
+        m_released.wait(false, std::memory_order_acquire);
+    }
+
+    // The follower: waits until entry index is final or the reading ended.
+    Progress waitFor(int32_t index) const {
+        uint64_t state = m_state.load(std::memory_order_acquire);
+        while (int32_t(uint32_t(state)) < index && !(state & Ended)) {
+            m_state.wait(state, std::memory_order_acquire);
+            state = m_state.load(std::memory_order_acquire);
+        }
+        return {int32_t(uint32_t(state)), (state & Ended) != 0};
+    }
+
+    // The follower: done with the snapshot, or not following at all. The
+    // reader may go on past its last entry.
+    void release() {
+        m_released.store(true, std::memory_order_release);
+        m_released.notify_all();
+    }
+
+private:
+    static constexpr uint64_t Ended = uint64_t(1) << 32;
+    std::atomic<uint64_t> m_state{0};
+    std::atomic<bool> m_released{false};
+};
+
+} // namespace kestrel::engine
