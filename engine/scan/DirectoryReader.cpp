@@ -731,7 +731,6 @@ void DirectoryReader::unqueue(FolderTask& task) {
 }
 
 void DirectoryReader::finish(FolderTask& task) {
-    task.state.store(FolderTask::Done, std::memory_order_release);
     m_buffered += task.listing.items.size() + 1;
     if (m_threaded) {
         // The sub-folders take the folder's place in the queue: in the
@@ -748,6 +747,10 @@ void DirectoryReader::finish(FolderTask& task) {
         if (m_idleWorkers > 0 && !task.listing.children.empty())
             m_work.notify_all();
     }
+    // Done comes last: the walk takes a task it sees done without the lock,
+    // and may give its listing back at once (release), which must not
+    // happen while it is still read here.
+    task.state.store(FolderTask::Done, std::memory_order_release);
     if (&task == m_awaited)
         m_done.notify_one();
 }
