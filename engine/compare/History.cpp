@@ -353,10 +353,10 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
                                .arg(std::numeric_limits<uint8_t>::max()));
     History history;
     HistoryBuilder builder(history);
-    // Two snapshots are held at a time. The comparison of each generation
-    // with the one before walks the newer snapshot while it is read, so it is
-    // mostly done when the reading is; the next file is read while the
-    // changes found are recorded.
+    // Two snapshots are held at a time, and the start of a third while the
+    // changes between the two are recorded. The comparison of each
+    // generation with the one before walks the newer snapshot while it is
+    // read, so it is mostly done when the reading is.
     std::unique_ptr<Reading> next;
     if (!files.isEmpty())
         next = std::make_unique<Reading>(files.front());
@@ -425,11 +425,11 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         meter.update(int32_t(k + 1));
         older = std::move(newer);
         olderGeneration = generation;
-        // The generation let go was read on a thread of its own, into that
-        // thread's heap, which the next reading may not reuse.
     }
     // What the readings and comparisons left goes back to the system: the
-    // History window holds only the history and the latest snapshot.
+    // History window holds only the history and the latest snapshot. Not
+    // after each generation: the next reading would fault in fresh pages
+    // for what the allocator could have handed it.
     releaseFreedMemory();
     meter.close();
     if (olderGeneration >= 0)
