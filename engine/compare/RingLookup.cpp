@@ -18,11 +18,15 @@ uint32_t NameHashes::ofName(std::string_view name, NameMatching matching) {
 }
 
 uint32_t NameHashes::workOut(int32_t index) {
-    if (m_hashes.empty())
-        m_hashes.assign(size_t(m_snapshot.capacity()) + 1, 0);
+    const std::string_view name = m_snapshot.nameOf(m_snapshot.entries.at(index));
+    if (m_count == 0) {
+        m_count = size_t(m_snapshot.capacity()) + 1;
+        m_pages = ZeroPages(m_count * sizeof(uint32_t));
+        m_hashes = static_cast<uint32_t*>(m_pages.data());
+    }
     uint32_t& h = m_hashes[size_t(index)];
     if (h == 0)
-        h = ofName(m_snapshot.nameOf(m_snapshot.entries.at(index)), m_matching);
+        h = ofName(name, m_matching);
     return h;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/model/NameMatching.h"
+#include "engine/support/Memory.h"
 
 #include <cstdint>
 #include <string_view>
@@ -22,7 +23,7 @@ public:
     NameMatching matching() const { return m_matching; }
     // A 32-bit hash of the name of entry index under the rule; never 0.
     uint32_t of(int32_t index) {
-        if (size_t(index) < m_hashes.size() && m_hashes[size_t(index)] != 0)
+        if (size_t(index) < m_count && m_hashes[size_t(index)] != 0)
             return m_hashes[size_t(index)];
         return workOut(index);
     }
@@ -33,7 +34,11 @@ private:
 
     const Snapshot& m_snapshot;
     NameMatching m_matching;
-    std::vector<uint32_t> m_hashes; // 0: not worked out yet
+    // By entry index, 0: not worked out yet. Two snapshots of a folder listed
+    // in the same order need few hashes, so only pages written are held.
+    ZeroPages m_pages;
+    uint32_t* m_hashes = nullptr;
+    size_t m_count = 0;
 };
 
 // Finds names in one folder ring of a snapshot with exactly the result of

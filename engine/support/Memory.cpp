@@ -1,5 +1,9 @@
 #include "Memory.h"
 
+#include <new>
+#include <sys/mman.h>
+#include <utility>
+
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -10,6 +14,34 @@ void releaseFreedMemory() {
 #ifdef __GLIBC__
     malloc_trim(0);
 #endif
+}
+
+ZeroPages::ZeroPages(size_t bytes) : m_bytes(bytes) {
+    if (bytes == 0)
+        return;
+    void* pages =
+        ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (pages == MAP_FAILED)
+        throw std::bad_alloc();
+    m_data = pages;
+}
+
+ZeroPages::~ZeroPages() {
+    if (m_data)
+        ::munmap(m_data, m_bytes);
+}
+
+ZeroPages::ZeroPages(ZeroPages&& other) noexcept
+    : m_data(std::exchange(other.m_data, nullptr)), m_bytes(std::exchange(other.m_bytes, 0)) {}
+
+ZeroPages& ZeroPages::operator=(ZeroPages&& other) noexcept {
+    if (this != &other) {
+        if (m_data)
+            ::munmap(m_data, m_bytes);
+        m_data = std::exchange(other.m_data, nullptr);
+        m_bytes = std::exchange(other.m_bytes, 0);
+    }
+    return *this;
 }
 
 } // namespace kestrel::engine

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace kestrel::engine {
 
 // Hands the pages of memory just let go back to the system. A snapshot's
@@ -8,5 +10,27 @@ namespace kestrel::engine {
 // largest snapshot it ever had; this gives those pages back. Call it after
 // a snapshot is destroyed; it costs a walk of the allocator's free lists.
 void releaseFreedMemory();
+
+// Zeros on pages of their own, which the system provides only where they
+// are written: a large table that a task may fill only a little of (the
+// names' hashes of a comparison, needed only for folders listed in another
+// order) costs only what is filled. Throws std::bad_alloc when the pages
+// cannot be had.
+class ZeroPages {
+public:
+    ZeroPages() = default;
+    explicit ZeroPages(size_t bytes);
+    ~ZeroPages();
+    ZeroPages(ZeroPages&& other) noexcept;
+    ZeroPages& operator=(ZeroPages&& other) noexcept;
+    ZeroPages(const ZeroPages&) = delete;
+    ZeroPages& operator=(const ZeroPages&) = delete;
+
+    void* data() const { return m_data; }
+
+private:
+    void* m_data = nullptr;
+    size_t m_bytes = 0;
+};
 
 } // namespace kestrel::engine
