@@ -11,6 +11,7 @@
 #include "engine/support/TextFormats.h"
 
 #include <cmath>
+#include <functional>
 #include <future>
 #include <optional>
 #include <sys/stat.h>
@@ -31,6 +32,13 @@ constexpr double OneHour = 3600.0;
 // A walk that follows a snapshot being read came to an entry the reading
 // ended without.
 struct ReadingOutrun {};
+
+// The reading of a snapshot that the first way of a comparison follows.
+struct SelfReading {
+    const ReadWatermark& watermark;
+    // Called each time the walk catches up with what is read.
+    const std::function<void()>& meanwhile;
+};
 
 int16_t addSaturated(int16_t a, int16_t b) {
     const int sum = int(a) + int(b);
@@ -106,7 +114,7 @@ public:
     // takes each entry once the reading has it.
     Comparer(Snapshot& self, NameHashes& selfHashes, Snapshot& other, NameHashes& otherHashes,
              const CompareOptions& options, ProgressMeter& meter, FirstWayMatches* learning,
-             const FirstWayMatches* known, const ReadWatermark* selfRead)
+             const FirstWayMatches* known, const SelfReading* selfRead)
         : m_self(self), m_other(other), m_selfHashes(selfHashes), m_otherHashes(otherHashes),
           m_options(options), m_meter(meter), m_budget(int64_t(self.capacity()) + 1),
           m_learning(learning), m_known(known), m_selfRead(selfRead),
@@ -215,7 +223,9 @@ private:
                 throw ReadingOutrun{};
             return;
         }
-        const ReadWatermark::Progress read = m_selfRead->waitFor(index);
+        if (m_selfRead->meanwhile)
+            m_selfRead->meanwhile();
+        const ReadWatermark::Progress read = m_selfRead->watermark.waitFor(index);
         m_selfFinal = read.final;
         m_selfEnded = read.ended;
         if (index > m_selfFinal && needed)
@@ -338,7 +348,7 @@ private:
     std::vector<std::unique_ptr<RingLookup>> m_lookups; // one per depth, reused
     FirstWayMatches* m_learning;
     const FirstWayMatches* m_known;
-    const ReadWatermark* m_selfRead;
+    const SelfReading* m_selfRead;
     int32_t m_selfFinal;      // self's entries 1..m_selfFinal are read
     bool m_selfEnded = false; // and no more will be
 };
@@ -348,7 +358,7 @@ private:
 void compareOneWay(Snapshot& self, NameHashes& selfHashes, int32_t selfTop, Snapshot& other,
                    NameHashes& otherHashes, int32_t otherTop, const CompareOptions& options,
                    ProgressMeter& meter, FirstWayMatches* learning, const FirstWayMatches* known,
-                   const ReadWatermark* selfRead = nullptr) {
+                   const SelfReading* selfRead = nullptr) {
     const int32_t maximum = self.entries.contains(1) ? self.entries.get(1).count : 0;
     meter.initialise(maximum, QStringLiteral("Comparing Snapshots"), false);
     self.progress = 0;
@@ -753,7 +763,7 @@ public:
             m_firstWay.emplace(m_other);
     }
 
-    void firstWay(const ReadWatermark* selfRead) {
+    void firstWay(const SelfReading* selfRead) {
         compareOneWay(m_self, *m_selfHashes, m_selfTop, m_other, *m_otherHashes, m_otherTop,
                       m_options, m_meter, m_bothWays ? &*m_firstWay : nullptr, nullptr, selfRead);
     }
@@ -834,7 +844,8 @@ FollowingComparison::FollowingComparison(Snapshot& newer, Snapshot& older,
 
 FollowingComparison::~FollowingComparison() = default;
 
-bool FollowingComparison::followReading(ReadWatermark& read) {
+bool FollowingComparison::followReading(ReadWatermark& read,
+                                        const std::function<void()>& meanwhile) {
     struct LetGo {
         ReadWatermark& read;
         ~LetGo() { read.release(); }
@@ -846,7 +857,8 @@ bool FollowingComparison::followReading(ReadWatermark& read) {
             return false;
         m_state = std::make_unique<State>(m_newer, m_older, m_options);
         m_state->comparison.begin();
-        m_state->comparison.firstWay(&read);
+        const SelfReading reading{read, meanwhile};
+        m_state->comparison.firstWay(&reading);
         m_state->followed = true;
     } catch (...) {
         // Given up: the reading ended first (a cut or damaged file), or the

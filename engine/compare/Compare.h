@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -90,7 +91,10 @@ public:
     // given read). Lets go of read before it returns, also when not
     // following. False when the walk was given up: the reading ended first
     // or the walk failed; finish then compares the whole snapshots.
-    bool followReading(ReadWatermark& read);
+    // meanwhile, when set, is called each time the walk has caught up with
+    // the reading (often: it keeps its own pace), so a caller on the user
+    // interface's thread can let events through.
+    bool followReading(ReadWatermark& read, const std::function<void()>& meanwhile = {});
     // The newer snapshot turned out to carry what the walk could not see
     // (side data read after it): finish compares the whole snapshots.
     void forget();

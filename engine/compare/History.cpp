@@ -376,7 +376,16 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         if (older && followable(*older, options)) {
             assumed = pairOptions(*older, *older, options);
             comparison.emplace(*reading->snapshot, *older, *assumed);
-            comparison->followReading(reading->watermark);
+            // Events go on while the file is read and compared (the meter
+            // lets them), a few times a second.
+            auto lastEvents = std::chrono::steady_clock::now();
+            comparison->followReading(reading->watermark, [&] {
+                const auto now = std::chrono::steady_clock::now();
+                if (now - lastEvents >= std::chrono::milliseconds(50)) {
+                    lastEvents = now;
+                    meter.update(int32_t(k));
+                }
+            });
         } else {
             reading->watermark.release();
         }
