@@ -832,7 +832,6 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
 struct FollowingComparison::State {
     ProgressMeter quiet;
     Comparison comparison;
-    bool followed = false;
 
     State(Snapshot& newer, Snapshot& older, const CompareOptions& options)
         : comparison(newer, 1, older, 1, true, options, quiet) {}
@@ -859,7 +858,6 @@ bool FollowingComparison::followReading(ReadWatermark& read,
         m_state->comparison.begin();
         const SelfReading reading{read, meanwhile};
         m_state->comparison.firstWay(&reading);
-        m_state->followed = true;
     } catch (...) {
         // Given up: the reading ended first (a cut or damaged file), or the
         // walk failed; the comparison on the whole snapshot tells which.
@@ -873,11 +871,16 @@ void FollowingComparison::forget() {
 }
 
 Outcome FollowingComparison::finish() {
-    if (!m_state || !m_state->followed) {
-        // Whatever the walk that was given up marked goes first: the
-        // snapshot is compared as if just read.
-        for (int32_t i = 0; i <= m_newer.capacity(); ++i) {
-            SnapshotEntry& e = m_newer.entries.getMutable(i);
+    // Side files are read after the entries: what they brought (permissions,
+    // fingerprints, ignore patterns) the walk could not see.
+    if (!m_newer.access.empty() || !m_newer.fingerprints.empty() ||
+        !m_newer.header.ownIgnorePatterns.empty())
+        m_state.reset();
+    if (!m_state) {
+        // Whatever a walk given up marked goes first (it reads no further
+        // than the entries read): the snapshot is compared as if just read.
+        for (int32_t i = 0; i <= m_newer.entryCount; ++i) {
+            SnapshotEntry& e = m_newer.entries.mutableAt(i);
             e.status = 0;
             e.match = 0;
         }

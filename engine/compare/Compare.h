@@ -77,9 +77,9 @@ Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_
 // newer while another thread still reads it into newer: each entry is
 // compared as soon as the reading has it, so that most of the comparison is
 // done when the file is. The options' and older's ignore patterns must be
-// empty: newer's own come with its side files, after the reading, and so do
-// its permissions, owners and fingerprints; a caller whose newer snapshot
-// then has any of them calls finish without following.
+// empty. Newer's own patterns come with its side files, after the reading,
+// and so do its permissions, owners and fingerprints: where it has any of
+// them, finish compares the whole snapshots instead.
 class FollowingComparison {
 public:
     FollowingComparison(Snapshot& newer, Snapshot& older, const CompareOptions& options);
@@ -95,8 +95,9 @@ public:
     // the reading (often: it keeps its own pace), so a caller on the user
     // interface's thread can let events through.
     bool followReading(ReadWatermark& read, const std::function<void()>& meanwhile = {});
-    // The newer snapshot turned out to carry what the walk could not see
-    // (side data read after it): finish compares the whole snapshots.
+    // The walk was made with options that the newer snapshot's header, read
+    // with the file, turned out not to allow: finish compares the whole
+    // snapshots.
     void forget();
     // Once the reading is over: the rest of the comparison, or all of it
     // when it was not followed.

@@ -200,12 +200,6 @@ bool followable(const Snapshot& older, const CompareOptions& options) {
            older.header.ownIgnorePatterns.empty();
 }
 
-// What a snapshot's side files brought that the comparison following its
-// reading could not see.
-bool hasSideData(const Snapshot& s) {
-    return !s.access.empty() || !s.fingerprints.empty() || !s.header.ownIgnorePatterns.empty();
-}
-
 // A snapshot file being read on a thread of its own, which another thread
 // may follow (its watermark); not followed, it is let go at once.
 struct Reading {
@@ -413,9 +407,7 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
             const CompareOptions pair = pairOptions(*older, *newer, options);
             Outcome compared;
             if (comparison) {
-                // What the walk could not see while the file was read: the
-                // whole comparison is made again on the snapshots read.
-                if (hasSideData(*newer) || pair.ignoreVersion != assumed->ignoreVersion)
+                if (pair.ignoreVersion != assumed->ignoreVersion)
                     comparison->forget();
                 compared = comparison->finish();
             } else {
