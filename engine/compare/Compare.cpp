@@ -1,5 +1,6 @@
 #include "Compare.h"
 
+#include "Differences.h"
 #include "Moves.h"
 
 #include "RingLookup.h"
@@ -112,13 +113,17 @@ public:
     // snapshots the other way round.
     // selfRead, when given, is the reading of self, still going on: the walk
     // takes each entry once the reading has it.
+    // changed, when given, gets the folders of self with a difference
+    // beneath them, and otherChanged those of the other files compared here
+    // found to differ (comparing files marks both).
     Comparer(Snapshot& self, NameHashes& selfHashes, Snapshot& other, NameHashes& otherHashes,
              const CompareOptions& options, ProgressMeter& meter, FirstWayMatches* learning,
-             const FirstWayMatches* known, const SelfReading* selfRead)
+             const FirstWayMatches* known, const SelfReading* selfRead, FolderMarks* changed,
+             FolderMarks* otherChanged)
         : m_self(self), m_other(other), m_selfHashes(selfHashes), m_otherHashes(otherHashes),
           m_options(options), m_meter(meter), m_budget(int64_t(self.capacity()) + 1),
           m_learning(learning), m_known(known), m_selfRead(selfRead),
-          m_selfFinal(selfRead ? 0 : INT32_MAX) {}
+          m_selfFinal(selfRead ? 0 : INT32_MAX), m_changed(changed), m_otherChanged(otherChanged) {}
 
     void run(int32_t first, int32_t otherIndex) {
         push(first, otherIndex, true);
@@ -260,7 +265,7 @@ private:
         e.status = 0;
         if (found == 0) {
             e.match = 0;
-            selfEntry(e.parent).status = Change::InsideFolder;
+            differenceIn(e.parent);
         } else if (e.isFolder()) {
             noteFolderChanges(i, e, found);
             peekSelf(i + 1);
@@ -283,8 +288,11 @@ private:
                            ? firstWayStatus
                            : CompareFiles(m_other, found, e.size, e.modified, e.attributes,
                                           m_self.versionOf(e), m_options, &m_self, i);
-            if (e.status > 0)
-                selfEntry(e.parent).status = Change::InsideFolder;
+            if (e.status > 0) {
+                differenceIn(e.parent);
+                if (!comparedFiles && m_otherChanged)
+                    m_otherChanged->markUp(m_other, m_other.entries.at(found).parent);
+            }
             f.result = true;
         }
         advance();
@@ -299,7 +307,14 @@ private:
         if (bits == 0)
             return;
         m_self.folderChanges[i] = bits;
-        selfEntry(e.parent).status = Change::InsideFolder;
+        differenceIn(e.parent);
+    }
+
+    // An entry directly inside folder differs.
+    void differenceIn(int32_t folder) {
+        selfEntry(folder).status = Change::InsideFolder;
+        if (m_changed)
+            m_changed->markUp(m_self, folder);
     }
 
     // Moves to the next entry of the ring, or ends the ring and hands its
@@ -351,6 +366,8 @@ private:
     const SelfReading* m_selfRead;
     int32_t m_selfFinal;      // self's entries 1..m_selfFinal are read
     bool m_selfEnded = false; // and no more will be
+    FolderMarks* m_changed;
+    FolderMarks* m_otherChanged;
 };
 
 // selfRead: see Comparer. The caller has waited for self's first entry,
@@ -358,11 +375,12 @@ private:
 void compareOneWay(Snapshot& self, NameHashes& selfHashes, int32_t selfTop, Snapshot& other,
                    NameHashes& otherHashes, int32_t otherTop, const CompareOptions& options,
                    ProgressMeter& meter, FirstWayMatches* learning, const FirstWayMatches* known,
-                   const SelfReading* selfRead = nullptr) {
+                   const SelfReading* selfRead, FolderMarks* changed, FolderMarks* otherChanged) {
     const int32_t maximum = self.entries.contains(1) ? self.entries.get(1).count : 0;
     meter.initialise(maximum, QStringLiteral("Comparing Snapshots"), false);
     self.progress = 0;
-    Comparer(self, selfHashes, other, otherHashes, options, meter, learning, known, selfRead)
+    Comparer(self, selfHashes, other, otherHashes, options, meter, learning, known, selfRead,
+             changed, otherChanged)
         .run(selfTop, otherTop);
 }
 
@@ -765,14 +783,16 @@ public:
 
     void firstWay(const SelfReading* selfRead) {
         compareOneWay(m_self, *m_selfHashes, m_selfTop, m_other, *m_otherHashes, m_otherTop,
-                      m_options, m_meter, m_bothWays ? &*m_firstWay : nullptr, nullptr, selfRead);
+                      m_options, m_meter, m_bothWays ? &*m_firstWay : nullptr, nullptr, selfRead,
+                      &m_changed.self, &m_changed.other);
     }
 
     // The second way, the alerts and the moves.
     void rest() {
         if (m_bothWays)
             compareOneWay(m_other, *m_otherHashes, m_otherTop, m_self, *m_selfHashes, m_selfTop,
-                          m_options, m_meter, nullptr, &*m_firstWay);
+                          m_options, m_meter, nullptr, &*m_firstWay, nullptr, &m_changed.other,
+                          &m_changed.self);
         m_self.alerts.clear();
         m_other.alerts.clear();
         // The later snapshot is the one whose changes are called out; the
@@ -792,6 +812,9 @@ public:
         }
     }
 
+    // The folders with a difference beneath, of each side its way reached.
+    ChangedFolders& changed() { return m_changed; }
+
 private:
     Snapshot& m_self;
     Snapshot& m_other;
@@ -803,6 +826,7 @@ private:
     std::optional<NameHashes> m_selfHashes;
     std::optional<NameHashes> m_otherHashes;
     std::optional<FirstWayMatches> m_firstWay;
+    ChangedFolders m_changed;
 };
 
 Outcome comparisonFailed(ProgressMeter& meter) {
@@ -816,12 +840,15 @@ Outcome comparisonFailed(ProgressMeter& meter) {
 } // namespace
 
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
-                        bool bothWays, const CompareOptions& options, ProgressMeter& meter) {
+                        bool bothWays, const CompareOptions& options, ProgressMeter& meter,
+                        ChangedFolders* changed) {
     try {
         Comparison comparison(self, selfTop, other, otherTop, bothWays, options, meter);
         comparison.begin();
         comparison.firstWay(nullptr);
         comparison.rest();
+        if (changed)
+            *changed = std::move(comparison.changed());
     } catch (...) {
         return comparisonFailed(meter);
     }
@@ -870,7 +897,7 @@ void FollowingComparison::forget() {
     m_state.reset();
 }
 
-Outcome FollowingComparison::finish() {
+Outcome FollowingComparison::finish(ChangedFolders* changed) {
     // Side files are read after the entries: what they brought (permissions,
     // fingerprints, ignore patterns) the walk could not see.
     if (!m_newer.access.empty() || !m_newer.fingerprints.empty() ||
@@ -885,13 +912,15 @@ Outcome FollowingComparison::finish() {
             e.match = 0;
         }
         ProgressMeter quiet;
-        return CompareSnapshot(m_newer, 1, m_older, 1, true, m_options, quiet);
+        return CompareSnapshot(m_newer, 1, m_older, 1, true, m_options, quiet, changed);
     }
     try {
         m_state->comparison.rest();
     } catch (...) {
         return comparisonFailed(m_state->quiet);
     }
+    if (changed)
+        *changed = std::move(m_state->comparison.changed());
     m_state->quiet.close();
     return Outcome::success();
 }

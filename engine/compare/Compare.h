@@ -19,6 +19,7 @@ namespace kestrel::engine {
 
 class ProgressMeter;
 class ReadWatermark;
+struct ChangedFolders;
 
 // Status bits of a file entry after a comparison. A folder's status is only
 // meaningful as "greater than 0": something beneath it changed.
@@ -70,8 +71,12 @@ inline bool isLaterSnapshot(const Snapshot& a, const Snapshot& b) {
 // marks of an earlier comparison are cleared. The walk then passes ignored
 // entries by: they are neither counterparts nor differences, and a folder
 // whose contents are all ignored compares as an empty one.
+//
+// changed, when given, gets the folders of each snapshot with a difference
+// beneath them (for listDifferences), as far as each side was walked.
 Outcome CompareSnapshot(Snapshot& self, int32_t selfTop, Snapshot& other, int32_t otherTop,
-                        bool bothWays, const CompareOptions& options, ProgressMeter& meter);
+                        bool bothWays, const CompareOptions& options, ProgressMeter& meter,
+                        ChangedFolders* changed = nullptr);
 
 // CompareSnapshot(newer, 1, older, 1, true, options) whose first way walks
 // newer while another thread still reads it into newer: each entry is
@@ -100,8 +105,8 @@ public:
     // snapshots.
     void forget();
     // Once the reading is over: the rest of the comparison, or all of it
-    // when it was not followed.
-    Outcome finish();
+    // when it was not followed. changed is CompareSnapshot's (self is newer).
+    Outcome finish(ChangedFolders* changed = nullptr);
 
 private:
     struct State;

@@ -5,6 +5,7 @@
 #include "engine/model/Snapshot.h"
 #include "engine/support/Errors.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace kestrel::engine {
@@ -13,8 +14,9 @@ namespace {
 
 class DifferenceWalk {
 public:
-    DifferenceWalk(const Snapshot& newer, const Snapshot& older)
-        : m_new(newer), m_old(older),
+    DifferenceWalk(const Snapshot& newer, const Snapshot& older, const FolderMarks* newerMarks,
+                   const FolderMarks* olderMarks)
+        : m_new(newer), m_old(older), m_newMarks(newerMarks), m_oldMarks(olderMarks),
           m_budget(int64_t(newer.capacity()) + int64_t(older.capacity()) + 2) {}
 
     std::vector<Difference> run() {
@@ -50,6 +52,16 @@ private:
             });
     }
 
+    // Whether the pair of folders may hold a difference: without marks,
+    // any pair may, and so may two folders that did not find each other
+    // both ways (names twice in another case): the second way walked the
+    // old one's contents against another folder.
+    bool anythingBeneath(int32_t newFolder, int32_t oldFolder) const {
+        return !m_newMarks || m_newMarks->has(newFolder) || m_oldMarks->has(oldFolder) ||
+               !m_old.entries.contains(oldFolder) ||
+               std::abs(m_old.entries.at(oldFolder).match) != newFolder;
+    }
+
     void step() {
         Pair& pair = m_stack.back();
         if (!pair.newDone) {
@@ -82,7 +94,7 @@ private:
                     m_old.entries.contains(counterpart) && hasContents(m_old, counterpart)
                         ? counterpart + 1
                         : 0;
-                if (newChild || oldChild)
+                if ((newChild || oldChild) && anythingBeneath(i, counterpart))
                     m_stack.push_back({newChild, newChild, oldChild, false});
             }
             return;
@@ -109,6 +121,8 @@ private:
 
     const Snapshot& m_new;
     const Snapshot& m_old;
+    const FolderMarks* m_newMarks;
+    const FolderMarks* m_oldMarks;
     int64_t m_budget;
     std::vector<Pair> m_stack;
     std::vector<Difference> m_rows;
@@ -116,8 +130,24 @@ private:
 
 } // namespace
 
-std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older) {
-    return DifferenceWalk(newer, older).run();
+void FolderMarks::markUp(const Snapshot& s, int32_t folder) {
+    // Stops at a folder already marked, so each is walked to once; that also
+    // ends a damaged table's loop of parents.
+    while (folder > 0 && s.entries.contains(folder) && !has(folder)) {
+        const auto i = size_t(folder);
+        if (i / 64 >= m_bits.size())
+            m_bits.resize(std::max(i / 64 + 1, m_bits.size() * 2));
+        m_bits[i / 64] |= uint64_t(1) << (i % 64);
+        folder = s.entries.at(folder).parent;
+    }
+}
+
+std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older,
+                                        const FolderMarks* newerMarks,
+                                        const FolderMarks* olderMarks) {
+    if (!newerMarks || !olderMarks)
+        newerMarks = olderMarks = nullptr;
+    return DifferenceWalk(newer, older, newerMarks, olderMarks).run();
 }
 
 } // namespace kestrel::engine

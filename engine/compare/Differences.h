@@ -14,6 +14,29 @@ struct Difference {
     int32_t index; // in the new snapshot, or in the old one for OnlyInOld
 };
 
+// The folders of a snapshot with a difference somewhere beneath them, as a
+// comparison of the whole snapshots found them: an entry without
+// counterpart, a changed file, or a folder whose own permissions or owner
+// changed. A folder is marked with every folder above it.
+class FolderMarks {
+public:
+    // Marks folder and the folders above it.
+    void markUp(const Snapshot& s, int32_t folder);
+    bool has(int32_t folder) const {
+        const auto i = size_t(folder);
+        return i / 64 < m_bits.size() && (m_bits[i / 64] >> (i % 64)) & 1;
+    }
+
+private:
+    std::vector<uint64_t> m_bits;
+};
+
+// A comparison's FolderMarks, for each of its two snapshots.
+struct ChangedFolders {
+    FolderMarks self;
+    FolderMarks other;
+};
+
 // The differences of two compared snapshots, folder by folder from the top:
 // the new snapshot's entries of a folder in its table order (entries only in
 // it, with everything beneath them, and changed files), each matched
@@ -21,6 +44,13 @@ struct Difference {
 // snapshot has in that folder. Entries the comparison ignored are never
 // differences. Raises "Subscript out of range" on rings that
 // do not close.
-std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older);
+//
+// Given the marks the comparison left (both or neither), a pair of matching
+// folders neither of which is marked is passed over: nothing beneath them
+// differs, and a comparison that changed little is listed in the time of its
+// changes rather than of its entries.
+std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older,
+                                        const FolderMarks* newerMarks = nullptr,
+                                        const FolderMarks* olderMarks = nullptr);
 
 } // namespace kestrel::engine

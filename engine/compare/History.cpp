@@ -40,8 +40,10 @@ public:
 
     // The changes from older to newer, compared both ways already with
     // pairOptions: the moves, counts and records of the newer generation.
+    // changed is what the comparison marked, when it did.
     void addChanges(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
-                    uint8_t newerGeneration, const CompareOptions& options);
+                    uint8_t newerGeneration, const CompareOptions& options,
+                    const ChangedFolders* changed);
 
 private:
     int32_t pathOf(const Snapshot& s, int32_t index);
@@ -126,16 +128,21 @@ void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint
 }
 
 void HistoryBuilder::addChanges(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
-                                uint8_t newerGeneration, const CompareOptions& options) {
+                                uint8_t newerGeneration, const CompareOptions& options,
+                                const ChangedFolders* changed) {
+    const std::vector<Difference> differences =
+        changed ? listDifferences(newer, older, &changed->self, &changed->other)
+                : listDifferences(newer, older);
     MoveList moves;
     if (options.detectMoves) {
-        moves = detectMoves(older, 1, newer, 1);
+        moves = changed ? detectMoves(older, 1, newer, 1, &changed->other, &changed->self)
+                        : detectMoves(older, 1, newer, 1);
         noteMoves(older, newer, moves);
     }
     Generation& g = m_history.generations[newerGeneration];
     g.movedFiles = moves.files;
     g.movedFolders = moves.folders;
-    for (const Difference& d : listDifferences(newer, older)) {
+    for (const Difference& d : differences) {
         const bool gone = d.kind == Difference::OnlyInOld;
         const Snapshot& side = gone ? older : newer;
         if (side.entry(d.index).isUnreadableMarker())
@@ -347,10 +354,11 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
                                .arg(std::numeric_limits<uint8_t>::max()));
     History history;
     HistoryBuilder builder(history);
-    // Two snapshots are held at a time, and the start of a third while the
-    // changes between the two are recorded. The comparison of each
-    // generation with the one before walks the newer snapshot while it is
-    // read, so it is mostly done when the reading is.
+    // Two snapshots are held at a time. The comparison of each generation
+    // with the one before walks the newer snapshot while it is read, so it
+    // is mostly done when the reading is; the changes it marked are listed
+    // in the time of the changes, not of the entries, so the next reading
+    // waits little for the older snapshot to go.
     std::unique_ptr<Reading> next;
     if (!files.isEmpty())
         next = std::make_unique<Reading>(files.front());
@@ -405,24 +413,28 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
         history.generations.push_back(g);
         if (older) {
             const CompareOptions pair = pairOptions(*older, *newer, options);
+            ChangedFolders changed;
             Outcome compared;
             if (comparison) {
                 if (pair.ignoreVersion != assumed->ignoreVersion)
                     comparison->forget();
-                compared = comparison->finish();
+                compared = comparison->finish(&changed);
             } else {
                 ProgressMeter quiet;
-                compared = CompareSnapshot(*newer, 1, *older, 1, true, pair, quiet);
+                compared = CompareSnapshot(*newer, 1, *older, 1, true, pair, quiet, &changed);
             }
             comparison.reset();
             if (!compared.ok)
                 throw RuntimeError(compared.error,
                                    compared.message ? compared.message->text : QString());
+            builder.addChanges(*older, uint8_t(olderGeneration), *newer, generation, options,
+                               &changed);
+            // The older snapshot goes before the next is read, which takes
+            // over its memory.
+            older.reset();
         }
         if (more)
             next = std::make_unique<Reading>(files[k + 1]);
-        if (older)
-            builder.addChanges(*older, uint8_t(olderGeneration), *newer, generation, options);
         meter.update(int32_t(k + 1));
         older = std::move(newer);
         olderGeneration = generation;

@@ -3,6 +3,7 @@
 #include "engine/model/CaseFold.h"
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
+#include "engine/support/TextDecode.h"
 
 #include <algorithm>
 #include <map>
@@ -46,6 +47,15 @@ void sortForListing(std::vector<Item>& items, NameOf nameOf, IsFolder isFolder) 
     items = std::move(sorted);
 }
 
+// An entry's name as Snapshot::relativePath spells it: its UTF-8 through
+// text and back, which leaves valid UTF-8 as it is.
+std::string nameOf(const Snapshot& s, int32_t index) {
+    const std::string_view name = s.name(index);
+    if (isValidUtf8(name))
+        return std::string(name);
+    return s.nameText(index).toStdString();
+}
+
 } // namespace
 
 HistoryIndex::HistoryIndex(const History& history)
@@ -83,10 +93,38 @@ HistoryIndex::HistoryIndex(const History& history)
 
     if (const Snapshot* latest = history.latest.get()) {
         m_folders[0].latestEntry = 0;
-        walkEntries(*latest, [&](int32_t i, int) {
+        m_folders.reserve(size_t(latest->folderCount) + 1);
+        ids.reserve(size_t(latest->folderCount) + history.paths.size() + 1);
+        // The walk goes down the tree, a folder before its contents: the
+        // folder last met one level up holds each entry, and a folder's path
+        // is its holder's and its name (as Snapshot::relativePath makes it).
+        std::vector<int32_t> folderAtDepth; // -1: ignored
+        walkEntries(*latest, [&](int32_t i, int depth) {
             const SnapshotEntry& e = latest->entries.get(i);
-            if (e.isFolder() && !e.isIgnored())
-                m_folders[size_t(folderOf(latest->relativePath(i).toStdString()))].latestEntry = i;
+            if (!e.isFolder())
+                return;
+            if (folderAtDepth.size() <= size_t(depth))
+                folderAtDepth.resize(size_t(depth) + 1);
+            int32_t& id = folderAtDepth[size_t(depth)];
+            id = -1;
+            if (e.isIgnored())
+                return;
+            const int32_t holder = depth == 0 ? 0 : folderAtDepth[size_t(depth) - 1];
+            if (holder < 0) {
+                id = folderOf(latest->relativePath(i).toStdString());
+            } else {
+                Folder f;
+                f.name = nameOf(*latest, i);
+                f.path = m_folders[size_t(holder)].path + f.name + '/';
+                f.parent = holder;
+                const auto [known, added] = ids.try_emplace(f.path, int32_t(m_folders.size()));
+                id = known->second;
+                if (added) {
+                    m_folders[size_t(holder)].children.push_back(id);
+                    m_folders.push_back(std::move(f));
+                }
+            }
+            m_folders[size_t(id)].latestEntry = i;
         });
     }
     std::vector<int32_t> parentOfPath(history.paths.size());

@@ -1,5 +1,7 @@
 #include "Moves.h"
 
+#include "Differences.h"
+
 #include "engine/model/RingWalk.h"
 #include "engine/model/Snapshot.h"
 #include "engine/support/TextFormats.h"
@@ -88,28 +90,65 @@ struct Unmatched {
     std::vector<int32_t> folders; // in table order
 };
 
-Unmatched unmatchedOf(const Snapshot& s, int32_t top, const PairingKey& key) {
+// walkFrom that enters a folder's contents only where enter(index) says so.
+template <typename Visit, typename Enter>
+void walkEntering(const Snapshot& snapshot, int32_t first, Visit visit, Enter enter) {
+    struct Ring {
+        int32_t first;
+        int32_t current;
+        int depth;
+    };
+    std::vector<Ring> stack{{first, first, 0}};
+    int64_t budget = int64_t(snapshot.capacity()) + 1;
+    while (!stack.empty()) {
+        Ring& ring = stack.back();
+        const int32_t index = ring.current;
+        if (--budget < 0)
+            raise(ErrorCode::SubscriptOutOfRange);
+        const SnapshotEntry& e = snapshot.entries.at(index);
+        const int depth = ring.depth;
+        visit(index, depth);
+        const int32_t next = e.nextSibling;
+        if (next == ring.first || next == index)
+            stack.pop_back();
+        else
+            ring.current = next;
+        if (e.isFolder() && hasContents(snapshot, index) && enter(index))
+            stack.push_back({index + 1, index + 1, depth + 1});
+    }
+}
+
+// marks, when given, are the comparison's for s: a folder with a
+// counterpart and no mark has nothing without one beneath it.
+Unmatched unmatchedOf(const Snapshot& s, int32_t top, const PairingKey& key,
+                      const FolderMarks* marks) {
     Unmatched found;
     std::vector<Candidate>& out = found.files;
     if (top < 1 || !s.entries.contains(top))
         return found;
+    const auto enter = [&](int32_t i) {
+        return !marks || marks->has(i) || s.entries.get(i).match == 0;
+    };
     // Whether the folder last visited at each depth is without counterpart:
     // a folder's contents are visited right after it.
     std::vector<char> unmatchedAt;
-    walkFrom(s, top, [&](int32_t i, int depth) {
-        const SnapshotEntry& e = s.entries.get(i);
-        const bool unmatched =
-            !e.isIgnored() && (e.match == 0 || (depth > 0 && unmatchedAt[size_t(depth - 1)]));
-        if (e.isFolder()) {
-            if (unmatchedAt.size() <= size_t(depth))
-                unmatchedAt.resize(size_t(depth) + 1);
-            unmatchedAt[size_t(depth)] = unmatched;
-            if (unmatched)
-                found.folders.push_back(i);
-        } else if (unmatched && key.usable(s, i)) {
-            out.push_back({key.hash(s, i), i});
-        }
-    });
+    walkEntering(
+        s, top,
+        [&](int32_t i, int depth) {
+            const SnapshotEntry& e = s.entries.get(i);
+            const bool unmatched =
+                !e.isIgnored() && (e.match == 0 || (depth > 0 && unmatchedAt[size_t(depth - 1)]));
+            if (e.isFolder()) {
+                if (unmatchedAt.size() <= size_t(depth))
+                    unmatchedAt.resize(size_t(depth) + 1);
+                unmatchedAt[size_t(depth)] = unmatched;
+                if (unmatched)
+                    found.folders.push_back(i);
+            } else if (unmatched && key.usable(s, i)) {
+                out.push_back({key.hash(s, i), i});
+            }
+        },
+        enter);
     sortByKey(out);
     return found;
 }
@@ -196,13 +235,9 @@ void pairUnique(const std::vector<Candidate>& before, const std::vector<Candidat
     }
 }
 
-} // namespace
-
-MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& newer,
-                     int32_t newerTop) {
-    const PairingKey key(older, newer);
-    Unmatched olderSide = unmatchedOf(older, olderTop, key);
-    Unmatched newerSide = unmatchedOf(newer, newerTop, key);
+// Pairs the unmatched of both sides.
+MoveList pairMoves(const Snapshot& older, Unmatched olderSide, const Snapshot& newer,
+                   Unmatched newerSide, const PairingKey& key) {
     MoveList list;
 
     // Folders first: a folder renamed or moved whole holds files of the same
@@ -281,6 +316,16 @@ MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& ne
     std::sort(list.moves.begin(), list.moves.end(),
               [](const Move& x, const Move& y) { return x.from < y.from; });
     return list;
+}
+
+} // namespace
+
+MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& newer,
+                     int32_t newerTop, const FolderMarks* olderMarks,
+                     const FolderMarks* newerMarks) {
+    const PairingKey key(older, newer);
+    return pairMoves(older, unmatchedOf(older, olderTop, key, olderMarks), newer,
+                     unmatchedOf(newer, newerTop, key, newerMarks), key);
 }
 
 void noteMoves(Snapshot& older, Snapshot& newer, const MoveList& moves) {

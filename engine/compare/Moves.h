@@ -7,6 +7,7 @@
 
 namespace kestrel::engine {
 
+class FolderMarks;
 class Snapshot;
 
 // An entry without counterpart in the older snapshot paired with one
@@ -33,8 +34,11 @@ struct MoveList {
 // exactly one candidate on each side. Entries the comparison ignored, and
 // values a scan could not read, take no part. The comparison's status and
 // match stay as they are: moves only add to them.
+// The comparison's marks of each snapshot (both or neither) spare the walk
+// the folders with nothing beneath them left without counterpart.
 MoveList detectMoves(const Snapshot& older, int32_t olderTop, const Snapshot& newer,
-                     int32_t newerTop);
+                     int32_t newerTop, const FolderMarks* olderMarks = nullptr,
+                     const FolderMarks* newerMarks = nullptr);
 
 // Notes the moves in both snapshots (Snapshot::movedTo of the older,
 // Snapshot::movedFrom of the newer), replacing what an earlier comparison

@@ -24,7 +24,12 @@ uint32_t NameHashes::workOut(int32_t index) {
         m_pages = ZeroPages(m_count * sizeof(uint32_t));
         m_hashes = static_cast<uint32_t*>(m_pages.data());
     }
-    uint32_t& h = m_hashes[size_t(index)];
+    const size_t i = size_t(index);
+    if (!m_pages.written(i * sizeof(uint32_t))) {
+        m_pages.markWritten(i * sizeof(uint32_t));
+        return m_hashes[i] = ofName(name, m_matching);
+    }
+    uint32_t& h = m_hashes[i];
     if (h == 0)
         h = ofName(name, m_matching);
     return h;

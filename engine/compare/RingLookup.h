@@ -23,8 +23,9 @@ public:
     NameMatching matching() const { return m_matching; }
     // A 32-bit hash of the name of entry index under the rule; never 0.
     uint32_t of(int32_t index) {
-        if (size_t(index) < m_count && m_hashes[size_t(index)] != 0)
-            return m_hashes[size_t(index)];
+        const size_t i = size_t(index);
+        if (i < m_count && m_pages.written(i * sizeof(uint32_t)) && m_hashes[i] != 0)
+            return m_hashes[i];
         return workOut(index);
     }
     static uint32_t ofName(std::string_view name, NameMatching matching);

@@ -20,8 +20,9 @@ public:
 
     // The reader: entries 1..last are final.
     void publish(int32_t last) {
-        m_state.store(uint64_t(uint32_t(last)), std::memory_order_release);
-        m_state.notify_all();
+        m_state.store(uint64_t(uint32_t(last)), std::memory_order_seq_cst);
+        if (last >= m_wakeAt.load(std::memory_order_seq_cst))
+            m_state.notify_all();
     }
 
     // The reader, as it stops for whatever reason: no entry beyond last will
@@ -33,11 +34,23 @@ public:
     }
 
     // The follower: waits until entry index is final or the reading ended.
+    // A follower that caught up is woken only once the reading is well past
+    // index: each wake-up costs both threads far more than the entries
+    // between (a follower is faster than the reading it follows).
     Progress waitFor(int32_t index) const {
         uint64_t state = m_state.load(std::memory_order_acquire);
-        while (int32_t(uint32_t(state)) < index && !(state & Ended)) {
-            m_state.wait(state, std::memory_order_acquire);
-            state = m_state.load(std::memory_order_acquire);
+        if (int32_t(uint32_t(state)) < index && !(state & Ended)) {
+            const int32_t wakeAt = index > INT32_MAX - WakeAhead ? INT32_MAX : index + WakeAhead;
+            // The reader stores its state before it looks at wakeAt, the
+            // follower wakeAt before it looks at the state: one of them sees
+            // the other's store, so no wake-up is lost.
+            m_wakeAt.store(wakeAt, std::memory_order_seq_cst);
+            state = m_state.load(std::memory_order_seq_cst);
+            while (int32_t(uint32_t(state)) < wakeAt && !(state & Ended)) {
+                m_state.wait(state, std::memory_order_acquire);
+                state = m_state.load(std::memory_order_acquire);
+            }
+            m_wakeAt.store(INT32_MAX, std::memory_order_relaxed);
         }
         return {int32_t(uint32_t(state)), (state & Ended) != 0};
     }
@@ -51,7 +64,10 @@ public:
 
 private:
     static constexpr uint64_t Ended = uint64_t(1) << 32;
+    // How far past the entry it needs a waiting follower sleeps.
+    static constexpr int32_t WakeAhead = 16384;
     std::atomic<uint64_t> m_state{0};
+    mutable std::atomic<int32_t> m_wakeAt{INT32_MAX}; // a waiting follower's wish
     std::atomic<bool> m_released{false};
 };
 

@@ -160,7 +160,7 @@ private:
 // its offset and length; names never straddle a block. Blocks never move and
 // the list of them is reserved whole with the first, so names can be read
 // while others are added.
-class NameArena {
+class alignas(64) NameArena {
 public:
     static constexpr int BlockBits = 20;
     static constexpr uint32_t BlockSize = 1u << BlockBits;
@@ -179,7 +179,10 @@ public:
 
 private:
     std::vector<std::unique_ptr<char[]>> m_blocks;
-    uint32_t m_used = 0; // bytes used in the last block
+    // Bytes used in the last block. On a cache line of its own: a reading
+    // adds a name at a time while a comparison that follows it reads
+    // m_blocks.
+    alignas(64) uint32_t m_used = 0;
 };
 
 // Version texts, each stored once: most files have none and the rest share a
@@ -255,8 +258,11 @@ public:
     int32_t entryCount = 0; // index of the last entry in use
     int32_t fileCount = 0;
     int32_t folderCount = 0;
-    double totalSize = 0;   // sum of the files' sizes
-    int32_t progress = 0;   // running counter handed to the meter
+    double totalSize = 0; // sum of the files' sizes
+    // Running counter handed to the meter. On a cache line apart from the
+    // counts above: a comparison that follows a reading counts here with
+    // every entry while the reading counts there.
+    alignas(64) int32_t progress = 0;
     int16_t meterDepth = 0; // folder depth down to which a scan ticks the meter
     // What the last scan could not record (not saved): items it left out
     // because hidden and system items were not asked for, and folders it

@@ -24,6 +24,7 @@ ZeroPages::ZeroPages(size_t bytes) : m_bytes(bytes) {
     if (pages == MAP_FAILED)
         throw std::bad_alloc();
     m_data = pages;
+    m_written.assign((bytes + PageBytes * 64 - 1) / (PageBytes * 64), 0);
 }
 
 ZeroPages::~ZeroPages() {
@@ -32,7 +33,8 @@ ZeroPages::~ZeroPages() {
 }
 
 ZeroPages::ZeroPages(ZeroPages&& other) noexcept
-    : m_data(std::exchange(other.m_data, nullptr)), m_bytes(std::exchange(other.m_bytes, 0)) {}
+    : m_data(std::exchange(other.m_data, nullptr)), m_bytes(std::exchange(other.m_bytes, 0)),
+      m_written(std::move(other.m_written)) {}
 
 ZeroPages& ZeroPages::operator=(ZeroPages&& other) noexcept {
     if (this != &other) {
@@ -40,6 +42,7 @@ ZeroPages& ZeroPages::operator=(ZeroPages&& other) noexcept {
             ::munmap(m_data, m_bytes);
         m_data = std::exchange(other.m_data, nullptr);
         m_bytes = std::exchange(other.m_bytes, 0);
+        m_written = std::move(other.m_written);
     }
     return *this;
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace kestrel::engine {
 
@@ -16,6 +18,12 @@ void releaseFreedMemory();
 // names' hashes of a comparison, needed only for folders listed in another
 // order) costs only what is filled. Throws std::bad_alloc when the pages
 // cannot be had.
+//
+// Reading a page before it is written maps the system's shared zero page,
+// which the first write must then replace; in a program with threads on
+// other processors that replacement has every processor flush its address
+// cache. So a user asks whether a page was written before reading from it
+// and marks it when writing: the first touch of every page is a write.
 class ZeroPages {
 public:
     ZeroPages() = default;
@@ -28,9 +36,23 @@ public:
 
     void* data() const { return m_data; }
 
+    // Whether the page holding byte offset was marked written: reading it
+    // when not gives zero anyway, without touching the page.
+    bool written(size_t offset) const {
+        const size_t page = offset / PageBytes;
+        return (m_written[page / 64] >> (page % 64)) & 1;
+    }
+    void markWritten(size_t offset) {
+        const size_t page = offset / PageBytes;
+        m_written[page / 64] |= uint64_t(1) << (page % 64);
+    }
+
 private:
+    static constexpr size_t PageBytes = 4096;
+
     void* m_data = nullptr;
     size_t m_bytes = 0;
+    std::vector<uint64_t> m_written; // a bit a page
 };
 
 } // namespace kestrel::engine

@@ -1,6 +1,8 @@
 #include "TestSupport.h"
 
 #include "engine/compare/Compare.h"
+#include "engine/compare/Differences.h"
+#include "engine/compare/Moves.h"
 #include "engine/compare/RingLookup.h"
 #include "engine/file/SnapshotFile.h"
 #include "engine/model/CaseFold.h"
@@ -11,6 +13,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 #include <QHash>
 #include <QLocale>
@@ -544,3 +547,54 @@ TEST_F(CompareTest, DamagedRingsEndWithAnErrorInsteadOfHanging) {
 }
 
 } // namespace
+
+TEST(CompareMarks, ListTheDifferencesAndMovesAWalkOfEverythingFinds) {
+    // What the comparison marked lets the listing of differences and the
+    // search for moves pass over whole folders: both must find what walking
+    // every entry finds, with names twice, folders become files, and
+    // entries ignored.
+    const auto stored = std::make_shared<const IgnorePatterns>("entry1*\n!entry12.txt\nentry6/\n",
+                                                               u"Ignore Patterns"_s);
+    const auto rows = [](const std::vector<Difference>& differences) {
+        std::vector<std::pair<char, int32_t>> out;
+        for (const Difference& d : differences)
+            out.emplace_back(char(d.kind), d.index);
+        return out;
+    };
+    const auto moves = [](const MoveList& list) {
+        std::vector<std::tuple<int32_t, int32_t, bool>> out;
+        for (const Move& m : list.moves)
+            out.emplace_back(m.from, m.to, m.folder);
+        return std::pair(out, std::pair(list.files, list.folders));
+    };
+    int passedOver = 0;
+    for (unsigned seed = 1; seed <= 40; ++seed) {
+        RandomTrees random(seed);
+        std::vector<Node> first = random.tree();
+        std::vector<Node> second = random.variant(first);
+        if (seed % 2)
+            std::swap(first, second);
+        for (const QString& root : {u"/built/"_s, u"C:\\Built\\"_s}) {
+            const std::string context = std::to_string(seed) + root.toStdString();
+            Snapshot older = built(first, root), newer = built(second);
+            CompareOptions options;
+            if (seed % 3 == 0)
+                options.ignorePatterns = stored;
+            ProgressMeter meter;
+            ChangedFolders changed;
+            ASSERT_TRUE(CompareSnapshot(newer, 1, older, 1, true, options, meter, &changed).ok);
+            const std::vector<Difference> everything = listDifferences(newer, older);
+            EXPECT_EQ(rows(listDifferences(newer, older, &changed.self, &changed.other)),
+                      rows(everything))
+                << context;
+            EXPECT_EQ(moves(detectMoves(older, 1, newer, 1, &changed.other, &changed.self)),
+                      moves(detectMoves(older, 1, newer, 1)))
+                << context;
+            for (int32_t i = 1; i <= newer.entryCount; ++i)
+                passedOver +=
+                    newer.entry(i).isFolder() && newer.entry(i).match != 0 && !changed.self.has(i);
+        }
+    }
+    // The marks do leave folders out.
+    EXPECT_GT(passedOver, 100);
+}

@@ -318,7 +318,12 @@ TEST_F(HistoryTest, ComparingWhileReadingMarksAsComparingAfterwards) {
         FollowingComparison following(newer, older, m_options);
         EXPECT_EQ(following.followReading(read), newerFile == second);
         ASSERT_TRUE(opened.get().ok);
-        const Outcome compared = following.finish();
+        ChangedFolders changed;
+        const Outcome compared = following.finish(&changed);
+        if (compared.ok) {
+            EXPECT_EQ(listDifferences(newer, older, &changed.self, &changed.other).size(),
+                      listDifferences(newer, older).size());
+        }
 
         Snapshot olderAfter, newerAfter;
         ASSERT_TRUE(OpenSnapshotFile(olderAfter, first, m_meter).ok);
