@@ -356,8 +356,8 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
     HistoryBuilder builder(history);
     // Two snapshots are held at a time. The comparison of each generation
     // with the one before walks the newer snapshot while it is read, so it
-    // is mostly done when the reading is; the changes it marked are listed
-    // in the time of the changes, not of the entries, so the next reading
+    // is mostly done when the reading is; its changes are listed through
+    // the folders it marked, passing over the rest, so the next reading
     // waits little for the older snapshot to go.
     std::unique_ptr<Reading> next;
     if (!files.isEmpty())
