@@ -90,34 +90,6 @@ struct Unmatched {
     std::vector<int32_t> folders; // in table order
 };
 
-// walkFrom that enters a folder's contents only where enter(index) says so.
-template <typename Visit, typename Enter>
-void walkEntering(const Snapshot& snapshot, int32_t first, Visit visit, Enter enter) {
-    struct Ring {
-        int32_t first;
-        int32_t current;
-        int depth;
-    };
-    std::vector<Ring> stack{{first, first, 0}};
-    int64_t budget = int64_t(snapshot.capacity()) + 1;
-    while (!stack.empty()) {
-        Ring& ring = stack.back();
-        const int32_t index = ring.current;
-        if (--budget < 0)
-            raise(ErrorCode::SubscriptOutOfRange);
-        const SnapshotEntry& e = snapshot.entries.at(index);
-        const int depth = ring.depth;
-        visit(index, depth);
-        const int32_t next = e.nextSibling;
-        if (next == ring.first || next == index)
-            stack.pop_back();
-        else
-            ring.current = next;
-        if (e.isFolder() && hasContents(snapshot, index) && enter(index))
-            stack.push_back({index + 1, index + 1, depth + 1});
-    }
-}
-
 // marks, when given, are the comparison's for s: a folder with a
 // counterpart and no mark has nothing without one beneath it.
 Unmatched unmatchedOf(const Snapshot& s, int32_t top, const PairingKey& key,
@@ -132,7 +104,7 @@ Unmatched unmatchedOf(const Snapshot& s, int32_t top, const PairingKey& key,
     // Whether the folder last visited at each depth is without counterpart:
     // a folder's contents are visited right after it.
     std::vector<char> unmatchedAt;
-    walkEntering(
+    walkFrom(
         s, top,
         [&](int32_t i, int depth) {
             const SnapshotEntry& e = s.entries.get(i);

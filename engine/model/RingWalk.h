@@ -18,7 +18,11 @@ inline bool hasContents(const Snapshot& snapshot, int32_t index) {
 // entry (depth 0 for the ring of first), a folder before its contents. For a sound snapshot this is
 // table order. A ring or a chain of folders that would make the walk longer than the table raises
 // "Subscript out of range", so a damaged file can never make it hang.
-template <typename Visit> void walkFrom(const Snapshot& snapshot, int32_t first, Visit visit) {
+//
+// enter(index), when given, says whether to go into a folder's contents: a
+// walk that knows where nothing it looks for lies passes those folders over.
+template <typename Visit, typename Enter>
+void walkFrom(const Snapshot& snapshot, int32_t first, Visit visit, Enter enter) {
     // A ring is left as soon as its last entry is visited, before that
     // entry's contents are entered, so the stack is not the depth.
     struct Ring {
@@ -41,9 +45,13 @@ template <typename Visit> void walkFrom(const Snapshot& snapshot, int32_t first,
             stack.pop_back();
         else
             ring.current = next;
-        if (e.isFolder() && hasContents(snapshot, index))
+        if (e.isFolder() && hasContents(snapshot, index) && enter(index))
             stack.push_back({index + 1, index + 1, depth + 1});
     }
+}
+
+template <typename Visit> void walkFrom(const Snapshot& snapshot, int32_t first, Visit visit) {
+    walkFrom(snapshot, first, visit, [](int32_t) { return true; });
 }
 
 // Every entry of a snapshot from the top ring (entry 1), as walkFrom.
