@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 namespace kestrel::engine {
@@ -21,8 +22,24 @@ public:
     // The reader: entries 1..last are final.
     void publish(int32_t last) {
         m_state.store(uint64_t(uint32_t(last)), std::memory_order_seq_cst);
-        if (last >= m_wakeAt.load(std::memory_order_seq_cst))
+        const int32_t wakeAt = m_wakeAt.load(std::memory_order_seq_cst);
+        if (wakeAt == INT32_MAX)
+            return;
+        if (last >= wakeAt) {
             m_state.notify_all();
+            return;
+        }
+        // A slow reading (a file on a slow share) wakes a waiting follower
+        // a few times a second all the same: the follower may be the user
+        // interface's thread, letting events through while it waits.
+        const auto now = std::chrono::steady_clock::now();
+        if (wakeAt != m_waitSeen) {
+            m_waitSeen = wakeAt;
+            m_waitSeenAt = now;
+        } else if (now - m_waitSeenAt >= std::chrono::milliseconds(50)) {
+            m_waitSeenAt = now;
+            m_state.notify_all();
+        }
     }
 
     // The reader, as it stops for whatever reason: no entry beyond last will
@@ -49,6 +66,9 @@ public:
             while (int32_t(uint32_t(state)) < wakeAt && !(state & Ended)) {
                 m_state.wait(state, std::memory_order_acquire);
                 state = m_state.load(std::memory_order_acquire);
+                // Woken early (a slow reading): enough to go on with.
+                if (int32_t(uint32_t(state)) >= index)
+                    break;
             }
             m_wakeAt.store(INT32_MAX, std::memory_order_relaxed);
         }
@@ -69,6 +89,9 @@ private:
     std::atomic<uint64_t> m_state{0};
     mutable std::atomic<int32_t> m_wakeAt{INT32_MAX}; // a waiting follower's wish
     std::atomic<bool> m_released{false};
+    // The reader's own: the wish it last saw, and when it saw it.
+    int32_t m_waitSeen = INT32_MAX;
+    std::chrono::steady_clock::time_point m_waitSeenAt;
 };
 
 } // namespace kestrel::engine
