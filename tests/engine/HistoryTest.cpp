@@ -18,6 +18,7 @@
 #include <future>
 #include <set>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace kestrel::engine;
@@ -344,4 +345,32 @@ TEST_F(HistoryTest, ComparingWhileReadingMarksAsComparingAfterwards) {
     EXPECT_EQ(lineOfLife(h, "big/f10"), "=3 ~7");
     EXPECT_EQ(lineOfLife(h, "big/f20"), "=6 -");
     EXPECT_EQ(lineOfLife(h, "big/new"), "- +1");
+}
+
+TEST(ReadWatermarkTest, AFollowerGetsEveryEntryInTurnAndTheEnd) {
+    // Far more entries than a waiting follower sleeps past, so that it is
+    // woken both along the way and by the end.
+    constexpr int32_t Entries = 200000;
+    ReadWatermark read;
+    std::thread reader([&] {
+        for (int32_t i = 1; i <= Entries; ++i)
+            if (i % 1024 == 0)
+                read.publish(i);
+        read.endReading(Entries);
+    });
+    int32_t seen = 0;
+    for (;;) {
+        const ReadWatermark::Progress p = read.waitFor(seen + 1);
+        if (p.ended) {
+            seen = p.final;
+            break;
+        }
+        ASSERT_GT(p.final, seen);
+        seen = p.final;
+    }
+    EXPECT_EQ(seen, Entries);
+    // Entries already final are had at once.
+    EXPECT_EQ(read.waitFor(1).final, Entries);
+    read.release();
+    reader.join();
 }
