@@ -265,7 +265,7 @@ private:
         e.status = 0;
         if (found == 0) {
             e.match = 0;
-            differenceIn(e.parent);
+            differenceIn(e.parent, true);
         } else if (e.isFolder()) {
             noteFolderChanges(i, e, found);
             peekSelf(i + 1);
@@ -289,9 +289,9 @@ private:
                            : CompareFiles(m_other, found, e.size, e.modified, e.attributes,
                                           m_self.versionOf(e), m_options, &m_self, i);
             if (e.status > 0) {
-                differenceIn(e.parent);
+                differenceIn(e.parent, false);
                 if (!comparedFiles && m_otherChanged)
-                    m_otherChanged->markUp(m_other, m_other.entries.at(found).parent);
+                    m_otherChanged->markUp(m_other, m_other.entries.at(found).parent, false);
             }
             f.result = true;
         }
@@ -307,14 +307,15 @@ private:
         if (bits == 0)
             return;
         m_self.folderChanges[i] = bits;
-        differenceIn(e.parent);
+        differenceIn(e.parent, false);
     }
 
-    // An entry directly inside folder differs.
-    void differenceIn(int32_t folder) {
+    // An entry directly inside folder differs; unmatched: it has no
+    // counterpart.
+    void differenceIn(int32_t folder, bool unmatched) {
         selfEntry(folder).status = Change::InsideFolder;
         if (m_changed)
-            m_changed->markUp(m_self, folder);
+            m_changed->markUp(m_self, folder, unmatched);
     }
 
     // Moves to the next entry of the ring, or ends the ring and hands its

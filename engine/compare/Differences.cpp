@@ -130,14 +130,22 @@ private:
 
 } // namespace
 
-void FolderMarks::markUp(const Snapshot& s, int32_t folder) {
-    // Stops at a folder already marked, so each is walked to once; that also
-    // ends a damaged table's loop of parents.
-    while (folder > 0 && s.entries.contains(folder) && !has(folder)) {
-        const auto i = size_t(folder);
-        if (i / 64 >= m_bits.size())
-            m_bits.resize(std::max(i / 64 + 1, m_bits.size() * 2));
-        m_bits[i / 64] |= uint64_t(1) << (i % 64);
+void FolderMarks::set(std::vector<uint64_t>& bits, int32_t folder, int32_t capacity) {
+    const auto i = size_t(folder);
+    // A bit for every entry the table may hold, had at once.
+    if (i / 64 >= bits.size())
+        bits.resize(std::max(i, size_t(capacity)) / 64 + 1);
+    bits[i / 64] |= uint64_t(1) << (i % 64);
+}
+
+void FolderMarks::markUp(const Snapshot& s, int32_t folder, bool unmatched) {
+    // Stops at a folder already marked so, so each is walked to at most
+    // twice; that also ends a damaged table's loop of parents.
+    while (folder > 0 && s.entries.contains(folder) &&
+           !(has(folder) && (!unmatched || hasUnmatched(folder)))) {
+        set(m_changed, folder, s.capacity());
+        if (unmatched)
+            set(m_unmatched, folder, s.capacity());
         folder = s.entries.at(folder).parent;
     }
 }

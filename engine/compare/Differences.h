@@ -18,18 +18,26 @@ struct Difference {
 // The folders of a snapshot with a difference somewhere beneath them, as a
 // comparison of the whole snapshots found them: an entry without
 // counterpart, a changed file, or a folder whose own permissions or owner
-// changed. A folder is marked with every folder above it.
+// changed. A folder is marked with every folder above it. Apart from that,
+// the folders with an entry without counterpart beneath them are marked
+// again: the search for moves looks for nothing else.
 class FolderMarks {
 public:
-    // Marks folder and the folders above it.
-    void markUp(const Snapshot& s, int32_t folder);
-    bool has(int32_t folder) const {
-        const auto i = size_t(folder);
-        return i / 64 < m_bits.size() && (m_bits[i / 64] >> (i % 64)) & 1;
-    }
+    // Marks folder and the folders above it; unmatched: for an entry without
+    // counterpart directly inside it.
+    void markUp(const Snapshot& s, int32_t folder, bool unmatched);
+    bool has(int32_t folder) const { return test(m_changed, folder); }
+    bool hasUnmatched(int32_t folder) const { return test(m_unmatched, folder); }
 
 private:
-    std::vector<uint64_t> m_bits;
+    static bool test(const std::vector<uint64_t>& bits, int32_t folder) {
+        const auto i = size_t(folder);
+        return i / 64 < bits.size() && (bits[i / 64] >> (i % 64)) & 1;
+    }
+    static void set(std::vector<uint64_t>& bits, int32_t folder, int32_t capacity);
+
+    std::vector<uint64_t> m_changed;
+    std::vector<uint64_t> m_unmatched;
 };
 
 // A comparison's FolderMarks, for each of its two snapshots.

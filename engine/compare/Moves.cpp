@@ -91,7 +91,7 @@ struct Unmatched {
 };
 
 // marks, when given, are the comparison's for s: a folder with a
-// counterpart and no mark has nothing without one beneath it.
+// counterpart and no mark for entries without one has none beneath it.
 Unmatched unmatchedOf(const Snapshot& s, int32_t top, const PairingKey& key,
                       const FolderMarks* marks) {
     Unmatched found;
@@ -99,7 +99,7 @@ Unmatched unmatchedOf(const Snapshot& s, int32_t top, const PairingKey& key,
     if (top < 1 || !s.entries.contains(top))
         return found;
     const auto enter = [&](int32_t i) {
-        return !marks || marks->has(i) || s.entries.get(i).match == 0;
+        return !marks || marks->hasUnmatched(i) || s.entries.get(i).match == 0;
     };
     // Whether the folder last visited at each depth is without counterpart:
     // a folder's contents are visited right after it.
