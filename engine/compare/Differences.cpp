@@ -5,7 +5,6 @@
 #include "engine/model/Snapshot.h"
 #include "engine/support/Errors.h"
 
-#include <algorithm>
 #include <cstdlib>
 
 namespace kestrel::engine {
@@ -130,22 +129,21 @@ private:
 
 } // namespace
 
-void FolderMarks::set(std::vector<uint64_t>& bits, int32_t folder, int32_t capacity) {
-    const auto i = size_t(folder);
-    // A bit for every entry the table may hold, had at once.
-    if (i / 64 >= bits.size())
-        bits.resize(std::max(i, size_t(capacity)) / 64 + 1);
-    bits[i / 64] |= uint64_t(1) << (i % 64);
-}
-
 void FolderMarks::markUp(const Snapshot& s, int32_t folder, bool unmatched) {
+    // A bit for every entry the table may hold, had at once: grown step by
+    // step, the bits leave the allocator's space in pieces.
+    const auto bits = size_t(s.capacity()) + 1;
+    if (m_changed.size() < bits) {
+        m_changed.resize(bits);
+        m_unmatched.resize(bits);
+    }
     // Stops at a folder already marked so, so each is walked to at most
     // twice; that also ends a damaged table's loop of parents.
     while (folder > 0 && s.entries.contains(folder) &&
            !(has(folder) && (!unmatched || hasUnmatched(folder)))) {
-        set(m_changed, folder, s.capacity());
+        m_changed[size_t(folder)] = true;
         if (unmatched)
-            set(m_unmatched, folder, s.capacity());
+            m_unmatched[size_t(folder)] = true;
         folder = s.entries.at(folder).parent;
     }
 }

@@ -26,18 +26,16 @@ public:
     // Marks folder and the folders above it; unmatched: for an entry without
     // counterpart directly inside it.
     void markUp(const Snapshot& s, int32_t folder, bool unmatched);
-    bool has(int32_t folder) const { return test(m_changed, folder); }
-    bool hasUnmatched(int32_t folder) const { return test(m_unmatched, folder); }
+    bool has(int32_t folder) const {
+        return size_t(folder) < m_changed.size() && m_changed[size_t(folder)];
+    }
+    bool hasUnmatched(int32_t folder) const {
+        return size_t(folder) < m_unmatched.size() && m_unmatched[size_t(folder)];
+    }
 
 private:
-    static bool test(const std::vector<uint64_t>& bits, int32_t folder) {
-        const auto i = size_t(folder);
-        return i / 64 < bits.size() && (bits[i / 64] >> (i % 64)) & 1;
-    }
-    static void set(std::vector<uint64_t>& bits, int32_t folder, int32_t capacity);
-
-    std::vector<uint64_t> m_changed;
-    std::vector<uint64_t> m_unmatched;
+    std::vector<bool> m_changed;   // by entry index
+    std::vector<bool> m_unmatched; // by entry index
 };
 
 // A comparison's FolderMarks, for each of its two snapshots.
@@ -56,8 +54,8 @@ struct ChangedFolders {
 //
 // Given the marks the comparison left (both or neither), a pair of matching
 // folders neither of which is marked is passed over: nothing beneath them
-// differs, and a comparison that changed little is listed in the time of its
-// changes rather than of its entries.
+// differs, so a comparison that changed little walks only the folders that
+// hold its changes.
 std::vector<Difference> listDifferences(const Snapshot& newer, const Snapshot& older,
                                         const FolderMarks* newerMarks = nullptr,
                                         const FolderMarks* olderMarks = nullptr);

@@ -40,10 +40,10 @@ public:
 
     // The changes from older to newer, compared both ways already with
     // pairOptions: the moves, counts and records of the newer generation.
-    // changed is what the comparison marked, when it did.
+    // changed is what the comparison marked (self is newer).
     void addChanges(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
                     uint8_t newerGeneration, const CompareOptions& options,
-                    const ChangedFolders* changed);
+                    const ChangedFolders& changed);
 
 private:
     int32_t pathOf(const Snapshot& s, int32_t index);
@@ -129,14 +129,12 @@ void HistoryBuilder::record(const Snapshot& s, int32_t index, int32_t path, uint
 
 void HistoryBuilder::addChanges(Snapshot& older, uint8_t olderGeneration, Snapshot& newer,
                                 uint8_t newerGeneration, const CompareOptions& options,
-                                const ChangedFolders* changed) {
+                                const ChangedFolders& changed) {
     const std::vector<Difference> differences =
-        changed ? listDifferences(newer, older, &changed->self, &changed->other)
-                : listDifferences(newer, older);
+        listDifferences(newer, older, &changed.self, &changed.other);
     MoveList moves;
     if (options.detectMoves) {
-        moves = changed ? detectMoves(older, 1, newer, 1, &changed->other, &changed->self)
-                        : detectMoves(older, 1, newer, 1);
+        moves = detectMoves(older, 1, newer, 1, &changed.other, &changed.self);
         noteMoves(older, newer, moves);
     }
     Generation& g = m_history.generations[newerGeneration];
@@ -428,7 +426,7 @@ History buildHistory(const QStringList& files, const CompareOptions& options,
                 throw RuntimeError(compared.error,
                                    compared.message ? compared.message->text : QString());
             builder.addChanges(*older, uint8_t(olderGeneration), *newer, generation, options,
-                               &changed);
+                               changed);
             // The older snapshot goes before the next is read, which takes
             // over its memory.
             older.reset();

@@ -24,7 +24,7 @@ ZeroPages::ZeroPages(size_t bytes) : m_bytes(bytes) {
     if (pages == MAP_FAILED)
         throw std::bad_alloc();
     m_data = pages;
-    m_written.assign((bytes + PageBytes * 64 - 1) / (PageBytes * 64), 0);
+    m_written.assign((bytes + PageBytes - 1) / PageBytes, false);
 }
 
 ZeroPages::~ZeroPages() {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
 namespace kestrel::engine {
@@ -38,21 +37,15 @@ public:
 
     // Whether the page holding byte offset was marked written: reading it
     // when not gives zero anyway, without touching the page.
-    bool written(size_t offset) const {
-        const size_t page = offset / PageBytes;
-        return (m_written[page / 64] >> (page % 64)) & 1;
-    }
-    void markWritten(size_t offset) {
-        const size_t page = offset / PageBytes;
-        m_written[page / 64] |= uint64_t(1) << (page % 64);
-    }
+    bool written(size_t offset) const { return m_written[offset / PageBytes]; }
+    void markWritten(size_t offset) { m_written[offset / PageBytes] = true; }
 
 private:
     static constexpr size_t PageBytes = 4096;
 
     void* m_data = nullptr;
     size_t m_bytes = 0;
-    std::vector<uint64_t> m_written; // a bit a page
+    std::vector<bool> m_written; // by page
 };
 
 } // namespace kestrel::engine
