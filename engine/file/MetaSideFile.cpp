@@ -4,6 +4,7 @@
 #include "engine/model/Snapshot.h"
 #include "engine/support/HashState.h"
 #include "engine/support/RegularFile.h"
+#include "engine/support/ShortText.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -151,7 +152,7 @@ void SnapshotChecksum::addThrough(const Snapshot& snapshot, int32_t last) {
             flush();
             XXH3_64bits_update(m_state.get(), name.data(), name.size());
         } else if (!name.empty()) {
-            std::memcpy(m_block.get() + m_used, name.data(), name.size());
+            copyShort(m_block.get() + m_used, name.data(), name.size());
             m_used += name.size();
         }
     }

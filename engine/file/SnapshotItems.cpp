@@ -3,6 +3,7 @@
 #include "engine/support/Checked.h"
 #include "engine/support/Errors.h"
 #include "engine/support/OleDate.h"
+#include "engine/support/ShortText.h"
 #include "engine/support/TextDecode.h"
 
 #include <algorithm>
@@ -44,6 +45,13 @@ void ItemWriter::string(std::string_view utf8) {
 
 char* ItemWriter::putString(char* at, std::string_view utf8) {
     *at++ = '"';
+    // Names hardly ever hold a quote: copied in one go unless they do.
+    if (!containsByte(utf8.data(), utf8.size(), '"')) {
+        copyShort(at, utf8.data(), utf8.size());
+        at += utf8.size();
+        *at++ = '"';
+        return at;
+    }
     // An empty name (every padding record has one) is often a view with no
     // pointer, which memchr and memcpy must not get.
     while (!utf8.empty()) {

@@ -1,6 +1,7 @@
 #include "Snapshot.h"
 
 #include "engine/support/Checked.h"
+#include "engine/support/ShortText.h"
 #include "engine/support/TextDecode.h"
 
 #include <cstring>
@@ -65,7 +66,7 @@ uint32_t NameArena::add(std::string_view text) {
         m_used = 0;
     }
     const uint32_t offset = uint32_t((m_blocks.size() - 1) << BlockBits) + m_used;
-    std::memcpy(m_blocks.back().get() + m_used, text.data(), text.size());
+    copyShort(m_blocks.back().get() + m_used, text.data(), text.size());
     m_used += uint32_t(text.size());
     return offset;
 }

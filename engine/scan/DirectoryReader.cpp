@@ -131,9 +131,9 @@ int32_t unknownAttributes(unsigned char type, bool hidden) {
     }
 }
 
-uint32_t appendText(std::string& text, std::string_view part) {
+uint32_t appendText(std::basic_string<char, ShortCopyTraits>& text, std::string_view part) {
     const auto offset = uint32_t(text.size());
-    text.append(part);
+    text.append(part.data(), part.size());
     return offset;
 }
 

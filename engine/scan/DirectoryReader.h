@@ -2,6 +2,7 @@
 
 #include "engine/model/Fingerprints.h"
 #include "engine/scan/ContentFingerprint.h"
+#include "engine/support/ShortText.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -89,12 +90,13 @@ struct FolderListing {
     State state = Listed;
     int32_t hiddenLeftOut = 0; // items left out because hidden items are not kept
     std::vector<ListedItem> items;
-    std::string text;                      // names, versions and link targets, back to back
+    // Names, versions and link targets, back to back.
+    std::basic_string<char, ShortCopyTraits> text;
     std::vector<Fingerprint> fingerprints; // of the fingerprinted items, in order
     std::vector<std::unique_ptr<FolderTask>> children;
 
     std::string_view name(const ListedItem& item) const {
-        return std::string_view(text).substr(item.nameOffset, item.nameLength);
+        return std::string_view(text.data() + item.nameOffset, item.nameLength);
     }
     std::string_view version(const ListedItem& item) const {
         return item.link ? std::string_view() : extra(item);
@@ -103,7 +105,7 @@ struct FolderListing {
         return item.link ? extra(item) : std::string_view();
     }
     std::string_view extra(const ListedItem& item) const {
-        return std::string_view(text).substr(item.extraOffset, item.extraLength);
+        return std::string_view(text.data() + item.extraOffset, item.extraLength);
     }
 };
 

@@ -1,7 +1,9 @@
 #include "engine/support/TextFormats.h"
 #include "TestSupport.h"
+#include "engine/file/SnapshotItems.h"
 #include "engine/model/FileSystemNames.h"
 #include "engine/support/OleDate.h"
+#include "engine/support/ShortText.h"
 #include "engine/support/TextDecode.h"
 
 #include <QLocale>
@@ -281,3 +283,48 @@ TEST(StoredNames, EveryNameComesBackAsItsBytes) {
 }
 
 } // namespace
+
+// Names are copied and searched a word at a time, the ends covered by moves
+// that overlap: every length up to past the longest inline case, at every
+// alignment, must give exactly the bytes and write nothing around them.
+TEST(ShortText, CopiesAndSearchesEveryLength) {
+    std::string source(200, '\0');
+    for (size_t i = 0; i < source.size(); ++i)
+        source[i] = char(0x80 + i % 127); // high bytes: no quote, no filler
+    for (size_t length = 0; length <= 130; ++length) {
+        for (size_t shift = 0; shift < 8; ++shift) {
+            std::string target(length + 32, '#');
+            copyShort(target.data() + 16 + shift % 4, source.data() + shift, length);
+            ASSERT_EQ(target.substr(16 + shift % 4, length), source.substr(shift, length))
+                << length << " from " << shift;
+            ASSERT_EQ(target.find_first_not_of('#'), length ? 16 + shift % 4 : std::string::npos);
+            ASSERT_EQ(target.find_last_not_of('#'),
+                      length ? 16 + shift % 4 + length - 1 : std::string::npos);
+        }
+        ASSERT_FALSE(containsByte(source.data() + 1, length, '"')) << length;
+        for (size_t at = 0; at < length; ++at) {
+            std::string text = source.substr(1, length);
+            text[at] = '"';
+            ASSERT_TRUE(containsByte(text.data(), length, '"')) << length << " at " << at;
+        }
+    }
+    EXPECT_FALSE(containsByte(nullptr, 0, '"'));
+}
+
+// A quote anywhere in a name is doubled in the file, and only a quote.
+TEST(ShortText, ItemWriterDoublesQuotesWherever) {
+    for (size_t length = 1; length <= 40; ++length) {
+        for (size_t at = 0; at < length; ++at) {
+            std::string name(length, 'n');
+            name[at] = '"';
+            std::string expected = name;
+            expected.insert(at, 1, '"');
+            ItemWriter w;
+            w.string(name);
+            ASSERT_EQ(std::string(w.data(), w.size()), '"' + expected + '"') << length;
+        }
+        ItemWriter w;
+        w.string(std::string(length, 'n'));
+        ASSERT_EQ(std::string(w.data(), w.size()), '"' + std::string(length, 'n') + '"');
+    }
+}
