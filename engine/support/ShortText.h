@@ -11,9 +11,10 @@ namespace kestrel::engine {
 // of about 20 bytes, each copied four times on its way to the file) with
 // plain moves the compiler lays out inline, rather than through the C
 // library. The library picks its routines for the processor when the program
-// starts; where it picks its 512-bit vector code, a scan and save of a
-// million entries spent 0.1 to 0.3 s more processor time in those calls than
-// with its 256-bit code, and far more from one run to the next.
+// starts. Where it picks its 512-bit vector code, a scan and save of a
+// million entries spent 0.1 to 0.3 s more processor time than with its
+// 256-bit code, the amount varying widely from run to run; with these
+// routines it spends what the 256-bit code does.
 //
 // Only fixed-size std::memcpy is used below: the compiler turns it into
 // register moves, never a call.
