@@ -1,5 +1,6 @@
 #include "FileSystemNames.h"
 
+#include "engine/support/ShortText.h"
 #include "engine/support/TextDecode.h"
 
 #include <cstdint>
@@ -20,12 +21,10 @@ inline const unsigned char* bytesOf(std::string_view text) {
 
 // Eight bytes that stored text keeps as they are: ASCII, no backslash.
 inline bool plainWord(const unsigned char* p) {
-    constexpr uint64_t Ones = 0x0101010101010101ull;
     constexpr uint64_t HighBits = 0x8080808080808080ull;
     uint64_t w;
     std::memcpy(&w, p, 8);
-    const uint64_t backslashes = w ^ (Ones * uint8_t(Escape)); // 0 where a backslash is
-    return ((w | ((backslashes - Ones) & ~backslashes)) & HighBits) == 0;
+    return (w & HighBits) == 0 && !wordHasByte(w, uint8_t(Escape));
 }
 
 // Where the first byte that stored text writes out lies (a backslash, or a

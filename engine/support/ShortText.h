@@ -60,17 +60,21 @@ inline void copyShort(char* to, const char* from, size_t n) {
     }
 }
 
-// Whether text holds the byte c, looked at eight bytes at a time.
-inline bool containsByte(const char* text, size_t n, char c) {
+// Whether any of the eight bytes of word is c: word ^ c-in-every-byte then
+// has a zero byte, which borrowing from it shows in its high bit.
+constexpr bool wordHasByte(uint64_t word, uint8_t c) {
     constexpr uint64_t Ones = 0x0101010101010101u;
     constexpr uint64_t Highs = 0x8080808080808080u;
-    const uint64_t pattern = Ones * uint8_t(c);
-    // A word holds c when word ^ pattern has a zero byte.
+    const uint64_t x = word ^ (Ones * c);
+    return ((x - Ones) & ~x & Highs) != 0;
+}
+
+// Whether text holds the byte c, looked at eight bytes at a time.
+inline bool containsByte(const char* text, size_t n, char c) {
     const auto hasIt = [&](const char* at) {
         uint64_t word;
         std::memcpy(&word, at, 8);
-        const uint64_t x = word ^ pattern;
-        return ((x - Ones) & ~x & Highs) != 0;
+        return wordHasByte(word, uint8_t(c));
     };
     if (n < 8) {
         for (size_t i = 0; i < n; ++i)
